@@ -1,0 +1,24 @@
+# How this project's own targets are compiled.
+option(RUNENV_WARNINGS_AS_ERRORS "Treat compiler warnings as errors (for the project's own CI)" OFF)
+set(RUNENV_SANITIZE "" CACHE STRING
+    "Sanitizers for every target, in the compiler's words, such as address,undefined")
+
+get_property(multi_config GLOBAL PROPERTY GENERATOR_IS_MULTI_CONFIG)
+if(PROJECT_IS_TOP_LEVEL AND NOT multi_config AND NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
+endif()
+
+function(runenv_options target)
+  set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
+  if(PROJECT_IS_TOP_LEVEL)
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+    if(RUNENV_WARNINGS_AS_ERRORS)
+      target_compile_options(${target} PRIVATE -Werror)
+    endif()
+  endif()
+  if(RUNENV_SANITIZE)
+    target_compile_options(${target} PUBLIC "-fsanitize=${RUNENV_SANITIZE}"
+                           -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(${target} PUBLIC "-fsanitize=${RUNENV_SANITIZE}")
+  endif()
+endfunction()

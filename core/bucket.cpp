@@ -1,0 +1,99 @@
+#include "core/bucket.h"
+
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/allocation.h"
+
+static_assert(sizeof(bucket_t) == 24, "C callers rely on three 64-bit words");
+
+static constexpr unsigned long long kStep = 64;
+
+static void resize(bucket_t* b, unsigned long long capacity) {
+  b->data = static_cast<char*>(reallocate(b->data, capacity));
+  b->capacity = capacity;
+}
+
+static void append_bytes(bucket_t* b, const char* bytes, unsigned long long n) {
+  if (b->capacity == 0) {
+    resize(b, kStep);
+  }
+  const unsigned long long new_length = b->length + n;
+  if (new_length >= b->capacity) {
+    resize(b, new_length + kStep);
+  }
+  std::memcpy(b->data + b->length, bytes, n);
+  b->data[new_length] = '\0';
+  b->length = new_length;
+}
+
+bucket_t* bucket_nil(bucket_t* b) {
+  if (b != nullptr) {
+    *b = bucket_t{};
+  }
+  return b;
+}
+
+bucket_t* bucket_push(bucket_t* b, char c) {
+  if (b != nullptr) {
+    append_bytes(b, &c, 1);
+  }
+  return b;
+}
+
+bucket_t* bucket_append(bucket_t* b, const char* s) {
+  if (b != nullptr && s != nullptr) {
+    append_bytes(b, s, std::strlen(s));
+  }
+  return b;
+}
+
+bucket_t* bucket_appendv(bucket_t* b, ...) {
+  va_list texts;
+  va_start(texts, b);
+  for (const char* s = va_arg(texts, const char*); b != nullptr && s != nullptr;
+       s = va_arg(texts, const char*)) {
+    bucket_append(b, s);
+  }
+  va_end(texts);
+  return b;
+}
+
+bucket_t* bucket_append_int(bucket_t* b, long long v) {
+  if (v < 0) {
+    bucket_push(b, '-');
+    // Negation wraps: the most negative value stays itself, keeps its sign through the divisions
+    // below and so yields a second '-' and a last "digit" below '0'. Kept as it is.
+    v = static_cast<long long>(0ULL - static_cast<unsigned long long>(v));
+  }
+  if (v / 10 != 0) {
+    bucket_append_int(b, v / 10);
+  }
+  return bucket_push(b, static_cast<char>('0' + v % 10));
+}
+
+bucket_t* bucket_drop(bucket_t* b, unsigned long long n) {
+  if (b != nullptr) {
+    b->length = b->length < n ? 0 : b->length - n;
+    b->data[b->length] = '\0';
+  }
+  return b;
+}
+
+char* bucket_cstring(bucket_t* b) {
+  if (b == nullptr) {
+    return nullptr;
+  }
+  if (b->data == nullptr) {
+    append_bytes(b, "", 0);
+  }
+  return b->data;
+}
+
+void bucket_release(bucket_t* b) {
+  if (b != nullptr && b->data != nullptr) {
+    std::free(b->data);
+    bucket_nil(b);
+  }
+}

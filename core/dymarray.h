@@ -1,0 +1,71 @@
+/* A growable array of fixed-size elements that grows by a fixed step. Every new element is
+ * zero-filled. Growing moves the elements: pointers to them become invalid.
+ *
+ * Sizes are bytes, indices and counts are elements. A failed allocation ends the process. */
+#ifndef RUNENV_CORE_DYMARRAY_H
+#define RUNENV_CORE_DYMARRAY_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct dymarray_t {
+  unsigned long long element_size;
+  unsigned long long step;     /* elements added at each growth */
+  char* data;                  /* null until the first allocation */
+  unsigned long long capacity; /* elements allocated */
+  unsigned long long count;    /* elements in use */
+} dymarray_t;
+
+/* Makes an empty array and returns the step used: `step`, or 64 for 0. */
+unsigned long long dymarray_init(dymarray_t* array, unsigned long long element_size,
+                                 unsigned long long step);
+
+/* Frees the elements; the record must be initialised again before it is used again. */
+void dymarray_destroy(dymarray_t* array);
+
+/* Appends a zero-filled element and returns it. */
+void* dymarray_alloc(dymarray_t* array);
+
+/* Element `index`, unchecked. */
+void* dymarray_at(dymarray_t* array, unsigned long long index);
+const void* dymarray_cat(const dymarray_t* array, unsigned long long index);
+
+/* The last element, null when empty. */
+void* dymarray_last(dymarray_t* array);
+const void* dymarray_clast(const dymarray_t* array);
+
+/* Pointer iteration: from begin, by next, until end. */
+void* dymarray_begin(dymarray_t* array);
+void* dymarray_next(dymarray_t* array, void* element);
+void* dymarray_end(dymarray_t* array);
+const void* dymarray_cbegin(const dymarray_t* array);
+const void* dymarray_cnext(const dymarray_t* array, const void* element);
+const void* dymarray_cend(const dymarray_t* array);
+
+/* The index of an element of this array. */
+unsigned long long dymarray_indexof(const dymarray_t* array, const void* element);
+
+/* The number of elements. */
+unsigned long long dymarray_size(const dymarray_t* array);
+
+/* Drops the last element, if any; returns the new count. */
+unsigned long long dymarray_pop_back(dymarray_t* array);
+
+/* Drops all but the first `n` elements; never grows. */
+void dymarray_rewind(dymarray_t* array, unsigned long long n);
+
+/* Exchanges two elements. */
+void dymarray_swap(dymarray_t* array, unsigned long long i, unsigned long long j);
+
+/* Sorts by `compare`, which answers as for qsort. */
+void dymarray_sort(dymarray_t* array, int (*compare)(const void*, const void*));
+
+/* The number of elements allocated but not in use. */
+unsigned long long dymarray_overhead(const dymarray_t* array);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,109 @@
+#include "core/dympage.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+
+#include "core/allocation.h"
+
+static_assert(sizeof(dympage_page_t) == 24, "the page header is three 64-bit words");
+
+static constexpr unsigned long long kDefaultPageSize = 10 * 1024 * 1024;
+
+static unsigned long long padding_of(const dympage_page_t* page, unsigned long long alignment) {
+  return -reinterpret_cast<uintptr_t>(page->next_free) & (alignment - 1);
+}
+
+// Pages come zeroed, mostly untouched from the kernel, and no byte is handed out twice, so blocks
+// need no clearing of their own.
+static dympage_page_t* make_page(dympage_page_t* previous, unsigned long long payload) {
+  auto* page = static_cast<dympage_page_t*>(allocate_zeroed(sizeof(dympage_page_t) + payload));
+  page->previous = previous;
+  page->next_free = reinterpret_cast<char*>(page + 1);
+  page->free_bytes = payload;
+  return page;
+}
+
+static char* take(dympage_page_t* page, unsigned long long size) {
+  char* const block = page->next_free;
+  page->next_free += size;
+  page->free_bytes -= size;
+  return block;
+}
+
+// Pads `page` to `alignment` and takes a block from it; null when it does not fit.
+static char* try_take(dympage_page_t* page, unsigned long long size, unsigned long long alignment) {
+  const unsigned long long padding = padding_of(page, alignment);
+  if (padding > page->free_bytes) {
+    return nullptr;
+  }
+  take(page, padding);
+  return size <= page->free_bytes ? take(page, size) : nullptr;
+}
+
+static void make_page_for(dympage_t* handle, unsigned long long size,
+                          unsigned long long alignment) {
+  const unsigned long long grow = std::max(handle->page_size, size);
+  dympage_page_t* page = make_page(handle->page, grow);
+  if (padding_of(page, alignment) + size > grow) {
+    // The padding leaves no room for the block; one alignment more always does.
+    std::free(page);
+    page = make_page(handle->page, grow + alignment);
+  }
+  handle->page = page;
+}
+
+dympage_t* dympage_create(void) {
+  return dympage_create2(kDefaultPageSize);
+}
+
+dympage_t* dympage_create2(unsigned long long page_size) {
+  dympage_t first;
+  dympage_init2(&first, page_size);
+  auto* handle = static_cast<dympage_t*>(dympage_alloc(&first, sizeof(dympage_t), 8));
+  *handle = first;
+  return handle;
+}
+
+void dympage_init(dympage_t* handle) {
+  dympage_init2(handle, kDefaultPageSize);
+}
+
+void dympage_init2(dympage_t* handle, unsigned long long page_size) {
+  handle->page = make_page(nullptr, page_size);
+  handle->page_size = page_size;
+}
+
+void* dympage_alloc(dympage_t* handle, unsigned long long size, unsigned long long alignment) {
+  char* block = try_take(handle->page, size, alignment);
+  if (block == nullptr) {
+    make_page_for(handle, size, alignment);
+    block = try_take(handle->page, size, alignment);
+  }
+  return block;
+}
+
+void dympage_destroy(dympage_t* handle) {
+  for (dympage_page_t* page = handle->page; page != nullptr;) {
+    dympage_page_t* const previous = page->previous;
+    std::free(page);
+    page = previous;
+  }
+}
+
+unsigned long long dympage_usage(const dympage_t* handle) {
+  unsigned long long bytes = 0;
+  for (const dympage_page_t* page = handle->page; page != nullptr; page = page->previous) {
+    bytes += static_cast<unsigned long long>(page->next_free - reinterpret_cast<const char*>(page));
+    bytes += page->free_bytes;
+  }
+  return bytes;
+}
+
+unsigned long long dympage_overhead(const dympage_t* handle) {
+  unsigned long long bytes = 0;
+  for (const dympage_page_t* page = handle->page; page != nullptr; page = page->previous) {
+    bytes += page->free_bytes;
+  }
+  return bytes;
+}

@@ -1,0 +1,52 @@
+/* A page (arena) allocator: blocks are carved from large pages and never freed one by one;
+ * destroying the allocator frees every page. Every block is zero-filled.
+ *
+ * Sizes are bytes. A failed allocation ends the process. */
+#ifndef RUNENV_CORE_DYMPAGE_H
+#define RUNENV_CORE_DYMPAGE_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct dympage_page_t dympage_page_t;
+
+/* The header of a page; its payload follows. */
+struct dympage_page_t {
+  dympage_page_t* previous; /* the page made before this one */
+  char* next_free;          /* first unused payload byte */
+  unsigned long long free_bytes;
+};
+
+typedef struct dympage_t {
+  dympage_page_t* page;         /* the most recent page */
+  unsigned long long page_size; /* payload of a normal page */
+} dympage_t;
+
+/* An allocator whose handle lives in its own first page; the default page size is 10 MiB, of which
+ * only what is used is ever touched. */
+dympage_t* dympage_create(void);
+dympage_t* dympage_create2(unsigned long long page_size);
+
+/* The same for a handle that the caller holds. */
+void dympage_init(dympage_t* handle);
+void dympage_init2(dympage_t* handle, unsigned long long page_size);
+
+/* A zero-filled block at a multiple of `alignment`, a power of two. A request larger than the page
+ * size gets a page of its own. */
+void* dympage_alloc(dympage_t* handle, unsigned long long size, unsigned long long alignment);
+
+/* Frees every page, and with them the handle of an allocator made by dympage_create. */
+void dympage_destroy(dympage_t* handle);
+
+/* The size of all pages, headers included. */
+unsigned long long dympage_usage(const dympage_t* handle);
+
+/* The bytes of all pages that are not handed out. */
+unsigned long long dympage_overhead(const dympage_t* handle);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

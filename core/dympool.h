@@ -1,0 +1,40 @@
+/* A pool of fixed-size elements with a free list, allocated page by page. Every element handed out
+ * is zero-filled. Sizes are bytes. A failed allocation ends the process. */
+#ifndef RUNENV_CORE_DYMPOOL_H
+#define RUNENV_CORE_DYMPOOL_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct dympool_t {
+  void* pages;     /* the most recent page; its first word points to the page before it */
+  void* free_list; /* the first free element; its first word points to the next */
+  unsigned long long element_size;
+  unsigned long long per_page;
+} dympool_t;
+
+/* Makes an empty pool. `element_size` is at least 8, since a free element holds a link, and
+ * `per_page` at least 2, since the first slot of a page holds the link to the page before. */
+void dympool_init(dympool_t* pool, unsigned long long element_size, unsigned long long per_page);
+
+/* An element; null when the pool's element_size or per_page is below its minimum. */
+void* dympool_alloc(dympool_t* pool);
+
+/* Gives an element back for reuse; returns the head of the free list before it. */
+void* dympool_free(dympool_t* pool, void* element);
+
+/* Frees every page, and with them every element. */
+void dympool_destroy(dympool_t* pool);
+
+/* The number of pages. */
+unsigned long long dympool_pages(const dympool_t* pool);
+
+/* The number of elements on the free list. */
+unsigned long long dympool_overhead(const dympool_t* pool);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

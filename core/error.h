@@ -1,0 +1,30 @@
+// The one exception type of the system, thrown by value and caught by reference.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+class Error {
+ public:
+  enum class Type : uint32_t {
+    Failure = 10,   // an operation on the outside world failed
+    Internal = 11,  // a variant tag is none of the known kinds
+  };
+
+  // Keeps its own copy of `text`.
+  Error(Type error_type, const char* text);
+  Error(Error&& other) noexcept;
+  Error(const Error&) = delete;
+  Error& operator=(const Error&) = delete;
+  Error& operator=(Error&&) = delete;
+  ~Error();
+
+  Type type;
+  char* message;  // NUL-terminated, owned
+};
+
+// Throws an Error of type Failure.
+[[noreturn]] void throw_failure(const std::string& message);
+
+// Throws an Error of type Failure whose whole message is the system's text for `error_number`.
+[[noreturn]] void throw_system_failure(int error_number);

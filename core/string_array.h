@@ -1,0 +1,31 @@
+// An owned array of heap C strings.
+#pragma once
+
+class StringArray {
+ public:
+  StringArray() = default;  // empty: a null pointer and a count of 0
+  ~StringArray();
+  StringArray(const StringArray&) = delete;
+  StringArray& operator=(const StringArray&) = delete;
+
+  // Element `index`, null when out of range; it stays owned by the array.
+  const char* get_unmanaged_string(unsigned index) const;
+
+  // The raw array of get_size() elements; may be null when empty.
+  char** get_unmanaged_strings() const { return strings; }
+
+  unsigned get_size() const { return count; }
+
+  // Replaces the content by copies of `source[0 .. n)`.
+  void update_from(const char* const* source, unsigned n);
+
+  // The same for an array known to be empty. A filled one leaks what it held.
+  void copy_from(const char* const* source, unsigned n);
+
+  // Frees the content. Releasing an empty array is harmless.
+  void release();
+
+ private:
+  char** strings = nullptr;
+  unsigned count = 0;
+};

@@ -1,0 +1,74 @@
+// The one process-wide runtime object: console output, and the hub of an embedding program's main
+// loop.
+//
+// Single-threaded by design: use it from one thread, and set the prefix before others log.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// One callback registered with RuntimeCore::register_event.
+struct RuntimeCoreEvent {
+  uint32_t id;  // its position in the list
+  void (*callback)(void* argument);
+  void* argument;
+};
+
+class RuntimeCore {
+ public:
+  // Console colours; the values are the terminal's own codes (select graphic rendition).
+  enum class SGR {
+    Black = 30,
+    Red = 31,
+    Green = 32,
+    Yellow = 33,
+    Blue = 34,
+    Magenta = 35,
+    Cyan = 36,
+    White = 37,
+    BrightBlack = 90,
+    BrightRed = 91,
+    BrightGreen = 92,
+    BrightYellow = 93,
+    BrightBlue = 94,
+    BrightMagenta = 95,
+    BrightCyan = 96,
+    BrightWhite = 97,
+  };
+
+  RuntimeCore();
+
+  // From now on every message begins with "[" + prefix + "] ". The prefix becomes part of the
+  // format text: a "%" in it is read as a conversion. It must not be null.
+  void setup_prefix(const char* prefix);
+
+  // Messages are plain again.
+  void reset_prefix();
+
+  // Prints a message to standard output (log) or standard error (error) and flushes it at once.
+  // Format and arguments are printf's; no newline is added. Output errors are ignored.
+  [[gnu::format(printf, 2, 3)]] void log(const char* format, ...);
+  [[gnu::format(printf, 2, 3)]] void error(const char* format, ...);
+
+  // The same in a colour, reset after the text. The prefix stays uncoloured.
+  [[gnu::format(printf, 3, 4)]] void log(SGR colour, const char* format, ...);
+  [[gnu::format(printf, 3, 4)]] void error(SGR colour, const char* format, ...);
+
+ private:
+  struct State {
+    std::string prefix;
+    bool prefix_enabled = false;
+    bool sockets_started = false;
+    std::vector<RuntimeCoreEvent> events;
+  };
+  State* state;  // never freed: the one instance lives until the process ends
+};
+
+// The single instance, made before every other static object and never destroyed.
+extern RuntimeCore Runtime;
+
+// Diagnostic output of the socket layer, off unless an embedding program switches it on:
+// informational messages, and a trace of every message.
+extern bool genv_debug_info;
+extern bool genv_debug_verbose;

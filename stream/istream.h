@@ -1,0 +1,63 @@
+/* The C input stream: a record of functions with the variant's own fields behind them.
+ *
+ * Counts, positions and offsets are bytes. */
+#ifndef RUNENV_STREAM_ISTREAM_H
+#define RUNENV_STREAM_ISTREAM_H
+
+#include <stdio.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct istream istream;
+
+/* What every variant begins with. A record is malloc'ed and released by istream_destroy. */
+struct istream {
+  /* Delivers up to `count` bytes and says how many; 0 means end of data. */
+  unsigned long long (*read_len)(istream* stream, char* destination, unsigned long long count);
+  /* Moves to `offset` from the start (origin 0), the position (1) or the end (2); 0 on success.
+   * May be null: the stream cannot seek. */
+  int (*seek_pos)(istream* stream, int origin, long long offset);
+  /* Releases what the variant owns, not the record itself. May be null. */
+  int (*destroy)(istream* stream);
+};
+
+/* A record over a C file: the open FILE follows the functions. */
+typedef struct istream_file {
+  istream functions;
+  FILE* file;
+} istream_file;
+
+/* A record over bytes in memory, which it borrows. */
+typedef struct istream_memory {
+  istream functions;
+  const char* data;
+  unsigned long long length;
+  unsigned long long position;
+} istream_memory;
+
+/* Calls the read function: the number of bytes delivered, 0 at the end of data. */
+unsigned long long istream_read_len(istream* stream, char* destination, unsigned long long count);
+
+/* Calls the seek function: 0 on success, -1 when refused or when the stream cannot seek. */
+int istream_seek_pos(istream* stream, int origin, long long offset);
+
+/* Calls the destroy function, if any, and frees the record. */
+void istream_destroy(istream* stream);
+
+/* A stream over `length` borrowed bytes, at position 0. */
+istream* istream_create_memory(const char* data, unsigned long long length);
+
+/* A stream over the process's standard input; it cannot seek. */
+istream* istream_create_stdin(void);
+
+/* The read function of records that hold a FILE (istream_file). */
+unsigned long long istream_stdio_read_len(istream* stream, char* destination,
+                                          unsigned long long count);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
