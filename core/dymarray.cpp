@@ -23,8 +23,8 @@ void dymarray_destroy(dymarray_t* array) {
 void* dymarray_alloc(dymarray_t* array) {
   if (array->count == array->capacity) {
     array->capacity += array->step;
-    array->data = static_cast<char*>(
-        reallocate_array(array->data, array->capacity, array->element_size));
+    array->data =
+        static_cast<char*>(reallocate_array(array->data, array->capacity, array->element_size));
   }
   void* const element = dymarray_at(array, array->count);
   array->count += 1;
@@ -94,8 +94,7 @@ void dymarray_rewind(dymarray_t* array, unsigned long long n) {
 void dymarray_swap(dymarray_t* array, unsigned long long i, unsigned long long j) {
   char* const first = static_cast<char*>(dymarray_at(array, i));
   if (i != j) {
-    std::swap_ranges(first, first + array->element_size,
-                     static_cast<char*>(dymarray_at(array, j)));
+    std::swap_ranges(first, first + array->element_size, static_cast<char*>(dymarray_at(array, j)));
   }
 }
 

@@ -26,8 +26,8 @@ static unsigned long long chain_length(const void* slot) {
 
 // Slot 0 links the pages; the others go on the free list with the highest address first.
 static void add_page(dympool_t* pool) {
-  char* const page = static_cast<char*>(
-      reallocate_array(nullptr, pool->per_page, pool->element_size));
+  char* const page =
+      static_cast<char*>(reallocate_array(nullptr, pool->per_page, pool->element_size));
   set_link(page, pool->pages);
   pool->pages = page;
   for (unsigned long long i = 1; i < pool->per_page; ++i) {

@@ -1,0 +1,62 @@
+#include "app/entry_point.h"
+
+#include <csetjmp>
+#include <cstdlib>
+
+#include "app/update_runenv.h"
+#include "core/string.h"
+#include "fs/file_interface.h"
+#include "runtime/runtime_core.h"
+#include "schema/update.h"
+#include "schema/version_info.h"
+#include "schema/version_info_bin.h"
+
+static constexpr char kTreeRoot[] = "2";
+static constexpr char kDefaultPlatform[] = "linux-x64";
+static constexpr char kDefaultTempCache[] = ".update";
+
+// The document at `path`. It lives until the process ends. Nothing here may have a destructor: a
+// malformed document jumps back to the recovery point.
+static image___version_info___root_t* load_versions(const char* path) {
+  dympage_t* const allocator = image___version_info___create_allocator_f();
+  image___version_info___root_t* const versions =
+      image___version_info___root_t___allocate_f(allocator);
+  if (setjmp(versions->recovery) != 0) {
+    Runtime.error("Unable to parse versions: %s\n", versions->error);
+    std::exit(1);
+  }
+  bucket_t file_name = fs_init(path);
+  istream* const stream = fs_open_read(&file_name);
+  if (stream == nullptr) {
+    Runtime.error("Unable to open versions '%s'\n", path);
+    std::exit(1);
+  }
+  if (image___version_info___parse_bin_f(allocator, versions, stream) != 0) {
+    longjmp(versions->recovery, 1);
+  }
+  istream_destroy(stream);
+  bucket_release(&file_name);
+  image___version_info___finalize_f(versions);
+  return versions;
+}
+
+void entry_point(const char*, const image___update___root_t* command_line) {
+  String base_url;
+  String tree_root;
+  String platform;
+  base_url.copy_from(RUNENV_BASE_URL);
+  tree_root.copy_from(kTreeRoot);
+  platform.copy_from(command_line->target.present ? command_line->target.value : kDefaultPlatform);
+
+  const image___version_info___root_t* const versions =
+      load_versions(command_line->version_info.value);
+
+  const update_settings_t settings{
+      .temp_cache =
+          command_line->temp_cache.present ? command_line->temp_cache.value : kDefaultTempCache,
+      .with_platform = command_line->skip_platform.present == 0,
+      .lock_latest = command_line->lock_latest.present != 0,
+  };
+  update_runenv(&settings, base_url.get_unmanaged_string(), tree_root.get_unmanaged_string(),
+                versions, platform.get_unmanaged_string());
+}

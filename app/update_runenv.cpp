@@ -1,0 +1,33 @@
+#include "app/update_runenv.h"
+
+#include "fs/path.h"
+
+static constexpr char kEnvironment[] = "runenv";
+
+using system_type_t = image___version_info___root___system_types_t;
+
+static fs::path_t platform_directory(fs::path_t root, const char* version) {
+  return root.join("platform").join(version);
+}
+
+static fs::path_t system_type_directory(fs::path_t root, const system_type_t* type) {
+  return root.join("system-types").join(type->key).join(type->version);
+}
+
+void update_runenv(const update_settings_t* settings, const char* base_url, const char* tree_root,
+                   const image___version_info___root_t* versions, const char* platform) {
+  const fs::path_t remote_root = fs::path_t(tree_root).join(kEnvironment);
+  const fs::path_t local_root(kEnvironment);
+  if (settings->with_platform) {
+    const char* const version = versions->platform_version;
+    update_package(settings, base_url, platform_directory(remote_root, version).cstring(),
+                   platform_directory(local_root, version).cstring(), platform);
+  }
+  image___version_info___root___system_types_t___iterator_t iterator;
+  for (const system_type_t* type = image___version_info___root___system_types_t___cit_init(
+           versions->system_types, &iterator);
+       type != nullptr; type = image___version_info___root___system_types_t___cit_next(&iterator)) {
+    update_package(settings, base_url, system_type_directory(remote_root, type).cstring(),
+                   system_type_directory(local_root, type).cstring(), platform);
+  }
+}

@@ -1,0 +1,142 @@
+#include "schema/update.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/c_string.h"
+
+using root_t = image___update___root_t;
+using arguments_t = image___update___arguments_t;
+
+static constexpr char kAssigned = '%';
+
+[[noreturn]] static void fail(const arguments_t* cursor, const char* message) {
+  image___update___report_error(cursor, message);
+  std::exit(1);
+}
+
+static bool at_end(const arguments_t* cursor) {
+  return image___update___arguments_size(cursor) == 0;
+}
+
+// The caller has made sure that an argument is left.
+static bool accept(arguments_t* cursor, const char* word) {
+  if (!equal(image___update___arguments_peek(cursor), word)) {
+    return false;
+  }
+  image___update___arguments_consume(cursor);
+  return true;
+}
+
+static void parse_text_option(arguments_t* cursor, const char* word, const char* missing,
+                              image___update___text_option_t* option) {
+  if (!accept(cursor, word)) {
+    return;
+  }
+  option->present = 1;
+  option->assigned = kAssigned;
+  if (at_end(cursor)) {
+    fail(cursor, missing);
+  }
+  option->value = image___update___arguments_consume(cursor);
+}
+
+static void parse_flag(arguments_t* cursor, const char* word, image___update___flag_t* flag) {
+  if (accept(cursor, word)) {
+    flag->present = 1;
+    flag->assigned = kAssigned;
+  }
+}
+
+static void require_more(const arguments_t* cursor) {
+  if (at_end(cursor)) {
+    fail(cursor, "path 'version info' requires an argument, but no argument is available");
+  }
+}
+
+void image___update___do_parse(int argc, const char* const* argv, root_t* root) {
+  if (argc <= 0) {
+    static constexpr char kMessage[] =
+        "unable to parse arguments: no arguments provided to parse\n";
+    std::fwrite(kMessage, 1, sizeof(kMessage) - 1, stderr);
+    std::exit(1);
+  }
+  if (argc == 2 && equal(argv[1], "--help")) {
+    image___update___do_document();
+    std::exit(0);
+  }
+  root->lock_latest.present = 0;
+  root->skip_platform.present = 0;
+  root->target.present = 0;
+  root->temp_cache.present = 0;
+  arguments_t cursor{argv, static_cast<uint64_t>(argc), 1};
+  require_more(&cursor);
+  parse_text_option(&cursor, "--target",
+                    "text 'platform' requires an argument, but no argument is available",
+                    &root->target);
+  require_more(&cursor);
+  parse_text_option(&cursor, "--temp-cache",
+                    "path 'directory' requires an argument, but no argument is available",
+                    &root->temp_cache);
+  require_more(&cursor);
+  parse_flag(&cursor, "--skip-platform", &root->skip_platform);
+  require_more(&cursor);
+  parse_flag(&cursor, "--lock-latest", &root->lock_latest);
+  require_more(&cursor);
+  root->version_info = {image___update___arguments_consume(&cursor), kAssigned};
+  if (!at_end(&cursor)) {
+    fail(&cursor, "superfluous command line argument(s)");
+  }
+}
+
+void image___update___do_document() {
+  struct Line {
+    const char* format;
+    const char* label;
+    const char* kind;
+  };
+  static constexpr Line kLines[] = {
+      {"%-25s-> \x1b[1m%s\x1b[0m bootstrap specific platform\n", "   --target", "option"},
+      {"%-25s-> \x1b[1m%s\x1b[0m platform name\n", "      platform", "text"},
+      {"%-25s-> \x1b[1m%s\x1b[0m flag to control storage location\n", "   --temp-cache", "option"},
+      {"%-25s-> \x1b[1m%s\x1b[0m directory to store downloaded files in, it is removed if empty on "
+       "success\n",
+       "      directory", "directory-path"},
+      {"%-25s-> \x1b[1m%s\x1b[0m flag to skip platform download\n", "   --skip-platform", "option"},
+      {"%-25s-> \x1b[1m%s\x1b[0m flag to control locking behavior\n", "   --lock-latest", "option"},
+      {"%-25s-> \x1b[1m%s\x1b[0m binary version info\n", "   version info", "file-path"},
+  };
+  std::fputs(
+      "\x1b[1musage:\x1b[0m  [--target 'platform'] [--temp-cache 'directory'] [--skip-platform] "
+      "[--lock-latest] 'version info'\n",
+      stderr);
+  for (const Line& line : kLines) {
+    std::fprintf(stderr, line.format, line.label, line.kind);
+  }
+}
+
+uint64_t image___update___arguments_size(const arguments_t* cursor) {
+  return cursor->length - cursor->index;
+}
+
+const char* image___update___arguments_peek(const arguments_t* cursor) {
+  return cursor->arguments[cursor->index];
+}
+
+const char* image___update___arguments_consume(arguments_t* cursor) {
+  return cursor->arguments[cursor->index++];
+}
+
+void image___update___report_error(const arguments_t* cursor, const char* message) {
+  std::fprintf(stderr, "unable to parse arguments: %s\n\n", message);
+  uint64_t caret = 1;
+  for (uint64_t i = 0; i < cursor->length; ++i) {
+    std::fprintf(stderr, " %s", cursor->arguments[i]);
+    if (i < cursor->index) {
+      caret += std::strlen(cursor->arguments[i]) + 1;
+    }
+  }
+  std::fprintf(stderr, "\n%*s^\n\n", static_cast<int>(caret), "");
+  image___update___do_document();
+}

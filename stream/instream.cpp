@@ -1,0 +1,153 @@
+#include "stream/instream.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/allocation.h"
+#include "core/error.h"
+
+static constexpr size_t kBlockSize = 4096;
+
+[[noreturn]] static void throw_unknown_kind() {
+  throw Error(Error::Type::Internal, "Instream is of an unknown type\n");
+}
+
+InstreamCache::InstreamCache(InstreamMemImpl* variant)
+    : kind(kMemory), source(variant), collected(0) {}
+
+InstreamCache::InstreamCache(InstreamFSImpl* variant)
+    : kind(kFile), source(variant), collected(0) {}
+
+static long long read_memory(InstreamMemImpl* memory, char* destination, unsigned count) {
+  if (memory->remaining == 0) {
+    return -1;
+  }
+  const unsigned long long n = std::min<unsigned long long>(memory->remaining, count);
+  std::memcpy(destination, memory->data, n);
+  memory->data += n;
+  memory->remaining -= n;
+  return static_cast<long long>(n);
+}
+
+// Holds a block with unread bytes; false at the end of file. A read error without an end of file
+// delivers nothing and is tried again, on purpose: only the end of file ends a stream.
+static bool fill_block(InstreamFSImpl* file) {
+  while (file->block_remaining == 0) {
+    if (std::feof(file->file)) {
+      return false;
+    }
+    if (file->block == nullptr) {
+      file->block = static_cast<char*>(allocate(kBlockSize));
+    }
+    file->position = file->block;
+    file->block_remaining =
+        static_cast<uint32_t>(std::fread(file->block, 1, kBlockSize, file->file));
+  }
+  return true;
+}
+
+static long long read_file(InstreamFSImpl* file, char* destination, unsigned count) {
+  if (!fill_block(file)) {
+    return -1;
+  }
+  const unsigned n = std::min(file->block_remaining, count);
+  std::memcpy(destination, file->position, n);
+  file->position += n;
+  file->block_remaining -= n;
+  return n;
+}
+
+long long InstreamCache::read_block(char* destination, unsigned count) {
+  switch (kind) {
+    case kMemory:
+      return read_memory(static_cast<InstreamMemImpl*>(source), destination, count);
+    case kFile:
+      return read_file(static_cast<InstreamFSImpl*>(source), destination, count);
+    default:
+      throw_unknown_kind();
+  }
+}
+
+unsigned InstreamCache::available_bytes() {
+  switch (kind) {
+    case kMemory:
+      return static_cast<unsigned>(static_cast<InstreamMemImpl*>(source)->remaining);
+    case kFile: {
+      auto* file = static_cast<InstreamFSImpl*>(source);
+      fill_block(file);
+      return file->block_remaining;
+    }
+    default:
+      throw_unknown_kind();
+  }
+}
+
+// Moves all that the current blocks of a file hold to `target`, block by block.
+static void collect_file(InstreamFSImpl* file, Buffer* target) {
+  while (fill_block(file)) {
+    target->append(file->position, file->block_remaining);
+    file->block_remaining = 0;
+  }
+}
+
+char* InstreamCache::read(bool terminate, Buffer* target) {
+  if (target == nullptr) {
+    target = &collected;
+  }
+  switch (kind) {
+    case kMemory: {
+      const auto* memory = static_cast<InstreamMemImpl*>(source);
+      target->append(memory->data, memory->remaining);
+      break;
+    }
+    case kFile:
+      collect_file(static_cast<InstreamFSImpl*>(source), target);
+      break;
+    default:
+      throw_unknown_kind();
+  }
+  if (terminate) {
+    target->append("", 1);
+  }
+  return target->get_unmanaged_array();
+}
+
+InstreamMemImpl::InstreamMemImpl(const char* bytes, unsigned long long length)
+    : cache(this), data(bytes), remaining(length) {}
+
+InstreamMemImpl::InstreamMemImpl(Buffer* buffer)
+    : InstreamMemImpl(buffer->get_unmanaged_array(), buffer->length()) {}
+
+InstreamFSImpl::InstreamFSImpl(FILE* open_file) : cache(this), file(open_file) {}
+
+InstreamFSImpl::~InstreamFSImpl() {
+  std::free(block);
+}
+
+InstreamPathImpl::InstreamPathImpl(const fs::path_t& path) : InstreamFSImpl(path.open_read()) {}
+
+InstreamPathImpl::~InstreamPathImpl() {
+  std::fclose(file);
+}
+
+bool Instream::read_len(char* destination, unsigned count) {
+  while (count != 0) {
+    const long long n = cache->read_block(destination, count);
+    if (n < 1) {
+      return false;
+    }
+    destination += n;
+    count -= static_cast<unsigned>(n);
+  }
+  return true;
+}
+
+extern "C" long long instream_api_read_len(InstreamCache* cache, char* destination,
+                                           unsigned long long count) {
+  return std::max(0LL, cache->read_block(destination, static_cast<unsigned>(count)));
+}
+
+Buffer::Buffer(bool terminate, Instream stream) : Buffer(0) {
+  stream.read(terminate, this);
+}

@@ -1,0 +1,107 @@
+// Buffered input over memory, a file or an inbound socket message.
+//
+// A reader is an InstreamCache, whose kind tag says which variant object holds its source; readers
+// are handed around as Instream, a one-pointer handle. The variants own the reader and, where said,
+// the source. None of them may be copied or moved.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+
+#include "core/buffer.h"
+#include "fs/path.h"
+
+class InstreamMemImpl;
+class InstreamFSImpl;
+class InstreamSockImpl;
+
+class InstreamCache {
+ public:
+  static constexpr uint32_t kMemory = 0;
+  static constexpr uint32_t kFile = 1;
+  static constexpr uint32_t kSocketMessage = 2;
+
+  explicit InstreamCache(InstreamMemImpl* variant);
+  explicit InstreamCache(InstreamFSImpl* variant);
+  explicit InstreamCache(InstreamSockImpl* variant);
+  InstreamCache(const InstreamCache&) = delete;
+  InstreamCache& operator=(const InstreamCache&) = delete;
+
+  // Delivers up to `count` bytes, at most what the current block holds, and says how many; -1 at
+  // the end of data. Read errors of a file are not detected: reading goes on until the end of file.
+  long long read_block(char* destination, unsigned count);
+
+  // How many bytes can be read without waiting: what memory has left, or what the current block
+  // holds. A file fetches its next block first; a socket message never does.
+  unsigned available_bytes();
+
+  // Appends the rest of the stream to `target` (null: to `collected`), then one NUL byte when
+  // `terminate` is true. Returns the target's unread bytes, owned by the target. Memory is not
+  // consumed by this; of a socket message only the chunk already held is taken.
+  char* read(bool terminate, Buffer* target);
+
+  uint32_t kind;
+  void* source;  // the variant object
+  Buffer collected;
+};
+
+// A reader over `remaining` bytes at `data`, which it borrows.
+class InstreamMemImpl {
+ public:
+  InstreamMemImpl(const char* bytes, unsigned long long length);
+
+  // Reads the unread part of `buffer`, which must outlive the stream and stay unchanged.
+  explicit InstreamMemImpl(Buffer* buffer);
+
+  InstreamCache* stream() { return &cache; }
+
+  InstreamCache cache;
+  const char* data;
+  unsigned long long remaining;
+};
+
+// A reader over an open file, which it borrows: it reads in blocks of 4096 bytes.
+class InstreamFSImpl {
+ public:
+  explicit InstreamFSImpl(FILE* open_file);
+  ~InstreamFSImpl();
+  InstreamFSImpl(const InstreamFSImpl&) = delete;
+  InstreamFSImpl& operator=(const InstreamFSImpl&) = delete;
+
+  InstreamCache* stream() { return &cache; }
+
+  InstreamCache cache;
+  FILE* file;
+  char* block = nullptr;     // malloc'ed, null until the first read
+  char* position = nullptr;  // the next unread byte of the block
+  uint32_t block_remaining = 0;
+};
+
+// A reader over the file at a path, which it opens and closes. Throws Error when the file cannot
+// be opened.
+class InstreamPathImpl : public InstreamFSImpl {
+ public:
+  explicit InstreamPathImpl(const fs::path_t& path);
+  ~InstreamPathImpl();
+};
+
+// The handle of a reader; copying it copies the handle, not the stream.
+class Instream {
+ public:
+  Instream(InstreamCache* reader) : cache(reader) {}
+
+  char* read(bool terminate, Buffer* target) { return cache->read(terminate, target); }
+  unsigned available_bytes() { return cache->available_bytes(); }
+  InstreamCache* cstream() { return cache; }
+
+  // True when exactly `count` bytes were delivered; false when the stream ended first, with what
+  // came so far in `destination`.
+  bool read_len(char* destination, unsigned count);
+
+ private:
+  InstreamCache* cache;
+};
+
+// read_block in the form of a C read function: 0 at the end of data. `count` is taken as 32 bits.
+extern "C" long long instream_api_read_len(InstreamCache* cache, char* destination,
+                                           unsigned long long count);

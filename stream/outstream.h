@@ -1,0 +1,108 @@
+// Staged output to memory, a file or an outbound socket message.
+//
+// A writer is an OutstreamCache, whose kind tag says which variant object holds its sink. It
+// gathers bytes in a stage of 1 MiB, so that the sink sees few and large pieces; a full stage is
+// handed on by the write that follows. Writers are handed around as Outstream, a one-pointer
+// handle. The variants own the writer and, where said, the sink. None of them may be copied or
+// moved.
+//
+// Write errors of a file are not detected while writing.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+
+#include "core/buffer.h"
+#include "fs/path.h"
+
+class OutstreamMemImpl;
+class OutstreamFSImpl;
+class OutstreamSockImpl;
+
+class OutstreamCache {
+ public:
+  static constexpr uint32_t kMemory = 0;
+  static constexpr uint32_t kFile = 1;
+  static constexpr uint32_t kSocketMessage = 2;
+
+  explicit OutstreamCache(OutstreamMemImpl* variant);
+  explicit OutstreamCache(OutstreamFSImpl* variant);
+  explicit OutstreamCache(OutstreamSockImpl* variant);
+  OutstreamCache(const OutstreamCache&) = delete;
+  OutstreamCache& operator=(const OutstreamCache&) = delete;
+
+  // Flushes what is staged; a flush that throws here ends the process.
+  ~OutstreamCache();
+
+  // Stages `n` bytes.
+  void write(const char* bytes, unsigned long long n);
+
+  // Hands the staged bytes, if any, to the sink; an unknown kind drops them.
+  void flush();
+
+  uint32_t kind;
+  void* sink;   // the variant object
+  char* stage;  // malloc'ed, 1 MiB
+  uint64_t staged = 0;
+
+ private:
+  OutstreamCache(uint32_t variant_kind, void* variant);
+};
+
+// A writer into a Buffer of its own.
+class OutstreamMemImpl {
+ public:
+  explicit OutstreamMemImpl(unsigned long long initial_capacity);
+
+  OutstreamCache* stream() { return &cache; }
+
+  // Delivers what is staged, then one NUL byte (counted in the size) when `terminate` is true.
+  void finalize(bool terminate);
+
+  Buffer buffer;
+  OutstreamCache cache;
+};
+
+// A writer into an open file, which it borrows.
+class OutstreamFSImpl {
+ public:
+  explicit OutstreamFSImpl(FILE* open_file);
+
+  OutstreamCache* stream() { return &cache; }
+
+  // Delivers what is staged; the file stays open.
+  void finalize();
+
+  FILE* file;
+  OutstreamCache cache;
+};
+
+// A writer into the file at a path, created or emptied, after the directories above it when
+// `create_parents` is true. Throws Error when the file cannot be opened.
+class OutstreamPathImpl : public OutstreamFSImpl {
+ public:
+  OutstreamPathImpl(const fs::path_t& path, bool create_parents);
+
+  // Delivers what is staged and closes the file, with the result of fclose: EOF when what the C
+  // library still held did not reach the file. It is the last call; a writer that is never
+  // finalised leaves its file open.
+  int finalize();
+};
+
+// The handle of a writer; copying it copies the handle, not the stream.
+class Outstream {
+ public:
+  Outstream(OutstreamCache* writer) : cache(writer) {}
+
+  void write(const char* text);
+  void write_len(const char* bytes, unsigned long n) { cache->write(bytes, n); }
+  OutstreamCache* cstream() { return cache; }
+
+ private:
+  OutstreamCache* cache;
+};
+
+// The same writes for C callers.
+extern "C" void outstream_api_write(OutstreamCache* cache, const char* text);
+extern "C" void outstream_api_write_len(OutstreamCache* cache, const char* bytes,
+                                        unsigned long long n);

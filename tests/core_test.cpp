@@ -1,0 +1,307 @@
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <array>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "core/bucket.h"
+#include "core/buffer.h"
+#include "core/c_string.h"
+#include "core/dymarray.h"
+#include "core/dympage.h"
+#include "core/dympool.h"
+#include "core/error.h"
+#include "core/string.h"
+#include "core/string_array.h"
+
+static std::string unread(Buffer& buffer) {
+  return {buffer.get_unmanaged_array(), buffer.length()};
+}
+
+TEST(CString, OrdersByPlainBytes) {
+  const struct {
+    const char *a, *b;
+    bool less, same;
+  } kRows[] = {{"ab", "abc", true, false},
+               {"abc", "ab", false, false},
+               {"x", "x", false, true},
+               {"", "a", true, false},
+               {"a", "\xff", true, false}};
+  for (const auto& row : kRows) {
+    EXPECT_EQ(ByteArrayComparator()(row.a, row.b), row.less) << row.a << " " << row.b;
+    EXPECT_EQ(equal(row.a, row.b), row.same) << row.a << " " << row.b;
+  }
+}
+
+TEST(String, CopiesReplacesAndReleases) {
+  String text;
+  EXPECT_EQ(text.get_unmanaged_string(), nullptr);
+  text.update_from("one");
+  text.update_from(text.get_unmanaged_string() + 1);  // from its own content
+  EXPECT_STREQ(text.get_unmanaged_string(), "ne");
+  text.release();
+  text.release();
+  text.copy_from("two");
+  EXPECT_STREQ(text.get_unmanaged_string(), "two");
+}
+
+TEST(StringArray, HoldsCopiesAndAnswersNullOutOfRange) {
+  StringArray array;
+  char first[] = "a";
+  const char* const source[] = {first, "", "c"};
+  array.copy_from(source, 3);
+  first[0] = 'x';
+  EXPECT_STREQ(array.get_unmanaged_string(0), "a");
+  EXPECT_STREQ(array.get_unmanaged_strings()[2], "c");
+  EXPECT_EQ(array.get_unmanaged_string(3), nullptr);
+  array.update_from(source, 0);
+  EXPECT_EQ(array.get_size(), 0U);
+  EXPECT_EQ(array.get_unmanaged_string(0), nullptr);
+  array.release();
+  array.release();
+  EXPECT_EQ(array.get_unmanaged_strings(), nullptr);
+}
+
+TEST(Error, OwnsItsMessageAndIsNeverCopied) {
+  static_assert(!std::is_copy_constructible_v<Error>);
+  std::string text = "first";
+  try {
+    throw Error(Error::Type::Internal, text.c_str());
+  } catch (const Error& error) {
+    text = "other";
+    EXPECT_STREQ(error.message, "first");
+    EXPECT_EQ(static_cast<unsigned>(error.type), 11U);
+  }
+}
+
+TEST(Buffer, GrowsByDoublingFromEight) {
+  const struct {
+    unsigned long long initial;
+    std::vector<size_t> appends;
+    unsigned long long capacity;
+  } kRows[] = {{0, {1}, 8}, {0, {1, 9}, 16}, {0, {100}, 128},
+               {5, {3}, 5}, {5, {3, 3}, 10}, {0, {0}, 8},
+               {0, {8}, 8}, {0, {8, 1}, 16}, {3, {1 << 20}, 3 << 19}};
+  for (const auto& row : kRows) {
+    Buffer buffer(row.initial);
+    std::string expected;
+    for (const size_t n : row.appends) {
+      const std::string piece(n, static_cast<char>('a' + n % 26));
+      buffer.append(piece.data(), n);
+      expected += piece;
+    }
+    EXPECT_EQ(buffer.capacity, row.capacity) << row.initial;
+    EXPECT_EQ(unread(buffer), expected);
+  }
+}
+
+TEST(Buffer, ReadOffsetIsIndependentOfWhatIsWritten) {
+  Buffer buffer(0);
+  EXPECT_STREQ(buffer.get_unmanaged_array(), "");
+  buffer.append("abcdef", 6);
+  buffer.consume(2);
+  EXPECT_EQ(unread(buffer), "cdef");
+  buffer.append(buffer);  // all that was ever written, twice
+  EXPECT_EQ(unread(buffer), "cdefabcdef");
+  buffer.append(buffer.array + 1, 3);  // bytes of its own that move as it grows
+  EXPECT_EQ(unread(buffer), "cdefabcdefbcd");
+  buffer.consume(13);
+  EXPECT_EQ(unread(buffer).size(), 0U);
+  buffer.consume(2);  // beyond the capacity of 16
+  EXPECT_STREQ(buffer.get_unmanaged_array(), "");
+  buffer.release();
+  EXPECT_EQ(buffer.consumed, 17U);
+  buffer.consumed = 0;
+  buffer.append("x", 1);
+  EXPECT_EQ(unread(buffer), "x");
+}
+
+TEST(Buffer, ExhaustionIsReportedAndThrowsAPlainText) {
+  for (const unsigned long long n : {1ULL << 62, 1ULL << 63, ~0ULL}) {
+    Buffer buffer(4);
+    buffer.append("abc", 3);
+    testing::internal::CaptureStderr();
+    try {
+      buffer.append("", n);
+      ADD_FAILURE() << "appended " << n;
+    } catch (const char* message) {
+      EXPECT_STREQ(message, "Out of memory!");
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Out of memory!\n");
+    buffer.append("z", 1);  // usable again
+    EXPECT_EQ(unread(buffer), "z");
+  }
+}
+
+TEST(Bucket, BuildsTextInSteps) {
+  const std::string long_text(64, 'x');
+  bucket_t b;
+  bucket_nil(&b);
+  EXPECT_STREQ(bucket_cstring(&b), "");
+  EXPECT_EQ(b.capacity, 64U);
+  for (int i = 0; i < 63; ++i) {
+    bucket_push(&b, 'p');
+  }
+  EXPECT_EQ(b.capacity, 64U);
+  bucket_push(&b, 'p');
+  EXPECT_EQ(b.capacity, 128U);
+  EXPECT_EQ(b.data[64], '\0');
+  EXPECT_STREQ(bucket_drop(&b, 1000)->data, "");
+  bucket_release(&b);
+  EXPECT_EQ(bucket_append(&b, long_text.c_str())->capacity, 128U);
+  bucket_append(bucket_drop(&b, 62), nullptr);
+  bucket_appendv(&b, "1", "", "22", nullptr, "never");
+  EXPECT_STREQ(b.data, "xx122");
+  bucket_release(&b);
+  EXPECT_EQ(b.data, nullptr);
+  EXPECT_EQ(bucket_push(bucket_append(nullptr, "a"), 'b'), nullptr);
+  EXPECT_EQ(bucket_cstring(bucket_appendv(nullptr, "a", nullptr)), nullptr);
+}
+
+TEST(Bucket, WritesIntegers) {
+  const struct {
+    long long value;
+    const char* text;
+  } kRows[] = {{0, "0"},
+               {-42, "-42"},
+               {9, "9"},
+               {10, "10"},
+               {INT64_MAX, "9223372036854775807"},
+               {-INT64_MAX, "-9223372036854775807"},
+               {INT64_MIN, "--922337203685477580("}};  // kept as it is
+  for (const auto& row : kRows) {
+    bucket_t b;
+    EXPECT_STREQ(bucket_cstring(bucket_append_int(bucket_nil(&b), row.value)), row.text);
+    bucket_release(&b);
+  }
+}
+
+static bool is_zero(const void* block, size_t n) {
+  const auto* bytes = static_cast<const char*>(block);
+  return std::all_of(bytes, bytes + n, [](char byte) { return byte == 0; });
+}
+
+TEST(Dympage, CarvesAlignedZeroedBlocksFromPages) {
+  dympage_t pages;
+  dympage_init2(&pages, 100);
+  EXPECT_EQ(dympage_usage(&pages), 124U);
+  auto* nothing = dympage_alloc(&pages, 0, 1);
+  EXPECT_EQ(dympage_overhead(&pages), 100U);
+  auto* three = static_cast<char*>(dympage_alloc(&pages, 3, 1));
+  EXPECT_EQ(nothing, three);
+  EXPECT_EQ(static_cast<char*>(dympage_alloc(&pages, 8, 8)) - three, 8);
+  EXPECT_EQ(dympage_overhead(&pages), 84U);
+  dympage_alloc(&pages, 150, 8);
+  EXPECT_EQ(dympage_usage(&pages), 298U);  // a page of its own, exactly as large as asked for
+  EXPECT_EQ(dympage_overhead(&pages), 84U);
+  dympage_destroy(&pages);
+
+  dympage_t* own = dympage_create2(64);
+  EXPECT_EQ(dympage_overhead(own), 48U);  // the handle itself takes 16
+  for (unsigned long long alignment = 1; alignment <= 1 << 16; alignment *= 2) {
+    for (const unsigned long long size : {1ULL, 40ULL, 64ULL, 100ULL}) {
+      auto* block = static_cast<char*>(dympage_alloc(own, size, alignment));
+      EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % alignment, 0U);
+      EXPECT_TRUE(is_zero(block, size));
+      std::memset(block, 0xff, size);
+    }
+  }
+  dympage_destroy(own);
+}
+
+TEST(Dympage, HugeBlockIsNotTouched) {
+  dympage_t* pages = dympage_create();
+  EXPECT_EQ(dympage_usage(pages), 10485784U);
+  auto* block = static_cast<char*>(dympage_alloc(pages, 1ULL << 32, 8));
+  EXPECT_EQ(block[0], '\0');
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  EXPECT_LT(usage.ru_maxrss, 1 << 20);  // KiB
+  dympage_destroy(pages);
+}
+
+TEST(Dympool, HandsOutFreshPagesFromTheTopAndReusesWhatIsFreed) {
+  for (const unsigned long long size : {8ULL, 13ULL, 64ULL}) {
+    dympool_t pool;
+    dympool_init(&pool, size, 4);
+    std::array<char*, 4> elements{};
+    for (auto& element : elements) {
+      EXPECT_EQ(dympool_pages(&pool), &element == elements.data() ? 0U : 1U);
+      element = static_cast<char*>(dympool_alloc(&pool));
+      EXPECT_TRUE(is_zero(element, size));
+      std::memset(element, 0xff, size);
+    }
+    EXPECT_EQ(elements[0] - elements[1], static_cast<ptrdiff_t>(size));
+    EXPECT_EQ(dympool_pages(&pool), 2U);
+    EXPECT_EQ(dympool_overhead(&pool), 2U);
+    void* const head = pool.free_list;
+    EXPECT_EQ(dympool_free(&pool, elements[1]), head);
+    EXPECT_EQ(dympool_overhead(&pool), 3U);
+    EXPECT_EQ(dympool_alloc(&pool), elements[1]);
+    EXPECT_TRUE(is_zero(elements[1], size));
+    dympool_destroy(&pool);
+  }
+  dympool_t refused;
+  dympool_init(&refused, 8, 1);
+  EXPECT_EQ(dympool_alloc(&refused), nullptr);
+}
+
+TEST(Dymarray, FollowsAVectorThroughRandomOperations) {
+  std::mt19937 random(7);
+  dymarray_t array;
+  EXPECT_EQ(dymarray_init(&array, sizeof(int), 3), 3U);
+  std::vector<int> model;
+  for (int round = 0; round < 5000; ++round) {
+    const auto index = model.empty() ? 0 : random() % model.size();
+    switch (random() % 8) {
+      case 0:
+        EXPECT_EQ(dymarray_pop_back(&array), model.empty() ? 0 : model.size() - 1);
+        if (!model.empty()) model.pop_back();
+        break;
+      case 1:
+        dymarray_rewind(&array, index + 2);
+        model.resize(std::min(model.size(), index + 2));
+        break;
+      case 2:
+        if (!model.empty()) {
+          dymarray_swap(&array, index, model.size() / 2);
+          std::swap(model[index], model[model.size() / 2]);
+        }
+        break;
+      case 3:
+        dymarray_sort(&array, [](const void* a, const void* b) {
+          return *static_cast<const int*>(a) - *static_cast<const int*>(b);
+        });
+        std::sort(model.begin(), model.end());
+        break;
+      default: {
+        auto* element = static_cast<int*>(dymarray_alloc(&array));
+        ASSERT_EQ(*element, 0);
+        *element = static_cast<int>(random() % 1000);
+        model.push_back(*element);
+        EXPECT_EQ(dymarray_indexof(&array, element), model.size() - 1);
+      }
+    }
+    ASSERT_EQ(dymarray_size(&array), model.size());
+    std::vector<int> content;
+    for (const void* e = dymarray_cbegin(&array); e != dymarray_cend(&array);
+         e = dymarray_cnext(&array, e)) {
+      content.push_back(*static_cast<const int*>(e));
+    }
+    ASSERT_EQ(content, model);
+    EXPECT_EQ(dymarray_last(&array),
+              model.empty() ? nullptr : dymarray_at(&array, model.size() - 1));
+  }
+  EXPECT_EQ(array.capacity % 3, 0U);
+  EXPECT_EQ(dymarray_overhead(&array), array.capacity - model.size());
+  dymarray_destroy(&array);
+  EXPECT_EQ(dymarray_init(&array, 16, 0), 64U);
+  for (int i = 0; i < 65; ++i) {
+    dymarray_alloc(&array);
+  }
+  EXPECT_EQ(array.capacity, 128U);
+  dymarray_destroy(&array);
+}
