@@ -1,0 +1,307 @@
+#include "fs/file_interface.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utime.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/allocation.h"
+#include "fs/tree.h"
+
+static_assert(sizeof(istream_file) == 32 && sizeof(fs_ostream_t) == 24,
+              "C callers rely on the records' words");
+
+static bool get_status(bucket_t* path, struct stat* status) {
+  return stat(bucket_cstring(path), status) == 0;
+}
+
+static void replace(bucket_t* path, const char* text) {
+  bucket_release(path);
+  bucket_append(path, text);
+}
+
+bucket_t fs_init(const char* text) {
+  bucket_t path;
+  bucket_append(bucket_nil(&path), text);
+  return path;
+}
+
+bucket_t fs_copy(bucket_t* path) {
+  return fs_init(bucket_cstring(path));
+}
+
+void fs_join(bucket_t* path, const char* component) {
+  if (component == nullptr || component[0] == '\0') {
+    return;
+  }
+  // A backslash counts as absolute here, unlike in fs::path_t.
+  if (component[0] == '/' || component[0] == '\\' || path->length == 0) {
+    replace(path, component);
+    return;
+  }
+  if (path->data[path->length - 1] != '/') {
+    bucket_push(path, '/');
+  }
+  bucket_append(path, component);
+}
+
+void fs_joinv(bucket_t* path, ...) {
+  va_list components;
+  va_start(components, path);
+  for (const char* component = va_arg(components, const char*); component != nullptr;
+       component = va_arg(components, const char*)) {
+    fs_join(path, component);
+  }
+  va_end(components);
+}
+
+bucket_t* fs_join_ext(bucket_t* path, const char* component, const char* ext) {
+  fs_join(path, component);
+  return bucket_append(path, ext);
+}
+
+int fs_realpath(bucket_t* path) {
+  static char resolved[PATH_MAX];
+  if (realpath(bucket_cstring(path), resolved) == nullptr) {
+    return -1;
+  }
+  replace(path, resolved);
+  return 0;
+}
+
+bucket_t* fs_dirname(bucket_t* path, bucket_t* out) {
+  const char* const text = bucket_cstring(path);
+  const char* const slash = std::strrchr(text, '/');
+  bucket_release(out);
+  if (slash == nullptr) {
+    return bucket_append(out, ".");
+  }
+  if (slash == text) {
+    return bucket_append(out, "/");
+  }
+  return bucket_drop(bucket_append(out, text), std::strlen(slash));
+}
+
+bucket_t* fs_basename(bucket_t* path, bucket_t* out) {
+  const char* const slash = std::strrchr(bucket_cstring(path), '/');
+  bucket_release(out);
+  // A bare name has an empty base name, on purpose, as in fs::path_t.
+  return slash == nullptr ? out : bucket_append(out, slash + 1);
+}
+
+int fs_exists(bucket_t* path) {
+  struct stat status;
+  return get_status(path, &status) ? 1 : 0;
+}
+
+int fs_type(bucket_t* path) {
+  struct stat status;
+  if (!get_status(path, &status)) {
+    return FS_NONE;
+  }
+  switch (status.st_mode & S_IFMT) {
+    case S_IFREG:
+      return FS_FILE;
+    case S_IFDIR:
+      return FS_DIRECTORY;
+    case S_IFSOCK:
+      return FS_SOCKET;
+    default:
+      return FS_OTHER;
+  }
+}
+
+long long fs_size(bucket_t* path) {
+  struct stat status;
+  return get_status(path, &status) ? status.st_size : 0;
+}
+
+long long fs_get_mtime(bucket_t* path) {
+  struct stat status;
+  return get_status(path, &status) ? status.st_mtime : -1;
+}
+
+int fs_set_mode(bucket_t* path, unsigned int mode) {
+  return chmod(bucket_cstring(path), mode);
+}
+
+int fs_set_mtime(bucket_t* path, long seconds) {
+  const utimbuf times{seconds, seconds};
+  return utime(bucket_cstring(path), &times);
+}
+
+int fs_mkdir(bucket_t* path) {
+  return mkdir(bucket_cstring(path), 0777);
+}
+
+int fs_mkdir_recursive(bucket_t* path) {
+  if (fs_exists(path) != 0) {
+    return 0;
+  }
+  if (path->length >= PATH_MAX) {
+    return fs_mkdir(path);  // the system refuses it; no use climbing
+  }
+  bucket_t parent;
+  fs_dirname(path, bucket_nil(&parent));
+  // A top that does not exist ("." of a removed directory) is its own parent: no use going on.
+  const bool is_top = std::strcmp(bucket_cstring(&parent), bucket_cstring(path)) == 0;
+  const int result = is_top ? 0 : fs_mkdir_recursive(&parent);
+  bucket_release(&parent);
+  return result != 0 ? result : fs_mkdir(path);
+}
+
+int fs_remove(bucket_t* path) {
+  return std::remove(bucket_cstring(path));
+}
+
+int fs_remove_recursive(bucket_t* path) {
+  if (fs::remove_tree(bucket_cstring(path)) != 0) {
+    return -1;
+  }
+  // The walk removes the top as well, so this is expected to fail. Kept as it is.
+  return fs_remove(path);
+}
+
+int fs_rename(bucket_t* old_path, bucket_t* new_path) {
+  return std::rename(bucket_cstring(old_path), bucket_cstring(new_path));
+}
+
+// Files are opened close-on-exec ("e"): no child process inherits them.
+int fs_touch(bucket_t* path) {
+  FILE* const file = std::fopen(bucket_cstring(path), "wbe");
+  if (file == nullptr) {
+    return -1;
+  }
+  std::fclose(file);
+  return 0;
+}
+
+int fs_touch_path(bucket_t* path) {
+  bucket_t parent;
+  fs_dirname(path, bucket_nil(&parent));
+  const int result = fs_mkdir_recursive(&parent);
+  bucket_release(&parent);
+  return result != 0 ? result : fs_touch(path);
+}
+
+static int copy_content(FILE* to, FILE* from) {
+  static char block[1024];
+  for (;;) {
+    const size_t n = std::fread(block, 1, sizeof block, from);
+    if (n == 0) {
+      return std::feof(from) ? 0 : -1;
+    }
+    if (std::fwrite(block, 1, n, to) != n) {
+      return -1;
+    }
+  }
+}
+
+// Closes a file and keeps the errno of what went before.
+static void close_quietly(FILE* file) {
+  const int error_number = errno;
+  std::fclose(file);
+  errno = error_number;
+}
+
+int fs_fcopy(bucket_t* destination, bucket_t* source) {
+  FILE* const to = std::fopen(bucket_cstring(destination), "wbe");
+  if (to == nullptr) {
+    return -1;
+  }
+  FILE* const from = std::fopen(bucket_cstring(source), "rbe");
+  if (from == nullptr) {
+    close_quietly(to);
+    return -1;
+  }
+  int result = copy_content(to, from);
+  close_quietly(from);
+  if (result == 0) {
+    result = std::fclose(to) == 0 ? 0 : -1;  // what was still buffered may not fit either
+  } else {
+    close_quietly(to);
+  }
+  return result;
+}
+
+static FILE* file_of(istream* stream) {
+  return reinterpret_cast<istream_file*>(stream)->file;
+}
+
+static int file_seek_pos(istream* stream, int origin, long long offset) {
+  switch (origin) {
+    case 0:
+      return std::fseek(file_of(stream), offset, SEEK_SET);
+    case 1:
+      return std::fseek(file_of(stream), offset, SEEK_CUR);
+    case 2:
+      return std::fseek(file_of(stream), offset, SEEK_END);
+    default:
+      return static_cast<int>(offset);  // no seek; kept as it is
+  }
+}
+
+static int file_destroy(istream* stream) {
+  return std::fclose(file_of(stream));
+}
+
+istream* fs_open_read(bucket_t* path) {
+  FILE* const file = std::fopen(bucket_cstring(path), "rbe");
+  if (file == nullptr) {
+    return nullptr;
+  }
+  auto* record = static_cast<istream_file*>(allocate(sizeof(istream_file)));
+  *record = istream_file{{istream_stdio_read_len, file_seek_pos, file_destroy}, file};
+  return &record->functions;
+}
+
+static unsigned long long file_write_len(fs_ostream_t* stream, const char* bytes,
+                                         unsigned long long count) {
+  return std::fwrite(bytes, 1, count, stream->file);
+}
+
+static int file_close(fs_ostream_t* stream) {
+  return std::fclose(stream->file);
+}
+
+fs_ostream_t* fs_open_write(bucket_t* path) {
+  FILE* const file = std::fopen(bucket_cstring(path), "wbe");
+  if (file == nullptr) {
+    return nullptr;
+  }
+  auto* record = static_cast<fs_ostream_t*>(allocate(sizeof(fs_ostream_t)));
+  *record = fs_ostream_t{file_write_len, file_close, file};
+  return record;
+}
+
+int fs_dir_open(bucket_t* path, fs_dir_t* dir) {
+  *dir = fs_dir_t{path, opendir(bucket_cstring(path)), nullptr};
+  return dir->handle == nullptr ? -1 : 0;
+}
+
+int fs_dir_read(fs_dir_t* dir) {
+  do {
+    dir->entry = readdir(dir->handle);
+  } while (dir->entry != nullptr && dir->entry->d_name[0] == '.');
+  if (dir->entry != nullptr) {
+    return 1;
+  }
+  closedir(dir->handle);
+  dir->handle = nullptr;
+  return 0;
+}
+
+const char* fs_iter_name(fs_dir_t* dir) {
+  return dir->entry->d_name;
+}
+
+bucket_t fs_iter_path(fs_dir_t* dir) {
+  bucket_t path = fs_copy(dir->path);
+  fs_join(&path, fs_iter_name(dir));
+  return path;
+}

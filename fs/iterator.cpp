@@ -1,0 +1,71 @@
+#include "fs/iterator.h"
+
+#include <dirent.h>
+
+#include <cstring>
+#include <utility>
+
+#include "core/error.h"
+
+namespace fs {
+
+struct _impl_t {
+  path_t path;
+  bool skip_hidden;
+  DIR* handle;    // null if the directory could not be opened
+  dirent* entry;  // owned by the handle; null past the end
+
+  bool is_listed() const {
+    const char* const name = entry->d_name;
+    if (skip_hidden) {
+      return name[0] != '.';
+    }
+    return std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0;
+  }
+
+  void read_next() {
+    do {
+      entry = readdir(handle);
+    } while (entry != nullptr && !is_listed());
+  }
+
+  void require_entry() const {
+    if (entry == nullptr) {
+      throw_failure("Directory iterator is past end");
+    }
+  }
+};
+
+iterator_t::iterator_t(path_t dir, bool include_hidden)
+    : impl(new _impl_t{std::move(dir), !include_hidden, nullptr, nullptr}) {
+  impl->handle = opendir(impl->path.cstring());
+  move_next();
+}
+
+iterator_t::~iterator_t() {
+  if (impl->handle != nullptr) {
+    closedir(impl->handle);
+  }
+}
+
+bool iterator_t::has_item() {
+  return impl->entry != nullptr;
+}
+
+const char* iterator_t::get_name() {
+  impl->require_entry();
+  return impl->entry->d_name;
+}
+
+path_t iterator_t::get_path() {
+  impl->require_entry();
+  return path_t(impl->path).join(impl->entry->d_name);
+}
+
+void iterator_t::move_next() {
+  if (impl->handle != nullptr) {
+    impl->read_next();
+  }
+}
+
+}  // namespace fs

@@ -1,0 +1,18 @@
+#include "fs/tree.h"
+
+#include <ftw.h>
+
+#include <cstdio>
+
+namespace fs {
+
+static int remove_entry(const char* path, const struct stat*, int, FTW*) {
+  return std::remove(path);
+}
+
+int remove_tree(const char* path) {
+  static constexpr int kOpenDescriptors = 32;
+  return nftw(path, remove_entry, kOpenDescriptors, FTW_DEPTH | FTW_PHYS | FTW_MOUNT);
+}
+
+}  // namespace fs

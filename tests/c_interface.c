@@ -1,0 +1,88 @@
+/* The C families as a C11 program sees them: every header included, every family called. */
+#define _POSIX_C_SOURCE 200809L /* mkdtemp */
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "core/bucket.h"
+#include "core/dymarray.h"
+#include "core/dympage.h"
+#include "core/dympool.h"
+#include "fs/file_interface.h"
+#include "stream/istream.h"
+
+static int failures = 0;
+
+#define CHECK(condition)                                              \
+  do {                                                                \
+    if (!(condition)) {                                               \
+      fprintf(stderr, "%s:%d: %s\n", __FILE__, __LINE__, #condition); \
+      ++failures;                                                     \
+    }                                                                 \
+  } while (0)
+
+static int descending(const void* a, const void* b) {
+  return *(const char*)b - *(const char*)a;
+}
+
+static void check_arrays_and_pools(void) {
+  dymarray_t array;
+  dymarray_init(&array, 1, 0);
+  *(char*)dymarray_alloc(&array) = 'a';
+  *(char*)dymarray_alloc(&array) = 'b';
+  dymarray_sort(&array, descending);
+  CHECK(*(const char*)dymarray_cat(&array, 0) == 'b');
+  CHECK(*(const char*)dymarray_clast(&array) == 'a');
+  dymarray_destroy(&array);
+
+  dympool_t pool;
+  dympool_init(&pool, 16, 8);
+  CHECK(dympool_free(&pool, dympool_alloc(&pool)) != NULL);
+  CHECK(dympool_overhead(&pool) == 7);
+  dympool_destroy(&pool);
+
+  dympage_t* pages = dympage_create();
+  CHECK(*(char*)dympage_alloc(pages, 1, 1) == 0);
+  CHECK(dympage_overhead(pages) < dympage_usage(pages));
+  dympage_destroy(pages);
+}
+
+static void check_files(const char* directory) {
+  bucket_t path = fs_init(directory);
+  fs_joinv(&path, "c", "", "file", NULL);
+  CHECK(fs_touch_path(&path) == 0);
+  bucket_t copy = fs_copy(&path);
+  fs_ostream_t* out = fs_open_write(&path);
+  CHECK(out != NULL && out->write_len(out, "bytes", 5) == 5);
+  CHECK(out->close(out) == 0);
+  free(out);
+  CHECK(fs_size(&copy) == 5);
+
+  istream* in = fs_open_read(&path);
+  char bytes[8] = {0};
+  CHECK(in != NULL && istream_seek_pos(in, 2, -3) == 0);
+  CHECK(istream_read_len(in, bytes, sizeof bytes) == 3 && strcmp(bytes, "tes") == 0);
+  istream_destroy(in);
+
+  fs_dirname(&copy, &path);
+  fs_dir_t listing;
+  CHECK(fs_dir_open(&path, &listing) == 0 && fs_dir_read(&listing) == 1);
+  CHECK(strcmp(fs_iter_name(&listing), "file") == 0);
+  CHECK(fs_dir_read(&listing) == 0);
+  fs_remove_recursive(&path);
+  CHECK(fs_exists(&path) == 0);
+  bucket_release(&path);
+  bucket_release(&copy);
+}
+
+int main(void) {
+  char directory[] = "/tmp/runenv-c-XXXXXX";
+  if (mkdtemp(directory) == NULL) {
+    perror("mkdtemp");
+    return 1;
+  }
+  check_arrays_and_pools();
+  check_files(directory);
+  remove(directory);
+  return failures != 0;
+}
