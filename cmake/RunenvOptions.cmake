@@ -12,12 +12,17 @@ function(runenv_options target)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
   if(PROJECT_IS_TOP_LEVEL)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+      # g++ 12 sees overlaps in std::string's own concatenation that are not there.
+      target_compile_options(${target} PRIVATE -Wno-restrict)
+    endif()
     if(RUNENV_WARNINGS_AS_ERRORS)
       target_compile_options(${target} PRIVATE -Werror)
     endif()
   endif()
   if(RUNENV_SANITIZE)
-    target_compile_options(${target} PUBLIC "-fsanitize=${RUNENV_SANITIZE}"
+    # The vptr check needs descriptors of its own, which tests take away on purpose.
+    target_compile_options(${target} PUBLIC "-fsanitize=${RUNENV_SANITIZE}" -fno-sanitize=vptr
                            -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(${target} PUBLIC "-fsanitize=${RUNENV_SANITIZE}")
   endif()

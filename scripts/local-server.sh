@@ -1,0 +1,92 @@
+#!/bin/sh
+# A distribution server on loopback, for the demo and the tests.
+#
+#   local-server.sh start DIR   serves DIR/www over https as localhost
+#   local-server.sh stop DIR    ends it; harmless when it does not run
+#
+# Everything it needs is made in DIR: certificates, nginx's files, DIR/access.log, and
+# DIR/curl/.curlrc, by which curl (with CURL_HOME=DIR/curl) finds the server and trusts it.
+# Directives in DIR/extra.conf become part of the server block.
+set -eu
+
+PATH=$PATH:/usr/sbin:/sbin
+
+make_certificates() {
+  [ ! -e server.pem ] || return 0
+  key='-newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes'
+  # shellcheck disable=SC2086 # several words
+  {
+    openssl req -x509 $key -keyout ca.key -out ca.pem -days 30 -subj "/CN=Loopback authority"
+    openssl req $key -keyout server.key -out server.csr -subj "/CN=localhost"
+  } 2>openssl.log
+  echo "subjectAltName=DNS:localhost" >server.ext
+  openssl x509 -req -in server.csr -CA ca.pem -CAkey ca.key -CAcreateserial -days 30 \
+    -extfile server.ext -out server.pem 2>>openssl.log
+}
+
+write_configuration() {
+  # Run by root, nginx would give its workers another user, who may not look in here.
+  user=
+  [ "$(id -u)" -ne 0 ] || user='user root;'
+  cat >nginx.conf <<CONF
+$user
+worker_processes 1;
+pid $dir/nginx.pid;
+events { worker_connections 512; }
+http {
+  access_log $dir/access.log;
+  client_body_temp_path $dir/temp;
+  proxy_temp_path $dir/temp;
+  fastcgi_temp_path $dir/temp;
+  uwsgi_temp_path $dir/temp;
+  scgi_temp_path $dir/temp;
+  default_type application/octet-stream;
+  server {
+    listen 127.0.0.1:$1 ssl;
+    server_name localhost;
+    ssl_certificate $dir/server.pem;
+    ssl_certificate_key $dir/server.key;
+    root $dir/www;
+    include $dir/extra.con[f];
+  }
+}
+CONF
+  cat >curl/.curlrc <<CONF
+connect-to = "localhost:443:127.0.0.1:$1"
+cacert = "$dir/ca.pem"
+noproxy = "*"
+CONF
+}
+
+start() {
+  mkdir -p www curl
+  make_certificates
+  for _ in 1 2 3 4 5 6 7 8 9 10; do
+    write_configuration $((20000 + $(od -An -N2 -tu2 /dev/urandom) % 12000))
+    if nginx -e "$dir/error.log" -c "$dir/nginx.conf" 2>start.log; then
+      return 0
+    fi
+    grep -q 'Address already in use' start.log || break
+  done
+  cat start.log >&2
+  return 1
+}
+
+stop() {
+  [ -s nginx.pid ] || return 0
+  pid=$(cat nginx.pid)
+  kill "$pid" 2>/dev/null || return 0
+  # The pid file goes last; the process may stay for a while until its own parent looks after it.
+  while [ -e nginx.pid ] && kill -0 "$pid" 2>/dev/null; do sleep 0.02; done
+}
+
+case ${1-}:$# in
+  start:2 | stop:2) ;;
+  *)
+    echo "usage: $0 start|stop DIR" >&2
+    exit 1
+    ;;
+esac
+cd "$2"
+dir=$(pwd)
+"$1"

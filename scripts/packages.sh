@@ -1,0 +1,31 @@
+# shellcheck shell=sh
+# Sourced by the other scripts: installs what is missing.
+
+# require WHAT=PACKAGE...: makes sure that each WHAT is there, a command or, with a slash, a file,
+# and installs the packages of those that are not. Needs neither root nor network when all is there.
+require() {
+  missing=
+  for need in "$@"; do
+    what=${need%%=*}
+    case $what in
+      */*) [ -e "$what" ] || missing="$missing ${need#*=}" ;;
+      *) command -v "$what" >/dev/null || missing="$missing ${need#*=}" ;;
+    esac
+  done
+  [ -n "$missing" ] || return 0
+  command -v apt-get >/dev/null || {
+    echo "Please install:$missing" >&2
+    exit 1
+  }
+  as_root=
+  [ "$(id -u)" -eq 0 ] || as_root=sudo
+  echo "Installing:$missing"
+  $as_root apt-get update -qq
+  # In run level 1 no package starts a service of its own.
+  # shellcheck disable=SC2086 # a list of packages
+  $as_root env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 \
+    apt-get install -y -qq --no-install-recommends $missing >/dev/null
+}
+
+# Servers live where an ordinary user's search path does not look.
+PATH=$PATH:/usr/sbin:/sbin

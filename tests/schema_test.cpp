@@ -1,0 +1,329 @@
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "core/buffer.h"
+#include "schema/version_info.h"
+#include "schema/version_info_bin.h"
+
+using root_t = image___version_info___root_t;
+using entry_t = image___version_info___root___system_types_t;
+using iterator_t = image___version_info___root___system_types_t___iterator_t;
+using strings = std::vector<std::string>;
+
+// The four families of names.
+#define DOCUMENT(name) image___version_info___##name
+#define ROOT(name) image___version_info___root_t___##name
+#define ENTRY(name) image___version_info___root___system_types_t___##name
+#define SET(name) sglib_image___version_info___root___system_types_t_##name
+
+struct Document {
+  dympage_t* pages = DOCUMENT(create_allocator_f)();
+  root_t* root = ROOT(allocate_f)(pages);
+
+  Document() = default;
+  Document(const Document&) = delete;
+  Document& operator=(const Document&) = delete;
+  ~Document() { DOCUMENT(destroy_allocator_f)(pages); }
+
+  // "key=version" of each entry, in order.
+  strings lines() const {
+    strings all;
+    iterator_t i;
+    for (auto* e = ENTRY(cit_init)(root->system_types, &i); e != nullptr; e = ENTRY(cit_next)(&i)) {
+      all.push_back(std::string(e->key) + "=" + std::string(e->version, e->version_len));
+    }
+    return all;
+  }
+
+  // The reader's message, "" for success; `rest` receives what is left in the stream.
+  std::string read(const std::string& bytes, auto* reader, char* rest) {
+    istream* const stream = istream_create_memory(bytes.data(), bytes.size());
+    const int result = reader(pages, root, stream);
+    rest[istream_read_len(stream, rest, bytes.size())] = '\0';
+    istream_destroy(stream);
+    EXPECT_EQ(result, root->error == nullptr ? 0 : -1);
+    return root->error == nullptr ? "" : root->error;
+  }
+  std::string read(const std::string& bytes) {
+    return read(bytes, DOCUMENT(parse_bin_f), std::string(bytes.size() + 1, ' ').data());
+  }
+};
+
+static strings hooked;
+
+TEST(VersionInfo, PropertiesAreAssignedOnceAndFailuresGoThroughTheRoot) {
+  Document document;
+  auto [pages, root] = std::pair(document.pages, document.root);
+  EXPECT_EQ(root->root, root);
+  entry_t* const alpha = ROOT(system_types___iwrite_create_entry)(pages, root, "alpha");
+  EXPECT_EQ(ROOT(platform_version___iwrite_set)(pages, root, "2.0"), 0);
+  EXPECT_STREQ(ENTRY(version___iwrite_alloc)(pages, alpha, 0), "");
+  EXPECT_EQ(root->error, nullptr);
+  hooked.clear();
+  root->error_hook = [](const char* message) { hooked.push_back(message); };
+  EXPECT_EQ(ROOT(platform_version___iwrite_set)(pages, root, "3"), -1);
+  EXPECT_EQ(ROOT(platform_version___iwrite_alloc)(pages, root, 9), nullptr);
+  EXPECT_EQ(ENTRY(version___iwrite_set)(pages, alpha, "9"), -1);
+  EXPECT_EQ(ENTRY(version___iwrite_alloc)(pages, alpha, 9), nullptr);
+  EXPECT_STREQ(root->error, "reassigning property: version");
+  EXPECT_EQ(ROOT(system_types___iwrite_create_entry)(pages, root, "alpha"), nullptr);
+  EXPECT_STREQ(root->error, "duplicate entry in collection: system_types");
+  const std::string platform = "reassigning property: platform_version";
+  const std::string version = "reassigning property: version";
+  EXPECT_EQ(hooked, (strings{platform, platform, version, version, root->error}));
+  EXPECT_STREQ(root->platform_version, "2.0");
+  EXPECT_EQ(root->platform_version_len, 3U);
+  EXPECT_EQ(document.lines(), strings{"alpha="});
+  EXPECT_EQ(root->system_types_count, 1U);
+}
+
+TEST(VersionInfo, EntriesAreFoundUnlinkedAndOrdered) {
+  Document document;
+  auto [pages, root] = std::pair(document.pages, document.root);
+  EXPECT_EQ(document.lines(), strings{});
+  EXPECT_EQ(ENTRY(find_f)(root, "x"), nullptr);
+  for (std::string key : {"beta", "\xff", "alpha", "", "gamma", "alp"}) {
+    EXPECT_EQ(ENTRY(version___iwrite_set)(
+                  pages, ROOT(system_types___iwrite_create_entry)(pages, root, key.c_str()), "1"),
+              0);
+    key.assign(key.size(), '#');  // the entry has its own copy
+  }
+  DOCUMENT(finalize_f)(root);
+  EXPECT_EQ(document.lines(), (strings{"=1", "alp=1", "alpha=1", "beta=1", "gamma=1", "\xff=1"}));
+  EXPECT_STREQ(ENTRY(find_f)(root, "beta")->key, "beta");
+  for (const size_t count : {5U, 4U}) {  // the second time there is nothing to unlink
+    ROOT(system_types___iwrite_unlink_entry)(pages, root, "beta");
+    EXPECT_EQ(ENTRY(find_f)(root, "beta"), nullptr);
+    EXPECT_EQ(root->system_types_count, count);
+    EXPECT_EQ(document.lines().size(), 5U);
+  }
+}
+
+// The black height of a sound subtree, and in `size` its number of entries.
+static int check_tree(const entry_t* entry, size_t* size) {
+  if (entry == nullptr) {
+    return 0;
+  }
+  ++*size;
+  for (const entry_t* child : {entry->left, entry->right}) {
+    EXPECT_FALSE(entry->colour == 1 && child != nullptr && child->colour == 1) << entry->key;
+  }
+  const int height = check_tree(entry->left, size);
+  EXPECT_EQ(height, check_tree(entry->right, size)) << entry->key;
+  return height + (entry->colour == 0 ? 1 : 0);
+}
+
+static strings keys(iterator_t* i, entry_t* entry) {
+  strings all;
+  for (; entry != nullptr; entry = SET(it_next)(i)) {
+    EXPECT_EQ(SET(it_current)(i), entry);
+    all.push_back(entry->key);
+  }
+  EXPECT_EQ(SET(it_next)(i), nullptr);
+  return all;
+}
+
+TEST(VersionInfoSet, AgreesWithAMapAndStaysBalanced) {
+  std::mt19937 random(7);
+  std::vector<entry_t> entries(500);
+  strings texts;
+  for (size_t i = 0; i < entries.size(); ++i) {
+    texts.push_back(std::to_string(i * 7919));
+  }
+  std::map<std::string, entry_t*> expected;
+  entry_t* top = nullptr;
+  for (unsigned step = 0; step < 8000; ++step) {
+    const size_t n = random() % (step < 2000 ? 5 : entries.size());  // a tiny set, then a tall one
+    entry_t* const entry = &entries[n];
+    entry->key = texts[n].data();
+    entry_t probe{};
+    probe.key = entry->key;
+    entry_t* const there = expected.contains(texts[n]) ? entry : nullptr;
+    EXPECT_EQ(SET(find_member)(top, &probe), there);
+    EXPECT_EQ(SET(is_member)(top, entry), there != nullptr);
+    EXPECT_EQ(SET(is_member)(top, &probe), 0);
+    const bool plain = random() % 2 == 0;
+    const bool growing = random() % 8 < (step / 2000 % 2 == 0 ? 6U : 2U);
+    entry_t* answer = there;
+    if (growing && plain && there == nullptr) {
+      SET(add)(&top, entry);
+    } else if (growing) {
+      EXPECT_EQ(SET(add_if_not_member)(&top, entry, &(answer = &probe)), there == nullptr);
+    } else if (plain && there != nullptr) {
+      SET(delete)(&top, entry);
+    } else {
+      EXPECT_EQ(SET(delete_if_member)(&top, &probe, &(answer = &probe)), there != nullptr);
+    }
+    EXPECT_EQ(answer, there);
+    if (growing) {
+      expected[texts[n]] = entry;
+    } else {
+      expected.erase(texts[n]);
+    }
+    size_t size = 0;
+    check_tree(top, &size);
+    EXPECT_EQ(size, expected.size());
+    EXPECT_EQ(SET(len)(top), static_cast<int>(size));
+    EXPECT_TRUE(top == nullptr || top->colour == 0);
+    iterator_t i;
+    const strings order = keys(&i, SET(it_init_inorder)(&i, top));
+    EXPECT_TRUE(std::ranges::equal(order, expected, {}, {}, [](auto& item) { return item.first; }));
+    ASSERT_FALSE(HasFailure()) << "step " << step;
+  }
+}
+
+static int compare_first_letters(const entry_t* probe, const entry_t* entry) {
+  return probe->key[0] - entry->key[0];
+}
+
+TEST(VersionInfoSet, WalksInEveryOrderAndOverEqualEntries) {
+  strings texts = {"d", "b", "f", "a", "c", "e", "g", "b2", "b1", "b1", "b1", "b1"};
+  std::vector<entry_t> entries(texts.size());
+  entry_t* top = nullptr;
+  iterator_t i;
+  EXPECT_EQ(keys(&i, SET(it_init)(&i, top)), strings{});
+  for (size_t n = 0; n < texts.size(); ++n) {
+    entries[n].key = texts[n].data();
+    SET(add)(&top, &entries[n]);
+    if (n == 6) {
+      const strings post = {"a", "c", "b", "e", "g", "f", "d"};
+      EXPECT_EQ(keys(&i, SET(it_init)(&i, top)), post);
+      EXPECT_EQ(keys(&i, SET(it_init_postorder)(&i, top)), post);
+      EXPECT_EQ(keys(&i, SET(it_init_preorder)(&i, top)),
+                (strings{"d", "b", "a", "c", "f", "e", "g"}));
+    }
+  }
+  const auto equal_to = [&](const char* key, auto comparator) {
+    entry_t probe{};
+    probe.key = const_cast<char*>(key);
+    return keys(&i, SET(it_init_on_equal)(&i, top, comparator, &probe));
+  };
+  EXPECT_EQ(equal_to("b", nullptr), strings{"b"});
+  EXPECT_EQ(equal_to("b0", nullptr), strings{});
+  EXPECT_EQ(equal_to("b?", compare_first_letters), (strings{"b", "b1", "b1", "b1", "b1", "b2"}));
+  for (size_t n = texts.size(); n-- > 8;) {  // of equal keys, the very entry meant goes
+    EXPECT_EQ(equal_to("b1", nullptr), strings(n - 7, "b1"));
+    EXPECT_EQ(SET(is_member)(top, &entries[n]), 1);
+    SET(delete)(&top, &entries[n]);
+    EXPECT_EQ(SET(is_member)(top, &entries[n]), 0);
+  }
+}
+
+static const std::string kNul(1, '\0');
+static const std::string kFingerprint =
+    "d95b246cca0c3b04d105771d58246fa0e706a6d44ac97d6cb4bab99390a02582";
+
+static std::string number(size_t n) {
+  return {char(n >> 24), char(n >> 16), char(n >> 8), char(n)};
+}
+
+static std::string text(const std::string& bytes) {
+  return number(bytes.size()) + bytes;
+}
+
+static const std::string kGood = kFingerprint + text("2.0") + number(2) + text("beta") +
+                                 text("0.9") + text("alpha") + text("1.4");
+
+TEST(VersionInfoBin, ReadsWellFormedAndRefusesMalformedDocuments) {
+  std::string upper = kGood;
+  std::ranges::transform(upper, upper.begin(), [](char c) { return char(std::toupper(c)); });
+  const std::string two = kFingerprint + text("2") + number(2) + text("a") + text("1");
+  const struct {
+    std::string bytes, message, platform;
+    strings lines;
+  } kRows[] = {
+      {kGood, "", "2.0", {"alpha=1.4", "beta=0.9"}},
+      {kFingerprint + text("") + number(0), "", "", {}},
+      {kFingerprint + text("") + number(1) + text("") + text(""), "", "", {"="}},
+      {kFingerprint + text("2" + kNul) + number(1) + text("a" + kNul + "b") + text(kNul + "1"),
+       "",
+       "2" + kNul,
+       {"a=" + kNul + "1"}},
+      {kFingerprint + text("2") + number(0) + "x", "trailing bytes", "2", {}},
+      {kGood + kNul, "trailing bytes", "2.0", {"alpha=1.4", "beta=0.9"}},
+      {upper, "fingerprint mismatch in binary data", "", {}},
+      {kFingerprint.substr(0, 63) + kNul + kGood, "fingerprint mismatch in binary data", "", {}},
+      {two + text("a") + text("2"), "duplicate key", "2", {"a=1"}},
+      {two + text("a" + kNul), "duplicate key", "2", {"a=1"}},
+  };
+  for (const auto& row : kRows) {
+    Document document;
+    EXPECT_EQ(document.read(row.bytes), row.message);
+    const root_t* const root = document.root;
+    EXPECT_EQ(std::string(root->platform_version, root->platform_version_len), row.platform);
+    EXPECT_EQ(document.lines(), row.lines) << row.message;
+  }
+  Document document;
+  char rest[128];
+  EXPECT_EQ(document.read(kGood + "rest", DOCUMENT(parse_bin_tail_f), rest), "");
+  EXPECT_STREQ(rest, "rest");
+  EXPECT_EQ(document.read(kGood), "reassigning property: platform_version");
+}
+
+TEST(VersionInfoBin, EveryTruncationNamesTheFieldThatIsShort) {
+  const std::string fingerprint = "insufficient bytes to read fingerprint";
+  const std::string integer = "insufficient bytes to read uint32";
+  const std::string value = "insufficient data to read text";
+  const std::string key = "insufficient bytes to read entry key";
+  const std::string fields[] = {fingerprint, integer, value, integer, key,  integer,
+                                value,       integer, key,   integer, value};
+  const size_t field_ends[] = {64, 68, 71, 79, 83, 87, 90, 94, 99, 103, 106};
+  ASSERT_EQ(kGood.size(), 106U);
+  for (size_t length = 0, field = 0; length < kGood.size(); ++length) {
+    field += length == field_ends[field];
+    EXPECT_EQ(Document().read(kGood.substr(0, length)), fields[field]) << length;
+  }
+}
+
+static long peak_memory() {
+  rusage usage;
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_maxrss * 1024;
+}
+
+TEST(VersionInfoBin, ClaimedLengthsAreNotTouched) {
+  const long before = peak_memory();
+  const std::string claim = number(UINT32_MAX);
+  const std::string head = kFingerprint + text("2") + claim;
+  EXPECT_EQ(Document().read(kFingerprint + claim + "2"), "insufficient data to read text");
+  EXPECT_EQ(Document().read(head + claim + "a"), "insufficient bytes to read entry key");
+  EXPECT_EQ(Document().read(head + text("a") + claim), "insufficient data to read text");
+  EXPECT_LT(peak_memory() - before, 1L << 30);  // an address sanitizer marks an eighth of a block
+}
+
+TEST(VersionInfoBin, WritesWhatItReads) {
+  Document document;
+  auto [pages, root] = std::pair(document.pages, document.root);
+  Buffer bytes(0);
+  ASSERT_EQ(DOCUMENT(write_bin_f)(root, &bytes), 0);  // nothing assigned
+  EXPECT_EQ(std::string(bytes.array, bytes.size), kFingerprint + text("") + number(0));
+  std::memcpy(ROOT(platform_version___iwrite_alloc)(pages, root, 3), "2\0x", 3);
+  for (const char* key : {"beta", "", "alpha"}) {
+    std::memcpy(ENTRY(version___iwrite_alloc)(
+                    pages, ROOT(system_types___iwrite_create_entry)(pages, root, key), 3),
+                "1\0y", 3);
+  }
+  ROOT(system_types___iwrite_create_entry)(pages, root, "unset");
+  ROOT(system_types___iwrite_unlink_entry)
+  (pages, root, "missing");  // the count beside the tree is now off
+  bytes.release();
+  ASSERT_EQ(DOCUMENT(write_bin_f)(root, &bytes), 0);
+  const std::string written(bytes.array, bytes.size);
+  Document copy;
+  EXPECT_EQ(copy.read(written), "");
+  EXPECT_EQ(copy.lines(), document.lines());
+  EXPECT_EQ(copy.root->system_types_count, 4U);
+  ASSERT_EQ(DOCUMENT(write_bin_f)(copy.root, &bytes), 0);  // appends
+  EXPECT_EQ(std::string(bytes.array, bytes.size), written + written);
+  copy.root->platform_version_len = uint64_t{UINT32_MAX} + 1;
+  EXPECT_EQ(DOCUMENT(write_bin_f)(copy.root, &bytes), -1);
+  EXPECT_STREQ(copy.root->error, "text too long for binary data");
+  EXPECT_EQ(bytes.size, 2 * written.size());
+}
