@@ -55,6 +55,31 @@ class RuntimeCore {
   [[gnu::format(printf, 3, 4)]] void log(SGR colour, const char* format, ...);
   [[gnu::format(printf, 3, 4)]] void error(SGR colour, const char* format, ...);
 
+  // Has every poll call `callback` with `argument`; returns the event's id. Kept as it is: once a
+  // null callback is registered, every later registration answers its id and stores nothing.
+  uint32_t register_event(void (*callback)(void* argument), void* argument);
+
+  // Does nothing: an event stays registered for good.
+  void deregister_event(uint32_t id);
+
+  // Runs the event callbacks in the order of their registration, then, if the sockets are started,
+  // one pass of the socket layer, which waits up to `milliseconds`. Without sockets it never waits.
+  void poll(uint32_t milliseconds);
+
+  // Starts and stops the socket layer; a second start or stop is harmless.
+  void startsocket();
+  void shutdown();
+
+  // Polls the socket layer, if started, until all queued output has gone out.
+  void flush();
+
+  // Suspends the thread. The microseconds are counted in 32 bits: from 4,294,968 ms on, about 71.6
+  // minutes, they wrap.
+  void sleep(uint64_t milliseconds);
+
+  // The process id.
+  int pid();
+
  private:
   struct State {
     std::string prefix;

@@ -6,6 +6,7 @@
 
 #include "core/allocation.h"
 #include "core/error.h"
+#include "stream/socket_stream.h"
 
 static constexpr size_t kBlockSize = 4096;
 
@@ -24,9 +25,11 @@ static long long read_memory(InstreamMemImpl* memory, char* destination, unsigne
     return -1;
   }
   const unsigned long long n = std::min<unsigned long long>(memory->remaining, count);
-  std::memcpy(destination, memory->data, n);
-  memory->data += n;
-  memory->remaining -= n;
+  if (n != 0) {  // a count of 0 may come with no destination
+    std::memcpy(destination, memory->data, n);
+    memory->data += n;
+    memory->remaining -= n;
+  }
   return static_cast<long long>(n);
 }
 
@@ -52,9 +55,11 @@ static long long read_file(InstreamFSImpl* file, char* destination, unsigned cou
     return -1;
   }
   const unsigned n = std::min(file->block_remaining, count);
-  std::memcpy(destination, file->position, n);
-  file->position += n;
-  file->block_remaining -= n;
+  if (n != 0) {  // a count of 0 may come with no destination
+    std::memcpy(destination, file->position, n);
+    file->position += n;
+    file->block_remaining -= n;
+  }
   return n;
 }
 
@@ -64,6 +69,8 @@ long long InstreamCache::read_block(char* destination, unsigned count) {
       return read_memory(static_cast<InstreamMemImpl*>(source), destination, count);
     case kFile:
       return read_file(static_cast<InstreamFSImpl*>(source), destination, count);
+    case kSocketMessage:
+      return static_cast<InstreamSockImpl*>(source)->read_block(destination, count);
     default:
       throw_unknown_kind();
   }
@@ -78,6 +85,8 @@ unsigned InstreamCache::available_bytes() {
       fill_block(file);
       return file->block_remaining;
     }
+    case kSocketMessage:
+      return static_cast<InstreamSockImpl*>(source)->block_remaining;
     default:
       throw_unknown_kind();
   }
@@ -103,6 +112,9 @@ char* InstreamCache::read(bool terminate, Buffer* target) {
     }
     case kFile:
       collect_file(static_cast<InstreamFSImpl*>(source), target);
+      break;
+    case kSocketMessage:
+      static_cast<InstreamSockImpl*>(source)->drain_block(target);
       break;
     default:
       throw_unknown_kind();

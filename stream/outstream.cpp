@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "core/allocation.h"
+#include "stream/socket_stream.h"
 
 static constexpr uint64_t kStageSize = 1024 * 1024;
 
@@ -43,6 +44,9 @@ void OutstreamCache::flush() {
       break;
     case kFile:
       std::fwrite(stage, 1, staged, static_cast<OutstreamFSImpl*>(sink)->file);
+      break;
+    case kSocketMessage:
+      static_cast<OutstreamSockImpl*>(sink)->send_staged(stage, staged);
       break;
     default:
       break;

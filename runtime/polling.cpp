@@ -1,0 +1,59 @@
+#include <unistd.h>
+
+#include "runtime/runtime_core.h"
+#include "socket/poll.h"
+
+uint32_t RuntimeCore::register_event(void (*callback)(void*), void* argument) {
+  for (const RuntimeCoreEvent& event : state->events) {
+    if (event.callback == nullptr) {
+      return event.id;  // the slot stays empty, on purpose
+    }
+  }
+  const auto id = static_cast<uint32_t>(state->events.size());
+  state->events.push_back({id, callback, argument});
+  return id;
+}
+
+void RuntimeCore::deregister_event(uint32_t) {}
+
+void RuntimeCore::poll(uint32_t milliseconds) {
+  // By index: a callback may register further events, which run in this pass already.
+  for (size_t i = 0; i < state->events.size(); ++i) {
+    const RuntimeCoreEvent event = state->events[i];
+    if (event.callback != nullptr) {
+      event.callback(event.argument);
+    }
+  }
+  if (state->sockets_started) {
+    SocketASync::poll(milliseconds);
+  }
+}
+
+void RuntimeCore::startsocket() {
+  if (!state->sockets_started) {
+    state->sockets_started = true;
+    SocketASync::msg_init();
+  }
+}
+
+void RuntimeCore::shutdown() {
+  if (state->sockets_started) {
+    SocketASync::msg_shutdown();
+    state->sockets_started = false;
+  }
+}
+
+void RuntimeCore::flush() {
+  if (state->sockets_started) {
+    SocketASync::flush();
+  }
+}
+
+void RuntimeCore::sleep(uint64_t milliseconds) {
+  // The product is 32 bits wide on purpose.
+  usleep(static_cast<uint32_t>(milliseconds) * 1000U);
+}
+
+int RuntimeCore::pid() {
+  return getpid();
+}

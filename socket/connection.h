@@ -1,0 +1,81 @@
+// One stream socket of the layer: its send queue, its receiver, and how its errors are classified.
+//
+// Single-threaded like the whole layer: everything, callbacks included, runs on the thread that
+// polls.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "core/buffer.h"
+
+namespace SocketASync {
+
+// One queued outbound piece.
+struct SendBlock {
+  Buffer bytes;  // its unread part is still to be sent
+  SendBlock* next;
+};
+
+enum class EncodingKind : uint32_t { None = 0, ZeroTerminated = 1, Chunked = 2 };
+
+// A connection is owned by its listener or is a client; the layer frees it after the owner's closed
+// callback. The destructor frees all that the record owns but does not close the descriptor.
+struct Connection {
+  Connection() = default;
+  ~Connection();
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  int32_t fd = 0;
+  SendBlock* send_queue_head = nullptr;
+  SendBlock* send_queue_tail = nullptr;
+  bool has_receiver = false;   // received bytes are delivered; without it they are dropped
+  bool marked_closed = false;  // queues nothing more, is closed once its queue has gone out
+  std::function<void(char* data, unsigned int length, void* context, Connection*)> receiver;
+  std::string name;  // for log lines
+  void* context_object = nullptr;
+  uint32_t timeout = 0;  // of blocking reads, in seconds; 0 waits without limit
+  EncodingKind encoding_kind = EncodingKind::None;
+  void* encoder_state = nullptr;  // ZeroTerminatedState or ChunkedState, by the kind
+};
+
+// Asks for the end of a connection: what is queued still goes out, then poll closes it.
+void mark_close(Connection* connection);
+
+// The user's object that the connection was made with.
+void* get_context_object(Connection* connection);
+
+// Limits blocking reads to `seconds`; 0 lifts the limit.
+void set_timeout(Connection* connection, unsigned int seconds);
+
+// The address of a TCP peer as text, empty for a unix-domain peer. Every call overwrites the
+// result of the one before.
+const char* get_peer_name(Connection* connection);
+
+// Closes a descriptor.
+void sock_close(int fd);
+
+// Queues `head` followed by `data` as one block, unless the connection is marked closed.
+void queue_block(Connection* connection, const char* head, unsigned int head_length,
+                 const char* data, unsigned int length);
+
+// Classifies a failed `operation` ("send", "recv" or "recv_blocked"). False: nothing is there yet.
+// True: the connection is lost; an unusual error is reported with a dump of its state.
+bool report_socket_error(const char* operation, Connection* connection, int errnum);
+
+// Bytes without any framing.
+namespace Raw {
+
+// From now on `receiver` gets each piece of bytes as poll reads it, valid during the call. A null
+// receiver makes the next delivery throw std::bad_function_call.
+void register_raw_receiver(Connection* connection,
+                           void (*receiver)(const char* data, unsigned int length, void* context,
+                                            Connection* connection));
+
+// Queues a copy of `length` bytes; nothing when that is 0 or the connection is marked closed.
+void send_raw_block(Connection* connection, const char* data, unsigned int length);
+
+}  // namespace Raw
+}  // namespace SocketASync

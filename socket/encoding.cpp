@@ -1,0 +1,184 @@
+#include "socket/encoding.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/allocation.h"
+#include "runtime/runtime_core.h"
+#include "socket/message.h"
+
+namespace SocketASync {
+
+static void free_chunk(Chunk* chunk) {
+  std::free(chunk->data);
+  delete chunk;
+}
+
+static void free_chunked_state(ChunkedState* state) {
+  while (state->completed != nullptr) {
+    Chunk* const chunk = state->completed;
+    state->completed = chunk->next;
+    free_chunk(chunk);
+  }
+  if (state->current != nullptr) {
+    free_chunk(state->current);
+  }
+  delete state;
+}
+
+void free_encoder_state(EncodingKind kind, void* state) {
+  switch (kind) {
+    case EncodingKind::None:
+      break;
+    case EncodingKind::ZeroTerminated:
+      delete static_cast<ZeroTerminatedState*>(state);
+      break;
+    case EncodingKind::Chunked:
+      free_chunked_state(static_cast<ChunkedState*>(state));
+      break;
+  }
+}
+
+namespace Encoding {
+
+void ZeroTerminated::create_encoding(Connection* connection,
+                                     void (*callback)(Buffer*, void*, Connection*)) {
+  connection->encoding_kind = EncodingKind::ZeroTerminated;
+  connection->encoder_state = new ZeroTerminatedState{callback, Buffer(0)};
+  connection->receiver = collect;
+  connection->has_receiver = true;
+}
+
+// Empties the decoder's buffer for the next message, also when the callback throws.
+struct EmptyAfterwards {
+  Buffer& buffer;
+  ~EmptyAfterwards() {
+    buffer.release();
+    buffer.consumed = 0;  // the callback may have read from it
+  }
+};
+
+void ZeroTerminated::collect(const char* data, unsigned int length, void*, Connection* connection) {
+  auto* state = static_cast<ZeroTerminatedState*>(connection->encoder_state);
+  Buffer& collected = state->collected;
+  const char* const end = data + length;
+  while (data != end) {
+    const size_t left = static_cast<size_t>(end - data);
+    const char* const zero = static_cast<const char*>(std::memchr(data, 0, left));
+    if (zero == nullptr) {
+      collected.append(data, left);
+      return;
+    }
+    collected.append(data, static_cast<size_t>(zero - data));
+    data = zero + 1;
+    if (genv_debug_verbose) {
+      Runtime.log(RuntimeCore::SGR::Green, "Collected message on '%s' [%llu].\n",
+                  connection->name.c_str(), collected.length());
+    }
+    const EmptyAfterwards emptied{collected};
+    state->callback(&collected, connection->context_object, connection);
+  }
+}
+
+void Chunked::create_encoding(Connection* connection, void (*callback)(void*, Message::Inbound*)) {
+  connection->encoding_kind = EncodingKind::Chunked;
+  connection->encoder_state =
+      new ChunkedState{callback, nullptr, false, true, {0, 0, 0, 0}, 0, nullptr};
+  connection->receiver = collect;
+  connection->has_receiver = true;
+}
+
+static uint32_t filled(const Chunk* chunk) {
+  return static_cast<uint32_t>(chunk->write_position - chunk->data);
+}
+
+// The size of a chunk's block once it holds `bytes`: doubling from 64 KiB, at most the chunk.
+static uint32_t block_size(const Chunk* chunk, uint64_t bytes) {
+  uint64_t size = 64 * 1024;
+  while (size < bytes) {
+    size *= 2;
+  }
+  return static_cast<uint32_t>(std::min<uint64_t>(size, chunk->length));
+}
+
+// Copies up to `length` bytes into the chunk; answers how many.
+static unsigned int fill_chunk(Chunk* chunk, const char* data, unsigned int length) {
+  const uint32_t present = filled(chunk);
+  const uint32_t n = std::min(length, chunk->length - present);
+  const uint32_t wanted = block_size(chunk, uint64_t{present} + n);
+  if (present == 0 || wanted != block_size(chunk, present)) {
+    chunk->data = static_cast<char*>(reallocate(chunk->data, wanted));
+    chunk->write_position = chunk->data + present;
+  }
+  std::memcpy(chunk->write_position, data, n);
+  chunk->write_position += n;
+  return n;
+}
+
+static unsigned int fill_header(ChunkedState* state, const char* data, unsigned int length) {
+  const unsigned int n = std::min(length, 4 - state->header_count);
+  std::memcpy(state->header + state->header_count, data, n);
+  state->header_count += n;
+  if (state->header_count == 4) {
+    const unsigned char* h = state->header;
+    const uint32_t chunk_length =
+        uint32_t{h[0]} << 24 | uint32_t{h[1]} << 16 | uint32_t{h[2]} << 8 | h[3];
+    state->in_header = false;
+    state->current = new Chunk{nullptr, nullptr, chunk_length, nullptr};
+  }
+  return n;
+}
+
+static void decode(ChunkedState* state, const char* data, unsigned int length) {
+  Chunk** end = &state->completed;
+  while (*end != nullptr) {
+    end = &(*end)->next;
+  }
+  while (length != 0) {
+    const unsigned int n = state->in_header ? fill_header(state, data, length)
+                                            : fill_chunk(state->current, data, length);
+    data += n;
+    length -= n;
+    if (!state->in_header && filled(state->current) == state->current->length) {
+      *end = state->current;
+      end = &state->current->next;
+      state->current = nullptr;
+      state->in_header = true;
+      state->header_count = 0;
+    }
+  }
+}
+
+// One message, from its first complete chunk on. A callback that throws leaves nothing behind.
+static void dispatch(ChunkedState* state, Connection* connection) {
+  if (genv_debug_verbose) {
+    Runtime.log(RuntimeCore::SGR::Yellow, "Connection '%s' new chunked message.\n",
+                connection->name.c_str());
+  }
+  struct Streaming {
+    ChunkedState* state;
+    Message::Inbound* message;
+    ~Streaming() {
+      Message::finalize_inbound(message);
+      state->streaming = false;
+    }
+  };
+  state->streaming = true;
+  const Streaming streaming{state, Message::create_inbound(connection)};
+  state->callback(connection->context_object, streaming.message);
+}
+
+void Chunked::collect(const char* data, unsigned int length, void*, Connection* connection) {
+  auto* state = static_cast<ChunkedState*>(connection->encoder_state);
+  decode(state, data, length);
+  if (state->streaming) {
+    return;  // called by recv_chunk out of a running callback
+  }
+  while (state->completed != nullptr) {
+    dispatch(state, connection);
+  }
+}
+
+}  // namespace Encoding
+}  // namespace SocketASync

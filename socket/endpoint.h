@@ -1,0 +1,44 @@
+// Named unix-domain datagram sockets. Every datagram is the four bytes "QVIR" and a payload of up
+// to 65,531 bytes; whatever begins otherwise is dropped.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace SocketASync {
+
+// Owned by the layer from its creation until the poll that follows endpoint_destroy.
+struct EndPoint {
+  void* context;
+  std::string name;  // the path it is bound to
+  int32_t fd;
+  // Called for every datagram. The payload is valid during the call; the sender's path is empty
+  // for a sender without one.
+  std::function<void(void* context, const void* payload, unsigned short length,
+                     const char* sender_path, EndPoint*)>
+      callback;
+  bool closing;
+};
+
+// An endpoint at a path of at most 107 bytes; whatever file stands there is removed. Null on
+// failure, which is reported on standard error.
+EndPoint* endpoint_create(
+    const char* path, void* context,
+    std::function<void(void* context, const void* payload, unsigned short length,
+                       const char* sender_path, EndPoint*)>
+        callback);
+
+// Drops the callback at once and lets the next poll close and free the endpoint. The file stays.
+void endpoint_destroy(EndPoint* endpoint);
+
+// Sends one datagram to the endpoint at a path. Kept as it is: the answer compares what was sent,
+// prefix included, with `length`, so a complete send answers false like a failed one.
+bool endpoint_sendto(EndPoint* endpoint, const char* destination_path, const void* payload,
+                     unsigned short length);
+
+// Receives one datagram on a readable endpoint and hands it to the callback; poll's part of the
+// work.
+void receive_datagram(EndPoint* endpoint);
+
+}  // namespace SocketASync

@@ -1,0 +1,299 @@
+#include "socket/poll.h"
+
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "runtime/runtime_core.h"
+#include "socket/client.h"
+#include "socket/descriptor.h"
+#include "socket/endpoint.h"
+#include "socket/listener.h"
+#include "socket/registry.h"
+
+namespace SocketASync {
+
+static char receive_buffer[4096];
+
+// Accepting ran out of descriptors or memory: the next wait leaves the listeners out, or it would
+// find them readable at once, over and over.
+static bool accepting_paused = false;
+
+// What one pass waits for.
+struct WaitSets {
+  fd_set readable;
+  fd_set writable;
+  int highest = -1;
+
+  WaitSets() {
+    FD_ZERO(&readable);
+    FD_ZERO(&writable);
+  }
+
+  void add(int fd, fd_set* set) {
+    FD_SET(fd, set);
+    highest = std::max(highest, fd);
+  }
+};
+
+void msg_init() {
+  std::signal(SIGPIPE, SIG_IGN);
+}
+
+void msg_shutdown() {}
+
+// Ends the connection at `index` of its owner's vector: descriptor, closed callback, vector,
+// record. The latter two go also when the callback throws, so that it never runs twice.
+template <typename Record, typename Closed>
+static void end_connection(std::vector<Record*>& owned, size_t index, const Closed& closed) {
+  struct Removal {
+    std::vector<Record*>& owned;
+    size_t index;
+    ~Removal() {
+      const std::unique_ptr<Record> record(owned[index]);
+      owned.erase(owned.begin() + static_cast<ptrdiff_t>(index));
+    }
+  };
+  const Removal removal{owned, index};
+  Record* const record = owned[index];
+  sock_close(record->fd);
+  closed(record->context_object, record);
+}
+
+static void end_client(size_t index) {
+  // The callback may not be destroyed while it runs: it is the record's own until then.
+  Client* const client = active_state.clients[index];
+  end_connection(active_state.clients, index, client->closed);
+}
+
+// Adds a connection to the sets. False: it can never be ready, since its accept failed or its
+// descriptor fits no set.
+static bool watch(const Connection* connection, WaitSets* sets) {
+  if (!fits_descriptor_set(connection->fd)) {
+    return false;
+  }
+  if (!connection->marked_closed) {
+    sets->add(connection->fd, &sets->readable);
+  }
+  if (connection->send_queue_head != nullptr) {
+    sets->add(connection->fd, &sets->writable);
+  }
+  return true;
+}
+
+static bool is_due(const Connection* connection) {
+  return connection->marked_closed && connection->send_queue_head == nullptr;
+}
+
+static void watch_listener(Listener* listener, bool accepting, WaitSets* sets) {
+  if (accepting) {
+    sets->add(listener->fd, &sets->readable);
+  }
+  for (size_t i = 0; i < listener->connections.size();) {
+    Connection* const connection = listener->connections[i];
+    if (is_due(connection)) {
+      if (genv_debug_info) {
+        Runtime.log("Closing connection on '%s' named '%s'.\n", listener->name.c_str(),
+                    connection->name.c_str());
+      }
+      end_connection(listener->connections, i, listener->closed);
+    } else if (!watch(connection, sets)) {
+      report_socket_error("recv", connection, EBADF);
+      end_connection(listener->connections, i, listener->closed);
+    } else {
+      ++i;
+    }
+  }
+}
+
+static void watch_clients(WaitSets* sets) {
+  for (size_t i = 0; i < active_state.clients.size();) {
+    Client* const client = active_state.clients[i];
+    if (is_due(client)) {
+      if (genv_debug_info) {
+        Runtime.log("Closing connection '%s'.\n", client->name.c_str());
+      }
+      end_client(i);
+    } else if (!watch(client, sets)) {
+      report_socket_error("recv", client, EBADF);
+      end_client(i);
+    } else {
+      ++i;
+    }
+  }
+}
+
+static void watch_endpoints(WaitSets* sets) {
+  auto& endpoints = active_state.endpoints;
+  for (size_t i = 0; i < endpoints.size();) {
+    const std::unique_ptr<EndPoint> closing(endpoints[i]->closing ? endpoints[i] : nullptr);
+    if (closing == nullptr) {
+      sets->add(endpoints[i]->fd, &sets->readable);
+      ++i;
+      continue;
+    }
+    if (genv_debug_info) {
+      Runtime.log("EndPoint '%s' closed.\n", closing->name.c_str());
+    }
+    sock_close(closing->fd);
+    endpoints.erase(endpoints.begin() + static_cast<ptrdiff_t>(i));
+  }
+}
+
+static bool out_of_resources(int error_number) {
+  return error_number == EMFILE || error_number == ENFILE || error_number == ENOBUFS ||
+         error_number == ENOMEM;
+}
+
+// A failed accept is not looked at here: the connection made for it fits no descriptor set and is
+// lost in the next pass.
+static void accept_connection(Listener* listener) {
+  char peer[16];
+  socklen_t length = sizeof peer;
+  auto* connection = new Connection;
+  listener->connections.push_back(connection);
+  connection->fd = accept4(listener->fd, reinterpret_cast<sockaddr*>(peer), &length,
+                           SOCK_CLOEXEC | SOCK_NONBLOCK);
+  accepting_paused = accepting_paused || (connection->fd < 0 && out_of_resources(errno));
+  set_no_delay(connection->fd);
+  connection->name = listener->name + ":" + std::to_string(connection->fd);
+  if (genv_debug_info) {
+    Runtime.log("New connection on '%s' named '%s'.\n", listener->name.c_str(),
+                connection->name.c_str());
+  }
+  connection->context_object = listener->factory(listener->context, connection);
+}
+
+static void serve_listener(Listener* listener, WaitSets* sets) {
+  for (size_t i = 0; i < listener->connections.size();) {
+    if (service_connection(listener->connections[i], &sets->readable, &sets->writable)) {
+      ++i;
+    } else {
+      end_connection(listener->connections, i, listener->closed);
+    }
+  }
+  if (FD_ISSET(listener->fd, &sets->readable)) {
+    accept_connection(listener);
+  }
+}
+
+static void serve_clients(WaitSets* sets) {
+  for (size_t i = 0; i < active_state.clients.size();) {
+    if (service_connection(active_state.clients[i], &sets->readable, &sets->writable)) {
+      ++i;
+    } else {
+      end_client(i);
+    }
+  }
+}
+
+void poll(unsigned int milliseconds) {
+  WaitSets sets;
+  timeval limit{static_cast<time_t>(milliseconds / 1000),
+                static_cast<suseconds_t>(milliseconds % 1000) * 1000};
+  promote_pending();
+  const bool accepting = !accepting_paused;
+  accepting_paused = false;
+  // Walked by index: a callback may destroy another listener.
+  for (size_t i = 0; i < active_state.listeners.size(); ++i) {
+    watch_listener(active_state.listeners[i], accepting, &sets);
+  }
+  watch_clients(&sets);
+  watch_endpoints(&sets);
+  if (select(sets.highest + 1, &sets.readable, &sets.writable, nullptr, &limit) <= 0) {
+    return;
+  }
+  for (size_t i = 0; i < active_state.listeners.size(); ++i) {
+    serve_listener(active_state.listeners[i], &sets);
+  }
+  serve_clients(&sets);
+  for (EndPoint* endpoint : active_state.endpoints) {
+    if (FD_ISSET(endpoint->fd, &sets.readable)) {
+      receive_datagram(endpoint);
+    }
+  }
+}
+
+// False when the connection is lost.
+static bool receive(Connection* connection) {
+  const ssize_t n = recv(connection->fd, receive_buffer, sizeof receive_buffer, 0);
+  if (n < 0) {
+    return !report_socket_error("recv", connection, errno);
+  }
+  if (n == 0) {
+    if (genv_debug_info) {
+      Runtime.log("Connection lost named '%s'.\n", connection->name.c_str());
+    }
+    return false;
+  }
+  if (connection->has_receiver) {
+    connection->receiver(receive_buffer, static_cast<unsigned int>(n), connection->context_object,
+                         connection);
+  }
+  return true;
+}
+
+static void drop_head(Connection* connection) {
+  const std::unique_ptr<SendBlock> block(connection->send_queue_head);
+  connection->send_queue_head = block->next;
+  if (connection->send_queue_head == nullptr) {
+    connection->send_queue_tail = nullptr;
+  }
+}
+
+// Sends from the head of the queue, once. False when the connection is lost.
+static bool send_head(Connection* connection) {
+  Buffer& bytes = connection->send_queue_head->bytes;
+  const ssize_t n = send(connection->fd, bytes.get_unmanaged_array(), bytes.length(), 0);
+  if (n < 0) {
+    return !report_socket_error("send", connection, errno);
+  }
+  if (static_cast<unsigned long long>(n) == bytes.length()) {
+    drop_head(connection);
+  } else {
+    bytes.consume(static_cast<unsigned long long>(n));
+  }
+  return true;
+}
+
+bool service_connection(Connection* connection, fd_set* readable, fd_set* writable) {
+  const int fd = connection->fd;
+  if (!fits_descriptor_set(fd)) {
+    return !report_socket_error("recv", connection, EBADF);
+  }
+  if (FD_ISSET(fd, readable) && !receive(connection)) {
+    return false;
+  }
+  if (FD_ISSET(fd, writable) && connection->send_queue_head != nullptr) {
+    return send_head(connection);
+  }
+  return true;
+}
+
+void flush() {
+  struct Ended {
+    ~Ended() { flushing.clear(); }
+  };
+  const Ended ended;
+  const auto join = [](Connection* connection) {
+    if (connection->send_queue_head != nullptr) {
+      flushing.insert(connection);
+    }
+  };
+  for (const Listener* listener : active_state.listeners) {
+    std::for_each(listener->connections.begin(), listener->connections.end(), join);
+  }
+  std::for_each(active_state.clients.begin(), active_state.clients.end(), join);
+  // A connection that ends meanwhile leaves the set with its destructor.
+  while (!flushing.empty()) {
+    poll(10);
+    std::erase_if(flushing, [](const Connection* c) { return c->send_queue_head == nullptr; });
+  }
+}
+
+}  // namespace SocketASync

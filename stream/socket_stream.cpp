@@ -1,0 +1,81 @@
+#include "stream/socket_stream.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "core/allocation.h"
+#include "core/error.h"
+#include "socket/message.h"
+
+InstreamCache::InstreamCache(InstreamSockImpl* variant)
+    : kind(kSocketMessage), source(variant), collected(0) {}
+
+InstreamSockImpl::InstreamSockImpl(SocketASync::Message::Inbound* inbound)
+    : message(inbound), cache(this) {}
+
+InstreamSockImpl::~InstreamSockImpl() {
+  std::free(block);
+}
+
+// Holds the next chunk; false at the end of the message.
+bool InstreamSockImpl::fetch_chunk() {
+  const unsigned size = message->recv_chunk(nullptr, 0);
+  if (size == 0) {
+    return false;
+  }
+  std::free(block);
+  block = nullptr;
+  block = static_cast<char*>(allocate(size));
+  position = block;
+  const unsigned received = message->recv_chunk(block, size);
+  if (received != size) {
+    throw_failure("loaded '" + std::to_string(received) + "' but should have consumed '" +
+                  std::to_string(size) + "' bytes");
+  }
+  block_remaining = size;
+  return true;
+}
+
+long long InstreamSockImpl::read_block(char* destination, unsigned count) {
+  if (block_remaining == 0 && !fetch_chunk()) {
+    return -1;
+  }
+  const unsigned n = std::min(block_remaining, count);
+  if (n != 0) {  // a count of 0 may come with no destination
+    std::memcpy(destination, position, n);
+    position += n;
+    block_remaining -= n;
+  }
+  return n;
+}
+
+void InstreamSockImpl::drain_block(Buffer* target) {
+  if (block_remaining != 0) {
+    target->append(position, block_remaining);
+    position += block_remaining;
+    block_remaining = 0;
+  }
+}
+
+OutstreamCache::OutstreamCache(OutstreamSockImpl* variant)
+    : OutstreamCache(kSocketMessage, variant) {}
+
+OutstreamSockImpl::OutstreamSockImpl(SocketASync::Connection* borrowed)
+    : connection(borrowed), cache(this) {}
+
+void OutstreamSockImpl::finalize() {
+  cache.flush();
+  if (message != nullptr) {
+    SocketASync::Message::finalize_outbound(message);
+    message = nullptr;
+  }
+}
+
+void OutstreamSockImpl::send_staged(const char* bytes, uint64_t n) {
+  if (message == nullptr) {
+    message = SocketASync::Message::create_outbound(connection);
+  }
+  message->send_chunk(bytes, static_cast<unsigned>(n));
+}

@@ -1,0 +1,62 @@
+// The socket message variants of the streams: reading the chunks of an inbound message, writing
+// chunks of an outbound one.
+#pragma once
+
+#include <cstdint>
+
+#include "stream/instream.h"
+#include "stream/outstream.h"
+
+namespace SocketASync {
+struct Connection;
+namespace Message {
+struct Inbound;
+struct Outbound;
+}  // namespace Message
+}  // namespace SocketASync
+
+// A reader over an inbound message, which it borrows. A block is one chunk, of whatever size.
+class InstreamSockImpl {
+ public:
+  explicit InstreamSockImpl(SocketASync::Message::Inbound* inbound);
+  ~InstreamSockImpl();
+  InstreamSockImpl(const InstreamSockImpl&) = delete;
+  InstreamSockImpl& operator=(const InstreamSockImpl&) = delete;
+
+  InstreamCache* stream() { return &cache; }
+
+  // The reader's part of read_block: waits for a chunk where none is held. Throws Error as
+  // recv_chunk does, and when a chunk arrives short.
+  long long read_block(char* destination, unsigned count);
+
+  // Appends what is held of the current chunk to `target`; no further chunk is waited for.
+  void drain_block(Buffer* target);
+
+  SocketASync::Message::Inbound* message;
+  char* block = nullptr;     // malloc'ed, the current chunk; null at first
+  char* position = nullptr;  // the next unread byte of the chunk
+  uint32_t block_remaining = 0;
+  InstreamCache cache;
+
+ private:
+  bool fetch_chunk();
+};
+
+// A writer of messages on a connection, which it borrows. Every full stage is sent as one chunk.
+// Destroyed without finalize, it sends what is staged but does not end the message.
+class OutstreamSockImpl {
+ public:
+  explicit OutstreamSockImpl(SocketASync::Connection* borrowed);
+
+  OutstreamCache* stream() { return &cache; }
+
+  // Sends what is staged and ends the message, if one was begun; the next write begins another.
+  void finalize();
+
+  // The writer's part of a flush: sends `n` bytes as one chunk, beginning a message where none is.
+  void send_staged(const char* bytes, uint64_t n);
+
+  SocketASync::Connection* connection;
+  SocketASync::Message::Outbound* message = nullptr;
+  OutstreamCache cache;
+};
