@@ -1,0 +1,88 @@
+// Receives a file and further messages, all chunked, from one chunk_send.
+
+#include <cstdio>
+#include <cstring>
+
+#include "core/buffer.h"
+#include "core/error.h"
+#include "runtime/runtime_core.h"
+#include "socket/socket_async.h"
+#include "stream/outstream.h"
+#include "stream/socket_stream.h"
+
+using namespace SocketASync;
+
+// What is known about the sender; the layer hands it to the callbacks.
+struct Sender {
+  const char* file;  // null once the file is there
+  bool gone = false;
+};
+
+static void receive_file(Message::Inbound* message, const char* path) {
+  InstreamSockImpl input(message);
+  OutstreamPathImpl output(path, false);
+  char bytes[4096];
+  for (long long n; (n = input.stream()->read_block(bytes, sizeof bytes)) > 0;) {
+    output.stream()->write(bytes, static_cast<unsigned long long>(n));
+  }
+  output.finalize();
+}
+
+static void print_message(Message::Inbound* message) {
+  Buffer text(0);
+  char bytes[4096];
+  InstreamSockImpl input(message);
+  for (long long n; (n = input.stream()->read_block(bytes, sizeof bytes)) > 0;) {
+    text.append(bytes, static_cast<unsigned long long>(n));
+  }
+  Runtime.log("%.*s\n", static_cast<int>(text.length()), text.get_unmanaged_array());
+}
+
+// Called when the first chunk of a message is there; the rest is waited for while it is read.
+static void on_message(void* context, Message::Inbound* message) {
+  auto* sender = static_cast<Sender*>(context);
+  if (sender->file != nullptr) {
+    receive_file(message, sender->file);
+    sender->file = nullptr;
+  } else {
+    print_message(message);
+  }
+}
+
+int main(int argc, char** argv) {
+  if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
+    std::puts(
+        "usage: chunk_receive PATH FILE\n\n"
+        "Listens on the unix socket PATH for one sender, writes its first message to FILE,\n"
+        "prints its further messages, one a line, and ends with it.");
+    return 0;
+  }
+  if (argc != 3) {
+    std::fputs("usage: chunk_receive PATH FILE\n", stderr);
+    return 1;
+  }
+  Runtime.startsocket();
+  Sender sender{argv[2]};
+  Listener* const listener = create_listener(
+      argv[1], &sender,
+      [](void* context, Connection* connection) {
+        Encoding::Chunked::create_encoding(connection, on_message);
+        set_timeout(connection, 10);  // a sender that stops in the middle is given up
+        return context;
+      },
+      [](void* context, Connection*) { static_cast<Sender*>(context)->gone = true; });
+  if (listener == nullptr) {
+    return 1;  // the reason has been printed
+  }
+  try {
+    while (!sender.gone) {
+      Runtime.poll(1000);
+    }
+  } catch (const Error& error) {  // out of a read inside on_message
+    Runtime.error("chunk_receive: %s\n", error.message);
+    return 1;
+  }
+  destroy_listener(listener);
+  std::remove(argv[1]);
+  return sender.file != nullptr;
+}

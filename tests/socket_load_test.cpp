@@ -1,0 +1,138 @@
+// Several hundred connections at once: nothing lost, nothing duplicated, nothing left behind.
+#include <malloc.h>
+
+#include <atomic>
+#include <cstring>
+#include <latch>
+#include <random>
+#include <thread>
+
+#include "core/error.h"
+#include "tests/socket_peer.h"
+
+using namespace SocketASync;
+
+// What one peer does: sends messages of any size up to 1 MiB, pauses, checks every echo, and now
+// and then vanishes in the middle.
+class LoadPeer {
+ public:
+  LoadPeer(const std::string& path, bool in_chunks, unsigned seed)
+      : peer(path), chunked(in_chunks), random(seed) {}
+
+  void talk(int messages) {
+    for (int i = 0; i < messages; ++i) {
+      std::string message(size_t{1} << random() % 21, static_cast<char>('a' + random() % 26));
+      message.resize(1 + random() % message.size());
+      const std::string bytes = encode(message);
+      if (random() % 40 == 0) {
+        write(bytes.substr(0, random() % bytes.size()));
+        return peer.vanish();
+      }
+      write(bytes);
+      if (random() % 8 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(random() % 5));
+      std::string echo(bytes.size(), '\0');
+      if (recv(peer.fd, echo.data(), echo.size(), MSG_WAITALL) != ssize_t(echo.size()) ||
+          echo != bytes) {
+        ++wrong;
+      }
+      ++echoed;
+    }
+  }
+
+  void end() { peer.vanish(); }
+
+  static inline std::atomic<int> echoed = 0, wrong = 0;
+
+ private:
+  std::string encode(const std::string& message) const {
+    if (!chunked) return message + '\0';
+    const auto n = htonl(static_cast<uint32_t>(message.size()));
+    return std::string(reinterpret_cast<const char*>(&n), 4) + message + std::string(4, '\0');
+  }
+  void write(const std::string& bytes) {
+    for (size_t sent = 0; sent < bytes.size();) {
+      const ssize_t n = ::send(peer.fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+      if (n < 0) return;
+      sent += static_cast<size_t>(n);
+    }
+  }
+
+  Peer peer;
+  bool chunked;
+  std::mt19937 random;
+};
+
+static int received = 0;
+
+static void echo(Connection* connection, const char* data, unsigned length) {
+  ++received;
+  Message::Outbound* const answer = Message::create_outbound(connection);
+  answer->send_chunk(data, length);
+  Message::finalize_outbound(answer);
+}
+
+static void echo_message(Buffer* message, void*, Connection* connection) {
+  echo(connection, message->get_unmanaged_array(), static_cast<unsigned>(message->length()));
+}
+
+static void echo_chunks(void*, Message::Inbound* message) {
+  std::string text;
+  while (const unsigned n = message->recv_chunk(nullptr, 0)) {
+    const size_t start = text.size();
+    text.resize(start + n);
+    message->recv_chunk(text.data() + start, n);
+  }
+  echo(message->connection, text.data(), static_cast<unsigned>(text.size()));
+}
+
+class SocketLoadTest : public SocketTest {
+ protected:
+  // All peers connect, then all talk at once, until the last is gone.
+  void run_peers(unsigned seed) {
+    std::latch connected(kConnections);
+    std::atomic<int> running = kConnections;
+    std::vector<std::thread> threads;
+    for (unsigned i = 0; i < kConnections; ++i) {
+      threads.emplace_back([&, i] {
+        LoadPeer peer(path(i % 2 == 0 ? "zero" : "chunked"), i % 2 != 0, seed + i);
+        connected.arrive_and_wait();
+        peer.talk(kMessages);
+        peer.end();
+        --running;
+      });
+    }
+    while (running > 0 || !connections.empty()) {
+      try {
+        Runtime.poll(20);
+      } catch (const Error& error) {  // a peer that vanished inside a chunked message
+        EXPECT_STREQ(error.message, "Connection lost when reading a message");
+      }
+      most = std::max(most, connections.size());
+    }
+    for (std::thread& thread : threads) thread.join();
+  }
+
+  static constexpr int kConnections = 400, kMessages = 12;
+  size_t most = 0;
+};
+
+TEST_F(SocketLoadTest, NothingIsLostAndNothingStays) {
+  accepted = [](Connection* c) {
+    if (c->name.find("zero") != std::string::npos) {
+      Encoding::ZeroTerminated::create_encoding(c, echo_message);
+    } else {
+      Encoding::Chunked::create_encoding(c, echo_chunks);
+    }
+  };
+  listen_unix("zero");
+  listen_unix("chunked");
+  run_peers(0);
+  const size_t memory = mallinfo2().uordblks, descriptors = open_descriptors();
+  run_peers(kConnections);
+  EXPECT_LE(mallinfo2().uordblks, memory + 65536);
+  EXPECT_EQ(open_descriptors(), descriptors);
+  EXPECT_EQ(LoadPeer::wrong, 0);
+  EXPECT_GE(received, LoadPeer::echoed);  // some peers vanished before their echo
+  EXPECT_EQ(closed, 2 * kConnections);
+  std::printf("%zu connections at once, %d messages echoed\n", most, LoadPeer::echoed.load());
+}
