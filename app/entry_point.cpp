@@ -15,18 +15,24 @@ static constexpr char kTreeRoot[] = "2";
 static constexpr char kDefaultPlatform[] = "linux-x64";
 static constexpr char kDefaultTempCache[] = ".update";
 
-// The document at `path`. It lives until the process ends. Nothing here may have a destructor: a
-// malformed document jumps back to the recovery point.
-static image___version_info___root_t* load_versions(const char* path) {
-  dympage_t* const allocator = image___version_info___create_allocator_f();
-  image___version_info___root_t* const versions =
-      image___version_info___root_t___allocate_f(allocator);
+// What loading makes. All of it lives until the process ends, save the latter two after a success;
+// static, so that a jump to the recovery point finds it as it is.
+static dympage_t* allocator;
+static image___version_info___root_t* versions;
+static istream* stream;
+static bucket_t file_name;
+
+// Loads the document at `path` or ends the process. Nothing here may have a destructor: a malformed
+// document jumps back to the recovery point.
+static void load_versions(const char* path) {
+  allocator = image___version_info___create_allocator_f();
+  versions = image___version_info___root_t___allocate_f(allocator);
   if (setjmp(versions->recovery) != 0) {
     Runtime.error("Unable to parse versions: %s\n", versions->error);
     std::exit(1);
   }
-  bucket_t file_name = fs_init(path);
-  istream* const stream = fs_open_read(&file_name);
+  file_name = fs_init(path);
+  stream = fs_open_read(&file_name);
   if (stream == nullptr) {
     Runtime.error("Unable to open versions '%s'\n", path);
     std::exit(1);
@@ -37,7 +43,6 @@ static image___version_info___root_t* load_versions(const char* path) {
   istream_destroy(stream);
   bucket_release(&file_name);
   image___version_info___finalize_f(versions);
-  return versions;
 }
 
 void entry_point(const char*, const image___update___root_t* command_line) {
@@ -48,8 +53,7 @@ void entry_point(const char*, const image___update___root_t* command_line) {
   tree_root.copy_from(kTreeRoot);
   platform.copy_from(command_line->target.present ? command_line->target.value : kDefaultPlatform);
 
-  const image___version_info___root_t* const versions =
-      load_versions(command_line->version_info.value);
+  load_versions(command_line->version_info.value);
 
   const update_settings_t settings{
       .temp_cache =

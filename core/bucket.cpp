@@ -16,7 +16,7 @@ static void resize(bucket_t* b, unsigned long long capacity) {
 }
 
 static void append_bytes(bucket_t* b, const char* bytes, unsigned long long n) {
-  if (b->capacity == 0) {
+  if (b->data == nullptr) {
     resize(b, kStep);
   }
   const unsigned long long new_length = b->length + n;

@@ -8,7 +8,7 @@
 
 static_assert(sizeof(dympage_page_t) == 24, "the page header is three 64-bit words");
 
-static constexpr unsigned long long kDefaultPageSize = 10 * 1024 * 1024;
+static constexpr unsigned long long kDefaultPageSize = 10ULL * 1024 * 1024;
 
 static unsigned long long padding_of(const dympage_page_t* page, unsigned long long alignment) {
   return -reinterpret_cast<uintptr_t>(page->next_free) & (alignment - 1);

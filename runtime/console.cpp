@@ -8,6 +8,7 @@
 bool genv_debug_info = false;
 bool genv_debug_verbose = false;
 
+// cppcheck-suppress noDestructor ; the state stays: the one instance lives until the end
 RuntimeCore::RuntimeCore() : state(new State) {}
 
 void RuntimeCore::setup_prefix(const char* prefix) {

@@ -38,6 +38,8 @@ class RuntimeCore {
   };
 
   RuntimeCore();
+  RuntimeCore(const RuntimeCore&) = delete;
+  RuntimeCore& operator=(const RuntimeCore&) = delete;
 
   // From now on every message begins with "[" + prefix + "] ". The prefix becomes part of the
   // format text: a "%" in it is read as a conversion. It must not be null.

@@ -95,7 +95,7 @@ static uint32_t filled(const Chunk* chunk) {
 
 // The size of a chunk's block once it holds `bytes`: doubling from 64 KiB, at most the chunk.
 static uint32_t block_size(const Chunk* chunk, uint64_t bytes) {
-  uint64_t size = 64 * 1024;
+  uint64_t size = uint64_t{64} * 1024;
   while (size < bytes) {
     size *= 2;
   }

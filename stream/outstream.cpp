@@ -7,7 +7,7 @@
 #include "core/allocation.h"
 #include "stream/socket_stream.h"
 
-static constexpr uint64_t kStageSize = 1024 * 1024;
+static constexpr uint64_t kStageSize = uint64_t{1024} * 1024;
 
 OutstreamCache::OutstreamCache(uint32_t variant_kind, void* variant)
     : kind(variant_kind), sink(variant), stage(static_cast<char*>(allocate(kStageSize))) {}

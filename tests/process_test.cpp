@@ -158,7 +158,7 @@ TEST_F(ProcessTest, FilesAreRedirectedAndReadableByTheParent) {
 }
 
 TEST_F(ProcessTest, SignalsReachTheChildOrItsWholeGroup) {
-  process_t* child = shell("sleep 100");
+  process_t* child = shell("exec sleep 100");
   EXPECT_TRUE(is_alive(child));
   EXPECT_FALSE(kill_job(child));  // it has no group of its own
   EXPECT_TRUE(kill(child));

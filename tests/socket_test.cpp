@@ -54,9 +54,8 @@ TEST_F(SocketTest, BytesOnTheWireInBothDirections) {
       EXPECT_STREQ(get_peer_name(connection), tcp ? "127.0.0.1" : "");
       peer.send(row.inbound);
       const size_t raw_wanted = row.messages.empty() ? row.inbound.size() : 0;
-      EXPECT_TRUE(poll_until([&] {
-        return messages.size() == row.messages.size() && raw.size() == raw_wanted;
-      }));
+      EXPECT_TRUE(poll_until(
+          [&] { return messages.size() == row.messages.size() && raw.size() == raw_wanted; }));
       EXPECT_EQ(messages, row.messages);
       EXPECT_EQ(raw, row.messages.empty() ? row.inbound : "");
       Message::Outbound* const hello = Message::create_outbound(connection);

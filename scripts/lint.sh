@@ -1,0 +1,24 @@
+#!/bin/sh
+# Looks at the sources without running them: formatting, clang-tidy, cppcheck, shellcheck. Silent
+# when all is well. BUILD_DIR names the build directory it makes, "build-lint" unless set.
+set -eu
+cd "$(dirname "$0")/.."
+. scripts/packages.sh
+require clang++=clang clang-format=clang-format clang-tidy=clang-tidy cppcheck=cppcheck \
+  shellcheck=shellcheck cmake=cmake ninja=ninja-build
+
+sources=$(git ls-files '*.cpp' '*.h' '*.c')
+# shellcheck disable=SC2086 # a list of files
+clang-format --dry-run --Werror $sources
+git ls-files '*.sh' .ci/run | xargs shellcheck -x
+cppcheck --quiet --error-exitcode=1 --enable=warning,performance,portability --inline-suppr \
+  --std=c++20 --language=c++ -I . app core fs process runtime schema socket stream tools examples
+
+build=${BUILD_DIR:-build-lint}
+cmake -S . -B "$build" -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+  -DCMAKE_EXPORT_COMPILE_COMMANDS=ON -DBUILD_TESTING=OFF >/dev/null
+git ls-files '*.cpp' | grep -vE '^(tests|fuzz|bench)/' |
+  xargs -P 2 -n 6 clang-tidy -quiet -p "$build" 2>"$build/tidy.log" || {
+    cat "$build/tidy.log" >&2
+    exit 1
+  }
