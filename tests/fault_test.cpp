@@ -125,7 +125,7 @@ TEST_F(FaultTest, FaultyServersAndDisksLeaveTheOldVersion) {
   const struct {
     const char* what;
     std::function<void()> arrange;
-    std::string script, out, err;  // what tools say for themselves may stand before `err`
+    std::string script, out, err;  // what tools say for themselves may stand around `err`
   } kRows[] = {
       // Without curl's own `fail` an error page is a file like any other: its first line is taken
       // for a version, the page for its archive, and tar refuses it.
@@ -172,7 +172,7 @@ TEST_F(FaultTest, FaultyServersAndDisksLeaveTheOldVersion) {
     const Outcome outcome = run_script(row.script);
     EXPECT_EQ(outcome.status, 1) << row.what;
     EXPECT_EQ(outcome.out, row.out) << row.what;
-    EXPECT_TRUE(outcome.err.ends_with(row.err)) << row.what << ": " << outcome.err;
+    EXPECT_NE(outcome.err.find(row.err), std::string::npos) << row.what << ": " << outcome.err;
     EXPECT_EQ(local("platform/5/latest"), "r1") << row.what;
     EXPECT_EQ(local("platform/5/r1/file"), "platform/5 r1") << row.what;
     write_file(directory / "server/curl/.curlrc", curlrc);

@@ -1,8 +1,10 @@
 // Several hundred connections at once: nothing lost, nothing duplicated, nothing left behind.
 #include <malloc.h>
+#include <sys/wait.h>
 
 #include <atomic>
 #include <cstring>
+#include <fstream>
 #include <latch>
 #include <random>
 #include <thread>
@@ -135,4 +137,60 @@ TEST_F(SocketLoadTest, NothingIsLostAndNothingStays) {
   EXPECT_GE(received, LoadPeer::echoed);  // some peers vanished before their echo
   EXPECT_EQ(closed, 2 * kConnections);
   std::printf("%zu connections at once, %d messages echoed\n", most, LoadPeer::echoed.load());
+}
+
+// Resident memory of this process, in KiB.
+static long resident() {
+  std::ifstream statm("/proc/self/statm");
+  long pages = 0, in_memory = 0;
+  statm >> pages >> in_memory;
+  return in_memory * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+// 900 peers that send garbage, half a header, a claim of 4 GiB, nothing, or a lot without ever
+// reading what comes back, from a process of their own; one honest peer among them is served.
+TEST_F(SocketLoadTest, HostilePeersCostLittleAndStopNobody) {
+  static constexpr int kPeers = 900;
+  accepted = [](Connection* c) {
+    Encoding::Chunked::create_encoding(c, [](void* context, Message::Inbound* message) {
+      set_timeout(message->connection, 1);
+      try {
+        echo_chunks(context, message);
+      } catch (const Error&) {  // it stopped in the middle of a message
+        mark_close(message->connection);
+      }
+    });
+  };
+  listen_unix("hostile");
+  const std::string address = path("hostile");
+  const auto frame = [](uint32_t n) {
+    n = htonl(n);
+    return std::string(reinterpret_cast<const char*>(&n), 4);
+  };
+  std::string flood;  // answered, and the answers never read
+  for (int i = 0; i < 100; ++i) {
+    flood += frame(1000) + std::string(1000, 'f') + frame(0);
+  }
+  const std::string deeds[] = {
+      "", "\xff\xfe garbage", std::string(2, '\0'), frame(0xffffffff) + "begun", frame(0), flood};
+  Runtime.poll(0);
+  const long before = resident();
+  const pid_t attackers = fork();
+  if (attackers == 0) {
+    std::vector<std::unique_ptr<Peer>> peers;
+    for (size_t i = 0; i < kPeers; ++i) {
+      peers.push_back(std::make_unique<Peer>(address));
+      peers.back()->send(deeds[i % std::size(deeds)]);
+    }
+    pause();
+  }
+  ASSERT_TRUE(poll_until([&] { return connections.size() == kPeers; }));
+  Peer honest(address);
+  honest.send(frame(5) + "hello" + frame(0));
+  ASSERT_TRUE(poll_until([&] { return honest.read_available(), honest.received.size() == 13; }));
+  EXPECT_LT(resident() - before, 64 * 1024);
+  kill(attackers, SIGKILL);
+  waitpid(attackers, nullptr, 0);
+  EXPECT_TRUE(poll_until([&] { return connections.size() == 1; }));
+  EXPECT_EQ(closed, kPeers);
 }

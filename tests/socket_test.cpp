@@ -358,6 +358,28 @@ TEST_F(SocketTest, DescriptorBeyondTheSetsIsNeverWatched) {
   setrlimit(RLIMIT_NOFILE, &limit);
 }
 
+TEST_F(SocketTest, ListenerEndsWholeThoughAClosedCallbackThrows) {
+  int ends = 0;
+  Listener* const listener = create_listener(
+      "127.0.0.1", "0", nullptr, this,
+      [this](void*, Connection* c) -> void* {
+        connections.push_back(c);
+        return nullptr;
+      },
+      [&](void*, Connection*) {
+        ++ends;
+        throw std::runtime_error("closed");
+      });
+  EXPECT_EQ(listener->name, "<no-name>");
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  getsockname(listener->fd, reinterpret_cast<sockaddr*>(&address), &length);
+  Peer first(ntohs(address.sin_port)), second(ntohs(address.sin_port));
+  ASSERT_TRUE(poll_until([&] { return connections.size() == 2; }));
+  EXPECT_THROW(destroy_listener(listener), std::runtime_error);
+  EXPECT_EQ(ends, 2);
+}
+
 TEST_F(SocketTest, EmptyCallablesThrowButNothingRunsTwice) {
   Listener* const listener = create_listener(path("s").c_str(), nullptr, nullptr, nullptr);
   Peer peer(path("s"));
@@ -457,6 +479,10 @@ TEST_F(SocketTest, FailedCreationSaysWhy) {
   testing::internal::CaptureStderr();
   EXPECT_EQ(create_client(path("no").c_str(), nullptr, end), nullptr);  // silent without info
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  testing::internal::CaptureStderr();
+  EndPoint* const endpoint = endpoint_create(path("e").c_str(), nullptr, nullptr);
+  EXPECT_FALSE(endpoint_sendto(endpoint, too_long.c_str(), "x", 1));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "Unix domain socket path is to long (108)!\n");
   EXPECT_NE(create_listener(longest.c_str(), this, factory(), ended()), nullptr);
   EXPECT_NE(create_client(longest.c_str(), nullptr, end), nullptr);
 }
@@ -481,6 +507,11 @@ TEST_F(SocketTest, DiagnosticLinesHaveTheirGatesAndColours) {
     EXPECT_TRUE(poll_until([&] { return active_state.clients.empty(); }));
     EndPoint* endpoint = endpoint_create(path("e").c_str(), this, nullptr);
     endpoint_sendto(endpoint, path("nobody").c_str(), "x", 1);
+    const sockaddr_un address = Peer::unix_address(path("e"));
+    EXPECT_EQ(sendto(endpoint->fd, "QVIX", 4, 0, reinterpret_cast<const sockaddr*>(&address),
+                     sizeof address),
+              4);
+    Runtime.poll(100);
     endpoint_sendto(endpoint, path("e").c_str(), "x", 1);
     Runtime.poll(100);
     endpoint_destroy(endpoint);
@@ -504,7 +535,8 @@ TEST_F(SocketTest, DiagnosticLinesHaveTheirGatesAndColours) {
                 "Closing connection on '" + s + "' named '" + s + "#'.\n" +
                 "Connection lost named '" + s + "'.\n" + "EndPoint '" + e + "' opened.\n" +
                 "EndPoint '" + e + "' closed.\n" + "EndPoint '" + e + "' failed to send to '" +
-                path("nobody") + "': No such file or directory\n");
+                path("nobody") + "': No such file or directory\n" + "EndPoint '" + e +
+                "' received message with incorrect prefix!\n");
   accepted = [](Connection* c) {
     c->name = "server";
     Encoding::Chunked::create_encoding(c, on_chunked);
@@ -517,7 +549,9 @@ TEST_F(SocketTest, DiagnosticLinesHaveTheirGatesAndColours) {
                                        "\x1b[36mFinalized inbound message on 'server'.\n\x1b[0m" +
                                        "\x1b[32mCollected message on '" + s + "' [2].\n\x1b[0m" +
                                        "\x1b[31mMark close 'server'.\n\x1b[0m" + "EndPoint '" + e +
-                                       "' received message from '" + e + "'.\n");
+                                       "' received message from '" + e + "'.\n" + "EndPoint '" + e +
+                                       "' received message from '" + e + "'.\n" + "EndPoint '" + e +
+                                       "' failed to receive.\n");
 }
 
 TEST_F(SocketTest, ErrorsAreClassifiedAndUnusualOnesDumpTheState) {

@@ -1,0 +1,38 @@
+#!/bin/sh
+# Measures with gcov which lines of the product the tests reach: the figure per folder, then every
+# line that no test reaches. BUILD_DIR names the build directory, "build-coverage" unless set.
+set -eu
+cd "$(dirname "$0")/.."
+build=${BUILD_DIR:-build-coverage}
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+BUILD_DIR=$build scripts/test.sh -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS=--coverage \
+  -DCMAKE_C_FLAGS=--coverage >"$log" 2>&1 || {
+    cat "$log" >&2
+    exit 1
+  }
+root=$(pwd)
+cd "$build"
+rm -rf gcov
+mkdir gcov
+cd gcov
+find .. -name '*.cpp.gcda' ! -path '*/tests/*' -exec gcov -r -s "$root" {} + >gcov.log 2>&1
+for file in *.cpp.gcov; do
+  awk -F: -v OFS=: '
+    $3 == "Source" || $3 ~ /^Source/ { source = $4 }
+    $2 + 0 > 0 {
+      count = $1; gsub(/[ *]/, "", count)
+      if (count == "-") next
+      ++lines
+      if (count ~ /^[#=]/) { $1 = ""; $2 += 0; print source $0 >>"missed" } else ++reached
+    }
+    END { print source, lines + 0, reached + 0 }' "$file"
+done | awk -F: '
+  { split($1, parts, "/"); lines[parts[1]] += $2; reached[parts[1]] += $3; all += $2; hit += $3 }
+  END {
+    for (folder in lines)
+      printf "%-10s %5.1f%% of %d lines\n", folder, 100 * reached[folder] / lines[folder], lines[folder]
+    printf "%-10s %5.1f%% of %d lines\n", "together", 100 * hit / all, all
+  }' | sort
+echo
+sort missed 2>/dev/null || true
