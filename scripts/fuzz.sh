@@ -1,0 +1,20 @@
+#!/bin/sh
+# Builds the fuzz targets with clang under AddressSanitizer and UndefinedBehaviorSanitizer and runs
+# each for some time: fuzz.sh [SECONDS [TARGET...]], 60 seconds and all targets unless given.
+# BUILD_DIR names the build directory, "build-fuzz" unless set; what a run finds worth keeping stays
+# there, in fuzz/found.
+set -eu
+cd "$(dirname "$0")/.."
+. scripts/packages.sh
+require clang++=clang /usr/lib/llvm-14/lib/clang/14.0.6/lib/linux/libclang_rt.fuzzer-x86_64.a=libclang-rt-14-dev \
+  cmake=cmake ninja=ninja-build
+
+seconds=${1:-60}
+[ $# -eq 0 ] || shift
+build=${BUILD_DIR:-build-fuzz}
+cmake -S . -B "$build" -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DRUNENV_BUILD_FUZZERS=ON -DRUNENV_BUILD_EXAMPLES=OFF \
+  -DRUNENV_SANITIZE=address,undefined,fuzzer-no-link -DRUNENV_FUZZ_SECONDS="$seconds"
+cmake --build "$build" --parallel
+pattern=$(echo "$@" | tr ' ' '|')
+ctest --test-dir "$build" --verbose --no-tests=error -R "^fuzz_($pattern)" --parallel 2
