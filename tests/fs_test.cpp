@@ -49,44 +49,6 @@ struct Bucket : bucket_t {
   std::string text() { return bucket_cstring(this); }
 };
 
-TEST_F(FsTest, JoinsAndSplitsAlikeInBothFamiliesButForBackslashes) {
-  const struct {
-    const char *path, *component, *joined;
-  } kJoins[] = {{"a", "b", "a/b"},    {"a/", "b", "a/b"},          {"a", "/x", "/x"},
-                {"a", "", "a"},       {"a", nullptr, "a"},         {"", "b", "b"},
-                {"", "", ""},         {"a", "b/../c", "a/b/../c"}, {"/", "b", "/b"},
-                {"a", "\\b", "a/\\b"}};
-  for (const auto& row : kJoins) {
-    EXPECT_STREQ(fs::path_t(row.path).join(row.component).cstring(), row.joined);
-    const bool backslash = row.component != nullptr && row.component[0] == '\\';
-    Bucket path(row.path);
-    fs_join(&path, row.component);
-    EXPECT_EQ(path.text(), backslash ? row.component : row.joined);
-    Bucket archive(row.path);
-    fs_join_ext(&archive, row.component, ".tar.gz");
-    EXPECT_EQ(archive.text(), path.text() + ".tar.gz");
-  }
-  EXPECT_STREQ(fs::path_t("d").join_ext("base", ".tar.gz").cstring(), "d/base.tar.gz");
-  EXPECT_STREQ(fs::path_t("d").join_ext(nullptr, ".x").cstring(), "d.x");
-  Bucket path("a");
-  fs_joinv(&path, "x", "", "y", nullptr);
-  EXPECT_EQ(path.text(), "a/x/y");
-
-  const struct {
-    const char *path, *directory, *base;
-  } kSplits[] = {{"file", ".", ""}, {"/file", "/", "file"}, {"/", "/", ""}, {"a/b/", "a/b", ""},
-                 {"a/b", "a", "b"}, {"a//b", "a/", "b"},    {"", ".", ""}};
-  for (const auto& row : kSplits) {
-    EXPECT_STREQ(fs::path_t(row.path).dir_name().cstring(), row.directory);
-    EXPECT_STREQ(fs::path_t(row.path).base_name().cstring(), row.base);
-    Bucket text(row.path), out("old");
-    EXPECT_EQ(fs_dirname(&text, &out), &out);
-    EXPECT_EQ(out.text(), row.directory);
-    fs_basename(&text, &out);
-    EXPECT_EQ(out.text(), row.base);
-  }
-}
-
 TEST_F(FsTest, FailuresSayWhatAndWhy) {
   write_file("f", "");
   std::filesystem::create_directory("d");

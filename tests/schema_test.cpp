@@ -1,10 +1,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
-#include <algorithm>
 #include <cstring>
-#include <map>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -84,42 +81,6 @@ TEST(VersionInfo, PropertiesAreAssignedOnceAndFailuresGoThroughTheRoot) {
   EXPECT_EQ(root->system_types_count, 1U);
 }
 
-TEST(VersionInfo, EntriesAreFoundUnlinkedAndOrdered) {
-  Document document;
-  auto [pages, root] = std::pair(document.pages, document.root);
-  EXPECT_EQ(document.lines(), strings{});
-  EXPECT_EQ(ENTRY(find_f)(root, "x"), nullptr);
-  for (std::string key : {"beta", "\xff", "alpha", "", "gamma", "alp"}) {
-    EXPECT_EQ(ENTRY(version___iwrite_set)(
-                  pages, ROOT(system_types___iwrite_create_entry)(pages, root, key.c_str()), "1"),
-              0);
-    key.assign(key.size(), '#');  // the entry has its own copy
-  }
-  DOCUMENT(finalize_f)(root);
-  EXPECT_EQ(document.lines(), (strings{"=1", "alp=1", "alpha=1", "beta=1", "gamma=1", "\xff=1"}));
-  EXPECT_STREQ(ENTRY(find_f)(root, "beta")->key, "beta");
-  for (const size_t count : {5U, 4U}) {  // the second time there is nothing to unlink
-    ROOT(system_types___iwrite_unlink_entry)(pages, root, "beta");
-    EXPECT_EQ(ENTRY(find_f)(root, "beta"), nullptr);
-    EXPECT_EQ(root->system_types_count, count);
-    EXPECT_EQ(document.lines().size(), 5U);
-  }
-}
-
-// The black height of a sound subtree, and in `size` its number of entries.
-static int check_tree(const entry_t* entry, size_t* size) {
-  if (entry == nullptr) {
-    return 0;
-  }
-  ++*size;
-  for (const entry_t* child : {entry->left, entry->right}) {
-    EXPECT_FALSE(entry->colour == 1 && child != nullptr && child->colour == 1) << entry->key;
-  }
-  const int height = check_tree(entry->left, size);
-  EXPECT_EQ(height, check_tree(entry->right, size)) << entry->key;
-  return height + (entry->colour == 0 ? 1 : 0);
-}
-
 static strings keys(iterator_t* i, entry_t* entry) {
   strings all;
   for (; entry != nullptr; entry = SET(it_next)(i)) {
@@ -128,55 +89,6 @@ static strings keys(iterator_t* i, entry_t* entry) {
   }
   EXPECT_EQ(SET(it_next)(i), nullptr);
   return all;
-}
-
-TEST(VersionInfoSet, AgreesWithAMapAndStaysBalanced) {
-  std::mt19937 random(7);
-  std::vector<entry_t> entries(500);
-  strings texts;
-  for (size_t i = 0; i < entries.size(); ++i) {
-    texts.push_back(std::to_string(i * 7919));
-  }
-  std::map<std::string, entry_t*> expected;
-  entry_t* top = nullptr;
-  for (unsigned step = 0; step < 8000; ++step) {
-    const size_t n = random() % (step < 2000 ? 5 : entries.size());  // a tiny set, then a tall one
-    entry_t* const entry = &entries[n];
-    entry->key = texts[n].data();
-    entry_t probe{};
-    probe.key = entry->key;
-    entry_t* const there = expected.contains(texts[n]) ? entry : nullptr;
-    EXPECT_EQ(SET(find_member)(top, &probe), there);
-    EXPECT_EQ(SET(is_member)(top, entry), there != nullptr);
-    EXPECT_EQ(SET(is_member)(top, &probe), 0);
-    const bool plain = random() % 2 == 0;
-    const bool growing = random() % 8 < (step / 2000 % 2 == 0 ? 6U : 2U);
-    entry_t* answer = there;
-    if (growing && plain && there == nullptr) {
-      SET(add)(&top, entry);
-    } else if (growing) {
-      EXPECT_EQ(SET(add_if_not_member)(&top, entry, &(answer = &probe)), there == nullptr);
-    } else if (plain && there != nullptr) {
-      SET(delete)(&top, entry);
-    } else {
-      EXPECT_EQ(SET(delete_if_member)(&top, &probe, &(answer = &probe)), there != nullptr);
-    }
-    EXPECT_EQ(answer, there);
-    if (growing) {
-      expected[texts[n]] = entry;
-    } else {
-      expected.erase(texts[n]);
-    }
-    size_t size = 0;
-    check_tree(top, &size);
-    EXPECT_EQ(size, expected.size());
-    EXPECT_EQ(SET(len)(top), static_cast<int>(size));
-    EXPECT_TRUE(top == nullptr || top->colour == 0);
-    iterator_t i;
-    const strings order = keys(&i, SET(it_init_inorder)(&i, top));
-    EXPECT_TRUE(std::ranges::equal(order, expected, {}, {}, [](auto& item) { return item.first; }));
-    ASSERT_FALSE(HasFailure()) << "step " << step;
-  }
 }
 
 static int compare_first_letters(const entry_t* probe, const entry_t* entry) {
@@ -216,7 +128,6 @@ TEST(VersionInfoSet, WalksInEveryOrderAndOverEqualEntries) {
   }
 }
 
-static const std::string kNul(1, '\0');
 static const std::string kFingerprint =
     "d95b246cca0c3b04d105771d58246fa0e706a6d44ac97d6cb4bab99390a02582";
 
@@ -231,55 +142,16 @@ static std::string text(const std::string& bytes) {
 static const std::string kGood = kFingerprint + text("2.0") + number(2) + text("beta") +
                                  text("0.9") + text("alpha") + text("1.4");
 
-TEST(VersionInfoBin, ReadsWellFormedAndRefusesMalformedDocuments) {
-  std::string upper = kGood;
-  std::ranges::transform(upper, upper.begin(), [](char c) { return char(std::toupper(c)); });
-  const std::string two = kFingerprint + text("2") + number(2) + text("a") + text("1");
-  const struct {
-    std::string bytes, message, platform;
-    strings lines;
-  } kRows[] = {
-      {kGood, "", "2.0", {"alpha=1.4", "beta=0.9"}},
-      {kFingerprint + text("") + number(0), "", "", {}},
-      {kFingerprint + text("") + number(1) + text("") + text(""), "", "", {"="}},
-      {kFingerprint + text("2" + kNul) + number(1) + text("a" + kNul + "b") + text(kNul + "1"),
-       "",
-       "2" + kNul,
-       {"a=" + kNul + "1"}},
-      {kFingerprint + text("2") + number(0) + "x", "trailing bytes", "2", {}},
-      {kGood + kNul, "trailing bytes", "2.0", {"alpha=1.4", "beta=0.9"}},
-      {upper, "fingerprint mismatch in binary data", "", {}},
-      {kFingerprint.substr(0, 63) + kNul + kGood, "fingerprint mismatch in binary data", "", {}},
-      {two + text("a") + text("2"), "duplicate key", "2", {"a=1"}},
-      {two + text("a" + kNul), "duplicate key", "2", {"a=1"}},
-  };
-  for (const auto& row : kRows) {
-    Document document;
-    EXPECT_EQ(document.read(row.bytes), row.message);
-    const root_t* const root = document.root;
-    EXPECT_EQ(std::string(root->platform_version, root->platform_version_len), row.platform);
-    EXPECT_EQ(document.lines(), row.lines) << row.message;
-  }
+// What is accepted and refused, and why, is held against a model under fuzz/.
+TEST(VersionInfoBin, TailReaderLeavesWhatFollows) {
   Document document;
   char rest[128];
   EXPECT_EQ(document.read(kGood + "rest", DOCUMENT(parse_bin_tail_f), rest), "");
   EXPECT_STREQ(rest, "rest");
+  EXPECT_EQ(document.lines(), (strings{"alpha=1.4", "beta=0.9"}));
   EXPECT_EQ(document.read(kGood), "reassigning property: platform_version");
-}
-
-TEST(VersionInfoBin, EveryTruncationNamesTheFieldThatIsShort) {
-  const std::string fingerprint = "insufficient bytes to read fingerprint";
-  const std::string integer = "insufficient bytes to read uint32";
-  const std::string value = "insufficient data to read text";
-  const std::string key = "insufficient bytes to read entry key";
-  const std::string fields[] = {fingerprint, integer, value, integer, key,  integer,
-                                value,       integer, key,   integer, value};
-  const size_t field_ends[] = {64, 68, 71, 79, 83, 87, 90, 94, 99, 103, 106};
-  ASSERT_EQ(kGood.size(), 106U);
-  for (size_t length = 0, field = 0; length < kGood.size(); ++length) {
-    field += length == field_ends[field];
-    EXPECT_EQ(Document().read(kGood.substr(0, length)), fields[field]) << length;
-  }
+  ROOT(system_types___iwrite_unlink_entry)(document.pages, document.root, "missing");
+  EXPECT_EQ(document.root->system_types_count, 1U);  // kept as it is
 }
 
 static long peak_memory() {

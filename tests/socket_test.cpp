@@ -74,41 +74,6 @@ TEST_F(SocketTest, BytesOnTheWireInBothDirections) {
   EXPECT_EQ(closed, 6);
 }
 
-TEST_F(SocketTest, EverySplitDecodesTheSame) {
-  const struct {
-    void (*encode)(Connection*);
-    std::string bytes;
-    Messages messages;
-  } kRows[] = {{[](Connection* c) { Encoding::ZeroTerminated::create_encoding(c, on_message); },
-                "ab\0cd\0\0efg\0rest"s,
-                {"ab", "cd", "", "efg"}},
-               {[](Connection* c) { Encoding::Chunked::create_encoding(c, on_chunked); },
-                chunk("ab") + kEnd + kEnd + chunk("cdef") + kEnd,
-                {"ab", "", "cdef"}}};
-  // A message may reach into a later piece, which recv_chunk then reads from the socket itself.
-  for (const auto& row : kRows) {
-    for (size_t step = 1; step <= row.bytes.size(); ++step) {
-      int ends[2];
-      ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends), 0);
-      {
-        Connection connection;
-        connection.fd = ends[0];
-        connection.context_object = this;
-        row.encode(&connection);
-        ASSERT_EQ(::write(ends[1], row.bytes.data(), row.bytes.size()), ssize_t(row.bytes.size()));
-        std::string piece(step, '\0');
-        for (ssize_t n; (n = recv(ends[0], piece.data(), step, 0)) > 0;) {
-          connection.receiver(piece.data(), static_cast<unsigned>(n), this, &connection);
-        }
-      }
-      EXPECT_EQ(messages, row.messages) << "in pieces of " << step;
-      messages.clear();
-      close(ends[0]);
-      close(ends[1]);
-    }
-  }
-}
-
 TEST_F(SocketTest, ChunkIsTakenOnlyWithRoomForIt) {
   listen_unix("s");
   accepted = [](Connection* c) {
