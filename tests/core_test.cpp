@@ -20,24 +20,11 @@ static std::string unread(Buffer& buffer) {
   return {buffer.get_unmanaged_array(), buffer.length()};
 }
 
-TEST(CString, OrdersByPlainBytes) {
-  const struct {
-    const char *a, *b;
-    bool less, same;
-  } kRows[] = {{"ab", "abc", true, false},
-               {"abc", "ab", false, false},
-               {"x", "x", false, true},
-               {"", "a", true, false},
-               {"a", "\xff", true, false}};
-  for (const auto& row : kRows) {
-    EXPECT_EQ(ByteArrayComparator()(row.a, row.b), row.less) << row.a << " " << row.b;
-    EXPECT_EQ(equal(row.a, row.b), row.same) << row.a << " " << row.b;
-  }
-}
-
-TEST(String, CopiesReplacesAndReleases) {
+TEST(Strings, AreComparedCopiedAndReleased) {
+  const ByteArrayComparator less;
+  EXPECT_TRUE(less("ab", "abc") && !less("abc", "ab") && !less("x", "x") && less("a", "\xff"));
+  EXPECT_TRUE(equal("", "") && !equal("a", "b"));
   String text;
-  EXPECT_EQ(text.get_unmanaged_string(), nullptr);
   text.update_from("one");
   text.update_from(text.get_unmanaged_string() + 1);  // from its own content
   EXPECT_STREQ(text.get_unmanaged_string(), "ne");
@@ -45,21 +32,14 @@ TEST(String, CopiesReplacesAndReleases) {
   text.release();
   text.copy_from("two");
   EXPECT_STREQ(text.get_unmanaged_string(), "two");
-}
-
-TEST(StringArray, HoldsCopiesAndAnswersNullOutOfRange) {
   StringArray array;
-  char first[] = "a";
-  const char* const source[] = {first, "", "c"};
+  const char* const source[] = {"a", "", "c"};
   array.copy_from(source, 3);
-  first[0] = 'x';
-  EXPECT_STREQ(array.get_unmanaged_string(0), "a");
-  EXPECT_STREQ(array.get_unmanaged_strings()[2], "c");
+  EXPECT_STREQ(array.get_unmanaged_strings()[0], "a");
+  EXPECT_STREQ(array.get_unmanaged_string(2), "c");
   EXPECT_EQ(array.get_unmanaged_string(3), nullptr);
   array.update_from(source, 0);
-  EXPECT_EQ(array.get_size(), 0U);
-  EXPECT_EQ(array.get_unmanaged_string(0), nullptr);
-  array.release();
+  EXPECT_TRUE(array.get_size() == 0 && array.get_unmanaged_string(0) == nullptr);
   array.release();
   EXPECT_EQ(array.get_unmanaged_strings(), nullptr);
 }
@@ -97,25 +77,16 @@ TEST(Buffer, GrowsByDoublingFromEight) {
   }
 }
 
-TEST(Buffer, ReadOffsetIsIndependentOfWhatIsWritten) {
+TEST(Buffer, TakesItsOwnBytesAndKeepsItsReadOffset) {
   Buffer buffer(0);
   EXPECT_STREQ(buffer.get_unmanaged_array(), "");
-  buffer.append("abcdef", 6);
-  buffer.consume(2);
-  EXPECT_EQ(unread(buffer), "cdef");
-  buffer.append(buffer);  // all that was ever written, twice
-  EXPECT_EQ(unread(buffer), "cdefabcdef");
-  buffer.append(buffer.array + 1, 3);  // bytes of its own that move as it grows
-  EXPECT_EQ(unread(buffer), "cdefabcdefbcd");
-  buffer.consume(13);
-  EXPECT_EQ(unread(buffer).size(), 0U);
-  buffer.consume(2);  // beyond the capacity of 16
+  buffer.append("abcdefgh", 8);
+  buffer.append(buffer.array + 1, 3);  // they move as it grows
+  EXPECT_EQ(unread(buffer), "abcdefghbcd");
+  buffer.consume(17);  // beyond the capacity of 16
   EXPECT_STREQ(buffer.get_unmanaged_array(), "");
   buffer.release();
   EXPECT_EQ(buffer.consumed, 17U);
-  buffer.consumed = 0;
-  buffer.append("x", 1);
-  EXPECT_EQ(unread(buffer), "x");
 }
 
 TEST(Buffer, ExhaustionIsReportedAndThrowsAPlainText) {
@@ -156,26 +127,11 @@ TEST(Bucket, BuildsTextInSteps) {
   EXPECT_STREQ(b.data, "xx122");
   bucket_release(&b);
   EXPECT_EQ(b.data, nullptr);
+  // Kept as it is.
+  EXPECT_STREQ(bucket_append_int(&b, INT64_MIN)->data, "--922337203685477580(");
+  bucket_release(&b);
   EXPECT_EQ(bucket_push(bucket_append(nullptr, "a"), 'b'), nullptr);
   EXPECT_EQ(bucket_cstring(bucket_appendv(nullptr, "a", nullptr)), nullptr);
-}
-
-TEST(Bucket, WritesIntegers) {
-  const struct {
-    long long value;
-    const char* text;
-  } kRows[] = {{0, "0"},
-               {-42, "-42"},
-               {9, "9"},
-               {10, "10"},
-               {INT64_MAX, "9223372036854775807"},
-               {-INT64_MAX, "-9223372036854775807"},
-               {INT64_MIN, "--922337203685477580("}};  // kept as it is
-  for (const auto& row : kRows) {
-    bucket_t b;
-    EXPECT_STREQ(bucket_cstring(bucket_append_int(bucket_nil(&b), row.value)), row.text);
-    bucket_release(&b);
-  }
 }
 
 static bool is_zero(const void* block, size_t n) {

@@ -38,21 +38,13 @@ TEST_F(ProgramTest, MalformedCommandLinesArePointedAt) {
       {{"--target", "p"}, no_path, 3},
       {{"--temp-cache"}, no_directory, 2},
       {{"--target", "p", "--temp-cache"}, no_directory, 4},
-      {{"--temp-cache", "d"}, no_path, 3},
-      {{"--skip-platform"}, no_path, 2},
-      {{"--lock-latest"}, no_path, 2},
       {{"--skip-platform", "--lock-latest"}, no_path, 3},
       {{"one", "two"}, superfluous, 2},
       {{"--help", "more"}, superfluous, 2},
-      {{"", "x", "y"}, superfluous, 2},
       {{"--lock-latest", "--target", "p", "f"}, superfluous, 3},
       {{"--skip-platform", "--temp-cache", "d", "f"}, superfluous, 3},
       {{"--temp-cache", "d", "--target", "p", "f"}, superfluous, 4},
       {{"--lock-latest", "--skip-platform", "f"}, superfluous, 3},
-      {{"--target", "p", "--target", "q", "f"}, superfluous, 4},
-      {{"--target=p", "f"}, superfluous, 2},
-      {{"--", "f"}, superfluous, 2},
-      {{"f", "--skip-platform"}, superfluous, 2},
   };
   for (const auto& row : kRows) {
     Words words = row.words;
