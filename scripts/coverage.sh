@@ -16,7 +16,7 @@ cd "$build"
 rm -rf gcov
 mkdir gcov
 cd gcov
-find .. -name '*.cpp.gcda' ! -path '*/tests/*' -exec gcov -r -s "$root" {} + >gcov.log 2>&1
+find .. -name '*.cpp.gcda' ! -path '*/tests/*' ! -path '*/fuzz/*' -exec gcov -r -s "$root" {} + >gcov.log 2>&1
 for file in *.cpp.gcov; do
   awk -F: -v OFS=: '
     $3 == "Source" || $3 ~ /^Source/ { source = $4 }

@@ -6,8 +6,8 @@
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
-require clang++=clang /usr/lib/llvm-14/lib/clang/14.0.6/lib/linux/libclang_rt.fuzzer-x86_64.a=libclang-rt-14-dev \
-  cmake=cmake ninja=ninja-build
+require clang++=clang cmake=cmake ninja=ninja-build
+require "$(clang++ -print-resource-dir)/lib/linux/libclang_rt.fuzzer-x86_64.a=libclang-rt-14-dev"
 
 seconds=${1:-60}
 [ $# -eq 0 ] || shift

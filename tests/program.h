@@ -104,7 +104,9 @@ class ServerTest : public ProgramTest {
     write_file(directory / "content/file", name + " " + version);
     files::create_directories(archive.parent_path());
     run({"tar", "-C", (directory / "content").string(), "-czf", archive.string(), "file"});
-    write_file(item(name) / "latest", version + "\n");
+    // Replaced whole: a run that reads it meanwhile finds the old version or the new one.
+    write_file(item(name) / "latest.new", version + "\n");
+    files::rename(item(name) / "latest.new", item(name) / "latest");
   }
 
   std::string local(const std::string& file) { return read_file(machine / "runenv" / file); }
