@@ -1,11 +1,13 @@
-// The command line parser against a table of its slots, down to the last byte of its reports.
+// The command line parser against a table of its slots, down to the last byte of its reports. An
+// input is the argument vector, one word a line.
 #include <csetjmp>
+#include <cstring>
 #include <vector>
 
 #include "fuzz/input.h"
 #include "schema/update.h"
 
-static jmp_buf exit_point;
+static jmp_buf ended;
 static bool parsing = false;
 static int exit_status;
 
@@ -16,38 +18,62 @@ extern "C" [[noreturn]] void __wrap_exit(int status) {
     __real_exit(status);
   }
   exit_status = status;
-  longjmp(exit_point, 1);
+  longjmp(ended, 1);
 }
 
-// Runs the parser: -1 when it returned, else the status it wanted to end with; what it printed.
-static int parse(const std::vector<const char*>& argv, image___update___root_t* root,
-                 std::string* printed) {
-  char* text = nullptr;
+static std::string member(uint32_t present, const char* value, char assigned) {
+  return std::to_string(present) + assigned + (present != 0 ? value : "") + "\n";
+}
+
+// The status that the parser ends with and what it prints, or -1 and the record that it fills.
+static std::string parse(const std::vector<std::string>& words) {
+  std::vector<const char*> argv;
+  for (const std::string& word : words) {
+    argv.push_back(word.c_str());
+  }
+  image___update___root_t root;
+  memset(&root, 'x', sizeof root);  // the parser clears the flags itself, and no mark
+  char* printed = nullptr;
   size_t length = 0;
   FILE* const real_stderr = stderr;
-  stderr = open_memstream(&text, &length);
+  stderr = open_memstream(&printed, &length);
   exit_status = -1;
   parsing = true;
-  if (setjmp(exit_point) == 0) {
-    image___update___do_parse(static_cast<int>(argv.size()), argv.data(), root);
+  if (setjmp(ended) == 0) {
+    image___update___do_parse(static_cast<int>(argv.size()), argv.data(), &root);
   }
   parsing = false;
   fclose(stderr);
   stderr = real_stderr;
-  printed->assign(text, length);
-  free(text);
-  return exit_status;
+  std::string outcome = std::to_string(exit_status) + "\n" + printed;
+  free(printed);
+  if (exit_status == -1) {
+    outcome += member(root.target.present, root.target.value, root.target.assigned) +
+               member(root.temp_cache.present, root.temp_cache.value, root.temp_cache.assigned) +
+               member(root.skip_platform.present, "", root.skip_platform.assigned) +
+               member(root.lock_latest.present, "", root.lock_latest.assigned) +
+               member(1, root.version_info.value, root.version_info.assigned);
+  }
+  return outcome;
 }
 
-struct Expected {
-  bool present[4] = {};  // --target, --temp-cache, --skip-platform, --lock-latest
-  const char* value[2] = {};
-  const char* path = nullptr;
-  std::string error;
-  size_t caret_at = 0;  // the argument that the report points at
-};
+static const std::string& usage() {
+  static const std::string text = parse({"program", "--help"}).substr(2);
+  return text;
+}
 
-static Expected expect(const std::vector<const char*>& argv) {
+static std::string report(const std::vector<std::string>& words, size_t at,
+                          const std::string& error) {
+  std::string line, caret = " ";
+  for (size_t i = 0; i < words.size(); ++i) {
+    line += " " + words[i];
+    caret.append(i < at ? words[i].size() + 1 : 0, ' ');
+  }
+  return "1\nunable to parse arguments: " + error + "\n\n" + line + "\n" + caret + "^\n\n" +
+         usage();
+}
+
+static std::string expect(const std::vector<std::string>& words) {
   static const struct {
     std::string word, argument;
   } kSlots[] = {{"--target", "text 'platform'"},
@@ -55,74 +81,39 @@ static Expected expect(const std::vector<const char*>& argv) {
                 {"--skip-platform", ""},
                 {"--lock-latest", ""}};
   static const std::string kMissing = " requires an argument, but no argument is available";
-  Expected expected;
+  const size_t n = words.size();
+  if (n == 0) {
+    return "1\nunable to parse arguments: no arguments provided to parse\n";
+  }
+  if (n == 2 && words[1] == "--help") {
+    return "0\n" + usage();
+  }
   size_t at = 1;
-  for (size_t slot = 0; slot < 4; ++slot) {
-    if (at == argv.size() || argv[at] != kSlots[slot].word) {
-      continue;
+  std::string members;
+  for (const auto& slot : kSlots) {
+    const bool present = at != n && words[at] == slot.word;
+    const bool valued = present && !slot.argument.empty();
+    at += present;
+    if (valued && at == n) {
+      return report(words, at, slot.argument + kMissing);
     }
-    expected.present[slot] = true;
-    ++at;
-    if (slot < 2) {
-      if (at == argv.size()) {
-        expected.error = kSlots[slot].argument + kMissing;
-        expected.caret_at = at;
-        return expected;
-      }
-      expected.value[slot] = argv[at++];
-    }
+    members += (present ? "1%" : "0x") + (valued ? words[at++] : "") + "\n";
   }
-  if (at == argv.size()) {
-    expected.error = "path 'version info'" + kMissing;
-  } else {
-    expected.path = argv[at++];
-    if (at != argv.size()) {
-      expected.error = "superfluous command line argument(s)";
-    }
+  if (at == n) {
+    return report(words, at, "path 'version info'" + kMissing);
   }
-  expected.caret_at = at;
-  return expected;
-}
-
-static std::string report(const std::vector<const char*>& argv, const Expected& expected) {
-  std::string line, caret = " ";
-  for (size_t i = 0; i < argv.size(); ++i) {
-    line += std::string(" ") + argv[i];
-    caret.append(i < expected.caret_at ? std::string(argv[i]).size() + 1 : 0, ' ');
+  if (at + 1 != n) {
+    return report(words, at + 1, "superfluous command line argument(s)");
   }
-  return "unable to parse arguments: " + expected.error + "\n\n" + line + "\n" + caret + "^\n\n";
+  return "-1\n" + members + "1%" + words[at] + "\n";
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const char* const kWords[] = {
-      "--target", "--temp-cache", "--skip-platform", "--lock-latest", "--help", "file", ""};
-  Input input(data, size);
-  std::vector<std::string> own(32);
-  std::vector<const char*> argv{"program"};
-  for (size_t i = 0; i < own.size() && !input.empty(); ++i) {
-    const size_t pick = input.byte();
-    own[i] = input.c_text(pick >= std::size(kWords) ? pick % 20 : 0);
-    argv.push_back(pick < std::size(kWords) ? kWords[pick] : own[i].c_str());
+  std::vector<std::string> words;
+  for (const uint8_t *end = data + size, *next; data < end; data = next + 1) {
+    next = std::find(data, end, '\n');
+    words.emplace_back(std::string(data, next).c_str());
   }
-  image___update___root_t root{};
-  std::string printed;
-  const int status = parse(argv, &root, &printed);
-  if (argv.size() == 2 && argv[1] == std::string("--help")) {
-    REQUIRE(status == 0 && printed.find("usage:") == 4);
-    return 0;
-  }
-  const Expected expected = expect(argv);
-  if (!expected.error.empty()) {
-    REQUIRE(status == 1 && printed.find(report(argv, expected)) == 0);
-    return 0;
-  }
-  REQUIRE(status == -1 && printed.empty());
-  REQUIRE(root.target.present == expected.present[0]);
-  REQUIRE(root.temp_cache.present == expected.present[1]);
-  REQUIRE(root.skip_platform.present == expected.present[2]);
-  REQUIRE(root.lock_latest.present == expected.present[3]);
-  REQUIRE(!expected.present[0] || root.target.value == expected.value[0]);
-  REQUIRE(!expected.present[1] || root.temp_cache.value == expected.value[1]);
-  REQUIRE(root.version_info.value == expected.path);
+  REQUIRE(parse(words) == expect(words));
   return 0;
 }

@@ -1,5 +1,8 @@
-// Buffer, bucket and dymarray: sequences of operations against standard containers.
-#include <algorithm>
+// Buffer, bucket and dymarray: sequences of operations against standard containers, and the rules
+// by which each grows.
+#include <array>
+#include <climits>
+#include <cstring>
 #include <vector>
 
 #include "core/bucket.h"
@@ -8,37 +11,36 @@
 #include "fuzz/input.h"
 
 static void fuzz_buffer(Input* input) {
-  Buffer buffer(input->byte());
-  std::string written;
-  size_t consumed = 0;
+  size_t capacity = input->byte(), consumed = 0;
+  Buffer buffer(capacity);
+  std::string model;
   while (!input->empty()) {
-    const std::string text = input->text(input->byte() % 64);
-    switch (input->byte() % 4) {
-      case 0:
+    const int operation = input->byte() % 4;
+    const std::string text = input->text(operation == 1 ? 0 : input->byte() % 64);
+    if (operation == 2) {
+      consumed += std::min(text.size(), model.size() - consumed);
+      buffer.consume(consumed - buffer.consumed);
+    } else if (operation == 3) {
+      buffer.release();
+      REQUIRE(buffer.array == nullptr && buffer.consumed == consumed);
+      buffer.consumed = consumed = capacity = 0;
+      model.clear();
+    } else {
+      if (operation == 0) {
         buffer.append(text.data(), text.size());
-        written += text;
-        break;
-      case 1:
-        if (written.size() < 4096) {
-          buffer.append(buffer);
-          written += written;
-        }
-        break;
-      case 2: {
-        const size_t n = std::min(text.size(), written.size() - consumed);
-        buffer.consume(n);
-        consumed += n;
-        break;
+        model += text;
+      } else if (model.size() < 4096) {
+        buffer.append(buffer);
+        model += model;
+      } else {
+        continue;
       }
-      case 3:
-        buffer.release();
-        buffer.consumed = consumed = 0;
-        written.clear();
-        break;
+      for (capacity = capacity == 0 ? 8 : capacity; capacity < model.size();) {
+        capacity *= 2;
+      }
     }
-    REQUIRE(buffer.size == written.size() && buffer.size <= buffer.capacity + 0);
-    REQUIRE(buffer.length() == written.size() - consumed);
-    REQUIRE(std::string(buffer.get_unmanaged_array(), buffer.length()) == written.substr(consumed));
+    REQUIRE(buffer.size == model.size() && buffer.capacity == capacity);
+    REQUIRE(std::string(buffer.get_unmanaged_array(), buffer.length()) == model.substr(consumed));
   }
 }
 
@@ -46,80 +48,90 @@ static void fuzz_bucket(Input* input) {
   bucket_t bucket;
   bucket_nil(&bucket);
   std::string model;
+  size_t capacity = 0;
+  const auto put = [&](const std::string& text) {
+    model += text;
+    capacity = std::max<size_t>(capacity, 64);
+    capacity = model.size() >= capacity ? model.size() + 64 : capacity;
+  };
   while (!input->empty()) {
+    const int operation = input->byte() % 6;
     const std::string text = input->c_text(input->byte() % 100);
-    const long long number = static_cast<long long>(text.size() * 7919) - input->byte() * 31;
-    switch (input->byte() % 6) {
-      case 0:
-        bucket_append(&bucket, text.c_str());
-        model += text;
-        break;
-      case 1:
-        bucket_push(&bucket, 'p');
-        model += 'p';
-        break;
-      case 2:
-        bucket_appendv(&bucket, text.c_str(), "-", text.c_str(), nullptr);
-        model += text + "-" + text;
-        break;
-      case 3:
-        bucket_append_int(&bucket, number);
-        model += std::to_string(number);
-        break;
-      case 4:
-        bucket_cstring(&bucket);
-        bucket_drop(&bucket, text.size());
-        model.resize(model.size() - std::min(model.size(), text.size()));
-        break;
-      case 5:
-        bucket_release(&bucket);
-        model.clear();
-        break;
+    if (operation == 0) {
+      bucket_append(bucket_append(&bucket, nullptr), text.c_str());
+      put(text);
+    } else if (operation == 1) {
+      bucket_push(&bucket, 'p');
+      put("p");
+    } else if (operation == 2) {
+      bucket_appendv(&bucket, text.c_str(), "-", text.c_str(), nullptr);
+      put(text), put("-"), put(text);
+    } else if (operation == 3) {
+      long long number = LLONG_MIN;
+      memcpy(&number, text.data(), std::min(text.size(), sizeof number));
+      bucket_append_int(&bucket, number);
+      for (const char c : number == LLONG_MIN ? "--922337203685477580(" : std::to_string(number)) {
+        put({c});
+      }
+    } else if (operation == 4) {
+      bucket_drop(&bucket, bucket_cstring(&bucket) == nullptr ? 0 : text.size());
+      put("");
+      model.resize(model.size() - std::min(model.size(), text.size()));
+    } else {
+      bucket_release(&bucket);
+      model.clear();
+      capacity = 0;
     }
-    REQUIRE(bucket.length == model.size() && bucket.length <= bucket.capacity);
-    REQUIRE(bucket_cstring(&bucket) == model && bucket.length < bucket.capacity);
+    REQUIRE(bucket.length == model.size() && bucket.capacity == capacity);
+    REQUIRE(capacity == 0 || bucket_cstring(&bucket) == model);
   }
   bucket_release(&bucket);
 }
 
-static int compare_bytes(const void* a, const void* b) {
-  return *static_cast<const uint8_t*>(a) - *static_cast<const uint8_t*>(b);
+using Element = std::array<uint8_t, 3>;
+
+static int compare_elements(const void* a, const void* b) {
+  return memcmp(a, b, sizeof(Element));
 }
 
 static void fuzz_array(Input* input) {
   dymarray_t array;
-  dymarray_init(&array, 1, input->byte() % 5);
-  std::vector<uint8_t> model;
+  const size_t step = dymarray_init(&array, sizeof(Element), input->byte() % 5);
+  std::vector<Element> model;
+  size_t capacity = 0;
   while (!input->empty()) {
+    const int operation = input->byte() % 5;
     const uint8_t value = input->byte();
     const size_t index = model.empty() ? 0 : value % model.size();
-    switch (input->byte() % 5) {
-      case 0:
-        *static_cast<uint8_t*>(dymarray_alloc(&array)) = value;
-        model.push_back(value);
-        break;
-      case 1:
-        REQUIRE(dymarray_pop_back(&array) == (model.empty() ? 0 : model.size() - 1));
-        model.resize(model.size() - !model.empty());
-        break;
-      case 2:
-        dymarray_rewind(&array, value);
-        model.resize(std::min<size_t>(model.size(), value));
-        break;
-      case 3:
-        if (!model.empty()) {
-          dymarray_swap(&array, index, 0);
-          std::swap(model[index], model[0]);
-        }
-        break;
-      case 4:
-        dymarray_sort(&array, compare_bytes);
-        std::sort(model.begin(), model.end());
-        break;
+    if (operation == 0) {
+      auto* const element = static_cast<Element*>(dymarray_alloc(&array));
+      REQUIRE(*element == Element{} && element == dymarray_last(&array));
+      REQUIRE(dymarray_indexof(&array, element) == model.size());
+      *element = {value, static_cast<uint8_t>(model.size()), 'e'};
+      capacity += model.size() == capacity ? step : 0;
+      model.push_back(*element);
+    } else if (operation == 1) {
+      model.resize(model.size() - !model.empty());
+      REQUIRE(dymarray_pop_back(&array) == model.size());
+    } else if (operation == 2) {
+      dymarray_rewind(&array, value);
+      model.resize(std::min<size_t>(model.size(), value));
+    } else if (operation == 3 && !model.empty()) {
+      dymarray_swap(&array, index, model.size() / 2);
+      std::swap(model[index], model[model.size() / 2]);
+    } else if (operation == 4) {
+      dymarray_sort(&array, compare_elements);
+      std::sort(model.begin(), model.end());
     }
-    REQUIRE(std::equal(model.begin(), model.end(),
-                       static_cast<const uint8_t*>(dymarray_cbegin(&array)),
-                       static_cast<const uint8_t*>(dymarray_cend(&array))));
+    REQUIRE(dymarray_size(&array) == model.size());
+    REQUIRE(dymarray_overhead(&array) == capacity - model.size());
+    REQUIRE((dymarray_clast(&array) == nullptr) == model.empty());
+    const void* element = dymarray_cbegin(&array);
+    for (size_t i = 0; i < model.size(); element = dymarray_cnext(&array, element), ++i) {
+      REQUIRE(*static_cast<const Element*>(element) == model[i]);
+      REQUIRE(element == dymarray_cat(&array, i));
+    }
+    REQUIRE(element == dymarray_cend(&array));
   }
   dymarray_destroy(&array);
 }

@@ -1,44 +1,31 @@
 // What the fuzz targets share: taking decisions and texts from the bytes of an input.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
-// Stops at once where the code and its model disagree.
-#define REQUIRE(condition)                                            \
-  do {                                                                \
-    if (!(condition)) {                                               \
-      fprintf(stdout, "%s:%d: %s\n", __FILE__, __LINE__, #condition); \
-      abort();                                                        \
-    }                                                                 \
-  } while (0)
+// Stops at once where the code and its model disagree; nothing of the message is lost in a buffer.
+#define REQUIRE(condition) \
+  ((condition) ? void() : (fprintf(stderr, "%s:%d: %s\n", __FILE__, __LINE__, #condition), abort()))
 
 class Input {
  public:
-  Input(const uint8_t* bytes, size_t size) : next(bytes), left(size) {}
+  Input(const uint8_t* data, size_t size) : bytes(data, data + size) {}
 
-  bool empty() const { return left == 0; }
-  uint8_t byte() {
-    if (left == 0) {
-      return 0;
-    }
-    --left;
-    return *next++;
-  }
+  bool empty() const { return at == bytes.size(); }
+  uint8_t byte() { return empty() ? uint8_t{0} : static_cast<uint8_t>(bytes[at++]); }
   std::string text(size_t length) {
-    std::string taken;
-    while (length-- != 0 && left != 0) {
-      taken += static_cast<char>(byte());
-    }
-    return taken;
+    const size_t start = at;
+    at += std::min(length, bytes.size() - at);
+    return bytes.substr(start, at - start);
   }
   // A text without NUL, as C functions take it.
   std::string c_text(size_t length) { return text(length).c_str(); }
-  std::string rest() { return text(left); }
 
  private:
-  const uint8_t* next;
-  size_t left;
+  const std::string bytes;
+  size_t at = 0;
 };

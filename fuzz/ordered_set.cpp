@@ -1,73 +1,125 @@
-// The ordered set against std::map, with the balance of its tree checked after every operation.
+// The ordered set against std::multimap, which keeps equal keys in the order of their arrival as
+// well; after every operation the balance of the tree and every walk over it are checked.
+#include <cstring>
 #include <map>
+#include <vector>
 
 #include "fuzz/input.h"
 #include "schema/version_info.h"
 
 #define SET(name) sglib_image___version_info___root___system_types_t_##name
+#define DOCUMENT(name) image___version_info___##name
+using entry_t = DOCUMENT(root___system_types_t);
+using Entries = std::vector<const entry_t*>;
 
-using entry_t = image___version_info___root___system_types_t;
-
-// The number of black entries on every way down; equal on all of them, and no red one below a red.
-static int black_height(const entry_t* entry, bool below_red) {
+// Notes the entries in pre-order, in-order and post-order, and counts the black ones on every way
+// down: equally many on all of them, and no red one below a red.
+static int look_at(const entry_t* entry, bool below_red, Entries (&orders)[3]) {
   if (entry == nullptr) {
     return 0;
   }
   const bool red = entry->colour != 0;
   REQUIRE(!(red && below_red));
-  const int left = black_height(entry->left, red);
-  REQUIRE(left == black_height(entry->right, red));
+  orders[0].push_back(entry);
+  const int left = look_at(entry->left, red, orders);
+  orders[1].push_back(entry);
+  const int right = look_at(entry->right, red, orders);
+  orders[2].push_back(entry);
+  REQUIRE(left == right);
   return left + !red;
+}
+
+static void check_walk(SET(iterator) * it, const entry_t* entry, const Entries& expected) {
+  for (const entry_t* const wanted : expected) {
+    REQUIRE(entry == wanted && SET(it_current)(it) == wanted);
+    entry = SET(it_next)(it);
+  }
+  REQUIRE(entry == nullptr && SET(it_current)(it) == nullptr);
+}
+
+static int compare_first_bytes(const entry_t* a, const entry_t* b) {
+  return strncmp(a->key, b->key, 1);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Input input(data, size);
-  dympage_t* const allocator = dympage_create2(4096);  // as create_allocator_f, but quickly made
-  auto* const root = image___version_info___root_t___allocate_f(allocator);
-  std::map<std::string, entry_t*> model;
+  dympage_t* const allocator = dympage_create2(4096);
+  auto* const root = DOCUMENT(root_t___allocate_f)(allocator);
+  entry_t** const top = &root->system_types;
+  std::multimap<std::string, entry_t*> model;
+  entry_t* out = DOCUMENT(root___system_types_t___allocate_f)(allocator, root, "", 0);
+  SET(delete)(top, out);
   while (!input.empty()) {
-    const uint8_t operation = input.byte();
-    const std::string key = input.c_text(operation / 4 % 3);
-    const auto known = model.find(key);
-    entry_t* const found = image___version_info___root___system_types_t___find_f(root, key.c_str());
-    REQUIRE(found == (known == model.end() ? nullptr : known->second));
-    REQUIRE(found == nullptr || SET(is_member)(root->system_types, found) == 1);
-    if (operation % 16 == 1) {
-      // The layer below: taken out as this very entry and put back, no other takes its place.
-      entry_t probe{}, *existing = nullptr;
-      probe.key = const_cast<char*>(key.c_str());
-      REQUIRE(SET(is_member)(root->system_types, &probe) == 0);
-      if (found != nullptr) {
-        REQUIRE(SET(add_if_not_member)(&root->system_types, &probe, &existing) == 0);
-        REQUIRE(existing == found);
-        SET(delete)(&root->system_types, found);
-        REQUIRE(SET(add_if_not_member)(&root->system_types, found, &existing) == 1);
-      } else {
-        REQUIRE(SET(delete_if_member)(&root->system_types, &probe, &existing) == 0);
-        REQUIRE(existing == nullptr);
-      }
-    } else if (operation % 4 != 0) {
-      entry_t* const made = image___version_info___root_t___system_types___iwrite_create_entry(
-          allocator, root, key.c_str());
-      REQUIRE((made != nullptr) == (known == model.end()));
-      model.emplace(key, made);
-    } else if (known != model.end()) {
-      image___version_info___root_t___system_types___iwrite_unlink_entry(allocator, root,
-                                                                         key.c_str());
-      model.erase(known);
+    const uint8_t decision = input.byte();
+    std::string key = input.c_text(decision / 8 % 3);
+    const size_t known = model.count(key);
+    entry_t* found = DOCUMENT(root___system_types_t___find_f)(root, key.c_str());
+    REQUIRE(found == nullptr ? known == 0 : found->key == key);
+    entry_t* added = nullptr;
+    entry_t* removed = nullptr;
+    entry_t* existing = nullptr;
+    switch (decision % 8) {
+      case 0:  // any entry, also one of several with the same key
+        if (!model.empty()) {
+          removed = std::next(model.begin(), decision / 8 % static_cast<int>(model.size()))->second;
+          REQUIRE(SET(is_member)(*top, removed) == 1);
+          SET(delete)(top, removed);
+        }
+        break;
+      case 1:
+        if (known != 0) {
+          DOCUMENT(root_t___system_types___iwrite_unlink_entry)(allocator, root, key.c_str());
+          removed = found;
+        }
+        break;
+      case 2:
+        if ((added = out) == nullptr) {
+          break;
+        }
+        REQUIRE(SET(is_member)(*top, out) == 0);
+        SET(delete)(top, out);  // changes nothing
+        if (SET(add_if_not_member)(top, out, &existing) == 0) {
+          REQUIRE(existing != nullptr && strcmp(existing->key, out->key) == 0);
+          added = nullptr;
+        }
+        break;
+      case 3:
+        REQUIRE(found == nullptr || SET(is_member)(*top, found) == 1);
+        added =
+            DOCUMENT(root___system_types_t___allocate_f)(allocator, root, key.c_str(), key.size());
+        break;
+      default:
+        added = DOCUMENT(root_t___system_types___iwrite_create_entry)(allocator, root, key.c_str());
+        REQUIRE((added != nullptr) == (known == 0));
     }
-    black_height(root->system_types, true);  // the top is black as well
-    REQUIRE(root->system_types_count == model.size());
-    REQUIRE(SET(len)(root->system_types) == static_cast<int>(model.size()));
-    image___version_info___root___system_types_t___iterator_t iterator;
-    const entry_t* entry =
-        image___version_info___root___system_types_t___it_init(root->system_types, &iterator);
-    for (const auto& [wanted_key, wanted] : model) {
-      REQUIRE(entry == wanted && entry->key == wanted_key);
-      entry = image___version_info___root___system_types_t___it_next(&iterator);
+    if (removed != nullptr) {
+      const auto same = [&](const auto& pair) { return pair.second == removed; };
+      model.erase(std::find_if(model.begin(), model.end(), same));
+      out = removed;
+    } else if (added != nullptr) {
+      REQUIRE(existing == nullptr && (decision % 8 != 2 || model.count(added->key) == 0));
+      model.emplace(added->key, added);
+      out = added == out ? nullptr : out;
     }
-    REQUIRE(entry == nullptr);
+
+    Entries orders[3], in_order, equal, same_start;
+    look_at(*top, true, orders);  // the top is black as well
+    for (const auto& [name, entry] : model) {
+      in_order.push_back(entry);
+      if (name == key) equal.push_back(entry);
+      if (strncmp(name.c_str(), key.c_str(), 1) == 0) same_start.push_back(entry);
+    }
+    entry_t probe{};
+    probe.key = key.data();
+    SET(iterator) it;
+    REQUIRE(in_order == orders[1] && SET(len)(*top) == static_cast<int>(model.size()));
+    check_walk(&it, SET(it_init)(&it, *top), orders[2]);
+    check_walk(&it, SET(it_init_preorder)(&it, *top), orders[0]);
+    check_walk(&it, SET(it_init_inorder)(&it, *top), orders[1]);
+    check_walk(&it, SET(it_init_postorder)(&it, *top), orders[2]);
+    check_walk(&it, SET(it_init_on_equal)(&it, *top, nullptr, &probe), equal);
+    check_walk(&it, SET(it_init_on_equal)(&it, *top, compare_first_bytes, &probe), same_start);
   }
-  image___version_info___destroy_allocator_f(allocator);
+  DOCUMENT(destroy_allocator_f)(allocator);
   return 0;
 }

@@ -56,27 +56,6 @@ TEST(Error, OwnsItsMessageAndIsNeverCopied) {
   }
 }
 
-TEST(Buffer, GrowsByDoublingFromEight) {
-  const struct {
-    unsigned long long initial;
-    std::vector<size_t> appends;
-    unsigned long long capacity;
-  } kRows[] = {{0, {1}, 8}, {0, {1, 9}, 16}, {0, {100}, 128},
-               {5, {3}, 5}, {5, {3, 3}, 10}, {0, {0}, 8},
-               {0, {8}, 8}, {0, {8, 1}, 16}, {3, {1 << 20}, 3 << 19}};
-  for (const auto& row : kRows) {
-    Buffer buffer(row.initial);
-    std::string expected;
-    for (const size_t n : row.appends) {
-      const std::string piece(n, static_cast<char>('a' + n % 26));
-      buffer.append(piece.data(), n);
-      expected += piece;
-    }
-    EXPECT_EQ(buffer.capacity, row.capacity) << row.initial;
-    EXPECT_EQ(unread(buffer), expected);
-  }
-}
-
 TEST(Buffer, TakesItsOwnBytesAndKeepsItsReadOffset) {
   Buffer buffer(0);
   EXPECT_STREQ(buffer.get_unmanaged_array(), "");
@@ -202,26 +181,4 @@ TEST(Dympool, HandsOutFreshPagesFromTheTopAndReusesWhatIsFreed) {
   dympool_t refused;
   dympool_init(&refused, 8, 1);
   EXPECT_EQ(dympool_alloc(&refused), nullptr);
-}
-
-TEST(Dymarray, GrowsByItsStepAndClearsNewElements) {
-  const struct {
-    unsigned long long given, used;
-    int elements;
-    unsigned long long capacity;
-  } kRows[] = {{3, 3, 4, 6}, {0, 64, 65, 128}, {0, 64, 0, 0}};
-  for (const auto& row : kRows) {
-    dymarray_t array;
-    EXPECT_EQ(dymarray_init(&array, 16, row.given), row.used);
-    EXPECT_EQ(dymarray_pop_back(&array), 0U);
-    EXPECT_EQ(dymarray_last(&array), nullptr);
-    for (int i = 0; i < row.elements; ++i) {
-      void* const element = dymarray_alloc(&array);
-      EXPECT_TRUE(is_zero(element, 16));
-      EXPECT_EQ(dymarray_indexof(&array, element), dymarray_size(&array) - 1);
-      std::memset(element, 0xff, 16);
-    }
-    EXPECT_EQ(dymarray_overhead(&array), row.capacity - dymarray_size(&array));
-    dymarray_destroy(&array);
-  }
 }

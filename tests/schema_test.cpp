@@ -81,53 +81,6 @@ TEST(VersionInfo, PropertiesAreAssignedOnceAndFailuresGoThroughTheRoot) {
   EXPECT_EQ(root->system_types_count, 1U);
 }
 
-static strings keys(iterator_t* i, entry_t* entry) {
-  strings all;
-  for (; entry != nullptr; entry = SET(it_next)(i)) {
-    EXPECT_EQ(SET(it_current)(i), entry);
-    all.push_back(entry->key);
-  }
-  EXPECT_EQ(SET(it_next)(i), nullptr);
-  return all;
-}
-
-static int compare_first_letters(const entry_t* probe, const entry_t* entry) {
-  return probe->key[0] - entry->key[0];
-}
-
-TEST(VersionInfoSet, WalksInEveryOrderAndOverEqualEntries) {
-  strings texts = {"d", "b", "f", "a", "c", "e", "g", "b2", "b1", "b1", "b1", "b1"};
-  std::vector<entry_t> entries(texts.size());
-  entry_t* top = nullptr;
-  iterator_t i;
-  EXPECT_EQ(keys(&i, SET(it_init)(&i, top)), strings{});
-  for (size_t n = 0; n < texts.size(); ++n) {
-    entries[n].key = texts[n].data();
-    SET(add)(&top, &entries[n]);
-    if (n == 6) {
-      const strings post = {"a", "c", "b", "e", "g", "f", "d"};
-      EXPECT_EQ(keys(&i, SET(it_init)(&i, top)), post);
-      EXPECT_EQ(keys(&i, SET(it_init_postorder)(&i, top)), post);
-      EXPECT_EQ(keys(&i, SET(it_init_preorder)(&i, top)),
-                (strings{"d", "b", "a", "c", "f", "e", "g"}));
-    }
-  }
-  const auto equal_to = [&](const char* key, auto comparator) {
-    entry_t probe{};
-    probe.key = const_cast<char*>(key);
-    return keys(&i, SET(it_init_on_equal)(&i, top, comparator, &probe));
-  };
-  EXPECT_EQ(equal_to("b", nullptr), strings{"b"});
-  EXPECT_EQ(equal_to("b0", nullptr), strings{});
-  EXPECT_EQ(equal_to("b?", compare_first_letters), (strings{"b", "b1", "b1", "b1", "b1", "b2"}));
-  for (size_t n = texts.size(); n-- > 8;) {  // of equal keys, the very entry meant goes
-    EXPECT_EQ(equal_to("b1", nullptr), strings(n - 7, "b1"));
-    EXPECT_EQ(SET(is_member)(top, &entries[n]), 1);
-    SET(delete)(&top, &entries[n]);
-    EXPECT_EQ(SET(is_member)(top, &entries[n]), 0);
-  }
-}
-
 static const std::string kFingerprint =
     "d95b246cca0c3b04d105771d58246fa0e706a6d44ac97d6cb4bab99390a02582";
 
