@@ -143,12 +143,15 @@ int fs_mkdir_recursive(bucket_t* path) {
   if (fs_exists(path) != 0) {
     return 0;
   }
-  if (path->length >= PATH_MAX) {
-    return fs_mkdir(path);  // the system refuses it; no use climbing
-  }
   bucket_t parent;
   fs_dirname(path, bucket_nil(&parent));
-  // A top that does not exist ("." of a removed directory) is its own parent: no use going on.
+  // The system refuses every path from PATH_MAX bytes on, so creating never gets beyond the
+  // shortest such ancestor: going there at once bounds the depth, whatever length was asked for.
+  if (parent.length > PATH_MAX) {
+    const char* const beyond = std::strchr(parent.data + PATH_MAX, '/');
+    bucket_drop(&parent, beyond == nullptr ? 0 : std::strlen(beyond));
+  }
+  // A "." that cannot be seen is its own parent: no use going on.
   const bool is_top = std::strcmp(bucket_cstring(&parent), bucket_cstring(path)) == 0;
   const int result = is_top ? 0 : fs_mkdir_recursive(&parent);
   bucket_release(&parent);

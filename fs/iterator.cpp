@@ -39,7 +39,9 @@ struct _impl_t {
 iterator_t::iterator_t(path_t dir, bool include_hidden)
     : impl(new _impl_t{std::move(dir), !include_hidden, nullptr, nullptr}) {
   impl->handle = opendir(impl->path.cstring());
-  move_next();
+  if (impl->handle != nullptr) {
+    impl->read_next();
+  }
 }
 
 iterator_t::~iterator_t() {
@@ -63,7 +65,7 @@ path_t iterator_t::get_path() {
 }
 
 void iterator_t::move_next() {
-  if (impl->handle != nullptr) {
+  if (has_item()) {
     impl->read_next();
   }
 }

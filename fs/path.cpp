@@ -16,8 +16,17 @@
 
 namespace fs {
 
-[[noreturn]] static void throw_errno(const std::string& what) {
-  throw_failure(what + ": " + std::strerror(errno));
+// Takes the message in pieces: nothing may come between the failure and the look at errno.
+[[noreturn]] static void throw_errno(const char* before, const std::string& path,
+                                     const char* after) {
+  const char* const reason = std::strerror(errno);
+  throw_failure(before + path + after + ": " + reason);
+}
+
+// The type bits of what is at the path, links followed; 0 where there is nothing to be seen.
+static mode_t type_of(const std::string& path) {
+  struct stat status;
+  return stat(path.c_str(), &status) == 0 ? status.st_mode & S_IFMT : 0;
 }
 
 path_t& path_t::join(const char* component) {
@@ -44,7 +53,7 @@ path_t& path_t::join_ext(const char* name, const char* ext) {
 path_t& path_t::real_path() {
   static char resolved[PATH_MAX];
   if (realpath(text.c_str(), resolved) == nullptr) {
-    throw_errno("Unable to get realpath to '" + text + "'");
+    throw_errno("Unable to get realpath to '", text, "'");
   }
   text = resolved;
   return *this;
@@ -64,10 +73,10 @@ path_t path_t::base_name() const {
   return slash == std::string::npos ? "" : text.c_str() + slash + 1;
 }
 
-FILE* path_t::open_for(const char* mode, const char* purpose) const {
+FILE* path_t::open_for(const char* mode, const char* after) const {
   FILE* const file = std::fopen(text.c_str(), mode);
   if (file == nullptr) {
-    throw_errno("Unable to open '" + text + "' for " + purpose);
+    throw_errno("Unable to open '", text, after);
   }
   return file;
 }
@@ -77,28 +86,29 @@ FILE* path_t::open_read() const {
   if (is_directory()) {
     throw_failure("Unable to open '" + text + "' for reading: it is a directory");
   }
-  return open_for("rbe", "reading");
+  return open_for("rbe", "' for reading");
 }
 
 FILE* path_t::open_write(bool create_parents) const {
   if (create_parents) {
     dir_name().create_directory(true);
   }
-  return open_for("wbe", "writing");
+  return open_for("wbe", "' for writing");
 }
 
 FILE* path_t::open_append(bool create_parents) const {
   if (create_parents) {
     dir_name().create_directory(true);
   }
-  return open_for("abe", "appending");
+  return open_for("abe", "' for appending");
 }
 
 const path_t& path_t::create_directory(bool recursive) const {
   if (recursive) {
     create_missing_ancestors();
   } else if (mkdir(text.c_str(), 0777) != 0 && errno != EEXIST) {
-    throw_errno("Unable to create directory '" + text + "'");
+    // EEXIST is success, so that another process may make the same directories at the same time.
+    throw_errno("Unable to create directory '", text, "'");
   }
   return *this;
 }
@@ -109,33 +119,33 @@ path_t& path_t::create_directory(bool recursive) {
 }
 
 void path_t::create_missing_ancestors() const {
-  if (text.size() >= PATH_MAX) {
-    create_directory(false);  // the system refuses it; no use climbing
+  const mode_t type = type_of(text);
+  if (type == S_IFDIR) {
     return;
   }
-  if (exists()) {
-    if (!is_directory()) {
-      // "byt" stands so in the message that scripts out there look for.
-      throw_failure("Unable to create directory '" + text +
-                    "': already exists byt is not a directory");
-    }
-    return;
+  if (type != 0) {
+    // "byt" stands so in the message that scripts out there look for.
+    throw_failure("Unable to create directory '" + text +
+                  "': already exists byt is not a directory");
   }
-  std::vector<path_t> missing{*this};
+  // The system refuses every path from PATH_MAX bytes on, so creating never gets beyond the
+  // shortest such ancestor: climbing from there bounds the list, whatever length was asked for.
+  std::vector<path_t> missing{text.substr(0, text.find('/', PATH_MAX)).c_str()};
   for (;;) {
     if (missing.back().is_root()) {  // throws for the empty path
       return;
     }
     path_t parent = missing.back().dir_name();
-    if (parent.exists()) {
-      if (!parent.is_directory()) {
-        throw_failure("Unable to create directory '" + text + "': component '" + parent.text +
-                      "' of path is not a directory");
-      }
+    const mode_t parent_type = type_of(parent.text);
+    if (parent_type == S_IFDIR) {
       break;
     }
+    if (parent_type != 0) {
+      throw_failure("Unable to create directory '" + text + "': component '" + parent.text +
+                    "' of path is not a directory");
+    }
     if (parent.text == missing.back().text) {
-      break;  // "." itself is gone: creating tells why
+      break;  // "." itself cannot be seen: creating tells why
     }
     missing.push_back(std::move(parent));
   }
@@ -145,13 +155,11 @@ void path_t::create_missing_ancestors() const {
 }
 
 bool path_t::is_directory() const {
-  struct stat status;
-  return stat(text.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+  return type_of(text) == S_IFDIR;
 }
 
 bool path_t::is_regular_file() const {
-  struct stat status;
-  return stat(text.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+  return type_of(text) == S_IFREG;
 }
 
 bool path_t::exists(bool no_follow) const {

@@ -18,7 +18,7 @@ class path_t {
   const char* cstring() const { return text.c_str(); }
 
   // Appends a component behind one "/"; an absolute one replaces the path, a null or empty one
-  // changes nothing.
+  // changes nothing. It must not lie in this path.
   path_t& join(const char* component);
 
   // join, then `ext` verbatim: the caller gives the dot.
@@ -70,7 +70,7 @@ class path_t {
   bool remove_directory();
 
  private:
-  FILE* open_for(const char* mode, const char* purpose) const;
+  FILE* open_for(const char* mode, const char* after) const;
   void create_missing_ancestors() const;
 
   std::string text;

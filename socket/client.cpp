@@ -34,12 +34,8 @@ static Client* add_client(int fd, std::string name, void* context, Closed closed
 }
 
 Client* create_client(const char* host, const char* port, void* context, Closed closed) {
-  addrinfo hints{};
-  hints.ai_flags = AI_NUMERICHOST;
-  hints.ai_family = AF_INET;
-  hints.ai_socktype = SOCK_STREAM;
-  addrinfo* list = nullptr;
-  const int lookup = getaddrinfo(host, port, &hints, &list);
+  addrinfo* list;
+  const int lookup = look_up(host, port, &list);
   if (lookup != 0) {
     Runtime.error("Unable to get address info: %s\n", gai_strerror(lookup));
     return nullptr;

@@ -1,6 +1,7 @@
 #include "socket/descriptor.h"
 
 #include <fcntl.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/select.h>
@@ -25,6 +26,15 @@ int open_socket(int family, int type, int protocol) {
     return -1;
   }
   return fd;
+}
+
+int look_up(const char* node, const char* service, addrinfo** list) {
+  addrinfo hints{};
+  hints.ai_flags = AI_NUMERICHOST;
+  hints.ai_family = AF_INET;
+  hints.ai_socktype = SOCK_STREAM;
+  *list = nullptr;
+  return getaddrinfo(node, service, &hints, list);
 }
 
 void set_non_blocking(int fd) {

@@ -3,6 +3,7 @@
 
 #include <string>
 
+struct addrinfo;
 struct sockaddr;
 struct sockaddr_un;
 
@@ -14,6 +15,9 @@ bool fits_descriptor_set(int fd);
 // A socket with close-on-exec set, or -1. One that does not fit a descriptor set could never be
 // served: it counts as one descriptor too many (EMFILE).
 int open_socket(int family, int type, int protocol);
+
+// Looks up a numeric IPv4 address (null: loopback) and a port; 0, or what gai_strerror explains.
+int look_up(const char* node, const char* service, addrinfo** list);
 
 // Makes the descriptor non-blocking, keeping its other flags.
 void set_non_blocking(int fd);

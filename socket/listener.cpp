@@ -61,12 +61,8 @@ static int bind_tcp(const addrinfo* list, const char* service, const char* name)
 Listener* create_listener(const char* node, const char* service, const char* name, void* context,
                           Factory factory, Closed closed) {
   const char* const shown_name = name != nullptr ? name : "<no-name>";
-  addrinfo hints{};
-  hints.ai_flags = AI_NUMERICHOST;
-  hints.ai_family = AF_INET;
-  hints.ai_socktype = SOCK_STREAM;
-  addrinfo* list = nullptr;
-  const int lookup = getaddrinfo(node, service, &hints, &list);
+  addrinfo* list;
+  const int lookup = look_up(node, service, &list);
   if (lookup != 0) {
     Runtime.error("Error by getaddrinfo: %s\n", gai_strerror(lookup));
     return nullptr;

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -5,6 +6,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -21,8 +24,8 @@
 class FsTest : public testing::Test {
  protected:
   FsTest() {
-    char name[] = "/tmp/runenv-fs-XXXXXX";
-    directory = mkdtemp(name);
+    std::string name = testing::TempDir() + "/runenv-fs-XXXXXX";
+    directory = std::filesystem::canonical(mkdtemp(name.data()));
     std::filesystem::current_path(directory);
   }
   ~FsTest() override {
@@ -54,7 +57,12 @@ TEST_F(FsTest, FailuresSayWhatAndWhy) {
   std::filesystem::create_directory("d");
   std::filesystem::create_symlink("loop", "loop");
   const std::string long_name(300, 'n');
-  const std::string long_path(5000, 'a');
+  const std::string component = std::string(250, 'c') + '/';
+  std::string chain;
+  while (chain.size() < 5000) {
+    chain += component;
+  }
+  const std::string refused = chain.substr(0, chain.find('/', 4096));  // too long for the system
   const struct {
     std::function<void()> action;
     std::string message;
@@ -81,8 +89,10 @@ TEST_F(FsTest, FailuresSayWhatAndWhy) {
        "Unable to create directory 'f/b': component 'f' of path is not a directory"},
       {[&] { fs::path_t("x").join(long_name.c_str()).create_directory(true); },
        "Unable to create directory 'x/" + long_name + "': File name too long"},
-      {[&] { fs::path_t(long_path.c_str()).create_directory(true); },
-       "Unable to create directory '" + long_path + "': File name too long"},
+      {[&] { fs::path_t(chain.c_str()).create_directory(true); },
+       "Unable to create directory '" + refused + "': File name too long"},
+      {[&] { fs::path_t("f").join(chain.c_str()).create_directory(true); },
+       "Unable to create directory 'f/" + chain + "': component 'f' of path is not a directory"},
       {[] { fs::iterator_t("no", true).get_name(); }, "Directory iterator is past end"},
       {[] { fs::iterator_t("f", true).get_path(); }, "Directory iterator is past end"},
   };
@@ -95,7 +105,9 @@ TEST_F(FsTest, FailuresSayWhatAndWhy) {
       EXPECT_EQ(error.message, row.message);
     }
   }
-  EXPECT_TRUE(fs::path_t("x").is_directory());  // made before the long name failed
+  // What was made before the long name, or the long chain, failed.
+  EXPECT_TRUE(fs::path_t("x").is_directory());
+  EXPECT_TRUE(fs::path_t(refused.c_str()).dir_name().is_directory());
 }
 
 TEST_F(FsTest, DirectoriesAreMadeQueriedAndRemoved) {
@@ -132,14 +144,16 @@ TEST_F(FsTest, DirectoriesAreMadeQueriedAndRemoved) {
 
 TEST_F(FsTest, ListingsLeaveOutWhatIsHidden) {
   for (const char* name : {"d/x", "d/.profile", "d/..."}) {
-    fs::path_t(name).open_write(true);
+    std::fclose(fs::path_t(name).open_write(true));
   }
   const auto names = [](bool include_hidden) {
     std::vector<std::string> listed;
-    for (fs::iterator_t it("d/", include_hidden); it.has_item(); it.move_next()) {
+    fs::iterator_t it("d/", include_hidden);
+    for (; it.has_item(); it.move_next()) {
       listed.push_back(it.get_name());
       EXPECT_EQ(it.get_path().cstring(), std::string("d/") + it.get_name());
     }
+    EXPECT_THROW(it.get_name(), Error);
     std::sort(listed.begin(), listed.end());
     return listed;
   };
@@ -185,6 +199,12 @@ TEST_F(FsTest, CFunctionsAnswerPlainIntegers) {
   EXPECT_EQ(fs_mkdir_recursive(&file), 0);  // anything that exists will do
   EXPECT_EQ(fs_mkdir_recursive(&below), -1);
   EXPECT_EQ(fs_mkdir_recursive(&deep), 0);
+  Bucket hostile("f");
+  while (hostile.length < 150'000) {  // deeper than the stack
+    bucket_append(&hostile, "/h");
+  }
+  EXPECT_EQ(fs_mkdir_recursive(&hostile), -1);
+  EXPECT_EQ(errno, ENOTDIR);
   EXPECT_EQ(fs_rename(&file, &moved), 0);
   EXPECT_EQ(fs_rename(&file, &moved), -1);
   EXPECT_EQ(fs_touch(&moved), 0);
@@ -202,16 +222,45 @@ TEST_F(FsTest, CFunctionsAnswerPlainIntegers) {
   EXPECT_EQ(here.text(), directory);
 }
 
+TEST_F(FsTest, ClimbingEndsWhereTheWorkingDirectoryCannotBeSeen) {
+  ASSERT_EQ(chmod(".", 0), 0);
+  const uid_t user = geteuid();
+  ASSERT_EQ(seteuid(user == 0 ? 65534 : user), 0);  // root would see it all the same
+  Bucket path("x/y");
+  const int result = fs_mkdir_recursive(&path);
+  EXPECT_THROW(fs::path_t("x/y").create_directory(true), Error);
+  ASSERT_EQ(seteuid(user), 0);
+  ASSERT_EQ(chmod(directory.c_str(), 0700), 0);
+  EXPECT_EQ(result, -1);
+}
+
+TEST_F(FsTest, OpenedFilesStayOutOfChildProcesses) {
+  Bucket path("f");
+  fs_ostream_t* const writer = fs_open_write(&path);
+  istream* const reader = fs_open_read(&path);
+  FILE* const files[] = {writer->file, reinterpret_cast<istream_file*>(reader)->file,
+                         fs::path_t("f").open_write(false), fs::path_t("f").open_append(false),
+                         fs::path_t("f").open_read()};
+  for (FILE* const file : files) {
+    EXPECT_EQ(fcntl(fileno(file), F_GETFD), FD_CLOEXEC);
+    std::fclose(file);
+  }
+  std::free(writer);
+  std::free(reader);
+}
+
 TEST_F(FsTest, CopiesReportWhatDidNotArrive) {
   const std::string content(5000, 'c');
   write_file("f", content);
-  Bucket source("f"), copy("copy"), missing("no"), dir("."), full("/dev/full");
+  write_file("s", "fits the buffer");
+  Bucket source("f"), small("s"), copy("copy"), missing("no"), dir("."), full("/dev/full");
   EXPECT_EQ(fs_fcopy(&copy, &source), 0);
   EXPECT_EQ(read_file("copy"), content);
   EXPECT_EQ(fs_fcopy(&copy, &missing), -1);
   EXPECT_EQ(read_file("copy"), "");  // the destination is left empty
   EXPECT_EQ(fs_fcopy(&copy, &dir), -1);
   EXPECT_EQ(fs_fcopy(&full, &source), -1);
+  EXPECT_EQ(fs_fcopy(&full, &small), -1);
   EXPECT_EQ(fs_fcopy(&dir, &source), -1);
 }
 

@@ -47,9 +47,7 @@ class LoadPeer {
 
  private:
   std::string encode(const std::string& message) const {
-    if (!chunked) return message + '\0';
-    const auto n = htonl(static_cast<uint32_t>(message.size()));
-    return std::string(reinterpret_cast<const char*>(&n), 4) + message + std::string(4, '\0');
+    return chunked ? chunk(message) + kEnd : message + '\0';
   }
   void write(const std::string& bytes) {
     for (size_t sent = 0; sent < bytes.size();) {
@@ -163,16 +161,17 @@ TEST_F(SocketLoadTest, HostilePeersCostLittleAndStopNobody) {
   };
   listen_unix("hostile");
   const std::string address = path("hostile");
-  const auto frame = [](uint32_t n) {
-    n = htonl(n);
-    return std::string(reinterpret_cast<const char*>(&n), 4);
-  };
   std::string flood;  // answered, and the answers never read
   for (int i = 0; i < 100; ++i) {
-    flood += frame(1000) + std::string(1000, 'f') + frame(0);
+    flood += chunk(std::string(1000, 'f')) + kEnd;
   }
-  const std::string deeds[] = {
-      "", "\xff\xfe garbage", std::string(2, '\0'), frame(0xffffffff) + "begun", frame(0), flood};
+  const std::string deeds[] = {"",
+                               "\xff\xfe garbage",
+                               std::string(2, '\0'),
+                               "\xff\xff\xff\xff"
+                               "begun",
+                               kEnd,
+                               flood};
   Runtime.poll(0);
   const long before = resident();
   const pid_t attackers = fork();
@@ -186,8 +185,11 @@ TEST_F(SocketLoadTest, HostilePeersCostLittleAndStopNobody) {
   }
   ASSERT_TRUE(poll_until([&] { return connections.size() == kPeers; }));
   Peer honest(address);
-  honest.send(frame(5) + "hello" + frame(0));
-  ASSERT_TRUE(poll_until([&] { return honest.read_available(), honest.received.size() == 13; }));
+  honest.send(chunk("hello") + kEnd);
+  ASSERT_TRUE(poll_until([&] {
+    honest.read_available();
+    return honest.received.size() == 13;
+  }));
 #ifndef __SANITIZE_ADDRESS__  // which keeps what is freed for a while
   EXPECT_LT(resident() - before, 64 * 1024);
 #else

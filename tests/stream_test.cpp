@@ -61,24 +61,6 @@ TEST(Instream, FileIsDeliveredInBlocks) {
   std::fclose(file);
 }
 
-TEST(Instream, EverySizeReadsWholeFromMemoryAndFile) {
-  for (const size_t size : {0, 1, 4095, 4096, 4097, 12288, 100000}) {
-    const std::string content = pattern(size);
-    FILE* const file = file_with(content);
-    InstreamFSImpl from_file(file);
-    InstreamMemImpl from_memory(content.data(), content.size());
-    for (InstreamCache* cache : {from_file.stream(), from_memory.stream()}) {
-      Buffer target(0);
-      Instream stream(cache);
-      char* const text = stream.read(true, &target);
-      EXPECT_EQ(std::string(text, target.length()), content + '\0');
-    }
-    char byte;
-    EXPECT_EQ(from_file.stream()->read_block(&byte, 1), -1);
-    std::fclose(file);
-  }
-}
-
 TEST(Instream, MemoryIsConsumedByBlocksButNotByCollecting) {
   Buffer source(0);
   source.append("xabcd", 5);
@@ -168,21 +150,6 @@ TEST(Outstream, StagesExactlyOneMiB) {
   EXPECT_EQ(out.cstream()->staged, 1U);
   memory.finalize(true);
   EXPECT_EQ(std::string(memory.buffer.array, memory.buffer.size), content + '\0');
-}
-
-TEST(Outstream, FileGetsWhatIsFinalisedOrDestroyed) {
-  const std::string content = pattern(5 * kMiB / 2), path = path_with("");
-  FILE* const file = std::fopen(path.c_str(), "wb");
-  OutstreamFSImpl variant(file);
-  variant.stream()->write(content.data(), content.size());
-  EXPECT_EQ(std::ftell(file), static_cast<long>(2 * kMiB));  // whole stages so far
-  variant.finalize();
-  {
-    OutstreamFSImpl unfinished(file);
-    outstream_api_write(unfinished.stream(), "tail");
-  }
-  std::fclose(file);
-  EXPECT_EQ(content_of(path), content + "tail");
 }
 
 TEST(Outstream, PathIsReplacedAndItsClosingReported) {
