@@ -13,8 +13,9 @@ struct update_settings_t {
 // and then switches the pointer.
 //
 // `remote` is the item's directory on the server, relative to `base_url`; `local` is its directory
-// here. Throws Error when anything fails; the local pointer then still names the old version. With
-// `lock_latest` an item that was up to date stays locked until the process ends.
+// here. Throws Error when anything fails; the local pointer then still names the old version,
+// unless writing it was what failed. With `lock_latest` an item that was up to date stays locked
+// until the process ends.
 void update_package(const update_settings_t* settings, const char* base_url, const char* remote,
                     const char* local, const char* platform);
 

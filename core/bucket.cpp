@@ -91,9 +91,10 @@ char* bucket_cstring(bucket_t* b) {
   return b->data;
 }
 
-void bucket_release(bucket_t* b) {
+bucket_t* bucket_release(bucket_t* b) {
   if (b != nullptr && b->data != nullptr) {
     std::free(b->data);
     bucket_nil(b);
   }
+  return b;
 }

@@ -38,7 +38,7 @@ bucket_t* bucket_drop(bucket_t* b, unsigned long long n);
 char* bucket_cstring(bucket_t* b);
 
 /* Frees the storage and makes the builder empty. */
-void bucket_release(bucket_t* b);
+bucket_t* bucket_release(bucket_t* b);
 
 #ifdef __cplusplus
 }

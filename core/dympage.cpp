@@ -17,7 +17,10 @@ static unsigned long long padding_of(const dympage_page_t* page, unsigned long l
 // Pages come zeroed, mostly untouched from the kernel, and no byte is handed out twice, so blocks
 // need no clearing of their own.
 static dympage_page_t* make_page(dympage_page_t* previous, unsigned long long payload) {
-  auto* page = static_cast<dympage_page_t*>(allocate_zeroed(sizeof(dympage_page_t) + payload));
+  // A size that does not fit the address space is one that cannot be had, not a small one.
+  const bool fits = payload <= PTRDIFF_MAX - sizeof(dympage_page_t);
+  auto* page = static_cast<dympage_page_t*>(
+      allocate_zeroed(fits ? sizeof(dympage_page_t) + payload : SIZE_MAX));
   page->previous = previous;
   page->next_free = reinterpret_cast<char*>(page + 1);
   page->free_bytes = payload;

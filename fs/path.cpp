@@ -4,6 +4,7 @@
 #include <unistd.h>
 #include <utime.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -130,7 +131,8 @@ void path_t::create_missing_ancestors() const {
   }
   // The system refuses every path from PATH_MAX bytes on, so creating never gets beyond the
   // shortest such ancestor: climbing from there bounds the list, whatever length was asked for.
-  std::vector<path_t> missing{text.substr(0, text.find('/', PATH_MAX)).c_str()};
+  std::vector<path_t> missing{*this};
+  missing.back().text.resize(std::min(text.size(), text.find('/', PATH_MAX)));
   for (;;) {
     if (missing.back().is_root()) {  // throws for the empty path
       return;

@@ -12,7 +12,7 @@ bool genv_debug_verbose = false;
 RuntimeCore::RuntimeCore() : state(new State) {}
 
 void RuntimeCore::setup_prefix(const char* prefix) {
-  state->prefix = prefix;
+  state->prefix = std::string(prefix);  // which refuses a null pointer
   state->prefix_enabled = true;
 }
 

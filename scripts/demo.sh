@@ -19,9 +19,9 @@ PATH=$(pwd)/build-demo:$PATH
 server_script=$(pwd)/scripts/local-server.sh
 
 demo=$(mktemp -d "${TMPDIR:-/tmp}/runenv-demo-XXXXXX")
+mkdir "$demo/server" "$demo/content" "$demo/machine"
 trap '"$server_script" stop "$demo/server"; rm -rf "$demo"' EXIT
 trap 'exit 1' HUP INT TERM
-mkdir "$demo/server" "$demo/content" "$demo/machine"
 
 # publish DIRECTORY VERSION TEXT: puts an archive with one file into the server's tree, then lets
 # the "latest" pointer name it.

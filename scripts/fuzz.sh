@@ -7,7 +7,7 @@ set -eu
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
 require clang++=clang cmake=cmake ninja=ninja-build
-require "$(clang++ -print-resource-dir)/lib/linux/libclang_rt.fuzzer-x86_64.a=libclang-rt-14-dev"
+require "$(clang++ -print-resource-dir)/lib/linux/libclang_rt.fuzzer-x86_64.a=libclang-rt-$(clang++ -dumpversion | cut -d. -f1)-dev"
 
 seconds=${1:-60}
 [ $# -eq 0 ] || shift

@@ -32,6 +32,7 @@ write_configuration() {
 $user
 worker_processes 1;
 pid $dir/nginx.pid;
+error_log $dir/error.log;
 events { worker_connections 512; }
 http {
   access_log $dir/access.log;
@@ -63,7 +64,7 @@ start() {
   make_certificates
   for _ in 1 2 3 4 5 6 7 8 9 10; do
     write_configuration $((20000 + $(od -An -N2 -tu2 /dev/urandom) % 12000))
-    if nginx -e "$dir/error.log" -c "$dir/nginx.conf" 2>start.log; then
+    if nginx -c "$dir/nginx.conf" 2>start.log; then
       return 0
     fi
     grep -q 'Address already in use' start.log || break

@@ -142,6 +142,12 @@ class Replacement {
     umask(mask);
     fchmod(descriptor, 0666 & ~mask);  // as for any new file; mkstemp lets in the owner alone
     file = fdopen(descriptor, "wb");
+    if (file == nullptr) {
+      const int error = errno;
+      close(descriptor);
+      unlink(temporary.c_str());
+      fail_on(path, std::strerror(error));
+    }
   }
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
