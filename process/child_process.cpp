@@ -150,9 +150,11 @@ void read_all(process_t* process, channel_t channel, Buffer& target) {
     if (n > 0) {
       target.append(read_buffer, static_cast<unsigned long long>(n));
     } else if (n == 0) {
-      if (has_ended(process)) {
+      // A child may write to a file between this read and its exit: only the end after that counts.
+      if (process->reaped) {
         return;
       }
+      has_ended(process);
     } else if (errno != EAGAIN) {  // nothing there yet is asked again at once, on purpose
       throw_system_failure(errno);
     }

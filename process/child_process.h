@@ -9,6 +9,7 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -46,6 +47,9 @@ struct process_t {
   int32_t status;        // as waitpid stores it; -1 after a failed wait
   bool reaped;           // the exit has been collected, `status` is final
 };
+static_assert(offsetof(process_t, in) == 8 && offsetof(process_t, out) == 16 &&
+              offsetof(process_t, err) == 24 && offsetof(process_t, status) == 32 &&
+              offsetof(process_t, reaped) == 36 && sizeof(process_t) == 40);
 
 struct result_t {
   int32_t kind;         // 0 success, 1 a non-zero exit status, 2 a signal or no known status

@@ -1,6 +1,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/close_range.h>
+#include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,6 +14,7 @@
 #include <fstream>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "core/buffer.h"
 #include "core/error.h"
@@ -84,7 +87,8 @@ TEST_F(ProcessTest, WhatCannotBeStartedThrowsAndLeavesNothing) {
   } kRows[] = {{"runenv-no-such-program", kPipe, "No such file or directory"},
                {"/tmp", kPipe, "Permission denied"},
                {"true", {REDIRECT_FILE, "/no/such/file"}, "No such file or directory"}};
-  std::printf("buffered ");  // must not come out once more in a child
+  testing::internal::CaptureStdout();
+  std::printf("once");  // must not come out once more in a child
   for (const auto& row : kRows) {
     const char* const argv[] = {row.program, nullptr};
     try {
@@ -94,6 +98,7 @@ TEST_F(ProcessTest, WhatCannotBeStartedThrowsAndLeavesNothing) {
       EXPECT_STREQ(error.message, row.message);
     }
   }
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "once");
 }
 
 TEST_F(ProcessTest, BufferedOutputOfTheParentComesOutOnce) {
@@ -122,6 +127,8 @@ TEST_F(ProcessTest, PipesCarryEverythingBothWays) {
   process_t* const child = create_child(argv, kPipe, kPipe, kInherit, nullptr, false);
   char byte;
   EXPECT_EQ(read(child, CHANNEL_STDOUT, &byte, 1), 0);  // nothing there yet
+  EXPECT_EQ(read(child, CHANNEL_STDIN, &byte, 1), 0);
+  EXPECT_EQ(fcntl(child->in.fd, F_GETFL) & O_NONBLOCK, 0);
   std::thread writer([&] {
     write_len(child, text.data(), static_cast<unsigned>(text.size()));
     write(child, "end");
@@ -131,25 +138,65 @@ TEST_F(ProcessTest, PipesCarryEverythingBothWays) {
   EXPECT_EQ(all_of(child, CHANNEL_STDOUT), text + "end");
   writer.join();
   EXPECT_EQ(read(child, CHANNEL_STDOUT, &byte, 1), 0);  // at the end
-  EXPECT_EQ(read(child, CHANNEL_STDIN, &byte, 1), 0);
   EXPECT_EQ(read(child, CHANNEL_STDERR, &byte, 1), 0);
   EXPECT_EQ(all_of(child, CHANNEL_STDERR), "");
+  const int out = std::exchange(child->out.fd, -1);
+  EXPECT_EQ(read(child, CHANNEL_STDOUT, &byte, 1), -1);
+  EXPECT_THROW(all_of(child, CHANNEL_STDOUT), Error);
+  child->out.fd = out;
   EXPECT_EQ(wait(child), 0);
   destroy(child);
+}
+
+TEST_F(ProcessTest, SignalsAndFullPipesDoNotCutWritingOrWaitingShort) {
+  struct sigaction action = {}, previous;
+  action.sa_handler = [](int) {};  // without SA_RESTART: every wait is interrupted
+  sigaction(SIGALRM, &action, &previous);
+  const std::string file = testing::TempDir() + "process_copy" + std::to_string(getpid());
+  std::string text;
+  for (int i = 0; i < 100000; ++i) {
+    text += std::to_string(i);
+  }
+  for (const int flags : {0, O_NONBLOCK}) {
+    process_t* const child =
+        shell("sleep 0.05; cat; sleep 0.05", kPipe, {REDIRECT_FILE, file.c_str()});
+    fcntl(child->in.fd, F_SETFL, flags);
+    const itimerval often{{0, 1000}, {0, 1000}}, never{};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    EXPECT_NO_THROW(write(child, text.c_str()));
+    shutdown(child, CHANNEL_STDIN);
+    EXPECT_EQ(wait(child), 0);
+    setitimer(ITIMER_REAL, &never, nullptr);
+    EXPECT_TRUE(all_of(child, CHANNEL_STDOUT) == text);
+    destroy(child);
+  }
+  std::filesystem::remove(file);
+  sigaction(SIGALRM, &previous, nullptr);
 }
 
 TEST_F(ProcessTest, FilesAreRedirectedAndReadableByTheParent) {
   const std::string in = testing::TempDir() + "process_in" + std::to_string(getpid());
   const std::string out = testing::TempDir() + "process_out" + std::to_string(getpid());
+  const std::string err = out + "_err";
   std::ofstream(in) << "from a file";
   std::ofstream(out) << "something longer that is dropped";
-  process_t* const child = shell("cat; echo; cat missing 2>/dev/null || echo bad >&2",
-                                 {REDIRECT_FILE, in.c_str()}, {REDIRECT_FILE, out.c_str()}, kPipe);
+  process_t* const child = shell("cat; echo; echo bad >&2", {REDIRECT_FILE, in.c_str()},
+                                 {REDIRECT_FILE, out.c_str()}, {REDIRECT_FILE, err.c_str()});
   EXPECT_EQ(all_of(child, CHANNEL_STDERR), "bad\n");
   EXPECT_EQ(all_of(child, CHANNEL_STDOUT), "from a file\n");
+  write(child, "seen");  // the parent's own descriptor stands at the start
   destroy(child);
-  std::filesystem::remove(in);
-  std::filesystem::remove(out);
+  std::string line;
+  std::getline(std::ifstream(in), line);
+  EXPECT_EQ(line, "seen a file");
+  const mode_t mask = umask(0);
+  umask(mask);
+  struct stat made;
+  ASSERT_EQ(stat(err.c_str(), &made), 0);
+  EXPECT_EQ(made.st_mode & 0777, 0777 & ~mask);
+  for (const auto& file : {in, out, err}) {
+    std::filesystem::remove(file);
+  }
 }
 
 TEST_F(ProcessTest, SignalsReachTheChildOrItsWholeGroup) {
@@ -164,6 +211,9 @@ TEST_F(ProcessTest, SignalsReachTheChildOrItsWholeGroup) {
   char line[16];
   while (read(child, CHANNEL_STDOUT, line, sizeof line) == 0) {
   }
+  const uint32_t own_group = std::exchange(child->new_group, 0U);
+  EXPECT_FALSE(kill_job(child));
+  child->new_group = own_group;
   EXPECT_TRUE(kill_job(child));
   EXPECT_EQ(all_of(child, CHANNEL_STDOUT), "");
   EXPECT_EQ(wait(child), -SIGTERM);
@@ -197,8 +247,9 @@ TEST_F(ProcessTest, ChildReapedBehindOurBackIsTakenToBeDead) {
 
 TEST_F(ProcessTest, ChildInheritsNothingButItsStandardChannels) {
   const int other = open("/dev/null", O_RDONLY | O_CLOEXEC);
-  process_t* const sibling = shell("cat >/dev/null", kPipe, kPipe);
-  process_t* const child = shell("ls /proc/self/fd", kPipe, kPipe, kPipe);
+  const redirect_t null{REDIRECT_FILE, "/dev/null"};
+  process_t* const sibling = shell("cat", kPipe, null);
+  process_t* const child = shell("ls /proc/self/fd", null, kPipe, kPipe);
   EXPECT_EQ(all_of(child, CHANNEL_STDOUT), "0\n1\n2\n3\n");  // 3 is the listing itself
   destroy(child);
   destroy(sibling);
@@ -206,20 +257,30 @@ TEST_F(ProcessTest, ChildInheritsNothingButItsStandardChannels) {
 }
 
 TEST_F(ProcessTest, WorksWithoutStandardDescriptors) {
-  const pid_t pid = fork();
-  if (pid == 0) {
-    close(0);
-    close(1);
-    close(2);
-    process_t* const child = shell("cat; echo err >&2", kPipe, kPipe, kPipe);
-    write(child, "through");
-    shutdown(child, CHANNEL_STDIN);
-    const bool right =
-        all_of(child, CHANNEL_STDOUT) == "through" && all_of(child, CHANNEL_STDERR) == "err\n";
-    destroy(child);
-    _exit(right ? 0 : 1);
+  for (int closed = 1; closed < 8; ++closed) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+      for (int fd = 0; fd < 3; ++fd) {
+        if ((closed >> fd & 1) != 0) {
+          close(fd);
+        }
+      }
+      process_t* const child = shell("cat; echo err >&2", kPipe, kPipe, kPipe);
+      write(child, "through");
+      shutdown(child, CHANNEL_STDIN);
+      const bool right =
+          all_of(child, CHANNEL_STDOUT) == "through" && all_of(child, CHANNEL_STDERR) == "err\n";
+      destroy(child);
+      try {
+        const char* const argv[] = {"runenv-no-such-program", nullptr};
+        create_child(argv, kPipe, kPipe, kPipe, nullptr, false);
+      } catch (const Error&) {  // told by a status pipe that no channel has run over
+        _exit(right ? 0 : 1);
+      }
+      _exit(1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_EQ(status, 0) << closed;
   }
-  int status = -1;
-  ASSERT_EQ(waitpid(pid, &status, 0), pid);
-  EXPECT_EQ(status, 0);
 }
