@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 
 #include "core/allocation.h"
 #include "runtime/runtime_core.h"
@@ -63,12 +64,13 @@ void ZeroTerminated::collect(const char* data, unsigned int length, void*, Conne
   auto* state = static_cast<ZeroTerminatedState*>(connection->encoder_state);
   Buffer& collected = state->collected;
   const char* const end = data + length;
+  std::exception_ptr thrown;  // by a callback; the rest of the bytes is decoded all the same
   while (data != end) {
     const size_t left = static_cast<size_t>(end - data);
     const char* const zero = static_cast<const char*>(std::memchr(data, 0, left));
     if (zero == nullptr) {
       collected.append(data, left);
-      return;
+      break;
     }
     collected.append(data, static_cast<size_t>(zero - data));
     data = zero + 1;
@@ -77,7 +79,14 @@ void ZeroTerminated::collect(const char* data, unsigned int length, void*, Conne
                   connection->name.c_str(), collected.length());
     }
     const EmptyAfterwards emptied{collected};
-    state->callback(&collected, connection->context_object, connection);
+    try {
+      state->callback(&collected, connection->context_object, connection);
+    } catch (...) {
+      thrown = thrown ? thrown : std::current_exception();
+    }
+  }
+  if (thrown) {
+    std::rethrow_exception(thrown);
   }
 }
 

@@ -3,7 +3,9 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 
@@ -15,12 +17,19 @@ namespace SocketASync {
 
 static char chunk_read_buffer[4096];
 
-// Waits until the connection is readable, at most for its timeout.
+// Waits until the connection is readable, at most for its timeout, which signals do not prolong.
 static void wait_readable(const Connection* connection) {
+  using Clock = std::chrono::steady_clock;
+  const auto deadline = Clock::now() + std::chrono::seconds(connection->timeout);
   pollfd waited{connection->fd, POLLIN, 0};
-  const timespec limit{connection->timeout, 0};
-  const int ready = ppoll(&waited, 1, connection->timeout == 0 ? nullptr : &limit, nullptr);
-  if (ready < 0 && errno != EINTR) {
+  int ready;
+  do {
+    const auto left = std::max(Clock::duration::zero(), deadline - Clock::now());
+    const long nanoseconds = std::chrono::nanoseconds(left).count();
+    const timespec limit{nanoseconds / 1000000000, nanoseconds % 1000000000};
+    ready = ppoll(&waited, 1, connection->timeout == 0 ? nullptr : &limit, nullptr);
+  } while (ready < 0 && errno == EINTR);
+  if (ready < 0) {
     throw_system_failure(errno);
   }
   if (ready == 0) {

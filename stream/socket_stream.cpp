@@ -65,6 +65,11 @@ OutstreamCache::OutstreamCache(OutstreamSockImpl* variant)
 OutstreamSockImpl::OutstreamSockImpl(SocketASync::Connection* borrowed)
     : connection(borrowed), cache(this) {}
 
+OutstreamSockImpl::~OutstreamSockImpl() {
+  cache.flush();
+  delete message;  // which is not ended, on purpose
+}
+
 void OutstreamSockImpl::finalize() {
   cache.flush();
   if (message != nullptr) {

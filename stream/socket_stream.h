@@ -47,6 +47,9 @@ class InstreamSockImpl {
 class OutstreamSockImpl {
  public:
   explicit OutstreamSockImpl(SocketASync::Connection* borrowed);
+  ~OutstreamSockImpl();
+  OutstreamSockImpl(const OutstreamSockImpl&) = delete;
+  OutstreamSockImpl& operator=(const OutstreamSockImpl&) = delete;
 
   OutstreamCache* stream() { return &cache; }
 
