@@ -1,0 +1,90 @@
+#!/bin/sh
+# Times whole runs of the bootstrapper beside by_hand.sh and back_to_back, against nginx on loopback:
+# bootstrap.sh BUILD OUT [quick]. Writes medians to OUT.json and a sentence on memory and processor
+# time to OUT.md.
+set -eu
+here=$(cd "$(dirname "$0")" && pwd)
+server=$here/../scripts/local-server.sh
+build=$(cd "$1" && pwd)
+out=$(cd "$(dirname "$2")" && pwd)/$(basename "$2")
+quick=${3-}
+
+work=$(mktemp -d "${TMPDIR:-/tmp}/runenv-bench-XXXXXX")
+trap '"$server" stop "$work/server"; rm -rf "$work"' EXIT
+trap 'exit 1' HUP INT TERM
+www=$work/server/www/2/runenv
+mkdir -p "$www" "$work/server" "$work/content" "$work/machine" "$work/bin"
+head -c 1048576 /dev/urandom >"$work/content/data"
+tar -C "$work/content" -czf "$work/archive.tar.gz" data
+
+# The platform and 99 system types.
+items=platform/5
+for i in $(seq -w 1 99); do
+  items="$items system-types/type-$i/1.0"
+done
+for item in $items; do
+  mkdir -p "$www/$item/release-1"
+  echo release-1 >"$www/$item/latest"
+  ln "$work/archive.tar.gz" "$www/$item/release-1/linux-x64.tar.gz"
+done
+"$server" start "$work/server"
+export CURL_HOME="$work/server/curl"
+
+# list KIND ITEM...: the programs that the bootstrapper starts for items that are current or new.
+list() {
+  kind=$1
+  shift
+  for item in "$@"; do
+    url=https://localhost/2/runenv/$item
+    echo "curl -s -L -o .update/latest $url/latest"
+    [ "$kind" = new ] || continue
+    echo "curl -s -L -o .update/linux-x64.tar.gz $url/release-1/linux-x64.tar.gz"
+    echo "tar -x -f .update/linux-x64.tar.gz -C runenv/$item/release-1"
+  done
+}
+
+# compare CASE KIND COUNT ROUNDS: runs on the first COUNT items.
+compare() {
+  echo "bootstrap: $1" >&2
+  these=$(echo "$items" | cut -d ' ' -f "1-$3")
+  types=$(echo "$these" | tr ' ' '\n' | sed -n 's,system-types/\(.*\)/,\1=,p')
+  # shellcheck disable=SC2086 # lists of words from here on
+  "$build/runenv-versions" compose -o versions.bin 5 $types
+  # shellcheck disable=SC2086
+  list "$2" $these >programs
+  clean='rm -rf .update'
+  [ "$2" = current ] || clean="$clean runenv"
+  # The floor makes no directories: it finds those that it needs.
+  make=$(for item in $these; do printf ' runenv/%s/release-1' "$item"; done)
+  "$build/runenv-bootstrap" versions.bin >/dev/null
+  "$build/bench/stopwatch" "$1" "$([ "$quick" ] && echo 1 || echo "$4")" \
+    runenv "$clean" "$build/runenv-bootstrap versions.bin" \
+    "shell script" "$clean" "sh $here/by_hand.sh $these" \
+    "curl and tar alone" "$clean; mkdir -p .update$make" "$build/bench/back_to_back programs" \
+    >>medians
+}
+
+cd "$work/machine"
+compare "1 item up to date" current 1 41
+compare "10 items up to date" current 10 21
+compare "100 items up to date" current 100 9
+compare "10 first installs of 1 MiB" new 10 11
+
+# The peak of the program's own memory, read by its last child, in a run that installs ten items and
+# finds ninety current; the program's processor time is that of a run in which all are.
+stand_in=$work/bin/curl
+cat >"$stand_in" <<STAND_IN
+#!/bin/sh
+sed -n 's/^VmHWM:[[:blank:]]*\([0-9]*\) kB/\1/p' /proc/\$PPID/status >$work/peak
+exec $(command -v curl) "\$@"
+STAND_IN
+chmod +x "$stand_in"
+echo "$items" | tr ' ' '\n' | sed -n 's,system-types/\(.*\)/,\1=,p' |
+  xargs "$build/runenv-versions" compose -o versions.bin 5
+PATH=$work/bin:$PATH "$build/runenv-bootstrap" versions.bin >/dev/null
+own_cpu=$(jq -r 'select(.run_name == "100 items up to date/runenv") | .own_cpu / 1e5 | round / 1e3' medians)
+{
+  echo "Own processor time of an item that is up to date (of 100): $own_cpu ms. Peak of the program's own"
+  echo "memory, with 100 items: $(cat "$work/peak") KiB, beside $("$build/bench/empty") KiB of an empty C++ program."
+} >"$out.md"
+jq -s '{benchmarks: .}' medians >"$out.json"

@@ -1,0 +1,29 @@
+# One section of the table: the medians of a run of Google Benchmark, each case with the time of ours
+# and how many times as long (and, where it counts bytes, as much memory) its peers take.
+# Arguments: $title.
+
+def rounded: if . < 10 then (. * 100 | round / 100) elif . < 100 then (. * 10 | round / 10) else round end;
+def time:
+  if . < 1e3 then "\(rounded) ns" elif . < 1e6 then "\(. / 1e3 | rounded) µs"
+  elif . < 1e9 then "\(. / 1e6 | rounded) ms" else "\(. / 1e9 | rounded) s" end;
+def bytes: if . < 1048576 then "\(. / 1024 | rounded) KiB" else "\(. / 1048576 | rounded) MiB" end;
+def nanoseconds: .real_time * {ns: 1, us: 1e3, ms: 1e6, s: 1e9}[.time_unit];
+
+# The name of a run is the case, the contender and what Google Benchmark adds.
+def split_name:
+  gsub("/(real_time|manual_time|process_time|(iterations|repeats|threads):[0-9]+)"; "")
+  | capture("^(?<case>.*)/(?<who>[^/]*)$");
+
+[.benchmarks[] | select(.aggregate_name == "median")
+ | (.run_name | split_name) + {time: nanoseconds, bytes}]
+| reduce .[] as $run ({}; .[$run.case] += [$run])
+| to_entries
+| "### \($title)\n\n| case | runenv | others, times as long |\n|---|---|---|",
+  (.[] | .key as $case | (.value[] | select(.who == "runenv")) as $ours
+   | [.value[] | select(.who != "runenv")] as $others
+   | "| \($case) | \($ours.time | time) | "
+     + ([$others[] | "\(.who) \(.time / $ours.time | rounded)"] | join(", ")) + " |",
+     if $ours.bytes then
+       "| — memory | \($ours.bytes | bytes) | "
+       + ([$others[] | "\(.who) \(.bytes / $ours.bytes | rounded)"] | join(", ")) + " |"
+     else empty end)
