@@ -1,5 +1,6 @@
 #include "process/child_process.h"
 
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +15,7 @@
 namespace ChildProcess {
 
 static char read_buffer[5 * 1024 * 1024];
+static constexpr int kRoomyPipe = 1024 * 1024;  // what the system grants everyone
 
 static pid_t wait_for_exit(process_t* process, int options) {
   pid_t waited;
@@ -145,6 +147,8 @@ void read_all(process_t* process, channel_t channel, Buffer& target) {
     return;
   }
   const int fd = channel_of(process, channel)->fd;
+  // A roomy pipe carries more per read. Where there is none to have, it stays as it is.
+  fcntl(fd, F_SETPIPE_SZ, kRoomyPipe);
   for (;;) {
     const ssize_t n = read_some(fd, read_buffer, sizeof read_buffer);
     if (n > 0) {

@@ -1,11 +1,14 @@
 // Starting a child: create_child.
 
 #include <fcntl.h>
+#include <spawn.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <memory>
+#include <utility>
 
 #include "core/error.h"
 #include "core/unique_fd.h"
@@ -79,46 +82,79 @@ static Ends prepare(const redirect_t& redirect, int base_flags) {
   return {};
 }
 
-static void close_ends(const Ends& ends) {
-  if (ends.read_end >= 0) {
-    close(ends.read_end);
-    close(ends.write_end);
-  }
+// The same ends by the side that uses them; what is not released is closed.
+struct Channel {
+  unique_fd child_end;
+  unique_fd own_end;
+};
+
+// What to start, and how.
+struct Launch {
+  const char* const* argv;
+  const char* cwd;
+  bool new_group;
+  Channel in;
+  Channel out;
+  Channel err;
+};
+
+static bool add_redirect(posix_spawn_file_actions_t* actions, const Channel& channel, int to) {
+  const int from = channel.child_end.get();
+  return from < 0 || posix_spawn_file_actions_adddup2(actions, from, to) == 0;
 }
 
-// Everything from here to run_child is the child's. It leaves by _exit: what the parent has
+// The quick way, which copies nothing of the parent: true when the program runs. Which step failed
+// otherwise, it cannot tell.
+static bool spawn_child(const Launch& launch, pid_t* pid) {
+  posix_spawn_file_actions_t actions;
+  posix_spawnattr_t attributes;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawnattr_init(&attributes);  // its process group is 0: one of the child's own
+  const bool started =
+      add_redirect(&actions, launch.in, STDIN_FILENO) &&
+      add_redirect(&actions, launch.out, STDOUT_FILENO) &&
+      add_redirect(&actions, launch.err, STDERR_FILENO) &&
+      (launch.cwd == nullptr || posix_spawn_file_actions_addchdir_np(&actions, launch.cwd) == 0) &&
+      (!launch.new_group || posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP) == 0) &&
+      posix_spawnp(pid, launch.argv[0], &actions, &attributes,
+                   const_cast<char* const*>(launch.argv), environ) == 0;
+  posix_spawnattr_destroy(&attributes);
+  posix_spawn_file_actions_destroy(&actions);
+  return started;
+}
+
+// Everything from here to run_child is a forked child's. It leaves by _exit: what the parent has
 // buffered is the parent's to write.
 [[noreturn]] static void fail_child(const char* format) {
   Runtime.error(format, std::strerror(errno));
   _exit(1);
 }
 
-static void redirect_child(int from, int to, const char* format) {
+static void redirect_child(const Channel& channel, int to, const char* format) {
+  const int from = channel.child_end.get();
   if (from >= 0 && dup2(from, to) < 0) {
     fail_child(format);
   }
 }
 
-[[noreturn]] static void run_child(const char* const* argv, const Ends& in, const Ends& out,
-                                   const Ends& err, const char* cwd, bool new_group,
-                                   int status_fd) {
-  redirect_child(in.read_end, STDIN_FILENO, "Failed to duplicate stdin: %s\n");
-  redirect_child(out.write_end, STDOUT_FILENO, "Failed to duplicate stdout: %s\n");
-  redirect_child(err.write_end, STDERR_FILENO, "Failed to duplicate stderr: %s\n");
-  if (cwd != nullptr && chdir(cwd) != 0) {
+[[noreturn]] static void run_child(const Launch& launch, int status_fd) {
+  redirect_child(launch.in, STDIN_FILENO, "Failed to duplicate stdin: %s\n");
+  redirect_child(launch.out, STDOUT_FILENO, "Failed to duplicate stdout: %s\n");
+  redirect_child(launch.err, STDERR_FILENO, "Failed to duplicate stderr: %s\n");
+  if (launch.cwd != nullptr && chdir(launch.cwd) != 0) {
     fail_child("Failed to set working directory: %s\n");
   }
-  if (new_group && setpgid(0, 0) != 0) {
+  if (launch.new_group && setpgid(0, 0) != 0) {
     fail_child("Failed to set process group: %s\n");
   }
-  execvp(argv[0], const_cast<char* const*>(argv));
+  execvp(launch.argv[0], const_cast<char* const*>(launch.argv));
   const int32_t error_number = errno;
   // This fails only when the parent is gone, and then nobody needs to know.
   [[maybe_unused]] const ssize_t n = ::write(status_fd, &error_number, sizeof error_number);
   _exit(error_number);
 }
 
-// The errno of a failed exec, 0 when the program runs: exec closes the status pipe.
+// 0 when the program runs: exec closes the status pipe.
 static int read_exec_status(int status_fd) {
   int32_t error_number = 0;
   ssize_t n;
@@ -128,22 +164,32 @@ static int read_exec_status(int status_fd) {
   return n < 0 ? errno : error_number;
 }
 
-static void keep_end(channel_record_t* channel, int own_end, int child_end, bool non_blocking) {
-  if (own_end < 0) {
-    return;
+// The slow way, for what the quick one cannot do: the child takes the steps one by one and prints
+// which of them failed, and a script without "#!" goes to the shell. Answers the errno of a failed
+// exec, 0 when the program runs.
+static int fork_child(const Launch& launch, Channel status, pid_t* pid) {
+  *pid = fork();
+  if (*pid == 0) {
+    run_child(launch, status.child_end.get());
   }
-  close(child_end);
-  channel->fd = own_end;
-  if (non_blocking) {
-    fcntl(own_end, F_SETFL, fcntl(own_end, F_GETFL) | O_NONBLOCK);
+  if (*pid < 0) {
+    throw_system_failure(errno);
+  }
+  status.child_end.reset();
+  return read_exec_status(status.own_end.get());
+}
+
+static void keep_output(channel_record_t* channel, unique_fd own_end) {
+  channel->fd = own_end.release();
+  if (channel->fd >= 0) {
+    fcntl(channel->fd, F_SETFL, fcntl(channel->fd, F_GETFL) | O_NONBLOCK);
   }
 }
 
 process_t* create_child(const char* const* argv, redirect_t in, redirect_t out, redirect_t err,
                         const char* cwd, bool new_group) {
-  const Ends status = open_pipe();
-  unique_fd status_read(status.read_end);
-  unique_fd status_write(status.write_end);
+  const Ends status_ends = open_pipe();
+  Channel status{unique_fd(status_ends.write_end), unique_fd(status_ends.read_end)};
 
   // What an earlier channel has opened stays open when a later one throws: kept as it is, callers
   // treat that as fatal.
@@ -151,35 +197,27 @@ process_t* create_child(const char* const* argv, redirect_t in, redirect_t out, 
   const Ends in_ends = prepare(in, O_RDONLY);
   const Ends out_ends = prepare(out, output_flags);
   const Ends err_ends = prepare(err, output_flags);
+  Launch launch{argv,
+                cwd,
+                new_group,
+                {unique_fd(in_ends.read_end), unique_fd(in_ends.write_end)},
+                {unique_fd(out_ends.write_end), unique_fd(out_ends.read_end)},
+                {unique_fd(err_ends.write_end), unique_fd(err_ends.read_end)}};
 
+  auto process = std::make_unique<process_t>(
+      process_t{-1, new_group ? 1U : 0U, {in.mode, -1}, {out.mode, -1}, {err.mode, -1}, 0, false});
   std::fflush(stderr);  // the child may write to it: buffered text must not come out twice
-  const pid_t pid = fork();
-  if (pid == 0) {
-    run_child(argv, in_ends, out_ends, err_ends, cwd, new_group, status_write.get());
+  if (!spawn_child(launch, &process->pid)) {
+    const int exec_error = fork_child(launch, std::move(status), &process->pid);
+    if (exec_error != 0) {
+      destroy(process.release());
+      throw_system_failure(exec_error);
+    }
   }
-  const auto close_all = [&] {
-    close_ends(in_ends);
-    close_ends(out_ends);
-    close_ends(err_ends);
-  };
-  if (pid < 0) {
-    const int error_number = errno;
-    close_all();
-    throw_system_failure(error_number);
-  }
-  auto* process = new process_t{
-      pid, new_group ? 1U : 0U, {in.mode, -1}, {out.mode, -1}, {err.mode, -1}, 0, false};
-  status_write.reset();
-  const int exec_error = read_exec_status(status_read.get());
-  if (exec_error != 0) {
-    close_all();
-    destroy(process);
-    throw_system_failure(exec_error);
-  }
-  keep_end(&process->in, in_ends.write_end, in_ends.read_end, false);
-  keep_end(&process->out, out_ends.read_end, out_ends.write_end, true);
-  keep_end(&process->err, err_ends.read_end, err_ends.write_end, true);
-  return process;
+  process->in.fd = launch.in.own_end.release();
+  keep_output(&process->out, std::move(launch.out.own_end));
+  keep_output(&process->err, std::move(launch.err.own_end));
+  return process.release();
 }
 
 }  // namespace ChildProcess
