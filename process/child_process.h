@@ -60,9 +60,9 @@ struct result_t {
 // Starts argv[0], looked up on PATH, with the null-terminated `argv`, in the directory `cwd` (null:
 // the parent's) and, with `new_group`, in a process group of its own. Throws Error with the
 // system's text when the child cannot be made or the program cannot be executed. A working
-// directory that cannot be entered is told by the child on its standard error, with status 1. The
-// memory of a large parent makes it slow only where one of these happens, and for a script that
-// does not begin with "#!".
+// directory that cannot be entered is told by the child on its standard error, with status 1. A
+// start takes the same time however much memory the parent uses, unless it fails or runs a script
+// without "#!".
 process_t* create_child(const char* const* argv, redirect_t in, redirect_t out, redirect_t err,
                         const char* cwd, bool new_group);
 
