@@ -92,6 +92,7 @@ TEST_F(ProcessTest, FailedStartsTellWhyAndRepeatNothing) {
   std::setvbuf(stderr, nullptr, _IOFBF, BUFSIZ);
   std::printf("once");  // what is buffered must not come out once more in a child
   std::fprintf(stderr, "once, then ");
+  std::signal(SIGTERM, SIG_IGN);  // lets a child come to its end
   for (int i = 0; i < 60; ++i) {
     const auto& [program, redirect, message] = kRows[i % 3];
     try {
@@ -101,6 +102,7 @@ TEST_F(ProcessTest, FailedStartsTellWhyAndRepeatNothing) {
       EXPECT_STREQ(error.message, message);
     }
   }
+  std::signal(SIGTERM, SIG_DFL);
   const std::string failed = "Failed to set working directory: No such file or directory\n";
   const char* const nowhere = "/no/such/directory";
   EXPECT_EQ(wait(start("true", nullptr, kPipe, kInherit, kInherit, nowhere)), 1);
