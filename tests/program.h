@@ -1,87 +1,64 @@
 // What the tests of the programs share: running them, and a distribution server of their own.
 #pragma once
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <string>
-#include <vector>
-
 #include "process/child_process.h"
-
-namespace files = std::filesystem;
-using Words = std::vector<std::string>;
-
-inline std::string read_file(const files::path& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-inline void write_file(const files::path& path, const std::string& content) {
-  files::create_directories(path.parent_path());
-  std::ofstream(path) << content;
-}
+#include "tests/files.h"
 
 struct Outcome {
   int status;
   std::string out, err;
 };
 
-class ProgramTest : public testing::Test {
+// Runs commands of the shell, which finds the programs by name.
+class ProgramTest : public ScratchTest {
  protected:
+  struct Run {
+    ChildProcess::process_t* child;
+    std::string out, err;  // where it writes to
+  };
+
   ProgramTest() {
-    char name[] = "/tmp/runenv-program-XXXXXX";
-    directory = mkdtemp(name);
-    machine = directory / "machine";
-    files::create_directory(machine);
-    setenv("CURL_HOME", (directory / "server/curl").c_str(), 1);
+    setenv("CURL_HOME", (directory + "/server/curl").c_str(), 1);
+    setenv("PATH", (directory + "/bin:" PROGRAM_PATH ":" + search_path).c_str(), 1);
   }
-  ~ProgramTest() override {
-    setenv("PATH", search_path.c_str(), 1);
-    files::remove_all(directory);
-  }
+  ~ProgramTest() override { setenv("PATH", search_path.c_str(), 1); }
 
-  ChildProcess::process_t* start(const Words& words, const std::string& tag = "") {
-    std::vector<const char*> argv;
-    for (const auto& word : words) argv.push_back(word.c_str());
-    argv.push_back(nullptr);
-    const std::string out = directory / ("out" + tag), err = directory / ("err" + tag);
+  // In a process group of its own.
+  Run start(const std::string& command) {
+    const std::string name = directory + "/run" + std::to_string(++runs);
+    Run run{nullptr, name + ".out", name + ".err"};
+    const char* const argv[] = {"sh", "-c", command.c_str(), nullptr};
     using namespace ChildProcess;
-    return create_child(argv.data(), {REDIRECT_INHERIT, nullptr}, {REDIRECT_FILE, out.c_str()},
-                        {REDIRECT_FILE, err.c_str()}, machine.c_str(), false);
+    run.child = create_child(argv, {REDIRECT_INHERIT, nullptr}, {REDIRECT_FILE, run.out.c_str()},
+                             {REDIRECT_FILE, run.err.c_str()}, nullptr, true);
+    return run;
   }
-  Outcome finish(ChildProcess::process_t* child, const std::string& tag = "") {
-    const int status = ChildProcess::wait(child);
-    ChildProcess::destroy(child);
-    return {status, read_file(directory / ("out" + tag)), read_file(directory / ("err" + tag))};
+  static Outcome finish(const Run& run) {
+    const int status = ChildProcess::wait(run.child);
+    ChildProcess::destroy(run.child);
+    return {status, read_file(run.out), read_file(run.err)};
   }
-  Outcome run(const Words& words) { return finish(start(words)); }
+  Outcome run(const std::string& command) { return finish(start(command)); }
 
-  // Runs the bootstrapper with options on a document of the platform at 5 and the given types.
-  Outcome bootstrap(Words options, const Words& types = {}) {
-    Words compose{VERSIONS, "compose", "-o", "versions.bin", "5"};
-    compose.insert(compose.end(), types.begin(), types.end());
-    EXPECT_EQ(run(compose).status, 0);
-    options.insert(options.begin(), BOOTSTRAP);
-    options.push_back("versions.bin");
-    return run(options);
+  // Runs the bootstrapper on a document of the platform at 5 and the given types.
+  Outcome bootstrap(const std::string& options = "", const std::string& types = "") {
+    return run("runenv-versions compose -o versions.bin 5 " + types + " && exec runenv-bootstrap " +
+               options + " versions.bin");
   }
 
   // Puts a script in the place of a program.
-  void stand_in(const char* program, const std::string& script) {
-    const files::path path = directory / "bin" / program;
-    write_file(path, "#!/bin/sh\n" + script + "\n");
-    chmod(path.c_str(), 0755);
-    setenv("PATH", ((directory / "bin").string() + ":" + search_path).c_str(), 1);
+  static void stand_in(const std::string& program, const std::string& script) {
+    write_file("bin/" + program, "#!/bin/sh\n" + script + "\n");
+    files::permissions("bin/" + program, files::perms::all);
   }
 
-  files::path directory, machine;
+  static std::string local(const std::string& file) { return read_file("runenv/" + file); }
+  static std::string fatal(const std::string& message) {
+    return "Fatal error[uncaught exception]: " + message + "\n";
+  }
+
   const std::string search_path = getenv("PATH");
+  int runs = 0;
 };
 
 // With a distribution server of its own: a platform at 5, the types alpha and beta.
@@ -91,25 +68,20 @@ class ServerTest : public ProgramTest {
     publish("platform/5", "r1");
     publish("system-types/alpha/1.4", "a1");
     publish("system-types/beta/0.9", "b1");
-    files::create_directories(directory / "server");
-    EXPECT_EQ(run({LOCAL_SERVER, "start", (directory / "server").string()}).status, 0);
+    EXPECT_EQ(run("local-server.sh start server").status, 0);
   }
-  ~ServerTest() override { run({LOCAL_SERVER, "stop", (directory / "server").string()}); }
+  ~ServerTest() override { run("local-server.sh stop server"); }
 
-  files::path item(const std::string& name) { return directory / "server/www/2/runenv" / name; }
+  static std::string item(const std::string& name) { return "server/www/2/runenv/" + name; }
 
+  // Publishes what is in the directory "content", with a file that names the version.
   void publish(const std::string& name, const std::string& version,
                const std::string& platform = "linux-x64") {
-    const files::path archive = item(name) / version / (platform + ".tar.gz");
-    write_file(directory / "content/file", name + " " + version);
-    files::create_directories(archive.parent_path());
-    run({"tar", "-C", (directory / "content").string(), "-czf", archive.string(), "file"});
-    // Replaced whole: a run that reads it meanwhile finds the old version or the new one.
-    write_file(item(name) / "latest.new", version + "\n");
-    files::rename(item(name) / "latest.new", item(name) / "latest");
+    write_file("content/file", name + " " + version);
+    // The pointer is replaced whole: a run that reads it finds the old version or the new one.
+    const Outcome outcome = run("mkdir -p " + item(name) + "/" + version + " && cd " + item(name) +
+                                " && tar -C \"$OLDPWD/content\" -czf " + version + "/" + platform +
+                                ".tar.gz ." + " && echo " + version + " >new && mv new latest");
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
   }
-
-  std::string local(const std::string& file) { return read_file(machine / "runenv" / file); }
-
-  const Words both{"beta=0.9", "alpha=1.4"};
 };
