@@ -4,6 +4,9 @@
 #   local-server.sh start DIR   serves DIR/www over https as localhost
 #   local-server.sh stop DIR    ends it; harmless when it does not run
 #
+# The two take turns: stop waits for a start at work and ends what it has started; start, which
+# replaces a server that runs, fails where another start or stop is at work.
+#
 # Everything it needs is made in DIR: certificates, nginx's files, DIR/access.log, and
 # DIR/curl/.curlrc, by which curl (with CURL_HOME=DIR/curl) finds the server and trusts it.
 # Directives in DIR/extra.conf become part of the server block.
@@ -59,14 +62,30 @@ noproxy = "*"
 CONF
 }
 
+# Whether the server has come up: its pid file, without which nobody could end it, goes first.
+is_up() {
+  for _ in $(seq 250); do
+    [ ! -s nginx.pid ] || return 0
+    ! grep -q emerg start.log || return 1
+    sleep 0.02
+  done
+  return 1
+}
+
 start() {
+  flock -n 9 || {
+    echo "$dir: another start or stop is at work" >&2
+    return 1
+  }
+  end_server
   mkdir -p www curl
   make_certificates
   for _ in 1 2 3 4 5 6 7 8 9 10; do
     write_configuration $((20000 + $(od -An -N2 -tu2 /dev/urandom) % 12000))
-    if nginx -c "$dir/nginx.conf" 2>start.log; then
-      return 0
-    fi
+    nginx -c "$dir/nginx.conf" -g 'daemon off;' >start.log 2>&1 9>&- & # which keeps no lock
+    ! is_up || return 0
+    # Nor may it stay where the directory is gone, and its pid file with it.
+    { kill $! && wait $!; } 2>/dev/null || true
     grep -q 'Address already in use' start.log || break
   done
   cat start.log >&2
@@ -74,6 +93,11 @@ start() {
 }
 
 stop() {
+  flock 9
+  end_server
+}
+
+end_server() {
   [ -s nginx.pid ] || return 0
   pid=$(cat nginx.pid)
   kill "$pid" 2>/dev/null || return 0
@@ -90,4 +114,5 @@ case ${1-}:$# in
 esac
 cd "$2"
 dir=$(pwd)
+exec 9<.
 "$1"
