@@ -5,7 +5,8 @@
 #   local-server.sh stop DIR    ends it; harmless when it does not run
 #
 # The two take turns: stop waits for a start at work and ends what it has started; start, which
-# replaces a server that runs, fails where another start or stop is at work.
+# replaces a server that runs, fails where another start or stop is at work, and leaves no server
+# when its caller has gone meanwhile.
 #
 # Everything it needs is made in DIR: certificates, nginx's files, DIR/access.log, and
 # DIR/curl/.curlrc, by which curl (with CURL_HOME=DIR/curl) finds the server and trusts it.
@@ -66,10 +67,14 @@ CONF
 is_up() {
   for _ in $(seq 250); do
     [ ! -s nginx.pid ] || return 0
-    ! grep -q emerg start.log || return 1
+    ! grep -qs emerg start.log || return 1
     sleep 0.02
   done
   return 1
+}
+
+is_caller_alive() {
+  grep -q "^PPid:[[:space:]]*$PPID\$" /proc/$$/status
 }
 
 start() {
@@ -83,8 +88,8 @@ start() {
   for _ in 1 2 3 4 5 6 7 8 9 10; do
     write_configuration $((20000 + $(od -An -N2 -tu2 /dev/urandom) % 12000))
     nginx -c "$dir/nginx.conf" -g 'daemon off;' >start.log 2>&1 9>&- & # which keeps no lock
-    ! is_up || return 0
-    # Nor may it stay where the directory is gone, and its pid file with it.
+    if is_up && is_caller_alive; then return 0; fi
+    # Nobody would end it, or find it where the directory is gone.
     { kill $! && wait $!; } 2>/dev/null || true
     grep -q 'Address already in use' start.log || break
   done
