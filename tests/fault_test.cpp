@@ -58,9 +58,9 @@ TEST_F(FaultTest, KilledAtAnyMomentThePointerNamesACompleteVersion) {
 }
 
 TEST_F(FaultTest, ManyProcessesUnpackAVersionOnceAndAnItemOneAtATime) {
-  // Every unpacking notes its begin and its end, and takes long enough to be overlapped. That it
-  // waits for the end of its input is no reason for it not to end.
-  stand_in("tar", "cat; echo \"begin $5\" >>log; PATH=" + search_path +
+  // Every unpacking sees the end of its input, notes its begin and its end, and takes long enough
+  // to be overlapped.
+  stand_in("tar", "timeout 9 cat || exit; echo \"begin $5\" >>log; PATH=" + search_path +
                       " tar \"$@\"; status=$?; sleep 0.02; echo \"end $5\" >>log; exit $status");
   for (int round = 0; round < proof_rounds(); ++round) {
     std::vector<Run> contenders;
