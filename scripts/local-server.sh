@@ -103,8 +103,8 @@ stop() {
 }
 
 end_server() {
-  [ -s nginx.pid ] || return 0
-  pid=$(cat nginx.pid)
+  # A signal to the whole process group may end the server at this moment.
+  pid=$(cat nginx.pid 2>/dev/null) || return 0
   kill "$pid" 2>/dev/null || return 0
   # The pid file goes last; the process may stay for a while until its own parent looks after it.
   while [ -e nginx.pid ] && kill -0 "$pid" 2>/dev/null; do sleep 0.02; done
