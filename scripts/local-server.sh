@@ -82,6 +82,7 @@ start() {
     echo "$dir: another start or stop is at work" >&2
     return 1
   }
+  trap '' HUP INT TERM # once begun, it is done: a server that is half up could not be ended
   end_server
   mkdir -p www curl
   make_certificates
