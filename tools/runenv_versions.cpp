@@ -1,11 +1,8 @@
 // runenv-versions: writes and prints version info documents.
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -17,8 +14,12 @@
 #include "fs/file_interface.h"
 #include "schema/version_info.h"
 #include "schema/version_info_bin.h"
+#include "tools/command_line.h"
+#include "tools/replacement.h"
 
-static constexpr char kUsage[] =
+const char kProgram[] = "runenv-versions";
+
+const char kUsage[] =
     "usage: runenv-versions compose [-o FILE] PLATFORM_VERSION [NAME=VERSION ...]\n"
     "       runenv-versions show FILE\n"
     "\n"
@@ -32,63 +33,6 @@ static constexpr char kUsage[] =
     "  --help             print this text\n"
     "  --version          print the version of this program\n"
     "  --                 take every word that follows as it is, even if it begins with \"-\"\n";
-
-struct Arguments {
-  std::vector<const char*> operands;
-  const char* output = nullptr;  // null: standard output
-};
-
-[[noreturn]] static void fail_usage(const std::string& message) {
-  std::fprintf(stderr, "runenv-versions: %s\nTry 'runenv-versions --help'.\n", message.c_str());
-  std::exit(1);
-}
-
-[[noreturn]] static void fail_on(const char* what, const char* message) {
-  throw_failure(std::string(what) + ": " + message);
-}
-
-// Standard output reports a failure to write at the latest when it is flushed.
-static void finish_standard_output() {
-  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-    fail_on("standard output", std::strerror(errno));
-  }
-}
-
-[[noreturn]] static void print_and_exit(const char* text) {
-  std::fputs(text, stdout);
-  finish_standard_output();
-  std::exit(0);
-}
-
-// The words after the command; answers --help itself.
-static Arguments parse_arguments(int argc, char** argv, bool with_output) {
-  static constexpr std::string_view kOutput = "--output=";
-  Arguments arguments;
-  bool options = true;
-  for (int i = 2; i < argc; ++i) {
-    const std::string_view word = argv[i];
-    if (!options || !word.starts_with('-')) {
-      arguments.operands.push_back(argv[i]);
-    } else if (word == "--") {
-      options = false;
-    } else if (word == "--help") {
-      print_and_exit(kUsage);
-    } else if (with_output && (word == "-o" || word == "--output")) {
-      if (++i == argc) {
-        fail_usage("option '" + std::string(word) + "' needs a file");
-      }
-      arguments.output = argv[i];
-    } else if (with_output && word.starts_with(kOutput)) {
-      arguments.output = argv[i] + kOutput.size();
-    } else {
-      fail_usage("unknown option '" + std::string(word) + "'");
-    }
-  }
-  if (arguments.output != nullptr && *arguments.output == '\0') {
-    fail_usage("the name of the output file is empty");
-  }
-  return arguments;
-}
 
 struct AllocatorDeleter {
   void operator()(dympage_t* allocator) const {
@@ -120,8 +64,28 @@ static void add_system_type(Document& document, const char* word) {
                                                                       entry, equals + 1);
 }
 
-// Writes and closes `file`; throws Error naming `path`, and closes it too, when that fails.
-static void write_and_close(FILE* file, const char* path, const Buffer& bytes) {
+// Where a name leads that may be a link: the link stays, what it points at is replaced.
+static std::string behind_links(const char* path) {
+  bucket_t target = fs_init(path);
+  fs_realpath(&target);
+  std::string result = bucket_cstring(&target);
+  bucket_release(&target);
+  return result;
+}
+
+// A device or a pipe takes the bytes itself, and a link that points nowhere has them make its
+// target: there is nothing to replace.
+static bool is_written_in_place(const char* path) {
+  struct stat status;
+  return stat(path, &status) == 0 ? !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)
+                                  : lstat(path, &status) == 0;
+}
+
+static void write_in_place(const Buffer& bytes, const char* path) {
+  FILE* const file = std::fopen(path, "wb");
+  if (file == nullptr) {
+    fail_on(path, std::strerror(errno));
+  }
   const bool written = std::fwrite(bytes.array, 1, bytes.size, file) == bytes.size;
   const int write_error = errno;
   const bool closed = std::fclose(file) == 0;
@@ -130,84 +94,38 @@ static void write_and_close(FILE* file, const char* path, const Buffer& bytes) {
   }
 }
 
-// A new file beside the one it is to replace; gone again unless it did.
-class Replacement {
- public:
-  explicit Replacement(const char* path) : target(path), temporary(target + ".XXXXXX") {
-    const int descriptor = mkstemp(temporary.data());
-    if (descriptor < 0) {
-      fail_on(path, std::strerror(errno));
-    }
-    const mode_t mask = umask(0);
-    umask(mask);
-    fchmod(descriptor, 0666 & ~mask);  // as for any new file; mkstemp lets in the owner alone
-    file = fdopen(descriptor, "wb");
-    if (file == nullptr) {
-      const int error = errno;
-      close(descriptor);
-      unlink(temporary.c_str());
-      fail_on(path, std::strerror(error));
-    }
-  }
-  Replacement(const Replacement&) = delete;
-  Replacement& operator=(const Replacement&) = delete;
-  ~Replacement() {
-    if (!done) {
-      unlink(temporary.c_str());
-    }
-  }
-
-  void commit(const Buffer& bytes) {
-    write_and_close(file, target.c_str(), bytes);
-    if (std::rename(temporary.c_str(), target.c_str()) != 0) {
-      fail_on(target.c_str(), std::strerror(errno));
-    }
-    done = true;
-  }
-
- private:
-  std::string target;
-  std::string temporary;
-  FILE* file = nullptr;
-  bool done = false;
-};
-
-// A device or a pipe takes the bytes itself: there is nothing to replace.
-static bool is_special_file(const char* path) {
-  struct stat status;
-  return stat(path, &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
-}
-
 static void write_document(const Buffer& bytes, const char* path) {
   if (path == nullptr) {
     std::fwrite(bytes.array, 1, bytes.size, stdout);
     finish_standard_output();
-  } else if (is_special_file(path)) {
-    FILE* const file = std::fopen(path, "wb");
-    if (file == nullptr) {
-      fail_on(path, std::strerror(errno));
-    }
-    write_and_close(file, path, bytes);
+  } else if (is_written_in_place(path)) {
+    write_in_place(bytes, path);
   } else {
-    Replacement(path).commit(bytes);
+    Replacement file(behind_links(path));
+    file.write(bytes.array, bytes.size);
+    file.commit(true);
   }
 }
 
-static void compose(const Arguments& arguments) {
-  if (arguments.operands.empty()) {
+static void compose(int argc, char** argv) {
+  const char* output = nullptr;  // null: standard output
+  const std::vector<const char*> words =
+      parse_words(argc, argv, 2,
+                  {{"-o", &output, nullptr, "a file"}, {"--output", &output, nullptr, "a file"}});
+  if (words.empty()) {
     fail_usage("compose needs a platform version");
   }
   Document document;
-  image___version_info___root_t___platform_version___iwrite_set(
-      document.allocator.get(), document.root, arguments.operands[0]);
-  for (size_t i = 1; i < arguments.operands.size(); ++i) {
-    add_system_type(document, arguments.operands[i]);
+  image___version_info___root_t___platform_version___iwrite_set(document.allocator.get(),
+                                                                document.root, words[0]);
+  for (size_t i = 1; i < words.size(); ++i) {
+    add_system_type(document, words[i]);
   }
   Buffer bytes(0);
   if (image___version_info___write_bin_f(document.root, &bytes) != 0) {
     throw_failure(document.root->error);
   }
-  write_document(bytes, arguments.output);
+  write_document(bytes, output);
 }
 
 struct StreamDeleter {
@@ -225,11 +143,12 @@ static std::unique_ptr<istream, StreamDeleter> open_document(const char* path) {
   return stream;
 }
 
-static void show(const Arguments& arguments) {
-  if (arguments.operands.size() != 1) {
+static void show(int argc, char** argv) {
+  const std::vector<const char*> words = parse_words(argc, argv, 2, {});
+  if (words.size() != 1) {
     fail_usage("show needs one file");
   }
-  const char* const path = arguments.operands[0];
+  const char* const path = words[0];
   const auto stream = open_document(path);
   const Document document;
   if (image___version_info___parse_bin_f(document.allocator.get(), document.root, stream.get()) !=
@@ -250,25 +169,20 @@ static void show(const Arguments& arguments) {
   finish_standard_output();
 }
 
-int main(int argc, char** argv) {
+static void run_command(int argc, char** argv) {
   const std::string_view command = argc < 2 ? "" : argv[1];
-  try {
-    if (command == "--help") {
-      print_and_exit(kUsage);
-    } else if (command == "--version") {
-      print_and_exit("runenv-versions " RUNENV_VERSION "\n");
-    } else if (command == "compose") {
-      compose(parse_arguments(argc, argv, true));
-    } else if (command == "show") {
-      show(parse_arguments(argc, argv, false));
-    } else if (argc < 2) {
-      fail_usage("a command is needed, compose or show");
-    } else {
-      fail_usage("unknown command '" + std::string(command) + "'");
-    }
-  } catch (const Error& error) {
-    std::fprintf(stderr, "runenv-versions: %s\n", error.message);
-    return 1;
+  answer(command);
+  if (command == "compose") {
+    compose(argc, argv);
+  } else if (command == "show") {
+    show(argc, argv);
+  } else if (argc < 2) {
+    fail_usage("a command is needed, compose or show");
+  } else {
+    fail_usage("unknown command '" + std::string(command) + "'");
   }
-  return 0;
+}
+
+int main(int argc, char** argv) {
+  return run_program(run_command, argc, argv);
 }

@@ -1,0 +1,27 @@
+// What is undone when SIGINT, SIGTERM or SIGHUP ends the program: a temporary file is removed and a
+// tool that runs for the program is ended. Then the signal takes its course.
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <csignal>
+
+// Only one file and one tool at a time. The name belongs to whoever stores it.
+extern std::atomic<const char*> interrupted_file;  // null: none
+extern std::atomic<pid_t> interrupted_tool;        // 0: none
+
+// From here on, signals that are not ignored already undo what is stored above.
+void undo_on_signals();
+
+// Puts the signals off while it lives, for steps that must not be torn apart.
+class SignalsBlocked {
+ public:
+  SignalsBlocked();
+  ~SignalsBlocked();
+  SignalsBlocked(const SignalsBlocked&) = delete;
+  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+ private:
+  sigset_t before;
+};

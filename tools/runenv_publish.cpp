@@ -1,0 +1,157 @@
+// runenv-publish: puts releases into the directory tree that a distribution server serves.
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "core/error.h"
+#include "fs/path.h"
+#include "tools/command_line.h"
+#include "tools/published_name.h"
+#include "tools/served_item.h"
+
+const char kProgram[] = "runenv-publish";
+
+const char kUsage[] =
+    "usage: runenv-publish TREE platform VERSION RELEASE --from SOURCE [OPTION ...]\n"
+    "       runenv-publish TREE system-type NAME VERSION RELEASE --from SOURCE [OPTION ...]\n"
+    "       runenv-publish TREE platform VERSION RELEASE --latest-only\n"
+    "       runenv-publish TREE system-type NAME VERSION RELEASE --latest-only\n"
+    "\n"
+    "Puts a release of one item into TREE, the directory that the distribution server serves: "
+    "first\n"
+    "its archive, then the \"latest\" pointer that names it. Each appears whole or not at all.\n"
+    "\n"
+    "  --from SOURCE     a directory, which is packed, or a .tar.gz archive, which is checked and\n"
+    "                    copied\n"
+    "  --platform NAME   the platform that the archive is for, linux-x64 unless given\n"
+    "  --keep-latest     put the archive only and leave the pointer as it is\n"
+    "  --latest-only     move the pointer only, to a release that is there\n"
+    "  --replace         replace the archive if the release has one for the platform already\n"
+    "  --drop-platforms  move the pointer even if the release has no archive for a platform for\n"
+    "                    which the release named now has one\n"
+    "  --help            print this text\n"
+    "  --version         print the version of this program\n"
+    "  --                take every word that follows as it is, even if it begins with \"-\"\n";
+
+struct Arguments {
+  const char* source = nullptr;
+  const char* platform = nullptr;
+  bool keep_latest = false;
+  bool latest_only = false;
+  bool replace = false;
+  bool drop_platforms = false;
+
+  std::string tree;
+  std::vector<std::string> item;  // the item's directory in the tree, by its components
+  std::string release;
+};
+
+// TREE, the kind of item, its names, RELEASE.
+static void take_operands(const std::vector<const char*>& words, Arguments* arguments) {
+  const std::string kind = words.size() < 2 ? "" : words[1];
+  const bool is_platform = kind == "platform";
+  if (words.empty()) {
+    fail_usage("a tree is needed, the directory that the server serves");
+  } else if (!is_platform && kind != "system-type") {
+    fail_usage(kind.empty() ? "the kind of item is needed, platform or system-type"
+                            : "unknown kind of item '" + kind + "'");
+  } else if (words.size() != (is_platform ? 4 : 5)) {
+    fail_usage(is_platform ? "platform takes a version and a release"
+                           : "system-type takes a name, a version and a release");
+  }
+  arguments->tree = words[0];
+  arguments->item = {"2", "runenv", is_platform ? "platform" : "system-types"};
+  arguments->item.insert(arguments->item.end(), words.begin() + 2, words.end() - 1);
+  arguments->release = words.back();
+  if (!is_platform) {
+    check_name("system type", words[2]);
+  }
+  check_name("version", *(words.end() - 2));
+  check_name("release", arguments->release);
+  if (arguments->release == kLatest) {
+    throw_failure("release 'latest' would stand where the pointer does");
+  }
+}
+
+static Arguments parse_arguments(int argc, char** argv) {
+  Arguments arguments;
+  const std::vector<const char*> words =
+      parse_words(argc, argv, 1,
+                  {{"--from", &arguments.source, nullptr, "a directory or an archive"},
+                   {"--platform", &arguments.platform, nullptr, "the name of a platform"},
+                   {"--keep-latest", nullptr, &arguments.keep_latest},
+                   {"--latest-only", nullptr, &arguments.latest_only},
+                   {"--replace", nullptr, &arguments.replace},
+                   {"--drop-platforms", nullptr, &arguments.drop_platforms}});
+  take_operands(words, &arguments);
+  if (!arguments.latest_only && arguments.source == nullptr) {
+    fail_usage("--from is needed, or --latest-only");
+  }
+  if (arguments.latest_only && (arguments.source != nullptr || arguments.platform != nullptr ||
+                                arguments.keep_latest || arguments.replace)) {
+    fail_usage("--latest-only goes with --drop-platforms alone");
+  }
+  if (arguments.platform == nullptr) {
+    arguments.platform = "linux-x64";
+  }
+  check_name("platform", arguments.platform, kArchiveExtension);
+  return arguments;
+}
+
+static void check_source(const char* path) {
+  struct stat status;
+  if (stat(path, &status) != 0) {
+    fail_on(path, std::strerror(errno));
+  }
+  if (!S_ISDIR(status.st_mode) && !S_ISREG(status.st_mode)) {
+    fail_on(path, "is neither a directory nor a regular file");
+  }
+}
+
+// Whoever finds an archive by the pointer now is to find one by the new pointer too.
+static void check_platforms(const ServedItem& item, const std::string& release,
+                            const std::set<std::string>& available) {
+  const std::string current = item.latest().value_or(release);
+  for (const std::string& platform : item.platforms(current)) {
+    if (!available.contains(platform)) {
+      throw_failure("release '" + release + "' lacks an archive for platform '" + platform +
+                    "', which '" + current +
+                    "', the latest so far, has; move the pointer when all are there "
+                    "(--keep-latest until then), or give --drop-platforms");
+    }
+  }
+}
+
+static void publish(int argc, char** argv) {
+  const Arguments arguments = parse_arguments(argc, argv);
+  const std::string& release = arguments.release;
+  const ServedItem item(arguments.tree, arguments.item);
+  std::set<std::string> available = item.platforms(release);
+  if (arguments.latest_only) {
+    if (available.empty()) {
+      throw_failure("release '" + release + "' has no archive");
+    }
+  } else {
+    check_source(arguments.source);
+    if (!available.insert(arguments.platform).second && !arguments.replace) {
+      fail_on(item.archive_path(release, arguments.platform),
+              "is published already; --replace replaces it, --latest-only moves the pointer to it");
+    }
+  }
+  if (!arguments.keep_latest && !arguments.drop_platforms) {
+    check_platforms(item, release, available);
+  }
+  if (!arguments.latest_only) {
+    item.put_archive(release, arguments.platform, arguments.source, arguments.replace);
+  }
+  if (!arguments.keep_latest) {
+    item.point_at(release);
+  }
+}
+
+int main(int argc, char** argv) {
+  return run_program(publish, argc, argv);
+}
