@@ -1,0 +1,36 @@
+# Completion for runenv-bootstrap, whose options come in one order only.
+
+# What may come next: the options still open, or the kind of value that is due.
+function __runenv_bootstrap_next
+    set -l words (commandline -opc)[2..]
+    set -l options --target --temp-cache --skip-platform --lock-latest
+    set -q words[1]; or echo -- --help
+    while set -q words[1]
+        set -l position (contains -i -- $words[1] $options)
+        or return # the document, or --help: nothing follows
+        set options $options[(math $position + 1)..]
+        if contains -- $words[1] --target --temp-cache
+            if not set -q words[2]
+                string replace -- -- value-of- $words[1]
+                return
+            end
+            set -e words[1]
+        end
+        set -e words[1]
+    end
+    string join -- \n $options document
+end
+
+function __runenv_bootstrap_takes
+    contains -- $argv[1] (__runenv_bootstrap_next)
+end
+
+complete -c runenv-bootstrap -f
+complete -c runenv-bootstrap -n '__runenv_bootstrap_takes document' -F
+complete -c runenv-bootstrap -n '__runenv_bootstrap_takes value-of-target' -a linux-x64
+complete -c runenv-bootstrap -n '__runenv_bootstrap_takes value-of-temp-cache' -a '(__fish_complete_directories)'
+complete -c runenv-bootstrap -n '__runenv_bootstrap_takes --target' -a --target -d 'Name the platform'
+complete -c runenv-bootstrap -n '__runenv_bootstrap_takes --temp-cache' -a --temp-cache -d 'Name the directory for downloads'
+complete -c runenv-bootstrap -n '__runenv_bootstrap_takes --skip-platform' -a --skip-platform -d 'Update the system types only'
+complete -c runenv-bootstrap -n '__runenv_bootstrap_takes --lock-latest' -a --lock-latest -d 'Take turns with other runs'
+complete -c runenv-bootstrap -n '__runenv_bootstrap_takes --help' -a --help -d 'Print the usage'

@@ -1,0 +1,44 @@
+# Completion for runenv-publish, which offers what the tree holds already.
+
+# The words so far that are neither options nor their values.
+function __runenv_publish_operands
+    set -l words (commandline -opc)[2..]
+    while set -q words[1]
+        switch $words[1]
+            case --from --platform
+                set -e words[1]
+            case '-*'
+            case '*'
+                echo -- $words[1]
+        end
+        set -e words[1]
+    end
+end
+
+function __runenv_publish_has
+    test (count (__runenv_publish_operands)) -eq $argv[1]
+end
+
+function __runenv_publish_published
+    set -l operands (__runenv_publish_operands)
+    set -l last 3
+    test "$operands[2]" = system-type; and set last 4
+    test (count $operands) -ge 2 -a (count $operands) -le $last; or return
+    set -l kind (string replace system-type system-types -- $operands[2])
+    for directory in (string join -- / $operands[1] 2 runenv $kind $operands[3..])/*/
+        path basename -- $directory
+    end
+end
+
+complete -c runenv-publish -f
+complete -c runenv-publish -n '__runenv_publish_has 0' -a '(__fish_complete_directories)'
+complete -c runenv-publish -n '__runenv_publish_has 1' -a 'platform system-type'
+complete -c runenv-publish -a '(__runenv_publish_published)'
+complete -c runenv-publish -l from -rF -d 'Name the directory or archive'
+complete -c runenv-publish -l platform -x -a linux-x64 -d 'Name the platform of the archive'
+complete -c runenv-publish -l keep-latest -d 'Leave the pointer as it is'
+complete -c runenv-publish -l latest-only -d 'Move the pointer only'
+complete -c runenv-publish -l replace -d 'Replace a published archive'
+complete -c runenv-publish -l drop-platforms -d 'Move the pointer though platforms lack'
+complete -c runenv-publish -l help -d 'Print the usage'
+complete -c runenv-publish -l version -d 'Print the version'

@@ -1,0 +1,77 @@
+#!/bin/bash
+# What the completions offer in each shell that is here: completion_test.sh DIRECTORY-OF-PROGRAMS
+# shellcheck disable=SC2016,SC2317 # code for other shells, in functions called by their names
+set -eu
+programs=$(cd "$1" && pwd)
+cd "$(dirname "$0")/.."
+root=$(pwd) completions=$(pwd)/scripts/completions scratch=$(mktemp -d) failures=0
+trap 'rm -rf "$scratch"' EXIT
+mkdir -p "$scratch/folder" "$scratch/tree/2/runenv/system-types/linker/0.9/build-3"
+touch "$scratch/document"
+
+in_bash() { # the words of the command line, the last one unfinished
+  # shellcheck disable=SC2046 # bash makes three words of --option=value
+  set -- $(printf '%s\n' "$@" | sed 's/^\(--.*\)=/\1 = /')
+  bash -c 'source "$0/bash/$1" && COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
+    $(complete -p "$1" | sed "s/.*-F \([^ ]*\) .*/\1/"); printf "%s\n" "${COMPREPLY[@]}"' \
+    "$completions" "$@"
+}
+in_zsh() { # what the completion system would be given, filtered as it filters
+  zsh -fc 'compadd() { print -l -- ${@:#--} }
+    _describe() { print -l -- ${${(P)@[-1]}%%:*} }
+    _files() { [[ $1 == -/ ]] && print -l -- *(N/) || print -l -- *(N) }
+    service=$2 words=("${@[2,-1]}") CURRENT=$(($# - 1)); source $1/zsh/_runenv' \
+    zsh "$completions" "$@" | grep -e "^${*: -1}" || true
+}
+in_fish() {
+  fish --no-config -c 'source $argv[1]/fish/$argv[2].fish; complete -C "$argv[2..]"' \
+    "$completions" "$@" | cut -f 1 | sed 's:/$::'
+}
+
+expect() { # WORDS-OFFERED COMMAND-LINE-WORD...
+  local offered=$1 shell actual
+  shift
+  for shell in bash zsh fish; do
+    command -v $shell >/dev/null || continue
+    actual=$(cd "$scratch" && "in_$shell" "$@" | sort | xargs)
+    [ "$actual" = "$offered" ] && continue
+    echo "$shell offers '$actual' instead of '$offered' after: $*" >&2
+    failures=1
+  done
+}
+for shell in zsh fish; do command -v $shell >/dev/null || echo "$shell is not here: not tested"; done
+
+expect '--help --lock-latest --skip-platform --target --temp-cache' runenv-bootstrap --
+expect '--lock-latest --skip-platform --temp-cache' runenv-bootstrap --target linux-x64 --
+expect '--lock-latest --skip-platform' runenv-bootstrap --temp-cache folder --
+expect '' runenv-bootstrap --lock-latest --
+expect '' runenv-bootstrap --skip-platform --lock-latest --t
+expect '' runenv-bootstrap --help --
+expect '' runenv-bootstrap --lock-latest --skip-platform d
+expect '' runenv-bootstrap document d
+expect 'document' runenv-bootstrap --lock-latest d
+expect 'linux-x64' runenv-bootstrap --target l
+expect 'folder' runenv-bootstrap --temp-cache f
+expect '' runenv-bootstrap --temp-cache d
+expect 'compose' runenv-versions c
+expect 'document' runenv-versions show d
+expect 'document' runenv-versions compose -o d
+expect 'tree' runenv-publish t
+expect 'platform' runenv-publish tree p
+expect 'linker' runenv-publish --replace tree system-type l
+expect '0.9' runenv-publish tree --from folder system-type linker 0
+expect 'build-3' runenv-publish tree system-type linker 0.9 b
+expect 'document' runenv-publish tree --from d
+expect 'system-type' runenv-publish --from=folder tree s
+expect '--keep-latest' runenv-publish tree --k
+
+# No option is missing in a completion or in the manual.
+for program in runenv-bootstrap runenv-versions runenv-publish; do
+  for option in $("$programs/$program" --help 2>&1 | grep -o -e '--[a-z][a-z-]*' | sort -u); do
+    for file in "$completions/bash/$program" "$completions/zsh/_runenv" \
+      "$completions/fish/$program.fish" "$root/docs/man/$program.1"; do
+      grep -q -e "-\?-l\? \?${option#--}" "$file" || { echo "$file: no $option" && failures=1; } >&2
+    done
+  done
+done
+exit $failures
