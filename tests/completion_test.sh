@@ -9,14 +9,14 @@ trap 'rm -rf "$scratch"' EXIT
 mkdir -p "$scratch/folder" "$scratch/tree/2/runenv/system-types/linker/0.9/build-3"
 touch "$scratch/document"
 
-in_bash() { # the words of the command line, the last one unfinished
+in_bash() {
   # shellcheck disable=SC2046 # bash makes three words of --option=value
   set -- $(printf '%s\n' "$@" | sed 's/^\(--.*\)=/\1 = /')
   bash -c 'source "$0/bash/$1" && COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
     $(complete -p "$1" | sed "s/.*-F \([^ ]*\) .*/\1/"); printf "%s\n" "${COMPREPLY[@]}"' \
     "$completions" "$@"
 }
-in_zsh() { # what the completion system would be given, filtered as it filters
+in_zsh() { # what its completion system would be given, filtered as it filters
   zsh -fc 'compadd() { print -l -- ${@:#--} }
     _describe() { print -l -- ${${(P)@[-1]}%%:*} }
     _files() { [[ $1 == -/ ]] && print -l -- *(N/) || print -l -- *(N) }
@@ -28,23 +28,23 @@ in_fish() {
     "$completions" "$@" | cut -f 1 | sed 's:/$::'
 }
 
-expect() { # WORDS-OFFERED COMMAND-LINE-WORD...
+shells=bash
+for shell in zsh fish; do
+  command -v $shell >/dev/null && shells+=" $shell" || echo "$shell is not here: not tested"
+done
+expect() { # WORDS-OFFERED COMMAND-LINE-WORD..., the last one unfinished
   local offered=$1 shell actual
   shift
-  for shell in bash zsh fish; do
-    command -v $shell >/dev/null || continue
+  for shell in $shells; do
     actual=$(cd "$scratch" && "in_$shell" "$@" | sort | xargs)
     [ "$actual" = "$offered" ] && continue
-    echo "$shell offers '$actual' instead of '$offered' after: $*" >&2
-    failures=1
+    echo "$shell offers '$actual' instead of '$offered' after: $*" >&2 && failures=1
   done
 }
-for shell in zsh fish; do command -v $shell >/dev/null || echo "$shell is not here: not tested"; done
 
 expect '--help --lock-latest --skip-platform --target --temp-cache' runenv-bootstrap --
 expect '--lock-latest --skip-platform --temp-cache' runenv-bootstrap --target linux-x64 --
 expect '--lock-latest --skip-platform' runenv-bootstrap --temp-cache folder --
-expect '' runenv-bootstrap --lock-latest --
 expect '' runenv-bootstrap --skip-platform --lock-latest --t
 expect '' runenv-bootstrap --help --
 expect '' runenv-bootstrap --lock-latest --skip-platform d
@@ -52,12 +52,8 @@ expect '' runenv-bootstrap document d
 expect 'document' runenv-bootstrap --lock-latest d
 expect 'linux-x64' runenv-bootstrap --target l
 expect 'folder' runenv-bootstrap --temp-cache f
-expect '' runenv-bootstrap --temp-cache d
-expect 'compose' runenv-versions c
 expect 'document' runenv-versions show d
 expect 'document' runenv-versions compose -o d
-expect 'tree' runenv-publish t
-expect 'platform' runenv-publish tree p
 expect 'linker' runenv-publish --replace tree system-type l
 expect '0.9' runenv-publish tree --from folder system-type linker 0
 expect 'build-3' runenv-publish tree system-type linker 0.9 b
@@ -70,7 +66,7 @@ for program in runenv-bootstrap runenv-versions runenv-publish; do
   for option in $("$programs/$program" --help 2>&1 | grep -o -e '--[a-z][a-z-]*' | sort -u); do
     for file in "$completions/bash/$program" "$completions/zsh/_runenv" \
       "$completions/fish/$program.fish" "$root/docs/man/$program.1"; do
-      grep -q -e "-\?-l\? \?${option#--}" "$file" || { echo "$file: no $option" && failures=1; } >&2
+      grep -q -e "-l\? \?${option#--}" "$file" || { echo "$file: no $option" && failures=1; } >&2
     done
   done
 done

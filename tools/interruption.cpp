@@ -2,25 +2,22 @@
 
 #include <unistd.h>
 
+#include <csignal>
+
 std::atomic<const char*> interrupted_file;
 std::atomic<pid_t> interrupted_tool;
 static_assert(std::atomic<const char*>::is_always_lock_free &&
               std::atomic<pid_t>::is_always_lock_free);
 
-static constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+static volatile std::sig_atomic_t held;
+static volatile std::sig_atomic_t arrived;  // the signal that came while they were held, 0: none
 
-static sigset_t signal_set() {
-  sigset_t set;
-  sigemptyset(&set);
-  for (const int signal : kSignals) {
-    sigaddset(&set, signal);
-  }
-  return set;
-}
-
-// Blocked while it runs and back at its default, the signal arrives again on return and ends the
-// program, whose parent so learns the true reason.
+// The same signal ends the program at last, so that its parent learns the true reason.
 static void undo(int signal) {
+  if (held != 0) {
+    arrived = signal;
+    return;
+  }
   const pid_t tool = interrupted_tool;
   if (tool > 0) {
     kill(tool, SIGTERM);
@@ -29,14 +26,19 @@ static void undo(int signal) {
   if (file != nullptr) {
     unlink(file);
   }
+  std::signal(signal, SIG_DFL);
   raise(signal);
 }
 
 void undo_on_signals() {
+  static constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
   struct sigaction action {};
+  sigemptyset(&action.sa_mask);
   action.sa_handler = undo;
-  action.sa_mask = signal_set();
-  action.sa_flags = static_cast<int>(SA_RESETHAND);
+  action.sa_flags = SA_RESTART;
+  for (const int signal : kSignals) {
+    sigaddset(&action.sa_mask, signal);
+  }
   for (const int signal : kSignals) {
     struct sigaction before;
     if (sigaction(signal, nullptr, &before) == 0 && before.sa_handler == SIG_DFL) {
@@ -45,11 +47,13 @@ void undo_on_signals() {
   }
 }
 
-SignalsBlocked::SignalsBlocked() {
-  const sigset_t set = signal_set();
-  sigprocmask(SIG_BLOCK, &set, &before);
+SignalsHeld::SignalsHeld() {
+  held = 1;
 }
 
-SignalsBlocked::~SignalsBlocked() {
-  sigprocmask(SIG_SETMASK, &before, nullptr);
+SignalsHeld::~SignalsHeld() {
+  held = 0;
+  if (arrived != 0) {
+    undo(arrived);
+  }
 }

@@ -5,7 +5,6 @@
 #include <sys/types.h>
 
 #include <atomic>
-#include <csignal>
 
 // Only one file and one tool at a time. The name belongs to whoever stores it.
 extern std::atomic<const char*> interrupted_file;  // null: none
@@ -14,14 +13,12 @@ extern std::atomic<pid_t> interrupted_tool;        // 0: none
 // From here on, signals that are not ignored already undo what is stored above.
 void undo_on_signals();
 
-// Puts the signals off while it lives, for steps that must not be torn apart.
-class SignalsBlocked {
+// Puts the signals off while it lives, for steps that must not be torn apart. Programs that are
+// started meanwhile do not inherit that.
+class SignalsHeld {
  public:
-  SignalsBlocked();
-  ~SignalsBlocked();
-  SignalsBlocked(const SignalsBlocked&) = delete;
-  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
- private:
-  sigset_t before;
+  SignalsHeld();
+  ~SignalsHeld();
+  SignalsHeld(const SignalsHeld&) = delete;
+  SignalsHeld& operator=(const SignalsHeld&) = delete;
 };

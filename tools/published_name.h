@@ -8,6 +8,6 @@ static constexpr char kLatest[] = "latest";
 static constexpr char kArchiveExtension[] = ".tar.gz";
 
 // Throws Error unless every reader takes `name` for what it is: one path component that also stands
-// for itself in what curl and tar are given. `what` says in the message what it names; `appended` is what
-// the file's name has behind it.
+// for itself in what curl and tar are given. `what` says in the message what it names; `appended`
+// is what the file's name has behind it.
 void check_name(const char* what, const std::string& name, const char* appended = "");

@@ -34,7 +34,7 @@ Replacement::Replacement(const std::string& path)
   temporary = fs::path_t(directory.c_str()).join(".").cstring();
   temporary += std::string(kProgram) + "#XXXXXX";
   undo_on_signals();
-  const SignalsBlocked blocked;
+  const SignalsHeld held;
   file.reset(mkostemp(temporary.data(), O_CLOEXEC));
   if (file.get() < 0) {
     fail_on_system(target);
@@ -43,8 +43,9 @@ Replacement::Replacement(const std::string& path)
 }
 
 Replacement::~Replacement() {
-  if (interrupted_file.exchange(nullptr) != nullptr) {
+  if (interrupted_file != nullptr) {
     unlink(temporary.c_str());
+    interrupted_file = nullptr;
   }
 }
 

@@ -1,8 +1,10 @@
 // runenv-publish: puts releases into the directory tree that a distribution server serves.
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -115,13 +117,15 @@ static void check_source(const char* path) {
 static void check_platforms(const ServedItem& item, const std::string& release,
                             const std::set<std::string>& available) {
   const std::string current = item.latest().value_or(release);
-  for (const std::string& platform : item.platforms(current)) {
-    if (!available.contains(platform)) {
-      throw_failure("release '" + release + "' lacks an archive for platform '" + platform +
-                    "', which '" + current +
-                    "', the latest so far, has; move the pointer when all are there "
-                    "(--keep-latest until then), or give --drop-platforms");
-    }
+  const std::set<std::string> served = item.platforms(current);
+  const auto missing = std::find_if(served.begin(), served.end(), [&](const std::string& platform) {
+    return !available.contains(platform);
+  });
+  if (missing != served.end()) {
+    throw_failure("release '" + release + "' lacks an archive for platform '" + *missing +
+                  "', which '" + current +
+                  "', the latest so far, has; move the pointer when all are there "
+                  "(--keep-latest until then), or give --drop-platforms");
   }
 }
 

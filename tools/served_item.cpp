@@ -66,12 +66,13 @@ static void run_tar(const std::vector<const char*>& argv, const char* in, const 
   using namespace ChildProcess;
   process_t* tar;
   try {
+    const SignalsHeld held;
     tar = create_child(argv.data(), {REDIRECT_FILE, in}, {REDIRECT_FILE, out},
                        {REDIRECT_INHERIT, nullptr}, nullptr, false);
+    interrupted_tool = tar->pid;
   } catch (const Error& error) {
     fail_on("tar", error.message);
   }
-  interrupted_tool = tar->pid;
   const result_t result = wait2(tar);
   interrupted_tool = 0;
   destroy(tar);
