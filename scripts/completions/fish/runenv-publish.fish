@@ -26,7 +26,7 @@ function __runenv_publish_published
     test (count $operands) -ge 2 -a (count $operands) -le $last; or return
     set -l kind (string replace system-type system-types -- $operands[2])
     for directory in (string join -- / $operands[1] 2 runenv $kind $operands[3..])/*/
-        path basename -- $directory
+        string replace -r '.*/([^/]+)/$' '$1' -- $directory
     end
 end
 
