@@ -13,11 +13,12 @@ function(check url accepted)
 endfunction()
 
 foreach(url https://localhost https://localhost:8443 https://cdn.example-1.org https://10.0.0.1
-            https://h "https://[::1]:443")
+            https://h "https://[::1]:443" https://h:1 https://h:65535)
   check("${url}" TRUE)
 endforeach()
 foreach(url "" http://localhost https:// https://localhost/ https://localhost/path https://:443
             https://localhost: https://localhost:port "https://two words" https://user@host
-            "https://host?x" "https://host#x" xhttps://host HTTPS://host "https://host\n")
+            "https://host?x" "https://host#x" xhttps://host HTTPS://host "https://host\n"
+            https://h:0 https://h:65536 https://h:70000 https://h:100000)
   check("${url}" FALSE)
 endforeach()
