@@ -1,0 +1,101 @@
+# What "cmake --install" puts where: the component "runtime" has the programs and what is read
+# beside them, the component "development" the library. A project that embeds this one installs
+# nothing of it, and builds of its programs only what it asks for, unless it sets RUNENV_INSTALL.
+option(RUNENV_INSTALL "Install the programs and the library" ${PROJECT_IS_TOP_LEVEL})
+
+set(programs runenv-bootstrap runenv-versions)
+if(TARGET runenv-publish)
+  list(APPEND programs runenv-publish)
+endif()
+
+if(NOT RUNENV_INSTALL)
+  if(NOT PROJECT_IS_TOP_LEVEL)
+    set_target_properties(${programs} PROPERTIES EXCLUDE_FROM_ALL ON)
+  endif()
+  return()
+endif()
+
+include(CMakePackageConfigHelpers)
+include(GNUInstallDirs)
+
+# The programs. What does not come from the compiler is looked up when it is installed.
+install(TARGETS ${programs} COMPONENT runtime)
+install(DIRECTORY docs/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime OPTIONAL
+        FILES_MATCHING PATTERN "*.1")
+install(DIRECTORY scripts/completions/bash/
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT runtime OPTIONAL)
+install(DIRECTORY scripts/completions/zsh/
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT runtime OPTIONAL)
+install(DIRECTORY scripts/completions/fish/
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT runtime OPTIONAL)
+# The README's links into docs/ hold.
+install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+install(FILES CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime OPTIONAL)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
+        FILES_MATCHING PATTERN "*.md" PATTERN man EXCLUDE)
+
+# The library. A header that is not listed is the library's own business.
+set(public_headers
+    core/bucket.h
+    core/buffer.h
+    core/c_string.h
+    core/dymarray.h
+    core/dympage.h
+    core/dympool.h
+    core/error.h
+    core/string.h
+    core/string_array.h
+    fs/file_interface.h
+    fs/iterator.h
+    fs/path.h
+    process/child_process.h
+    runtime/runtime_core.h
+    schema/update.h
+    schema/version_info.h
+    schema/version_info_bin.h
+    schema/version_info_set.h
+    socket/client.h
+    socket/connection.h
+    socket/encoding.h
+    socket/endpoint.h
+    socket/listener.h
+    socket/message.h
+    socket/poll.h
+    socket/registry.h
+    socket/socket_async.h
+    stream/instream.h
+    stream/istream.h
+    stream/outstream.h
+    stream/socket_stream.h)
+foreach(header ${public_headers})
+  cmake_path(GET header PARENT_PATH folder)
+  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv/${folder}
+          COMPONENT development)
+endforeach()
+install(TARGETS runenv EXPORT runenv COMPONENT development
+        INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv)
+
+# find_package(runenv CONFIG). Before 1.0 every minor version may break what used the one before.
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/runenv)
+install(EXPORT runenv NAMESPACE runenv:: FILE runenvConfig.cmake DESTINATION ${package_dir}
+        COMPONENT development)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/runenvConfigVersion.cmake
+                                 COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/runenvConfigVersion.cmake DESTINATION ${package_dir}
+        COMPONENT development)
+
+# pkg-config, above all for C programs: they link what a C++ compiler adds by itself. The file finds
+# its prefix from where it lies, so that an installation can be moved.
+set(pc_dir ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY "${pc_dir}" OUTPUT_VARIABLE pc_prefix)
+set(pc_libdir "\${prefix}")
+cmake_path(APPEND pc_libdir "${CMAKE_INSTALL_LIBDIR}")
+set(pc_includedir "\${prefix}")
+cmake_path(APPEND pc_includedir "${CMAKE_INSTALL_INCLUDEDIR}" runenv)
+set(pc_libs ${CMAKE_CXX_IMPLICIT_LINK_LIBRARIES})
+list(REMOVE_ITEM pc_libs ${CMAKE_C_IMPLICIT_LINK_LIBRARIES})
+list(TRANSFORM pc_libs PREPEND -l)
+list(JOIN pc_libs " " pc_libs)
+configure_file(cmake/runenv.pc.in runenv.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/runenv.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+        COMPONENT development)
