@@ -1,0 +1,67 @@
+# Packages of what RunenvInstall.cmake installs. The target "package" makes "runenv" and
+# "runenv-dev" for Debian where its tools are at hand, an archive elsewhere; the target
+# "package_source" makes the source archive.
+set(RUNENV_MAINTAINER "runenv maintainers <maintainers@runenv.invalid>" CACHE STRING
+    "Whom the packages name as responsible for them")
+
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each package has its own
+set(CPACK_PACKAGE_VENDOR runenv)
+set(CPACK_PACKAGE_CONTACT "${RUNENV_MAINTAINER}")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/RunenvStagedPackage.cmake")
+
+# dpkg-shlibdeps names the libraries that the programs need; it and CPack look with file(1).
+find_program(RUNENV_DPKG_SHLIBDEPS dpkg-shlibdeps)
+find_program(RUNENV_FILE file)
+mark_as_advanced(RUNENV_DPKG_SHLIBDEPS RUNENV_FILE)
+if(RUNENV_DPKG_SHLIBDEPS AND RUNENV_FILE)
+  set(CPACK_GENERATOR DEB)
+else()
+  set(CPACK_GENERATOR TGZ)
+endif()
+set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME runenv)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+# tar tells compressed archives by itself since 1.15.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "curl, tar (>= 1.15)")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS ca-certificates)
+set(CPACK_DEBIAN_RUNTIME_DESCRIPTION
+    "bring a local run-time environment up to date
+runenv-bootstrap reads a small binary document that names one platform
+version and a set of system types, compares each with what a distribution
+server offers, and downloads and unpacks what has changed.
+.
+runenv-versions writes and prints such documents.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME runenv-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libc6-dev, libstdc++-dev")
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+  string(REGEX MATCH "^[0-9]+" version ${CMAKE_CXX_COMPILER_VERSION})
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+      "libc6-dev, libstdc++-${version}-dev | libstdc++-dev")
+endif()
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
+    "run-time library of runenv, for C++ and C programs
+Strings, buffers, memory pools, paths and files, child processes, streams,
+console output and asynchronous sockets: a static library with its headers,
+for CMake and pkg-config.")
+
+# The source archive. Of what lies in the source directory, RunenvStagedPackage.cmake leaves what git
+# tracks; without git, all but build directories goes in.
+set(CPACK_SOURCE_GENERATOR TGZ)
+set(CPACK_SOURCE_PACKAGE_FILE_NAME "${PROJECT_NAME}-${PROJECT_VERSION}")
+set(source "${PROJECT_SOURCE_DIR}")
+set(binary "${PROJECT_BINARY_DIR}")
+string(REGEX REPLACE "([][+.*()^$?|\\\\])" "\\\\\\1" source "${source}")
+string(REGEX REPLACE "([][+.*()^$?|\\\\])" "\\\\\\1" binary "${binary}")
+set(CPACK_SOURCE_IGNORE_FILES "^${source}/\\.git(/|$)" "^${source}/build[^/]*/" "^${binary}/")
+
+include(CPack)

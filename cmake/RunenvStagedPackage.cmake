@@ -1,0 +1,24 @@
+# Run by cpack when the content of a package lies in place and is not yet packed.
+if(CPACK_INSTALLED_DIRECTORIES)
+  # The sources: what git does not track, goes, as far as git can tell.
+  list(GET CPACK_INSTALLED_DIRECTORIES 0 source)
+  find_program(git git)
+  if(git AND EXISTS "${source}/.git")
+    execute_process(COMMAND ${git} -c core.quotePath=false ls-files --others --directory
+                    WORKING_DIRECTORY "${source}" OUTPUT_VARIABLE untracked)
+    string(REGEX MATCHALL "[^\n]+" untracked "${untracked}")
+    foreach(path ${untracked})
+      file(REMOVE_RECURSE "${CPACK_TEMPORARY_DIRECTORY}/${path}")
+    endforeach()
+  endif()
+elseif(CPACK_GENERATOR STREQUAL DEB)
+  # Debian's ways: compressed manual pages, and zsh completions where its zsh looks.
+  set(share "${CPACK_TEMPORARY_DIRECTORY}/runtime/usr/share")
+  file(GLOB pages "${share}/man/man1/*.1")
+  if(pages)
+    execute_process(COMMAND gzip -9n ${pages} COMMAND_ERROR_IS_FATAL ANY)
+  endif()
+  if(EXISTS "${share}/zsh/site-functions")
+    file(RENAME "${share}/zsh/site-functions" "${share}/zsh/vendor-completions")
+  endif()
+endif()
