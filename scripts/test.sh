@@ -5,7 +5,8 @@ set -eu
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
 require c++=g++ cc=gcc cmake=cmake ninja=ninja-build /usr/include/gtest/gtest.h=libgtest-dev \
-  curl=curl tar=tar openssl=openssl nginx=nginx-light socat=socat
+  curl=curl tar=tar openssl=openssl nginx=nginx-light socat=socat \
+  pkg-config=pkg-config dpkg-shlibdeps=dpkg-dev file=file
 
 build=${BUILD_DIR:-build}
 generator='-G Ninja'
