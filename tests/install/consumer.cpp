@@ -11,7 +11,8 @@ using namespace SocketASync;
 static bool answered = false;
 
 static void answer(Buffer* message, void*, Connection*) {
-  Runtime.log("received %s\n", message->get_unmanaged_array());
+  Runtime.log("received %.*s\n", static_cast<int>(message->length()),
+              message->get_unmanaged_array());
   answered = true;
 }
 
