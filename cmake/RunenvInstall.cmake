@@ -34,44 +34,14 @@ install(FILES CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
         FILES_MATCHING PATTERN "*.md" PATTERN man EXCLUDE)
 
-# The library. A header that is not listed is the library's own business.
-set(public_headers
-    core/bucket.h
-    core/buffer.h
-    core/c_string.h
-    core/dymarray.h
-    core/dympage.h
-    core/dympool.h
-    core/error.h
-    core/string.h
-    core/string_array.h
-    fs/file_interface.h
-    fs/iterator.h
-    fs/path.h
-    process/child_process.h
-    runtime/runtime_core.h
-    schema/update.h
-    schema/version_info.h
-    schema/version_info_bin.h
-    schema/version_info_set.h
-    socket/client.h
-    socket/connection.h
-    socket/encoding.h
-    socket/endpoint.h
-    socket/listener.h
-    socket/message.h
-    socket/poll.h
-    socket/registry.h
-    socket/socket_async.h
-    stream/instream.h
-    stream/istream.h
-    stream/outstream.h
-    stream/socket_stream.h)
-foreach(header ${public_headers})
-  cmake_path(GET header PARENT_PATH folder)
-  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv/${folder}
-          COMPONENT development)
-endforeach()
+# The library, and all headers but those that are its own business.
+install(DIRECTORY core fs process runtime schema socket stream
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv COMPONENT development
+        FILES_MATCHING PATTERN "*.h"
+        PATTERN core/allocation.h EXCLUDE
+        PATTERN core/unique_fd.h EXCLUDE
+        PATTERN fs/tree.h EXCLUDE
+        PATTERN socket/descriptor.h EXCLUDE)
 install(TARGETS runenv EXPORT runenv COMPONENT development
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv)
 
