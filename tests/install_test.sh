@@ -71,7 +71,7 @@ quietly cmake --build embedded --parallel 2
 embedded/consumer >/dev/null || fail "the embedding consumer"
 quietly cmake --install embedded --prefix "$scratch/nothing"
 [ ! -e nothing ] || fail "the embedded project installs itself"
-built=$(find embedded/_deps/runenv-build -maxdepth 1 -type f -perm -u+x)
+built=$(find embedded/_deps/runenv-build -name 'runenv-*' -type f)
 [ -z "$built" ] || fail "the embedded project builds $built"
 
 grep -q 'CPACK_GENERATOR "DEB"' "$build/CPackConfig.cmake" || {
