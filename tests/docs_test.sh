@@ -39,7 +39,7 @@ for document in $documents; do
     /^```/ && file == "" { file = sprintf("%s/%03d.%s", directory, ++n, substr($1, 4)); printf "" >file; next }
     /^```/ { close(file); file = ""; next }
     file != "" { print >file }' "$document"
-  sed -n 's,.*](\([A-Za-z0-9_./-]*\)).*,\1,p' "$document" | while read -r link; do
+  { grep -oE '\]\([A-Za-z0-9_./-]+\)' "$document" || :; } | tr -d '])(' | while read -r link; do
     [ -e "$(dirname "$document")/$link" ] || fail "$document: no $link"
   done
 done
@@ -144,8 +144,8 @@ runenv-versions compose -o "$root/etc/runenv/versions.bin" 5 linker=0.9
   sed -n 's/\\%/%/g; s/^CURL_HOME/export &/p; s/^0 \* \* \* \*  runenv  //p' "$root/etc/cron.d/runenv-update"
 } >"$scratch/script"
 mkdir -p "$root/var/lib/runenv"
-sh -eux "$scratch/script" >"$scratch/output" 2>&1 || fail "$(cat "$scratch/output")"
-[ "$(grep -c '^- 2/runenv' "$scratch/output")" = 4 ] || fail "$(cat "$scratch/script" "$scratch/output")"
+sh -eu "$scratch/script" >"$scratch/output" 2>&1 || fail "$(cat "$scratch/output")"
+[ "$(grep -c '^- 2/runenv' "$scratch/output"):$(wc -l <"$scratch/output")" = 4:4 ] || fail "$(cat "$scratch/script" "$scratch/output")"
 
 # Every message of the programs is told: the fixed parts of what the code prints or throws.
 calls='throw_failure|throw_errno|fail|fail_on|fail_usage|fail_child|redirect_child|report|parse_text_option'
