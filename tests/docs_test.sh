@@ -78,7 +78,7 @@ for _ in $(seq 100); do
 done
 
 # in_ci LINE: some line that CI runs has all words of each command in LINE.
-sed -e ':a' -e '/\\$/N; s/\\\n//; ta' -e 's/"\$build"/build/' .ci/run scripts/test.sh >"$scratch/ci"
+sed -e ':a' -e '/\\$/N; s/\\\n//; ta' -e 's/"\$build"/build/' .ci/run scripts/test.sh tests/*_test.sh >"$scratch/ci"
 in_ci() {
   echo "$1" | sed 's/ *#.*//; s/ *\[.*\]//g; s/ && /\n/g' | while read -r command; do
     [ "$command" = .ci/run ] || words=$(printf '%s\n' $command) awk '
