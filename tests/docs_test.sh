@@ -3,7 +3,7 @@
 #
 #   sh               A block is run in a directory of its document's own, with the built programs on
 #                    the search path and a distribution server that has what the documents speak of.
-#                    Lines that begin with cmake, scripts/ or .ci/run are not run again: CI must.
+#                    Lines that begin with cmake, cpack, scripts/ or .ci/run are not run again: CI must.
 #   text             What the sh block before it prints, to the byte.
 #   hex              The bytes of the text before it, with remarks from column 41 on.
 #   cpp              A whole example program.
@@ -78,7 +78,7 @@ for _ in $(seq 100); do
 done
 
 # in_ci LINE: some line that CI runs has all words of each command in LINE.
-sed -e ':a' -e '/\\$/N; s/\\\n//; ta' -e 's/"\$build"/build/' .ci/run scripts/test.sh tests/*_test.sh >"$scratch/ci"
+sed -e ':a' -e '/\\$/N; s/\\\n//; ta' -e 's/\$build/build/g; s/"//g' .ci/run scripts/test.sh tests/*_test.sh >"$scratch/ci"
 in_ci() {
   echo "$1" | sed 's/ *#.*//; s/ *\[.*\]//g; s/ && /\n/g' | while read -r command; do
     [ "$command" = .ci/run ] || words=$(printf '%s\n' $command) awk '
@@ -89,11 +89,11 @@ in_ci() {
 }
 
 run_block() {
-  { grep -E '^(cmake|scripts/|\.ci/run)' "$1" || :; } | while read -r line; do in_ci "$line"; done
+  { grep -E '^(cmake|cpack|scripts/|\.ci/run)' "$1" || :; } | while read -r line; do in_ci "$line"; done
   {
     echo 'trap "kill \${!-} 2>/dev/null || :" EXIT'
     # A server in the background is waited for by its socket.
-    sed -e "/^\(cmake\|scripts\/\|\.ci\/run\)/d; $places" \
+    sed -e "/^\(cmake\|cpack\|scripts\/\|\.ci\/run\)/d; $places" \
       -e 's/^.* \([^ ]*\.sock\) .*&$/&\nfor _ in $(seq 500); do [ -S \1 ] \&\& break; sleep 0.02; done; sleep 0.1/' "$1"
   } >"$scratch/script"
   sh -eu "$scratch/script" >"$scratch/output" 2>&1 || fail "$(cat "$1" "$scratch/output")"
