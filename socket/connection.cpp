@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -43,10 +44,10 @@ void set_timeout(Connection* connection, unsigned int seconds) {
 
 const char* get_peer_name(Connection* connection) {
   union {
+    char area[128];
     sockaddr any;
     sockaddr_in v4;
     sockaddr_in6 v6;
-    char area[128];
   } address{};
   socklen_t length = sizeof address;
   const bool known = getpeername(connection->fd, &address.any, &length) == 0;
@@ -69,9 +70,10 @@ void queue_block(Connection* connection, const char* head, unsigned int head_len
   if (connection->marked_closed) {
     return;
   }
-  auto* block = new SendBlock{Buffer(static_cast<uint64_t>(head_length) + length), nullptr};
-  block->bytes.append(head, head_length);
-  block->bytes.append(data, length);
+  const uint64_t size = uint64_t{head_length} + length;
+  auto* block = new SendBlock{Buffer(size), nullptr};
+  std::copy_n(data, length, std::copy_n(head, head_length, block->bytes.array));
+  block->bytes.size = size;
   if (connection->send_queue_tail == nullptr) {
     connection->send_queue_head = block;
   } else {

@@ -4,7 +4,6 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -13,10 +12,6 @@
 #include <cstring>
 
 namespace SocketASync {
-
-bool fits_descriptor_set(int fd) {
-  return fd >= 0 && fd < FD_SETSIZE;
-}
 
 int open_socket(int family, int type, int protocol) {
   const int fd = socket(family, type | SOCK_CLOEXEC, protocol);

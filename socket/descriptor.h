@@ -1,7 +1,7 @@
 // Descriptors of the layer: select watches only those that fit its sets.
 #pragma once
 
-#include <string>
+#include <sys/select.h>
 
 struct addrinfo;
 struct sockaddr;
@@ -10,7 +10,9 @@ struct sockaddr_un;
 namespace SocketASync {
 
 // Whether `fd` may stand in a descriptor set.
-bool fits_descriptor_set(int fd);
+inline bool fits_descriptor_set(int fd) {
+  return fd >= 0 && fd < FD_SETSIZE;
+}
 
 // A socket with close-on-exec set, or -1. One that does not fit a descriptor set could never be
 // served: it counts as one descriptor too many (EMFILE).
