@@ -3,7 +3,6 @@
 #include <netdb.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -11,6 +10,7 @@
 #include <string>
 #include <utility>
 
+#include "core/unique_fd.h"
 #include "runtime/runtime_core.h"
 #include "socket/descriptor.h"
 #include "socket/registry.h"
@@ -19,14 +19,15 @@ namespace SocketASync {
 
 using Closed = std::function<void(void*, Connection*)>;
 
-static Client* add_client(int fd, std::string name, void* context, Closed closed) {
-  set_non_blocking(fd);
-  auto* client = new Client;
-  client->fd = fd;
+static Client* add_client(unique_fd fd, std::string name, void* context, Closed closed) {
+  set_non_blocking(fd.get());
+  auto owned = std::make_unique<Client>();
+  pending_state.clients.push_back(owned.get());
+  Client* const client = owned.release();
+  client->fd = fd.release();
   client->name = std::move(name);
   client->context_object = context;
   client->closed = std::move(closed);
-  pending_state.clients.push_back(client);
   if (genv_debug_info) {
     Runtime.log("Client '%s' connected.\n", client->name.c_str());
   }
@@ -45,20 +46,19 @@ Client* create_client(const char* host, const char* port, void* context, Closed 
     return nullptr;
   }
   const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> first(list, freeaddrinfo);
-  const int fd = open_socket(first->ai_family, first->ai_socktype, first->ai_protocol);
-  if (fd < 0) {
+  unique_fd fd(open_socket(first->ai_family, first->ai_socktype, first->ai_protocol));
+  if (fd.get() < 0) {
     Runtime.error("Unable to open socket '%s:%s': %s\n", host, port, std::strerror(errno));
     return nullptr;
   }
-  if (connect_waiting(fd, first->ai_addr, first->ai_addrlen) != 0) {
+  if (connect_waiting(fd.get(), first->ai_addr, first->ai_addrlen) != 0) {
     if (genv_debug_info) {
       Runtime.error("Unable to connect to %s:%s: %s\n", host, port, std::strerror(errno));
     }
-    close(fd);
     return nullptr;
   }
-  set_no_delay(fd);
-  return add_client(fd, std::string(host) + ":" + port, context, std::move(closed));
+  set_no_delay(fd.get());
+  return add_client(std::move(fd), std::string(host) + ":" + port, context, std::move(closed));
 }
 
 Client* create_client(const char* path, void* context, Closed closed) {
@@ -69,19 +69,18 @@ Client* create_client(const char* path, void* context, Closed closed) {
                   static_cast<long>(std::strlen(path)));
     return nullptr;
   }
-  const int fd = open_socket(AF_UNIX, SOCK_STREAM, 0);
-  if (fd < 0) {
+  unique_fd fd(open_socket(AF_UNIX, SOCK_STREAM, 0));
+  if (fd.get() < 0) {
     Runtime.error("Unable to create socket: %s\n", std::strerror(errno));
     return nullptr;
   }
-  if (connect_waiting(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0) {
+  if (connect_waiting(fd.get(), reinterpret_cast<const sockaddr*>(&address), length) != 0) {
     if (genv_debug_info) {
       Runtime.error("Unable to connect socket to '%s': %s\n", path, std::strerror(errno));
     }
-    close(fd);
     return nullptr;
   }
-  return add_client(fd, path, context, std::move(closed));
+  return add_client(std::move(fd), path, context, std::move(closed));
 }
 
 }  // namespace SocketASync

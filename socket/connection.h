@@ -54,7 +54,8 @@ void set_timeout(Connection* connection, unsigned int seconds);
 // result of the one before.
 const char* get_peer_name(Connection* connection);
 
-// Closes a descriptor.
+// Closes a descriptor. Never that of a connection or listener: poll would fail from then on.
+// mark_close ends a connection.
 void sock_close(int fd);
 
 // Queues `head` followed by `data` as one block, unless the connection is marked closed.

@@ -63,7 +63,7 @@ namespace Chunked {
 
 // `callback` is called for every message once its first chunk is there, and reads the chunks with
 // Message::Inbound::recv_chunk through the empty one. Chunks that it leaves unread are taken for a
-// message of their own.
+// message of their own: a callback that takes none is called again at once, for ever.
 void create_encoding(Connection* connection,
                      void (*callback)(void* context, Message::Inbound* message));
 

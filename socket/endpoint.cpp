@@ -94,12 +94,29 @@ static void report_failed_receive(const EndPoint* endpoint) {
   }
 }
 
+// The callback of an endpoint while it runs: it may destroy the endpoint, and may not be destroyed
+// itself meanwhile.
+struct LentCallback {
+  explicit LentCallback(EndPoint* lender)
+      : endpoint(lender), callback(std::exchange(lender->callback, nullptr)) {}
+  LentCallback(const LentCallback&) = delete;
+  LentCallback& operator=(const LentCallback&) = delete;
+  ~LentCallback() {
+    if (!endpoint->closing && !endpoint->callback) {
+      endpoint->callback = std::move(callback);
+    }
+  }
+
+  EndPoint* endpoint;
+  Callback callback;
+};
+
 void receive_datagram(EndPoint* endpoint) {
-  // Room for the path of any sender and its terminator.
+  // Room for the path of any sender and its terminator; the area comes first to be zeroed whole.
   union {
+    char area[sizeof(sockaddr_un) + 1];
     sockaddr any;
     sockaddr_un local;
-    char area[sizeof(sockaddr_un) + 1];
   } sender{};
   socklen_t sender_length = sizeof(sockaddr_un);
   const ssize_t received = recvfrom(endpoint->fd, datagram_buffer, sizeof datagram_buffer, 0,
@@ -124,10 +141,10 @@ void receive_datagram(EndPoint* endpoint) {
     report_failed_receive(endpoint);
     return;
   }
-  const Callback callback = endpoint->callback;  // it may destroy the endpoint, and with it itself
-  if (callback) {
-    callback(endpoint->context, datagram_buffer + sizeof kPrefix,
-             static_cast<unsigned short>(received - 4), sender.local.sun_path, endpoint);
+  if (endpoint->callback) {
+    const LentCallback lent(endpoint);
+    lent.callback(endpoint->context, datagram_buffer + sizeof kPrefix,
+                  static_cast<unsigned short>(received - 4), sender.local.sun_path, endpoint);
   }
 }
 

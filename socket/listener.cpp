@@ -14,6 +14,7 @@
 #include "fs/path.h"
 #include "runtime/runtime_core.h"
 #include "socket/descriptor.h"
+#include "socket/ending.h"
 #include "socket/registry.h"
 
 namespace SocketASync {
@@ -130,14 +131,12 @@ void destroy_listener(Listener* listener) {
   active.erase(found);
   close(listener->fd);
   std::exception_ptr thrown;  // by a callback; the other connections end all the same
-  for (Connection* connection : listener->connections) {
-    sock_close(connection->fd);
+  while (!listener->connections.empty()) {
     try {
-      listener->closed(connection->context_object, connection);
+      end_connection(listener->connections, 0, listener->closed);
     } catch (...) {
-      thrown = std::current_exception();
+      thrown = thrown ? thrown : std::current_exception();
     }
-    delete connection;
   }
   delete listener;
   if (thrown) {

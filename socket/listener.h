@@ -14,7 +14,8 @@ namespace SocketASync {
 // connection a pass.
 struct Listener {
   int32_t fd;
-  // Called for every accepted connection; its result becomes the connection's context object.
+  // Called for every accepted connection; its result becomes the connection's context object. If
+  // it throws, the connection stays, with a null context object.
   std::function<void*(void* context, Connection*)> factory;
   // Called once for every connection that has ended, with the descriptor closed already and right
   // before the record is freed.
@@ -37,8 +38,9 @@ Listener* create_listener(const char* path, void* context,
                           std::function<void(void* connection_context, Connection*)> closed);
 
 // Ends a listener and its connections at once, dropping what is queued; the closed callback runs
-// for each. A listener that no poll has taken up yet is left untouched. Not to be called from a
-// callback of the same listener.
+// for each, and the first exception out of it passes through once all have ended. A listener that
+// no poll has taken up yet is left untouched. Not to be called from a callback of the same
+// listener.
 void destroy_listener(Listener* listener);
 
 }  // namespace SocketASync

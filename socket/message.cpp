@@ -111,6 +111,9 @@ void Outbound::send_chunk(const char* data, unsigned int length) {
       Raw::send_raw_block(connection, data, length);
       break;
     case EncodingKind::Chunked: {
+      if (connection->marked_closed) {
+        break;  // silent, whatever the length
+      }
       if (length >= 0xFFFFFFFC) {
         throw_failure("A chunk of " + std::to_string(length) + " bytes is too long to be sent");
       }

@@ -12,6 +12,7 @@
 #include "runtime/runtime_core.h"
 #include "socket/client.h"
 #include "socket/descriptor.h"
+#include "socket/ending.h"
 #include "socket/endpoint.h"
 #include "socket/listener.h"
 #include "socket/registry.h"
@@ -46,24 +47,6 @@ void msg_init() {
 }
 
 void msg_shutdown() {}
-
-// Ends the connection at `index` of its owner's vector: descriptor, closed callback, vector,
-// record. The latter two go also when the callback throws, so that it never runs twice.
-template <typename Record, typename Closed>
-static void end_connection(std::vector<Record*>& owned, size_t index, const Closed& closed) {
-  struct Removal {
-    std::vector<Record*>& owned;
-    size_t index;
-    ~Removal() {
-      const std::unique_ptr<Record> record(owned[index]);
-      owned.erase(owned.begin() + static_cast<ptrdiff_t>(index));
-    }
-  };
-  const Removal removal{owned, index};
-  Record* const record = owned[index];
-  sock_close(record->fd);
-  closed(record->context_object, record);
-}
 
 static void end_client(size_t index) {
   // The callback may not be destroyed while it runs: it is the record's own until then.

@@ -26,7 +26,8 @@ class InstreamSockImpl {
   InstreamCache* stream() { return &cache; }
 
   // The reader's part of read_block: waits for a chunk where none is held. Throws Error as
-  // recv_chunk does, and when a chunk arrives short.
+  // recv_chunk does, and when a chunk arrives short. After the -1 of the message's end do not call
+  // it again: it would wait for the next message and read that.
   long long read_block(char* destination, unsigned count);
 
   // Appends what is held of the current chunk to `target`; no further chunk is waited for.

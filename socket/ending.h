@@ -1,0 +1,30 @@
+// How a connection ends, wherever that is decided.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <vector>
+
+#include "socket/connection.h"
+
+namespace SocketASync {
+
+// Ends the connection at `index` of its owner's vector: descriptor, closed callback, vector,
+// record. The latter two go also when the callback throws, so that it never runs twice.
+template <typename Record, typename Closed>
+void end_connection(std::vector<Record*>& owned, size_t index, const Closed& closed) {
+  struct Removal {
+    std::vector<Record*>& owned;
+    size_t index;
+    ~Removal() {
+      const std::unique_ptr<Record> record(owned[index]);
+      owned.erase(owned.begin() + static_cast<ptrdiff_t>(index));
+    }
+  };
+  const Removal removal{owned, index};
+  Record* const record = owned[index];
+  sock_close(record->fd);
+  closed(record->context_object, record);
+}
+
+}  // namespace SocketASync
