@@ -1,0 +1,75 @@
+// What the contenders of the socket benchmark have in common: where they listen and what they do.
+#pragma once
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+// A unix path, or without one a port of the loopback interface.
+struct Address {
+  std::string path;
+  uint16_t port = 0;
+};
+
+// Sends back what comes: bytes as they arrive, or chunk by chunk (a length of 4 bytes, most
+// significant byte first, and as many bytes).
+enum class Service { Bytes, Chunks };
+
+// A server, which runs until its process is killed.
+using Server = void (*)(const Address&, Service);
+
+// Ends the process when a step fails that has to work.
+inline void require(bool done, const char* step) {
+  if (!done) {
+    std::perror(step);
+    std::_Exit(1);
+  }
+}
+
+// bind or connect, by the address.
+template <typename Operation>
+int at_address(Operation operation, int fd, const Address& address) {
+  sockaddr_un local{AF_UNIX, {}};
+  const sockaddr_in loopback{AF_INET, htons(address.port), {htonl(INADDR_LOOPBACK)}, {}};
+  address.path.copy(local.sun_path, sizeof local.sun_path - 1);
+  return address.path.empty()
+             ? operation(fd, reinterpret_cast<const sockaddr*>(&loopback), sizeof loopback)
+             : operation(fd, reinterpret_cast<const sockaddr*>(&local), sizeof local);
+}
+
+inline int open_socket(const Address& address) {
+  const int fd = socket(address.path.empty() ? AF_INET : AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  require(fd >= 0, "socket");
+  return fd;
+}
+
+inline void send_at_once(int fd, const Address& address) {
+  const int on = 1;
+  if (address.path.empty()) {
+    require(setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) == 0, "TCP_NODELAY");
+  }
+}
+
+// A socket that listens, for those servers that take one.
+inline int listen_at(const Address& address) {
+  const int fd = open_socket(address);
+  const int on = 1;
+  setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  require(at_address(bind, fd, address) == 0, "bind");
+  require(listen(fd, SOMAXCONN) == 0, "listen");
+  return fd;
+}
+
+// The length that stands at the start of a chunk.
+inline uint32_t chunk_length(const char* header) {
+  uint32_t length;
+  std::memcpy(&length, header, sizeof length);
+  return ntohl(length);
+}
