@@ -1,5 +1,7 @@
 #include "core/bucket.h"
 
+#include <charconv>
+#include <climits>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
@@ -61,16 +63,21 @@ bucket_t* bucket_appendv(bucket_t* b, ...) {
 }
 
 bucket_t* bucket_append_int(bucket_t* b, long long v) {
-  if (v < 0) {
-    bucket_push(b, '-');
-    // Negation wraps: the most negative value stays itself, keeps its sign through the divisions
-    // below and so yields a second '-' and a last "digit" below '0'. Kept as it is.
-    v = static_cast<long long>(0ULL - static_cast<unsigned long long>(v));
+  if (b == nullptr) {
+    return nullptr;
   }
-  if (v / 10 != 0) {
-    bucket_append_int(b, v / 10);
+  char digits[24];
+  const char* end = std::to_chars(digits, digits + sizeof digits, v).ptr;
+  if (v == LLONG_MIN) {
+    // Negating it gives itself, so that it gets a second '-' and a last "digit" below '0'. Kept.
+    end = stpcpy(digits, "--922337203685477580(");
   }
-  return bucket_push(b, static_cast<char>('0' + v % 10));
+  const auto n = static_cast<unsigned long long>(end - digits);
+  if (b->data != nullptr && b->length + n >= b->capacity) {
+    resize(b, b->capacity + kStep);  // as where its digits are pushed one by one
+  }
+  append_bytes(b, digits, n);
+  return b;
 }
 
 bucket_t* bucket_drop(bucket_t* b, unsigned long long n) {

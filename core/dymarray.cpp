@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 
 #include "core/allocation.h"
 
@@ -20,64 +19,10 @@ void dymarray_destroy(dymarray_t* array) {
   std::free(array->data);
 }
 
-void* dymarray_alloc(dymarray_t* array) {
-  if (array->count == array->capacity) {
-    array->capacity += array->step;
-    array->data =
-        static_cast<char*>(reallocate_array(array->data, array->capacity, array->element_size));
-  }
-  void* const element = dymarray_at(array, array->count);
-  array->count += 1;
-  return std::memset(element, 0, array->element_size);
-}
-
-void* dymarray_at(dymarray_t* array, unsigned long long index) {
-  return array->data + index * array->element_size;
-}
-
-const void* dymarray_cat(const dymarray_t* array, unsigned long long index) {
-  return array->data + index * array->element_size;
-}
-
-void* dymarray_last(dymarray_t* array) {
-  return array->count == 0 ? nullptr : dymarray_at(array, array->count - 1);
-}
-
-const void* dymarray_clast(const dymarray_t* array) {
-  return array->count == 0 ? nullptr : dymarray_cat(array, array->count - 1);
-}
-
-void* dymarray_begin(dymarray_t* array) {
-  return array->data;
-}
-
-void* dymarray_next(dymarray_t* array, void* element) {
-  return static_cast<char*>(element) + array->element_size;
-}
-
-void* dymarray_end(dymarray_t* array) {
-  return dymarray_at(array, array->count);
-}
-
-const void* dymarray_cbegin(const dymarray_t* array) {
-  return array->data;
-}
-
-const void* dymarray_cnext(const dymarray_t* array, const void* element) {
-  return static_cast<const char*>(element) + array->element_size;
-}
-
-const void* dymarray_cend(const dymarray_t* array) {
-  return dymarray_cat(array, array->count);
-}
-
-unsigned long long dymarray_indexof(const dymarray_t* array, const void* element) {
-  const auto offset = static_cast<const char*>(element) - array->data;
-  return static_cast<unsigned long long>(offset) / array->element_size;
-}
-
-unsigned long long dymarray_size(const dymarray_t* array) {
-  return array->count;
+void dymarray_grow(dymarray_t* array) {
+  array->capacity += array->step;
+  array->data =
+      static_cast<char*>(reallocate_array(array->data, array->capacity, array->element_size));
 }
 
 unsigned long long dymarray_pop_back(dymarray_t* array) {
@@ -102,8 +47,4 @@ void dymarray_sort(dymarray_t* array, int (*compare)(const void*, const void*)) 
   if (array->count != 0) {
     std::qsort(array->data, array->count, array->element_size, compare);
   }
-}
-
-unsigned long long dymarray_overhead(const dymarray_t* array) {
-  return array->capacity - array->count;
 }

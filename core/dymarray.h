@@ -5,6 +5,10 @@
 #ifndef RUNENV_CORE_DYMARRAY_H
 #define RUNENV_CORE_DYMARRAY_H
 
+#include <stddef.h>
+
+#include "core/short_block.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -24,30 +28,62 @@ unsigned long long dymarray_init(dymarray_t* array, unsigned long long element_s
 /* Frees the elements; the record must be initialised again before it is used again. */
 void dymarray_destroy(dymarray_t* array);
 
+/* Makes room for `step` more elements; for dymarray_alloc. */
+void dymarray_grow(dymarray_t* array);
+
 /* Appends a zero-filled element and returns it. */
-void* dymarray_alloc(dymarray_t* array);
+static inline void* dymarray_alloc(dymarray_t* array) {
+  if (array->count == array->capacity) {
+    dymarray_grow(array);
+  }
+  return clear_block(array->data + array->count++ * array->element_size, array->element_size);
+}
 
 /* Element `index`, unchecked. */
-void* dymarray_at(dymarray_t* array, unsigned long long index);
-const void* dymarray_cat(const dymarray_t* array, unsigned long long index);
+static inline void* dymarray_at(dymarray_t* array, unsigned long long index) {
+  return array->data + index * array->element_size;
+}
+static inline const void* dymarray_cat(const dymarray_t* array, unsigned long long index) {
+  return array->data + index * array->element_size;
+}
 
 /* The last element, null when empty. */
-void* dymarray_last(dymarray_t* array);
-const void* dymarray_clast(const dymarray_t* array);
+static inline void* dymarray_last(dymarray_t* array) {
+  return array->count == 0 ? NULL : dymarray_at(array, array->count - 1);
+}
+static inline const void* dymarray_clast(const dymarray_t* array) {
+  return array->count == 0 ? NULL : dymarray_cat(array, array->count - 1);
+}
 
 /* Pointer iteration: from begin, by next, until end. */
-void* dymarray_begin(dymarray_t* array);
-void* dymarray_next(dymarray_t* array, void* element);
-void* dymarray_end(dymarray_t* array);
-const void* dymarray_cbegin(const dymarray_t* array);
-const void* dymarray_cnext(const dymarray_t* array, const void* element);
-const void* dymarray_cend(const dymarray_t* array);
+static inline void* dymarray_begin(dymarray_t* array) {
+  return array->data;
+}
+static inline void* dymarray_next(dymarray_t* array, void* element) {
+  return (char*)element + array->element_size;
+}
+static inline void* dymarray_end(dymarray_t* array) {
+  return array->count == 0 ? array->data : dymarray_at(array, array->count);
+}
+static inline const void* dymarray_cbegin(const dymarray_t* array) {
+  return array->data;
+}
+static inline const void* dymarray_cnext(const dymarray_t* array, const void* element) {
+  return (const char*)element + array->element_size;
+}
+static inline const void* dymarray_cend(const dymarray_t* array) {
+  return array->count == 0 ? array->data : dymarray_cat(array, array->count);
+}
 
 /* The index of an element of this array. */
-unsigned long long dymarray_indexof(const dymarray_t* array, const void* element);
+static inline unsigned long long dymarray_indexof(const dymarray_t* array, const void* element) {
+  return (unsigned long long)((const char*)element - array->data) / array->element_size;
+}
 
 /* The number of elements. */
-unsigned long long dymarray_size(const dymarray_t* array);
+static inline unsigned long long dymarray_size(const dymarray_t* array) {
+  return array->count;
+}
 
 /* Drops the last element, if any; returns the new count. */
 unsigned long long dymarray_pop_back(dymarray_t* array);
@@ -62,7 +98,9 @@ void dymarray_swap(dymarray_t* array, unsigned long long i, unsigned long long j
 void dymarray_sort(dymarray_t* array, int (*compare)(const void*, const void*));
 
 /* The number of elements allocated but not in use. */
-unsigned long long dymarray_overhead(const dymarray_t* array);
+static inline unsigned long long dymarray_overhead(const dymarray_t* array) {
+  return array->capacity - array->count;
+}
 
 #ifdef __cplusplus
 }

@@ -1,7 +1,6 @@
 #include "core/dympage.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdlib>
 
 #include "core/allocation.h"
@@ -14,44 +13,29 @@ static unsigned long long padding_of(const dympage_page_t* page, unsigned long l
   return -reinterpret_cast<uintptr_t>(page->next_free) & (alignment - 1);
 }
 
-// Pages come zeroed, mostly untouched from the kernel, and no byte is handed out twice, so blocks
-// need no clearing of their own.
-static dympage_page_t* make_page(dympage_page_t* previous, unsigned long long payload) {
+using Allocate = void* (*)(size_t bytes);
+
+static dympage_page_t* make_page(dympage_page_t* previous, unsigned long long payload,
+                                 Allocate allocate_page) {
   // A size that does not fit the address space is one that cannot be had, not a small one.
   const bool fits = payload <= PTRDIFF_MAX - sizeof(dympage_page_t);
   auto* page = static_cast<dympage_page_t*>(
-      allocate_zeroed(fits ? sizeof(dympage_page_t) + payload : SIZE_MAX));
+      allocate_page(fits ? sizeof(dympage_page_t) + payload : SIZE_MAX));
   page->previous = previous;
   page->next_free = reinterpret_cast<char*>(page + 1);
   page->free_bytes = payload;
   return page;
 }
 
-static char* take(dympage_page_t* page, unsigned long long size) {
-  char* const block = page->next_free;
-  page->next_free += size;
-  page->free_bytes -= size;
-  return block;
-}
-
-// Pads `page` to `alignment` and takes a block from it; null when it does not fit.
-static char* try_take(dympage_page_t* page, unsigned long long size, unsigned long long alignment) {
-  const unsigned long long padding = padding_of(page, alignment);
-  if (padding > page->free_bytes) {
-    return nullptr;
-  }
-  take(page, padding);
-  return size <= page->free_bytes ? take(page, size) : nullptr;
-}
-
-static void make_page_for(dympage_t* handle, unsigned long long size,
-                          unsigned long long alignment) {
+// A new page, made the current one, that has room for the block in any case.
+static void add_page(dympage_t* handle, unsigned long long size, unsigned long long alignment,
+                     Allocate allocate_page) {
   const unsigned long long grow = std::max(handle->page_size, size);
-  dympage_page_t* page = make_page(handle->page, grow);
+  dympage_page_t* page = make_page(handle->page, grow, allocate_page);
   if (padding_of(page, alignment) + size > grow) {
     // The padding leaves no room for the block; one alignment more always does.
     std::free(page);
-    page = make_page(handle->page, grow + alignment);
+    page = make_page(handle->page, grow + alignment, allocate_page);
   }
   handle->page = page;
 }
@@ -73,16 +57,29 @@ void dympage_init(dympage_t* handle) {
 }
 
 void dympage_init2(dympage_t* handle, unsigned long long page_size) {
-  handle->page = make_page(nullptr, page_size);
+  handle->page = make_page(nullptr, page_size, allocate);
   handle->page_size = page_size;
 }
 
-void* dympage_alloc(dympage_t* handle, unsigned long long size, unsigned long long alignment) {
-  char* block = try_take(handle->page, size, alignment);
-  if (block == nullptr) {
-    make_page_for(handle, size, alignment);
-    block = try_take(handle->page, size, alignment);
+void* dympage_alloc_in_new_page(dympage_t* handle, unsigned long long size,
+                                unsigned long long alignment) {
+  // The padding that fits the old page is consumed all the same.
+  dympage_page_t* const old = handle->page;
+  const unsigned long long padding = padding_of(old, alignment);
+  if (padding <= old->free_bytes) {
+    old->next_free += padding;
+    old->free_bytes -= padding;
   }
+  if (size <= handle->page_size) {
+    add_page(handle, size, alignment, allocate);
+    return dympage_alloc(handle, size, alignment);
+  }
+  // A large block comes zeroed from the kernel, page by page when it is touched, if ever.
+  add_page(handle, size, alignment, allocate_zeroed);
+  dympage_page_t* const page = handle->page;
+  char* const block = page->next_free + padding_of(page, alignment);
+  page->free_bytes -= static_cast<unsigned long long>(block + size - page->next_free);
+  page->next_free = block + size;
   return block;
 }
 

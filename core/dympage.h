@@ -5,6 +5,10 @@
 #ifndef RUNENV_CORE_DYMPAGE_H
 #define RUNENV_CORE_DYMPAGE_H
 
+#include <stdint.h>
+
+#include "core/short_block.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -32,9 +36,24 @@ dympage_t* dympage_create2(unsigned long long page_size);
 void dympage_init(dympage_t* handle);
 void dympage_init2(dympage_t* handle, unsigned long long page_size);
 
+/* What dympage_alloc does where the current page has no room: its rest is never used again. */
+void* dympage_alloc_in_new_page(dympage_t* handle, unsigned long long size,
+                                unsigned long long alignment);
+
 /* A zero-filled block at a multiple of `alignment`, a power of two. A request larger than the page
  * size gets a page of its own. */
-void* dympage_alloc(dympage_t* handle, unsigned long long size, unsigned long long alignment);
+static inline void* dympage_alloc(dympage_t* handle, unsigned long long size,
+                                  unsigned long long alignment) {
+  dympage_page_t* const page = handle->page;
+  const unsigned long long padding = -(uintptr_t)page->next_free & (alignment - 1);
+  if (padding > page->free_bytes || size > page->free_bytes - padding) {
+    return dympage_alloc_in_new_page(handle, size, alignment);
+  }
+  char* const block = page->next_free + padding;
+  page->next_free = block + size;
+  page->free_bytes -= padding + size;
+  return clear_block(block, size);
+}
 
 /* Frees every page, and with them the handle of an allocator made by dympage_create. */
 void dympage_destroy(dympage_t* handle);

@@ -3,6 +3,11 @@
 #ifndef RUNENV_CORE_DYMPOOL_H
 #define RUNENV_CORE_DYMPOOL_H
 
+#include <stddef.h>
+#include <string.h>
+
+#include "core/short_block.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -18,11 +23,37 @@ typedef struct dympool_t {
  * `per_page` at least 2, since the first slot of a page holds the link to the page before. */
 void dympool_init(dympool_t* pool, unsigned long long element_size, unsigned long long per_page);
 
+/* Of use to the functions below alone: the link in a slot (an element size that is no multiple of 8
+ * leaves slots unaligned), and a further page on the free list; 0, or -1 for a size below its
+ * minimum. */
+static inline void* dympool_get_link(const void* slot) {
+  void* link;
+  memcpy(&link, slot, sizeof link);
+  return link;
+}
+static inline void dympool_set_link(void* slot, void* link) {
+  memcpy(slot, &link, sizeof link);
+}
+int dympool_grow(dympool_t* pool);
+
 /* An element; null when the pool's element_size or per_page is below its minimum. */
-void* dympool_alloc(dympool_t* pool);
+static inline void* dympool_alloc(dympool_t* pool) {
+  void* element;
+  if (pool->free_list == NULL && dympool_grow(pool) != 0) {
+    return NULL;
+  }
+  element = pool->free_list;
+  pool->free_list = dympool_get_link(element);
+  return clear_block(element, pool->element_size);
+}
 
 /* Gives an element back for reuse; returns the head of the free list before it. */
-void* dympool_free(dympool_t* pool, void* element);
+static inline void* dympool_free(dympool_t* pool, void* element) {
+  void* const previous = pool->free_list;
+  dympool_set_link(element, previous);
+  pool->free_list = element;
+  return previous;
+}
 
 /* Frees every page, and with them every element. */
 void dympool_destroy(dympool_t* pool);
