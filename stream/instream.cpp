@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 
 #include "core/allocation.h"
 #include "core/error.h"
+#include "core/short_block.h"
 #include "stream/socket_stream.h"
 
 static constexpr size_t kBlockSize = 4096;
+static constexpr size_t kReadAhead = 65536;
 
 [[noreturn]] static void throw_unknown_kind() {
   throw Error(Error::Type::Internal, "Instream is of an unknown type\n");
@@ -26,7 +27,7 @@ static long long read_memory(InstreamMemImpl* memory, char* destination, unsigne
   }
   const unsigned long long n = std::min<unsigned long long>(memory->remaining, count);
   if (n != 0) {  // a count of 0 may come with no destination
-    std::memcpy(destination, memory->data, n);
+    copy_block(destination, memory->data, n);
     memory->data += n;
     memory->remaining -= n;
   }
@@ -56,7 +57,7 @@ static long long read_file(InstreamFSImpl* file, char* destination, unsigned cou
   }
   const unsigned n = std::min(file->block_remaining, count);
   if (n != 0) {  // a count of 0 may come with no destination
-    std::memcpy(destination, file->position, n);
+    copy_block(destination, file->position, n);
     file->position += n;
     file->block_remaining -= n;
   }
@@ -92,11 +93,16 @@ unsigned InstreamCache::available_bytes() {
   }
 }
 
-// Moves all that the current blocks of a file hold to `target`, block by block.
+// Moves the rest of a file to `target`: a block that makes it grow, then straight into the spare
+// bytes that this has made.
 static void collect_file(InstreamFSImpl* file, Buffer* target) {
   while (fill_block(file)) {
     target->append(file->position, file->block_remaining);
     file->block_remaining = 0;
+    if (!std::feof(file->file)) {
+      const unsigned long long spare = target->capacity - target->size;
+      target->size += std::fread(target->array + target->size, 1, spare, file->file);
+    }
   }
 }
 
@@ -137,15 +143,33 @@ InstreamFSImpl::~InstreamFSImpl() {
   std::free(block);
 }
 
-InstreamPathImpl::InstreamPathImpl(const fs::path_t& path) : InstreamFSImpl(path.open_read()) {}
+InstreamPathImpl::InstreamPathImpl(const fs::path_t& path)
+    : InstreamFSImpl(path.open_read()), read_ahead(static_cast<char*>(allocate(kReadAhead))) {
+  std::setvbuf(file, read_ahead.get(), _IOFBF, kReadAhead);
+}
 
 InstreamPathImpl::~InstreamPathImpl() {
   std::fclose(file);
 }
 
+// What whole blocks of a file can give to a large read, past the block in between.
+static size_t read_whole_blocks(InstreamCache* cache, char* destination, unsigned count) {
+  if (cache->kind != InstreamCache::kFile || count < kBlockSize) {
+    return 0;
+  }
+  const auto* file = static_cast<InstreamFSImpl*>(cache->source);
+  if (file->block_remaining != 0 || std::feof(file->file)) {
+    return 0;
+  }
+  return std::fread(destination, 1, count - count % kBlockSize, file->file);
+}
+
 bool Instream::read_len(char* destination, unsigned count) {
   while (count != 0) {
-    const long long n = cache->read_block(destination, count);
+    auto n = static_cast<long long>(read_whole_blocks(cache, destination, count));
+    if (n == 0) {
+      n = cache->read_block(destination, count);
+    }
     if (n < 1) {
       return false;
     }

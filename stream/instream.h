@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "core/allocation.h"
 #include "core/buffer.h"
 #include "fs/path.h"
 
@@ -83,6 +84,8 @@ class InstreamPathImpl : public InstreamFSImpl {
  public:
   explicit InstreamPathImpl(const fs::path_t& path);
   ~InstreamPathImpl();
+
+  malloc_ptr<char> read_ahead;  // the buffer of `file`: many blocks come with one system call
 };
 
 // The handle of a reader; copying it copies the handle, not the stream.

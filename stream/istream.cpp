@@ -2,16 +2,16 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 
 #include "core/allocation.h"
+#include "core/short_block.h"
 
 static unsigned long long memory_read_len(istream* stream, char* destination,
                                           unsigned long long count) {
   auto* memory = reinterpret_cast<istream_memory*>(stream);
   const unsigned long long n = std::min(memory->length - memory->position, count);
   if (n != 0) {
-    std::memcpy(destination, memory->data + memory->position, n);
+    copy_block(destination, memory->data + memory->position, n);
     memory->position += n;
   }
   return n;

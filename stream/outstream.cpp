@@ -7,8 +7,6 @@
 #include "core/allocation.h"
 #include "stream/socket_stream.h"
 
-static constexpr uint64_t kStageSize = uint64_t{1024} * 1024;
-
 OutstreamCache::OutstreamCache(uint32_t variant_kind, void* variant)
     : kind(variant_kind), sink(variant), stage(static_cast<char*>(allocate(kStageSize))) {}
 
@@ -21,7 +19,7 @@ OutstreamCache::~OutstreamCache() {
   std::free(stage);
 }
 
-void OutstreamCache::write(const char* bytes, unsigned long long n) {
+void OutstreamCache::write_pieces(const char* bytes, unsigned long long n) {
   while (n != 0) {
     if (staged == kStageSize) {
       flush();

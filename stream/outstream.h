@@ -13,6 +13,7 @@
 #include <cstdio>
 
 #include "core/buffer.h"
+#include "core/short_block.h"
 #include "fs/path.h"
 
 class OutstreamMemImpl;
@@ -24,6 +25,7 @@ class OutstreamCache {
   static constexpr uint32_t kMemory = 0;
   static constexpr uint32_t kFile = 1;
   static constexpr uint32_t kSocketMessage = 2;
+  static constexpr uint64_t kStageSize = uint64_t{1024} * 1024;
 
   explicit OutstreamCache(OutstreamMemImpl* variant);
   explicit OutstreamCache(OutstreamFSImpl* variant);
@@ -35,7 +37,14 @@ class OutstreamCache {
   ~OutstreamCache();
 
   // Stages `n` bytes.
-  void write(const char* bytes, unsigned long long n);
+  void write(const char* bytes, unsigned long long n) {
+    if (n == 0 || n > kStageSize - staged) {
+      write_pieces(bytes, n);
+      return;
+    }
+    copy_block(stage + staged, bytes, n);
+    staged += n;
+  }
 
   // Hands the staged bytes, if any, to the sink; an unknown kind drops them.
   void flush();
@@ -47,6 +56,7 @@ class OutstreamCache {
 
  private:
   OutstreamCache(uint32_t variant_kind, void* variant);
+  void write_pieces(const char* bytes, unsigned long long n);
 };
 
 // A writer into a Buffer of its own.
