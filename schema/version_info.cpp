@@ -19,10 +19,16 @@ void* image___version_info___allocate_block_f(dympage_t* allocator, uint64_t siz
   return dympage_alloc(allocator, size, alignment);
 }
 
+// A block for a text of `length` bytes, of which the first `n` are copied.
+static char* copy_text(dympage_t* allocator, const char* text, uint64_t n, uint64_t length) {
+  void* const block = image___version_info___allocate_block_f(allocator, length + 1, 1);
+  copy_block(block, text, n);
+  return static_cast<char*>(block);
+}
+
 char* image___version_info___allocate_text_f(dympage_t* allocator, const char* text,
                                              uint64_t length) {
-  void* const block = image___version_info___allocate_block_f(allocator, length + 1, 1);
-  return static_cast<char*>(std::memcpy(block, text, strnlen(text, length)));
+  return copy_text(allocator, text, strnlen(text, length), length);
 }
 
 void image___version_info___allocator_warn_sup_f() {}
@@ -34,13 +40,20 @@ root_t* image___version_info___root_t___allocate_f(dympage_t* allocator) {
   return root;
 }
 
+// An entry that is not in the collection yet, with the first `n` bytes of the key.
+static entry_t* make_entry(dympage_t* allocator, root_t* root, const char* key, uint64_t n,
+                           uint64_t key_length) {
+  auto* entry = static_cast<entry_t*>(
+      image___version_info___allocate_block_f(allocator, sizeof(entry_t), alignof(entry_t)));
+  entry->key = copy_text(allocator, key, n, key_length);
+  entry->root = root;
+  return entry;
+}
+
 entry_t* image___version_info___root___system_types_t___allocate_f(dympage_t* allocator,
                                                                    root_t* root, const char* key,
                                                                    uint64_t key_length) {
-  auto* entry = static_cast<entry_t*>(
-      image___version_info___allocate_block_f(allocator, sizeof(entry_t), alignof(entry_t)));
-  entry->key = image___version_info___allocate_text_f(allocator, key, key_length);
-  entry->root = root;
+  entry_t* const entry = make_entry(allocator, root, key, strnlen(key, key_length), key_length);
   sglib_image___version_info___root___system_types_t_add(&root->system_types, entry);
   ++root->system_types_count;
   return entry;
@@ -136,12 +149,24 @@ char* image___version_info___root___system_types_t___version___iwrite_alloc(dymp
 entry_t* image___version_info___root_t___system_types___iwrite_create_entry(dympage_t* allocator,
                                                                             root_t* root,
                                                                             const char* key) {
-  if (image___version_info___root___system_types_t___find_cf(root, key) != nullptr) {
+  sglib_image___version_info___root___system_types_t_place place;
+  return image___version_info___root_t___system_types___iwrite_create_entry_at(allocator, root,
+                                                                               &place, key);
+}
+
+entry_t* image___version_info___root_t___system_types___iwrite_create_entry_at(
+    dympage_t* allocator, root_t* root,
+    sglib_image___version_info___root___system_types_t_place* place, const char* key) {
+  if (sglib_image___version_info___root___system_types_t_find_place(&root->system_types, key,
+                                                                    place) != nullptr) {
     report(root->root, "duplicate entry in collection: system_types");
     return nullptr;
   }
-  return image___version_info___root___system_types_t___allocate_f(allocator, root, key,
-                                                                   std::strlen(key));
+  const uint64_t length = std::strlen(key);
+  entry_t* const entry = make_entry(allocator, root, key, length, length);
+  sglib_image___version_info___root___system_types_t_add_at(place, entry);
+  ++root->system_types_count;
+  return entry;
 }
 
 void image___version_info___root_t___system_types___iwrite_unlink_entry(dympage_t*, root_t* root,

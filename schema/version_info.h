@@ -77,10 +77,16 @@ int image___version_info___root___system_types_t___version___iwrite_set(
 char* image___version_info___root___system_types_t___version___iwrite_alloc(
     dympage_t* allocator, image___version_info___root___system_types_t* entry, uint64_t length);
 
-// A new entry with a copy of `key`; null when the key is in the collection already.
+// A new entry with a copy of `key`; null when the key is in the collection already. Whoever creates
+// many in a row hands the same `place` to the second form.
 image___version_info___root___system_types_t*
 image___version_info___root_t___system_types___iwrite_create_entry(
     dympage_t* allocator, image___version_info___root_t* root, const char* key);
+
+image___version_info___root___system_types_t*
+image___version_info___root_t___system_types___iwrite_create_entry_at(
+    dympage_t* allocator, image___version_info___root_t* root,
+    sglib_image___version_info___root___system_types_t_place* place, const char* key);
 
 // Removes the entry with `key`, which must be in the collection; see unlink_f.
 void image___version_info___root_t___system_types___iwrite_unlink_entry(

@@ -7,6 +7,7 @@
 
 using root_t = image___version_info___root_t;
 using entry_t = image___version_info___root___system_types_t;
+using place_t = sglib_image___version_info___root___system_types_t_place;
 using iterator_t = image___version_info___root___system_types_t___iterator_t;
 
 static constexpr char kFingerprint[] =
@@ -87,7 +88,8 @@ struct KeyBlock {
   }
 };
 
-static int read_entry(dympage_t* allocator, root_t* root, istream* stream, KeyBlock* block) {
+static int read_entry(dympage_t* allocator, root_t* root, istream* stream, KeyBlock* block,
+                      place_t* place) {
   uint32_t length;
   if (read_uint32(root, stream, &length) != 0) {
     return -1;
@@ -97,8 +99,8 @@ static int read_entry(dympage_t* allocator, root_t* root, istream* stream, KeyBl
     return fail(root, "insufficient bytes to read entry key");
   }
   key[length] = '\0';
-  entry_t* const entry =
-      image___version_info___root_t___system_types___iwrite_create_entry(allocator, root, key);
+  entry_t* const entry = image___version_info___root_t___system_types___iwrite_create_entry_at(
+      allocator, root, place, key);
   if (entry == nullptr) {
     return fail(root, "duplicate key");
   }
@@ -112,8 +114,9 @@ int image___version_info___parse_bin_tail_f(dympage_t* allocator, root_t* root, 
     return -1;
   }
   KeyBlock block;
+  place_t place;
   for (uint32_t i = 0; i < count; ++i) {
-    if (read_entry(allocator, root, stream, &block) != 0) {
+    if (read_entry(allocator, root, stream, &block, &place) != 0) {
       return -1;
     }
   }

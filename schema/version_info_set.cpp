@@ -7,24 +7,13 @@
 
 using entry_t = image___version_info___root___system_types_t;
 using iterator_t = sglib_image___version_info___root___system_types_t_iterator;
+using Path = sglib_image___version_info___root___system_types_t_place;
 using comparator_t = sglib_image___version_info___root___system_types_t_comparator;
 
 static constexpr uint8_t kBlack = 0;
 static constexpr uint8_t kRed = 1;
 
 enum Order : uint32_t { kPreorder, kInorder, kPostorder };
-
-// The way from the top down to one place in the tree, as the links that lead there: the set's own
-// top pointer first, then the child fields followed. A change above needs no search for a parent,
-// and the top needs no case of its own.
-struct Path {
-  entry_t** links[iterator_t::kMaxDepth];
-  unsigned depth = 0;
-
-  entry_t** push(entry_t** link) { return links[depth++] = link; }
-  entry_t** pop() { return links[--depth]; }
-  entry_t** last() { return links[depth - 1]; }
-};
 
 static entry_t*& child(entry_t* entry, bool right) {
   return right ? entry->right : entry->left;
@@ -50,7 +39,8 @@ static void rotate(entry_t** link, bool right) {
 }
 
 // The path ends at a red entry whose parent may be red as well, the only fault in the tree. The
-// fault moves up two levels at a time until it meets a black parent, the top or a rotation.
+// fault moves up two levels at a time until it meets a black parent, the top or a rotation; of the
+// path, what holds afterwards is left.
 static void repair_red_parent(Path* path) {
   for (unsigned i = path->depth - 1; i >= 2; i -= 2) {
     entry_t** const parent_link = path->links[i - 1];
@@ -67,6 +57,7 @@ static void repair_red_parent(Path* path) {
         rotate(parent_link, right);  // an inner grandchild comes to the outer side first
       }
       rotate(grandparent_link, !right);
+      path->depth = i - 1;
       return;
     }
     parent->colour = kBlack;
@@ -155,14 +146,25 @@ static void remove_at(Path* path) {
   }
 }
 
-// Leads the path to an entry with the key of `probe`, or to the empty place for one; returns what
-// is there.
-static entry_t* descend_to_key(Path* path, entry_t** top, const entry_t* probe) {
+// Asks for the record and the start of its key, which the document lays out right behind it.
+static void prefetch(const entry_t* entry) {
+  const auto address = reinterpret_cast<uintptr_t>(entry);  // may be null, which does no harm
+  __builtin_prefetch(reinterpret_cast<const void*>(address));
+  __builtin_prefetch(reinterpret_cast<const void*>(address + 64));
+}
+
+// Leads the path to an entry with the key, or to the empty place for one; returns what is there.
+static entry_t* descend_to_key(Path* path, entry_t** top, const char* key) {
+  path->depth = 0;
+  path->at_end = true;
   for (entry_t** link = path->push(top); *link != nullptr;) {
-    const int side = compare_keys(probe, *link);
+    prefetch((*link)->left);
+    prefetch((*link)->right);
+    const int side = std::strcmp(key, (*link)->key);
     if (side == 0) {
       break;
     }
+    path->at_end &= side > 0;
     link = path->push(&child(*link, side > 0));
   }
   return *path->last();
@@ -203,11 +205,29 @@ void sglib_image___version_info___root___system_types_t_delete(entry_t** top, en
   }
 }
 
+entry_t* sglib_image___version_info___root___system_types_t_find_place(entry_t** top,
+                                                                       const char* key,
+                                                                       Path* place) {
+  if (place->at_end && place->depth >= 2 && *place->last() == nullptr &&
+      std::strcmp(key, (*place->links[place->depth - 2])->key) > 0) {
+    return nullptr;  // past the greatest entry, where the place still leads
+  }
+  return descend_to_key(place, top, key);
+}
+
+void sglib_image___version_info___root___system_types_t_add_at(Path* place, entry_t* entry) {
+  insert_at(place, entry);
+  // The links down to the one where a rotation took place still hold; the end is not far below.
+  while (place->at_end && *place->last() != nullptr) {
+    place->push(&(*place->last())->right);
+  }
+}
+
 int sglib_image___version_info___root___system_types_t_add_if_not_member(entry_t** top,
                                                                          entry_t* entry,
                                                                          entry_t** existing) {
   Path path;
-  *existing = descend_to_key(&path, top, entry);
+  *existing = descend_to_key(&path, top, entry->key);
   if (*existing != nullptr) {
     return 0;
   }
@@ -219,7 +239,7 @@ int sglib_image___version_info___root___system_types_t_delete_if_member(entry_t*
                                                                         const entry_t* probe,
                                                                         entry_t** removed) {
   Path path;
-  *removed = descend_to_key(&path, top, probe);
+  *removed = descend_to_key(&path, top, probe->key);
   if (*removed == nullptr) {
     return 0;
   }

@@ -28,6 +28,34 @@ struct sglib_image___version_info___root___system_types_t_iterator {
   sglib_image___version_info___root___system_types_t_comparator comparator;
 };
 
+// A place in a set, by the way from the top down to it, as the links that lead there: the set's own
+// top pointer first, then the child fields followed. A change above needs no search for a parent,
+// and the top needs no case of its own.
+//
+// One record serves any number of additions to one set, as long as nothing else changes the set. It
+// keeps the end of the set in sight, so that entries that come in order are added in constant time.
+struct sglib_image___version_info___root___system_types_t_place {
+  image___version_info___root___system_types_t**
+      links[sglib_image___version_info___root___system_types_t_iterator::kMaxDepth];
+  unsigned depth = 0;   // 0: nowhere yet
+  bool at_end = false;  // every step led to the right: the greatest entry is on the way
+
+  auto push(image___version_info___root___system_types_t** link) { return links[depth++] = link; }
+  auto pop() { return links[--depth]; }
+  auto last() { return links[depth - 1]; }
+};
+
+// The entry with `key`, or null; `place` is then where one belongs.
+image___version_info___root___system_types_t*
+sglib_image___version_info___root___system_types_t_find_place(
+    image___version_info___root___system_types_t** top, const char* key,
+    sglib_image___version_info___root___system_types_t_place* place);
+
+// Adds `entry` at the place that was just found for its key.
+void sglib_image___version_info___root___system_types_t_add_at(
+    sglib_image___version_info___root___system_types_t_place* place,
+    image___version_info___root___system_types_t* entry);
+
 // Adds `entry`, whatever its links hold; its key may already be in the set.
 void sglib_image___version_info___root___system_types_t_add(
     image___version_info___root___system_types_t** top,
