@@ -1,6 +1,6 @@
-/* memset and memcpy for blocks that are mostly short, where calling them costs more than their work:
- * texts, numbers, the elements of pools and arrays. Up to 64 bytes, both ends of the block are done
- * in pieces of a size that the compiler knows; they overlap in the middle. */
+/* memset and memcpy for blocks that are mostly short, where calling them costs more than their
+ * work: texts, numbers, the elements of pools and arrays. Up to 64 bytes, both ends of the block
+ * are done in pieces of a size that the compiler knows; they overlap in the middle. */
 #ifndef RUNENV_CORE_SHORT_BLOCK_H
 #define RUNENV_CORE_SHORT_BLOCK_H
 

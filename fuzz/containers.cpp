@@ -16,28 +16,25 @@ static void fuzz_buffer(Input* input) {
   std::string model;
   while (!input->empty()) {
     const int operation = input->byte() % 4;
-    const std::string text = input->text(operation == 1 ? 0 : input->byte() % 64);
-    if (operation == 2) {
-      consumed += std::min(text.size(), model.size() - consumed);
-      buffer.consume(consumed - buffer.consumed);
-    } else if (operation == 3) {
+    const std::string text = operation < 2 ? "" : input->text(input->byte() % 64);
+    if (operation == 0) {
       buffer.release();
       REQUIRE(buffer.array == nullptr && buffer.consumed == consumed);
       buffer.consumed = consumed = capacity = 0;
       model.clear();
+    } else if (operation == 1 && model.size() < 4096) {
+      buffer.append(buffer);
+      model += model;
+    } else if (operation == 2) {
+      consumed += std::min(text.size(), model.size() - consumed);
+      buffer.consume(consumed - buffer.consumed);
     } else {
-      if (operation == 0) {
-        buffer.append(text.data(), text.size());
-        model += text;
-      } else if (model.size() < 4096) {
-        buffer.append(buffer);
-        model += model;
-      } else {
-        continue;
-      }
-      for (capacity = capacity == 0 ? 8 : capacity; capacity < model.size();) {
-        capacity *= 2;
-      }
+      buffer.append(text.data(), text.size());
+      model += text;
+    }
+    capacity = operation % 2 == 1 && capacity == 0 ? 8 : capacity;
+    while (capacity < model.size()) {
+      capacity *= 2;
     }
     REQUIRE(buffer.size == model.size() && buffer.capacity == capacity);
     REQUIRE(std::string(buffer.get_unmanaged_array(), buffer.length()) == model.substr(consumed));
@@ -45,8 +42,7 @@ static void fuzz_buffer(Input* input) {
 }
 
 static void fuzz_bucket(Input* input) {
-  bucket_t bucket;
-  bucket_nil(&bucket);
+  bucket_t bucket{};
   std::string model;
   size_t capacity = 0;
   const auto put = [&](const std::string& text) {
@@ -64,7 +60,7 @@ static void fuzz_bucket(Input* input) {
       bucket_push(&bucket, 'p');
       put("p");
     } else if (operation == 2) {
-      bucket_appendv(&bucket, text.c_str(), "-", text.c_str(), nullptr);
+      bucket_appendv(&bucket, text.c_str(), "-", text.c_str(), nullptr, "never");
       put(text), put("-"), put(text);
     } else if (operation == 3) {
       long long number = LLONG_MIN;
@@ -74,21 +70,21 @@ static void fuzz_bucket(Input* input) {
         put({c});
       }
     } else if (operation == 4) {
-      bucket_drop(&bucket, bucket_cstring(&bucket) == nullptr ? 0 : text.size());
+      bucket_drop(&bucket, *bucket_cstring(&bucket) == 'p' ? 1000 : text.size());
       put("");
-      model.resize(model.size() - std::min(model.size(), text.size()));
+      model.resize(model.size() - std::min(model.size(), model[0] == 'p' ? 1000 : text.size()));
     } else {
       bucket_release(&bucket);
       model.clear();
       capacity = 0;
     }
     REQUIRE(bucket.length == model.size() && bucket.capacity == capacity);
-    REQUIRE(capacity == 0 || bucket_cstring(&bucket) == model);
+    REQUIRE(capacity == 0 ? bucket.data == nullptr : bucket_cstring(&bucket) == model);
   }
   bucket_release(&bucket);
 }
 
-using Element = std::array<uint8_t, 3>;
+using Element = std::array<uint8_t, 5>;
 
 static int compare_elements(const void* a, const void* b) {
   return memcmp(a, b, sizeof(Element));
@@ -102,12 +98,11 @@ static void fuzz_array(Input* input) {
   while (!input->empty()) {
     const int operation = input->byte() % 5;
     const uint8_t value = input->byte();
-    const size_t index = model.empty() ? 0 : value % model.size();
     if (operation == 0) {
       auto* const element = static_cast<Element*>(dymarray_alloc(&array));
       REQUIRE(*element == Element{} && element == dymarray_last(&array));
       REQUIRE(dymarray_indexof(&array, element) == model.size());
-      *element = {value, static_cast<uint8_t>(model.size()), 'e'};
+      *element = {value, static_cast<uint8_t>(model.size()), 'e', 'n', 'd'};
       capacity += model.size() == capacity ? step : 0;
       model.push_back(*element);
     } else if (operation == 1) {
@@ -117,19 +112,19 @@ static void fuzz_array(Input* input) {
       dymarray_rewind(&array, value);
       model.resize(std::min<size_t>(model.size(), value));
     } else if (operation == 3 && !model.empty()) {
-      dymarray_swap(&array, index, model.size() / 2);
-      std::swap(model[index], model[model.size() / 2]);
+      dymarray_swap(&array, value % model.size(), model.size() / 2);
+      std::swap(model[value % model.size()], model[model.size() / 2]);
     } else if (operation == 4) {
       dymarray_sort(&array, compare_elements);
       std::sort(model.begin(), model.end());
     }
-    REQUIRE(dymarray_size(&array) == model.size());
+    REQUIRE(dymarray_size(&array) == model.size() && step != 0);
     REQUIRE(dymarray_overhead(&array) == capacity - model.size());
     REQUIRE((dymarray_clast(&array) == nullptr) == model.empty());
     const void* element = dymarray_cbegin(&array);
-    for (size_t i = 0; i < model.size(); element = dymarray_cnext(&array, element), ++i) {
-      REQUIRE(*static_cast<const Element*>(element) == model[i]);
-      REQUIRE(element == dymarray_cat(&array, i));
+    for (const Element& expected : model) {
+      REQUIRE(*static_cast<const Element*>(element) == expected);
+      element = dymarray_cnext(&array, element);
     }
     REQUIRE(element == dymarray_cend(&array));
   }

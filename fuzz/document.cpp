@@ -11,8 +11,7 @@ static const std::string kFingerprint =
     "d95b246cca0c3b04d105771d58246fa0e706a6d44ac97d6cb4bab99390a02582";
 
 // What a document should be read as.
-class Model {
- public:
+struct Model {
   explicit Model(const std::string& document) : bytes(document) {
     try {
       check();
@@ -21,19 +20,12 @@ class Model {
     }
   }
 
-  std::string error;
-  std::string platform;
-  std::map<std::string, std::string> types;
-  uint64_t claimed = 0;  // the length that the bytes do not suffice for
-
- private:
   std::string take(uint64_t n, const char* shortage) {
     if (bytes.size() - at < n) {
       claimed = n;
       throw shortage;
     }
-    at += n;
-    return bytes.substr(at - n, n);
+    return bytes.substr((at += n) - n, n);
   }
   uint32_t number() {
     uint32_t value = 0;
@@ -42,20 +34,18 @@ class Model {
     }
     return value;
   }
-  std::string text(const char* shortage) { return take(number(), shortage); }
-
   void check() {
     if (take(64, "insufficient bytes to read fingerprint") != kFingerprint) {
       throw "fingerprint mismatch in binary data";
     }
-    platform = text("insufficient data to read text");
+    platform = take(number(), "insufficient data to read text");
     for (uint32_t count = number(); count != 0; --count) {
       // A key ends at its first NUL.
-      const std::string key = text("insufficient bytes to read entry key").c_str();
+      const std::string key = take(number(), "insufficient bytes to read entry key").c_str();
       if (types.count(key) != 0) {
         throw "duplicate key";
       }
-      types[key] = text("insufficient data to read text");
+      types[key] = take(number(), "insufficient data to read text");
     }
     if (at != bytes.size()) {
       throw "trailing bytes";
@@ -64,6 +54,9 @@ class Model {
 
   const std::string bytes;
   size_t at = 0;
+  uint64_t claimed = 0;  // the length that the bytes do not suffice for
+  std::string error, platform;
+  std::map<std::string, std::string> types;
 };
 
 // Reads `bytes`, holds the result against the model and returns it written again.
@@ -78,13 +71,12 @@ static std::string read_and_write(const std::string& bytes, const Model& model) 
   if (result == 0) {
     REQUIRE(std::string(root->platform_version, root->platform_version_len) == model.platform);
     REQUIRE(root->system_types_count == model.types.size());
-    image___version_info___root___system_types_t___iterator_t iterator;
-    auto* entry =
-        image___version_info___root___system_types_t___it_init(root->system_types, &iterator);
+    image___version_info___root___system_types_t___iterator_t it;
+    auto* entry = image___version_info___root___system_types_t___it_init(root->system_types, &it);
     for (const auto& [key, version] : model.types) {
       REQUIRE(entry != nullptr && entry->key == key);
       REQUIRE(std::string(entry->version, entry->version_len + 1) == version + '\0');
-      entry = image___version_info___root___system_types_t___it_next(&iterator);
+      entry = image___version_info___root___system_types_t___it_next(&it);
     }
     REQUIRE(entry == nullptr && image___version_info___write_bin_f(root, &written) == 0);
   }

@@ -47,57 +47,50 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   auto* const root = DOCUMENT(root_t___allocate_f)(allocator);
   entry_t** const top = &root->system_types;
   std::multimap<std::string, entry_t*> model;
-  entry_t* out = DOCUMENT(root___system_types_t___allocate_f)(allocator, root, "", 0);
-  SET(delete)(top, out);
+  SET(place) place;        // as good as new after any other change
+  entry_t* out = nullptr;  // an entry that was taken out
   while (!input.empty()) {
     const uint8_t decision = input.byte();
-    std::string key = input.c_text(decision / 8 % 3);
+    std::string key = input.c_text(decision / 8 % 4);
+    if (decision / 8 % 4 == 3 && !model.empty()) {
+      key.insert(0, model.rbegin()->first);  // at the end, or at its greatest entry
+    }
     const size_t known = model.count(key);
-    entry_t* found = DOCUMENT(root___system_types_t___find_f)(root, key.c_str());
+    entry_t* const found = DOCUMENT(root___system_types_t___find_f)(root, key.c_str());
     REQUIRE(found == nullptr ? known == 0 : found->key == key);
     entry_t* added = nullptr;
     entry_t* removed = nullptr;
-    entry_t* existing = nullptr;
-    switch (decision % 8) {
-      case 0:  // any entry, also one of several with the same key
-        if (!model.empty()) {
-          removed = std::next(model.begin(), decision / 8 % static_cast<int>(model.size()))->second;
-          REQUIRE(SET(is_member)(*top, removed) == 1);
-          SET(delete)(top, removed);
-        }
-        break;
-      case 1:
-        if (known != 0) {
-          DOCUMENT(root_t___system_types___iwrite_unlink_entry)(allocator, root, key.c_str());
-          removed = found;
-        }
-        break;
-      case 2:
-        if ((added = out) == nullptr) {
-          break;
-        }
-        REQUIRE(SET(is_member)(*top, out) == 0);
-        SET(delete)(top, out);  // changes nothing
-        if (SET(add_if_not_member)(top, out, &existing) == 0) {
-          REQUIRE(existing != nullptr && strcmp(existing->key, out->key) == 0);
-          added = nullptr;
-        }
-        break;
-      case 3:
-        REQUIRE(found == nullptr || SET(is_member)(*top, found) == 1);
-        added =
-            DOCUMENT(root___system_types_t___allocate_f)(allocator, root, key.c_str(), key.size());
-        break;
-      default:
-        added = DOCUMENT(root_t___system_types___iwrite_create_entry)(allocator, root, key.c_str());
-        REQUIRE((added != nullptr) == (known == 0));
+    if (decision % 8 == 0 && !model.empty()) {  // any entry, also one of several with the same key
+      removed = std::next(model.begin(), decision / 8 % static_cast<int>(model.size()))->second;
+      REQUIRE(SET(is_member)(*top, removed) == 1);
+      SET(delete)(top, removed);
+    } else if (decision % 8 == 1 && known != 0) {
+      DOCUMENT(root_t___system_types___iwrite_unlink_entry)(allocator, root, key.c_str());
+      removed = found;
+    } else if (decision % 8 == 2 && out != nullptr) {
+      REQUIRE(SET(is_member)(*top, out) == 0);
+      SET(delete)(top, out);  // changes nothing
+      entry_t* existing;
+      const bool is_new = SET(add_if_not_member)(top, out, &existing) == 1;
+      REQUIRE(is_new == (model.count(out->key) == 0) && is_new == (existing == nullptr));
+      REQUIRE(is_new || strcmp(existing->key, out->key) == 0);
+      added = is_new ? out : nullptr;
+    } else if (decision % 8 == 3) {
+      added =
+          DOCUMENT(root___system_types_t___allocate_f)(allocator, root, key.c_str(), key.size());
+    } else {
+      added = DOCUMENT(root_t___system_types___iwrite_create_entry_at)(allocator, root, &place,
+                                                                       key.c_str());
+      REQUIRE((added != nullptr) == (known == 0));
+    }
+    if (decision % 8 < 4) {
+      place = {};
     }
     if (removed != nullptr) {
       const auto same = [&](const auto& pair) { return pair.second == removed; };
       model.erase(std::find_if(model.begin(), model.end(), same));
       out = removed;
     } else if (added != nullptr) {
-      REQUIRE(existing == nullptr && (decision % 8 != 2 || model.count(added->key) == 0));
       model.emplace(added->key, added);
       out = added == out ? nullptr : out;
     }

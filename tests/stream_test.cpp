@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
-#include <vector>
 
 #include "core/error.h"
 #include "stream/instream.h"
@@ -12,53 +10,66 @@
 #include "stream/outstream.h"
 
 static std::string pattern(size_t n) {
-  std::string text(n, '\0');
-  for (size_t i = 0; i < n; ++i) {
-    text[i] = static_cast<char>(i * 31 % 251);
-  }
+  std::string text;
+  while (text.size() < n) text += static_cast<char>(text.size() * 31 % 251);
   return text;
 }
 
-// A temporary file with the given content, opened at its start.
-static FILE* file_with(const std::string& content) {
-  FILE* const file = std::tmpfile();
-  std::fwrite(content.data(), 1, content.size(), file);
-  std::rewind(file);
-  return file;
-}
-
-static std::string path_with(const std::string& content) {
+// A file with the given content, until the end of the scope.
+struct TestFile {
   const std::string path = testing::TempDir() + "stream_test." + std::to_string(getpid());
-  FILE* const file = std::fopen(path.c_str(), "wb");
-  std::fwrite(content.data(), 1, content.size(), file);
-  std::fclose(file);
-  return path;
-}
 
-static std::string content_of(const std::string& path) {
-  InstreamPathImpl file(path.c_str());
-  Buffer content(false, file.stream());
-  return {content.get_unmanaged_array(), content.length()};
-}
+  explicit TestFile(const std::string& content) {
+    OutstreamPathImpl file(path.c_str(), false);
+    Outstream(file.stream()).write_len(content.data(), content.size());
+    EXPECT_EQ(file.finalize(), 0);
+  }
+  ~TestFile() { std::remove(path.c_str()); }
+};
 
 TEST(Instream, FileIsDeliveredInBlocks) {
-  const std::string content = pattern(10000);
-  FILE* const file = file_with(content);
-  InstreamFSImpl variant(file);
+  const TestFile file(pattern(10000));
+  InstreamPathImpl variant(file.path.c_str());
   InstreamCache* const cache = variant.stream();
   char bytes[8192];
-  EXPECT_EQ(cache->read_block(bytes, 100), 100);
-  EXPECT_EQ(cache->available_bytes(), 3996U);
-  std::string read(bytes, 100);
-  for (const long long n : {3996LL, 4096LL, 1808LL}) {
-    ASSERT_EQ(cache->read_block(bytes, sizeof bytes), n);
-    read.append(bytes, static_cast<size_t>(n));
+  const struct {
+    unsigned count;
+    long long delivered, available;
+  } kRows[] = {
+      {100, 100, 3996}, {8192, 3996, 4096}, {8192, 4096, 1808}, {8192, 1808, 0}, {1, -1, 0}};
+  for (const auto& row : kRows) {
+    EXPECT_EQ(cache->read_block(bytes, row.count), row.delivered);
+    EXPECT_EQ(cache->available_bytes(), row.available);
   }
-  EXPECT_EQ(read, content);
-  EXPECT_EQ(cache->read_block(bytes, 1), -1);
-  EXPECT_EQ(cache->available_bytes(), 0U);
   EXPECT_EQ(instream_api_read_len(cache, bytes, 1), 0);
-  std::fclose(file);
+}
+
+// However a file is taken, its bytes come once and in order, and a buffer grows by doubling.
+TEST(Instream, AFileIsTheSameInAnyPieces) {
+  for (const size_t size : {0, 5, 4096, 8192, 10000, 200000}) {
+    const std::string content = pattern(size);
+    const TestFile file(content);
+    for (const unsigned piece : {3U, 64U, 4096U, 5000U, 70000U, 300000U}) {
+      FILE* const borrowed = std::fopen(file.path.c_str(), "rb");
+      InstreamFSImpl variant(borrowed);
+      std::string bytes(piece, '-');
+      size_t at = 0;
+      for (; at <= size / 2 && at + piece <= size; at += piece) {
+        ASSERT_TRUE(Instream(variant.stream()).read_len(bytes.data(), piece));
+        ASSERT_EQ(bytes, content.substr(at, piece));
+      }
+      Buffer rest(true, variant.stream());
+      Buffer expected(0);
+      expected.append(content.c_str() + at, size - at + 1);
+      EXPECT_EQ(std::string(rest.array, rest.size), std::string(expected.array, expected.size));
+      EXPECT_EQ(rest.capacity, expected.capacity) << size << " " << piece;
+      std::rewind(borrowed);
+      std::string all(size + piece, '-');
+      EXPECT_FALSE(Instream(variant.stream()).read_len(all.data(), unsigned(all.size())));
+      EXPECT_EQ(all, content + std::string(piece, '-'));  // what came stays
+      std::fclose(borrowed);
+    }
+  }
 }
 
 TEST(Instream, MemoryIsConsumedByBlocksButNotByCollecting) {
@@ -82,21 +93,15 @@ TEST(Instream, MemoryIsConsumedByBlocksButNotByCollecting) {
 TEST(Instream, FailuresAreErrors) {
   EXPECT_THROW(InstreamPathImpl("/does/not/exist"), Error);
   InstreamMemImpl memory("abc", 3);
-  InstreamCache* const cache = memory.stream();
-  cache->kind = 9;
-  char byte;
-  const std::vector<void (*)(InstreamCache*, char*)> operations = {
-      [](InstreamCache* c, char* b) { c->read_block(b, 1); },
-      [](InstreamCache* c, char*) { c->available_bytes(); },
-      [](InstreamCache* c, char*) { c->read(true, nullptr); }};
-  for (const auto operation : operations) {
-    try {
-      operation(cache, &byte);
-      ADD_FAILURE();
-    } catch (const Error& error) {
-      EXPECT_EQ(error.type, Error::Type::Internal);
-      EXPECT_STREQ(error.message, "Instream is of an unknown type\n");
-    }
+  memory.cache.kind = 9;
+  EXPECT_THROW(memory.cache.read_block(nullptr, 0), Error);
+  EXPECT_THROW(memory.cache.available_bytes(), Error);
+  try {
+    memory.cache.read(true, nullptr);
+    ADD_FAILURE();
+  } catch (const Error& error) {
+    EXPECT_EQ(error.type, Error::Type::Internal);
+    EXPECT_STREQ(error.message, "Instream is of an unknown type\n");
   }
 }
 
@@ -124,8 +129,8 @@ TEST(IStream, MemoryRecordSeeksInsideItsBytesOnly) {
 }
 
 TEST(IStream, StandardInputReadsButDoesNotSeek) {
-  const std::string path = path_with("hello");
-  ASSERT_NE(std::freopen(path.c_str(), "rb", stdin), nullptr);
+  const TestFile longer("longer than hello"), file("hello");  // at the same path
+  ASSERT_NE(std::freopen(file.path.c_str(), "rb", stdin), nullptr);
   istream* const stream = istream_create_stdin();
   char bytes[8] = {};
   EXPECT_EQ(istream_read_len(stream, bytes, 3), 3U);
@@ -133,34 +138,24 @@ TEST(IStream, StandardInputReadsButDoesNotSeek) {
   EXPECT_EQ(istream_read_len(stream, bytes + 3, 5), 2U);
   EXPECT_STREQ(bytes, "hello");
   istream_destroy(stream);
-  std::remove(path.c_str());
 }
 
-static constexpr size_t kMiB = 1024 * 1024;
-
 TEST(Outstream, StagesExactlyOneMiB) {
-  const std::string content = pattern(kMiB + 1);
+  constexpr size_t kMiB = 1024 * 1024;
+  const std::string content = pattern(2 * kMiB + 1);
   OutstreamMemImpl memory(0);
   Outstream out(memory.stream());
   out.write("");
-  out.write_len(content.data(), kMiB);
-  EXPECT_EQ(memory.buffer.size, 0U);  // full, but handed on by the next write only
-  outstream_api_write_len(out.cstream(), content.data() + kMiB, 1);
-  EXPECT_EQ(memory.buffer.size, kMiB);
+  out.write_len(content.data(), 2 * kMiB);
+  EXPECT_EQ(memory.buffer.size, kMiB);  // full again, but handed on by the next write only
+  outstream_api_write_len(out.cstream(), content.data() + 2 * kMiB, 1);
+  EXPECT_EQ(memory.buffer.size, 2 * kMiB);
   EXPECT_EQ(out.cstream()->staged, 1U);
   memory.finalize(true);
   EXPECT_EQ(std::string(memory.buffer.array, memory.buffer.size), content + '\0');
 }
 
-TEST(Outstream, PathIsReplacedAndItsClosingReported) {
-  const std::string path = path_with("longer than before");
-  {
-    OutstreamPathImpl file(path.c_str(), false);
-    Outstream(file.stream()).write("short");
-    EXPECT_EQ(file.finalize(), 0);
-  }
-  EXPECT_EQ(content_of(path), "short");
-  std::remove(path.c_str());
+TEST(Outstream, FailedWritesAreReportedByClosing) {
   OutstreamPathImpl full("/dev/full", false);
   Outstream(full.stream()).write("x");
   EXPECT_EQ(full.finalize(), EOF);
