@@ -77,7 +77,8 @@ static void add_pages() {
     std::vector<size_t> blocks;
   } kCases[] = {{"dympage, 64-byte blocks/", sizes(50000, 64, 64)},
                 {"dympage, blocks of 1 to 256 bytes/", sizes(50000, 1, 256)}};
-  for (const auto& [name, blocks] : kCases) {
+  for (const auto& [name, case_blocks] : kCases) {
+    const std::vector<size_t>& blocks = case_blocks;
     const std::string standard = std::string(name) + "std::pmr::monotonic_buffer_resource";
     add(std::string(name) + "runenv", 50000, [blocks] { carve<OurPages>(blocks); });
     add(standard, 50000, [blocks] { carve<StandardPages<true>>(blocks); });
@@ -146,7 +147,8 @@ static void add_pools() {
   } kCases[] = {{"dympool, last in first out/", last_out},
                 {"dympool, first in first out/", first_out},
                 {"dympool, given back at random/", shuffled}};
-  for (const auto& [name, order] : kCases) {
+  for (const auto& [name, case_order] : kCases) {
+    const std::vector<size_t>& order = case_order;
     const size_t items = 8 * order.size();
     const std::string head = name;
     add(head + "runenv", items, [order] { churn<OurPool>(order); });
@@ -252,7 +254,8 @@ static void add_buffers() {
   } kCases[] = {{"Buffer, 10,000 appends of 1 to 16 bytes/", sizes(10000, 1, 16)},
                 {"Buffer, 10,000 appends of 200 to 300 bytes/", sizes(10000, 200, 300)},
                 {"Buffer, 8 appends of 1 MiB/", sizes(8, 1 << 20, 1 << 20)}};
-  for (const auto& [name, pieces] : kCases) {
+  for (const auto& [name, case_pieces] : kCases) {
+    const std::vector<size_t>& pieces = case_pieces;
     const std::string head = name;
     const size_t n = pieces.size();
     add(head + "runenv", n, [pieces] { gather<OurBytes>(source, pieces); });

@@ -181,8 +181,8 @@ static void add_writer(const std::string& contender) {
   } kCases[] = {{"Outstream, writes of 8 bytes/", {8}},
                 {"Outstream, writes of 64 bytes/", {64}},
                 {"Outstream, writes of 1 to 900 bytes/", {1, 8, 3, 60, 24, 900, 16, 12}}};
-  for (const auto& [name, pieces] : kCases) {
-    add(name + contender, kWritten, [pieces] {
+  for (const auto& each : kCases) {
+    add(each.name + contender, kWritten, [pieces = each.pieces] {
       write_file<Writer>(target.name.c_str(), pieces);
       return kWritten;
     });
@@ -197,8 +197,9 @@ static void add_reader(const std::string& contender) {
   } kCases[] = {{"Instream, 100 MiB by 64 bytes/", 64},
                 {"Instream, 100 MiB by 4 KiB/", 4096},
                 {"Instream, 100 MiB by 64 KiB/", 65536}};
-  for (const auto& [name, piece] : kCases) {
-    add(name + contender, kFileSize, [piece] { return read_file<Reader>(large_file(), piece); });
+  for (const auto& each : kCases) {
+    add(each.name + contender, kFileSize,
+        [piece = each.piece] { return read_file<Reader>(large_file(), piece); });
   }
 }
 

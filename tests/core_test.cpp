@@ -154,7 +154,7 @@ TEST(Dympool, HandsOutFreshPagesFromTheTopAndReusesWhatIsFreed) {
     EXPECT_TRUE(take_zeroes(elements[1], size));
     dympool_destroy(&pool);
   }
-  for (const auto& [size, per_page] : {std::pair(8, 1), {7, 2}}) {
+  for (const auto& [size, per_page] : {std::pair(8U, 1U), {7U, 2U}}) {
     dympool_t refused;
     dympool_init(&refused, size, per_page);
     EXPECT_EQ(dympool_alloc(&refused), nullptr);

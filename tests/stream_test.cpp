@@ -46,7 +46,7 @@ TEST(Instream, FileIsDeliveredInBlocks) {
 
 // However a file is taken, its bytes come once and in order, and a buffer grows by doubling.
 TEST(Instream, AFileIsTheSameInAnyPieces) {
-  for (const size_t size : {0, 5, 4096, 8192, 10000, 200000}) {
+  for (const size_t size : {0U, 5U, 4096U, 8192U, 10000U, 200000U}) {
     const std::string content = pattern(size);
     const TestFile file(content);
     for (const unsigned piece : {3U, 64U, 4096U, 5000U, 70000U, 300000U}) {
