@@ -3,10 +3,7 @@
 # nothing of it, and builds of its programs only what it asks for, unless it sets RUNENV_INSTALL.
 option(RUNENV_INSTALL "Install the programs and the library" ${PROJECT_IS_TOP_LEVEL})
 
-set(programs runenv-bootstrap runenv-versions)
-if(TARGET runenv-publish)
-  list(APPEND programs runenv-publish)
-endif()
+set(programs runenv-bootstrap runenv-versions runenv-publish)
 
 if(NOT RUNENV_INSTALL)
   if(NOT PROJECT_IS_TOP_LEVEL)
@@ -20,17 +17,17 @@ include(GNUInstallDirs)
 
 # The programs. What does not come from the compiler is looked up when it is installed.
 install(TARGETS ${programs} COMPONENT runtime)
-install(DIRECTORY docs/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime OPTIONAL
+install(DIRECTORY docs/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime
         FILES_MATCHING PATTERN "*.1")
 install(DIRECTORY scripts/completions/bash/
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT runtime OPTIONAL)
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT runtime)
 install(DIRECTORY scripts/completions/zsh/
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT runtime OPTIONAL)
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT runtime)
 install(DIRECTORY scripts/completions/fish/
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT runtime OPTIONAL)
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT runtime)
 # The README's links into docs/ hold.
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
-install(FILES CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime OPTIONAL)
+install(FILES CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
         FILES_MATCHING PATTERN "*.md" PATTERN man EXCLUDE)
 
@@ -38,7 +35,6 @@ install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
 install(DIRECTORY core fs process runtime schema socket stream
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv COMPONENT development
         FILES_MATCHING PATTERN "*.h"
-        PATTERN core/allocation.h EXCLUDE
         PATTERN core/unique_fd.h EXCLUDE
         PATTERN fs/tree.h EXCLUDE
         PATTERN socket/descriptor.h EXCLUDE)

@@ -38,7 +38,8 @@ runenv-bootstrap reads a small binary document that names one platform
 version and a set of system types, compares each with what a distribution
 server offers, and downloads and unpacks what has changed.
 .
-runenv-versions writes and prints such documents.")
+runenv-versions writes and prints such documents, runenv-publish puts
+releases into the tree that a distribution server serves.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME runenv-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)

@@ -1,6 +1,7 @@
 #!/bin/sh
-# Shows the bootstrapper at work on this machine: builds it, serves a small run-time environment
-# from a web server of its own, installs it, and updates it. Leaves nothing behind but build-demo/.
+# Shows the programs at work on this machine: builds them, publishes a small run-time environment on
+# a web server of its own, installs it, rolls out a release and rolls it back. Leaves nothing behind
+# but build-demo/.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
@@ -19,17 +20,17 @@ PATH=$(pwd)/build-demo:$PATH
 server_script=$(pwd)/scripts/local-server.sh
 
 demo=$(mktemp -d "${TMPDIR:-/tmp}/runenv-demo-XXXXXX")
-mkdir "$demo/server" "$demo/content" "$demo/machine"
-trap '"$server_script" stop "$demo/server"; rm -rf "$demo"' EXIT
+mkdir -p "$demo/server/www" "$demo/content" "$demo/machine"
+tree=$demo/server/www
+trap 'trap "" HUP INT TERM; "$server_script" stop "$demo/server"; rm -rf "$demo"' EXIT
 trap 'exit 1' HUP INT TERM
 
-# publish DIRECTORY VERSION TEXT: puts an archive with one file into the server's tree, then lets
-# the "latest" pointer name it.
+# publish RELEASE TEXT ITEM...: publishes a directory with one file for an item.
 publish() {
-  mkdir -p "$demo/server/www/$1/$2"
-  echo "$3" >"$demo/content/README"
-  tar -C "$demo/content" -czf "$demo/server/www/$1/$2/linux-x64.tar.gz" README
-  echo "$2" >"$demo/server/www/$1/latest"
+  release=$1
+  echo "$2" >"$demo/content/README"
+  shift 2
+  run runenv-publish "$tree" "$@" "$release" --from "$demo/content"
 }
 
 show_environment() {
@@ -39,15 +40,15 @@ show_environment() {
   done
 }
 
-say "A distribution server with a platform and two system types, on loopback"
-publish 2/runenv/platform/5 release-1 "the platform, release 1"
-publish 2/runenv/system-types/compiler/1.4 build-7 "the compiler, build 7"
-publish 2/runenv/system-types/linker/0.9 build-3 "the linker, build 3"
-"$server_script" start "$demo/server"
-CURL_HOME=$demo/server/curl
-export CURL_HOME
-cd "$demo/server/www"
-find 2 -type f | LC_ALL=C sort
+say "A producer publishes a platform and two system types"
+publish release-1 "the platform, release 1" platform 5
+publish build-7 "the compiler, build 7" system-type compiler 1.4
+publish build-3 "the linker, build 3" system-type linker 0.9
+run find "$tree" -type f
+
+say "A web server on loopback serves them"
+run "$server_script" start "$demo/server"
+export CURL_HOME="$demo/server/curl"
 
 say "The document that names what this machine needs"
 cd "$demo/machine"
@@ -61,7 +62,13 @@ show_environment
 say "The second run finds everything up to date and prints nothing"
 run runenv-bootstrap versions.bin
 
-say "The linker is published anew: the next run updates it, and it alone"
-publish 2/runenv/system-types/linker/0.9 build-4 "the linker, build 4"
+say "Rolling out: a new release of the linker is published, and the next run installs it alone"
+publish build-4 "the linker, build 4" system-type linker 0.9
 run runenv-bootstrap versions.bin
 show_environment
+
+say "Rolling back: the pointer moves to the release before, and the next run follows it"
+run runenv-publish "$tree" system-type linker 0.9 build-3 --latest-only
+run runenv-bootstrap versions.bin
+run cat runenv/system-types/linker/0.9/latest
+echo

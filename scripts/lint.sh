@@ -5,12 +5,13 @@ set -eu
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
 require clang++=clang clang-format=clang-format clang-tidy=clang-tidy cppcheck=cppcheck \
-  shellcheck=shellcheck cmake=cmake ninja=ninja-build
+  shellcheck=shellcheck mandoc=mandoc cmake=cmake ninja=ninja-build
 
 sources=$(git ls-files '*.cpp' '*.h' '*.c')
 # shellcheck disable=SC2086 # a list of files
 clang-format --dry-run --Werror $sources
-git ls-files '*.sh' .ci/run | xargs shellcheck -x
+git ls-files '*.sh' .ci/run scripts/completions/bash | xargs shellcheck -x
+git ls-files '*.1' | xargs mandoc -T lint -W warning
 cppcheck --quiet --error-exitcode=1 --enable=warning,performance,portability --inline-suppr \
   --std=c++20 --language=c++ -I . app core fs process runtime schema socket stream tools examples
 
