@@ -21,7 +21,7 @@
 #endif
 
 static constexpr const char* kTrue = "/bin/true";
-static constexpr size_t kOutput = 100 << 20;
+static constexpr int kOutput = 100 << 20;
 static constexpr const char* kWriter[] = {"/usr/bin/head", "-c", "104857600", "/dev/zero", nullptr};
 
 // Memory that the parent has in use, in small pages, while this lives.
@@ -159,12 +159,12 @@ static size_t collect_read() {
 
 static void collect(benchmark::State& state, size_t (*run)()) {
   for (auto _ : state) {
-    if (run() != kOutput) {
+    if (run() != size_t{kOutput}) {
       state.SkipWithError("output is missing");
       break;
     }
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kOutput));
+  state.SetBytesProcessed(state.iterations() * kOutput);
 }
 
 static void register_spawn(const std::string& parent, size_t resident) {
