@@ -14,23 +14,23 @@ run() {
 }
 
 say "Building"
-cmake -S . -B build-demo -G Ninja -DBUILD_TESTING=OFF -DRUNENV_BASE_URL=https://localhost >/dev/null
+cmake -S . -B build-demo -G Ninja -DBUILD_TESTING=OFF -DRUNENV_BUILD_EXAMPLES=OFF \
+  -DRUNENV_BASE_URL=https://localhost >/dev/null
 cmake --build build-demo
 PATH=$(pwd)/build-demo:$PATH
 server_script=$(pwd)/scripts/local-server.sh
 
 demo=$(mktemp -d "${TMPDIR:-/tmp}/runenv-demo-XXXXXX")
 mkdir -p "$demo/server/www" "$demo/content" "$demo/machine"
-tree=$demo/server/www
 trap 'trap "" HUP INT TERM; "$server_script" stop "$demo/server"; rm -rf "$demo"' EXIT
 trap 'exit 1' HUP INT TERM
 
 # publish RELEASE TEXT ITEM...: publishes a directory with one file for an item.
 publish() {
   release=$1
-  echo "$2" >"$demo/content/README"
+  echo "$2" >../content/README
   shift 2
-  run runenv-publish "$tree" "$@" "$release" --from "$demo/content"
+  run runenv-publish ../server/www "$@" "$release" --from ../content
 }
 
 show_environment() {
@@ -40,18 +40,18 @@ show_environment() {
   done
 }
 
+cd "$demo/machine"
 say "A producer publishes a platform and two system types"
 publish release-1 "the platform, release 1" platform 5
 publish build-7 "the compiler, build 7" system-type compiler 1.4
 publish build-3 "the linker, build 3" system-type linker 0.9
-run find "$tree" -type f
+run find ../server/www -type f
 
-say "A web server on loopback serves them"
-run "$server_script" start "$demo/server"
+say "nginx serves them on loopback, over TLS"
+"$server_script" start "$demo/server"
 export CURL_HOME="$demo/server/curl"
 
 say "The document that names what this machine needs"
-cd "$demo/machine"
 run runenv-versions compose -o versions.bin 5 linker=0.9 compiler=1.4
 run runenv-versions show versions.bin
 
@@ -68,7 +68,7 @@ run runenv-bootstrap versions.bin
 show_environment
 
 say "Rolling back: the pointer moves to the release before, and the next run follows it"
-run runenv-publish "$tree" system-type linker 0.9 build-3 --latest-only
+run runenv-publish ../server/www system-type linker 0.9 build-3 --latest-only
 run runenv-bootstrap versions.bin
 run cat runenv/system-types/linker/0.9/latest
 echo
