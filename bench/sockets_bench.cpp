@@ -249,15 +249,15 @@ static const bool registered = [] {
   };
   for (const bool tcp : {true, false}) {
     const std::string transport = tcp ? "tcp, " : "unix, ";
-    for (const size_t connections : {1, 16, 256, 900}) {
+    for (const size_t connections : {1U, 16U, 256U, 900U}) {
       const std::string many = connections == 1 ? " connection, " : " connections, ";
-      for (const size_t size : {1, 512}) {
+      for (const size_t size : {1U, 512U}) {
         for_each_contender(transport + std::to_string(connections) + many + std::to_string(size) +
                                (size == 1 ? " byte" : " bytes"),
                            round_trips, tcp, connections, size);
       }
     }
-    for (const size_t size : {4, 64}) {
+    for (const size_t size : {4U, 64U}) {
       for_each_contender(transport + "chunks of " + std::to_string(size) + " KiB", chunks, tcp,
                          size * 1024);
     }

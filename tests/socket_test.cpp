@@ -330,11 +330,12 @@ TEST_F(SocketTest, FailedCreationSaysWhy) {
       {TcpClient, "127.0.0.1", "Unable to connect to 127.0.0.1:1: Connection refused\n"},
       {PathClient, no, "Unable to connect socket to '" + no + "': No such file or directory\n"}};
   std::filesystem::create_directory(dir);
-  for (const auto& [kind, at, message] : kRows) {
+  for (const auto& row : kRows) {
     for (const bool info : {true, false}) {
       genv_debug_info = info;
-      const bool silent = !info && message.find("connect") != std::string::npos;
-      EXPECT_EQ(outcome([&] { EXPECT_EQ(create(kind, at), nullptr); }), silent ? "" : message);
+      const bool silent = !info && row.message.find("connect") != std::string::npos;
+      EXPECT_EQ(outcome([&] { EXPECT_EQ(create(row.kind, row.at), nullptr); }),
+                silent ? "" : row.message);
     }
   }
   EXPECT_EQ(outcome([&] { endpoint_sendto(nullptr, over.c_str(), "", 0); }), to_long);
