@@ -53,12 +53,9 @@ static void fuzz_bucket(Input* input) {
   while (!input->empty()) {
     const int operation = input->byte() % 6;
     const std::string text = input->c_text(input->byte() % 100);
-    if (operation == 0) {
-      bucket_append(bucket_append(&bucket, nullptr), text.c_str());
-      put(text);
-    } else if (operation == 1) {
-      bucket_push(&bucket, 'p');
-      put("p");
+    if (operation < 2) {
+      bucket_append(bucket_push(bucket_append(&bucket, nullptr), 'p'), text.c_str());
+      put("p"), put(text);
     } else if (operation == 2) {
       bucket_appendv(&bucket, text.c_str(), "-", text.c_str(), nullptr, "never");
       put(text), put("-"), put(text);

@@ -116,29 +116,23 @@ TEST(VersionInfoBin, ClaimedLengthsAreNotTouched) {
   EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 1 << 20);
 }
 
-TEST(VersionInfoBin, WritesWhatItReads) {
-  Document document, copy;
+// That what is written reads the same is held under fuzz/.
+TEST(VersionInfoBin, WritesWhatIsThere) {
+  Document document;
   auto [pages, root] = std::pair(document.pages, document.root);
   Buffer bytes(0);
-  ASSERT_EQ(DOCUMENT(write_bin_f)(root, &bytes), 0);  // nothing assigned
-  EXPECT_EQ(std::string(bytes.array, bytes.size), kFingerprint + text("") + number(0));
-  std::memcpy(ROOT(platform_version___iwrite_alloc)(pages, root, 3), "2\0x", 3);
-  for (const char* key : {"beta", "", "alpha"}) {
-    entry_t* const entry = ROOT(system_types___iwrite_create_entry)(pages, root, key);
-    std::memcpy(ENTRY(version___iwrite_alloc)(pages, entry, 3), "1\0y", 3);
-  }
-  ROOT(system_types___iwrite_create_entry)(pages, root, "unset");
-  root->system_types_count = 9;  // may be off
-  bytes.release();
   ASSERT_EQ(DOCUMENT(write_bin_f)(root, &bytes), 0);
-  const std::string written(bytes.array, bytes.size);
-  EXPECT_EQ(copy.read(written), "");
-  EXPECT_EQ(copy.lines(), document.lines());
-  EXPECT_EQ(copy.root->system_types_count, 4U);
-  ASSERT_EQ(DOCUMENT(write_bin_f)(copy.root, &bytes), 0);  // appends
-  EXPECT_EQ(std::string(bytes.array, bytes.size), written + written);
-  copy.root->platform_version_len = uint64_t{UINT32_MAX} + 1;
-  EXPECT_EQ(DOCUMENT(write_bin_f)(copy.root, &bytes), -1);
-  EXPECT_STREQ(copy.root->error, "text too long for binary data");
-  EXPECT_EQ(bytes.size, 2 * written.size());
+  std::string expected = kFingerprint + text("") + number(0);
+  ROOT(platform_version___iwrite_set)(pages, root, "2.0");
+  ROOT(system_types___iwrite_create_entry)(pages, root, "unset");
+  entry_t* const entry = ROOT(system_types___iwrite_create_entry)(pages, root, "");
+  std::memcpy(ENTRY(version___iwrite_alloc)(pages, entry, 3), "1\0y", 3);
+  root->system_types_count = 9;                       // may be off
+  ASSERT_EQ(DOCUMENT(write_bin_f)(root, &bytes), 0);  // appends
+  expected += kFingerprint + text("2.0") + number(2) + text("") + text({"1\0y", 3}) +
+              text("unset") + text("");
+  entry->version_len = uint64_t{UINT32_MAX} + 1;
+  EXPECT_EQ(DOCUMENT(write_bin_f)(root, &bytes), -1);
+  EXPECT_STREQ(root->error, "text too long for binary data");
+  EXPECT_EQ(std::string(bytes.array, bytes.size), expected);
 }
