@@ -224,7 +224,7 @@ static const bool registered = [] {
   const struct {
     const char* name;
     Server serve;
-  } kContenders[] = {{"send/recv", system_calls::serve_epoll},
+  } kContenders[] = {{"send and recv", system_calls::serve_epoll},
                      {"select passes", system_calls::serve_select},
 #ifdef RUNENV_BENCH_LIBUV
                      {"libuv", libuv::serve},

@@ -1,5 +1,6 @@
 # One section of the table: the medians of a run of Google Benchmark, each case with the time of ours
-# and how many times as long (and, where it counts bytes, as much memory) its peers take.
+# and how many times as much its peers take. Where a case counts the memory that its result holds
+# (`bytes`) or the processor time of its server (`server_ns`), these have rows of their own.
 # Arguments: $title.
 
 def rounded: if . < 10 then (. * 100 | round / 100) elif . < 100 then (. * 10 | round / 10) else round end;
@@ -14,16 +15,17 @@ def split_name:
   gsub("/(real_time|manual_time|process_time|(iterations|repeats|threads):[0-9]+)"; "")
   | capture("^(?<case>.*)/(?<who>[^/]*)$");
 
+# A row on one quantity of all contenders of a case, nothing if ours does not have it.
+def row($name; quantity; shown):
+  (.[] | select(.who == "runenv") | quantity | values) as $ours
+  | [.[] | select(.who != "runenv") | "\(.who) \(quantity / $ours | rounded)"]
+  | "| \($name) | \($ours | shown) | \(join(", ")) |";
+
 [.benchmarks[] | select(.aggregate_name == "median")
- | (.run_name | split_name) + {time: nanoseconds, bytes}]
+ | (.run_name | split_name) + {time: nanoseconds, bytes, server_ns}]
 | reduce .[] as $run ({}; .[$run.case] += [$run])
 | to_entries
-| "### \($title)\n\n| case | runenv | others, times as long |\n|---|---|---|",
-  (.[] | .key as $case | (.value[] | select(.who == "runenv")) as $ours
-   | [.value[] | select(.who != "runenv")] as $others
-   | "| \($case) | \($ours.time | time) | "
-     + ([$others[] | "\(.who) \(.time / $ours.time | rounded)"] | join(", ")) + " |",
-     if $ours.bytes then
-       "| — memory | \($ours.bytes | bytes) | "
-       + ([$others[] | "\(.who) \(.bytes / $ours.bytes | rounded)"] | join(", ")) + " |"
-     else empty end)
+| "### \($title)\n\n| case | runenv | others, times as much |\n|---|---|---|",
+  (.[] | .key as $case | .value
+   | row($case; .time; time), row("– memory"; .bytes; bytes),
+     row("– processor time of the server"; .server_ns; time))

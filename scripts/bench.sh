@@ -31,7 +31,7 @@ if [ "${1-}" = --quick ]; then
 fi
 
 for subject in $subjects; do
-  "$build/bench/${subject}_bench" --benchmark_min_time=0.1 --benchmark_repetitions=9 \
+  "$build/bench/${subject}_bench" --benchmark_min_time=0.1 --benchmark_repetitions=7 \
     --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true \
     --benchmark_out="$build/$subject.json" --benchmark_out_format=json
 done

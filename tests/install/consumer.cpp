@@ -21,16 +21,18 @@ static void* accept_connection(void*, Connection* connection) {
   return nullptr;
 }
 
+static void ended(void*, Connection*) {}
+
 static Listener* listen_early() {
   Runtime.log("before main\n");
-  return create_listener("consumer.sock", nullptr, accept_connection, nullptr);
+  return create_listener("consumer.sock", nullptr, accept_connection, ended);
 }
 
 static Listener* const listener = listen_early();
 
 int main() {
   Runtime.startsocket();
-  Client* const client = create_client("consumer.sock", nullptr, nullptr);
+  Client* const client = create_client("consumer.sock", nullptr, ended);
   if (listener == nullptr || client == nullptr) {
     return 1;
   }
@@ -38,6 +40,8 @@ int main() {
   for (int i = 0; i < 100 && !answered; ++i) {
     Runtime.poll(100);
   }
+  mark_close(client);
+  Runtime.poll(0);
   std::remove("consumer.sock");
   return answered ? 0 : 1;
 }
