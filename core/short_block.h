@@ -1,15 +1,25 @@
 /* memset and memcpy for blocks that are mostly short, where calling them costs more than their
- * work: texts, numbers, the elements of pools and arrays. Up to 64 bytes, both ends of the block
- * are done in pieces of a size that the compiler knows; they overlap in the middle. */
+ * work: texts, numbers, the elements of pools and arrays. From 4 to 64 bytes, both ends of the
+ * block are done in pieces of a size that the compiler knows; they overlap in the middle. */
 #ifndef RUNENV_CORE_SHORT_BLOCK_H
 #define RUNENV_CORE_SHORT_BLOCK_H
 
 #include <string.h>
 
+#ifdef __cplusplus
+#define RUNENV_INLINE inline /* one function for all sources */
+#else
+#define RUNENV_INLINE static inline
+#endif
+
 /* Zeroes `size` bytes at `block` and returns it. */
-static inline void* clear_block(void* block, unsigned long long size) {
+RUNENV_INLINE void* short_block_clear(void* block, unsigned long long size) {
   char* const start = (char*)block;
-  char* const end = start + size;
+  char* end;
+  if (size == 0) {
+    return block; /* which may be null */
+  }
+  end = start + size;
   if (size < 4 || size > 64) {
     memset(block, 0, size);
   } else if (size >= 32) {
@@ -29,7 +39,8 @@ static inline void* clear_block(void* block, unsigned long long size) {
 }
 
 /* Copies `size` bytes between blocks that do not overlap. */
-static inline void copy_block(void* destination, const void* source, unsigned long long size) {
+RUNENV_INLINE void short_block_copy(void* destination, const void* source,
+                                    unsigned long long size) {
   char* const to = (char*)destination;
   const char* const from = (const char*)source;
   if (size < 4 || size > 64) {

@@ -22,7 +22,7 @@ void* image___version_info___allocate_block_f(dympage_t* allocator, uint64_t siz
 // A block for a text of `length` bytes, of which the first `n` are copied.
 static char* copy_text(dympage_t* allocator, const char* text, uint64_t n, uint64_t length) {
   void* const block = image___version_info___allocate_block_f(allocator, length + 1, 1);
-  copy_block(block, text, n);
+  short_block_copy(block, text, n);
   return static_cast<char*>(block);
 }
 

@@ -77,12 +77,13 @@ int image___version_info___root___system_types_t___version___iwrite_set(
 char* image___version_info___root___system_types_t___version___iwrite_alloc(
     dympage_t* allocator, image___version_info___root___system_types_t* entry, uint64_t length);
 
-// A new entry with a copy of `key`; null when the key is in the collection already. Whoever creates
-// many in a row hands the same `place` to the second form.
+// A new entry with a copy of `key`; null when the key is in the collection already.
 image___version_info___root___system_types_t*
 image___version_info___root_t___system_types___iwrite_create_entry(
     dympage_t* allocator, image___version_info___root_t* root, const char* key);
 
+// The same for whoever creates many in a row: one `place`, default-made, serves as long as nothing
+// else changes the collection; after that, take a fresh one.
 image___version_info___root___system_types_t*
 image___version_info___root_t___system_types___iwrite_create_entry_at(
     dympage_t* allocator, image___version_info___root_t* root,

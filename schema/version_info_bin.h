@@ -21,7 +21,8 @@ class Buffer;
 // Reads one whole document into `root`, an empty document of `allocator`. Further data in the
 // stream is a failure. What was read before a failure stays in the document.
 //
-// Lengths are trusted: memory for a text is reserved, though not touched, before its bytes come.
+// Lengths are trusted: memory for a text is reserved before its bytes come; beyond one page of the
+// allocator, 10 MiB, it is not touched.
 int image___version_info___parse_bin_f(dympage_t* allocator, image___version_info___root_t* root,
                                        istream* stream);
 

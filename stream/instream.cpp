@@ -27,7 +27,7 @@ static long long read_memory(InstreamMemImpl* memory, char* destination, unsigne
   }
   const unsigned long long n = std::min<unsigned long long>(memory->remaining, count);
   if (n != 0) {  // a count of 0 may come with no destination
-    copy_block(destination, memory->data, n);
+    short_block_copy(destination, memory->data, n);
     memory->data += n;
     memory->remaining -= n;
   }
@@ -57,7 +57,7 @@ static long long read_file(InstreamFSImpl* file, char* destination, unsigned cou
   }
   const unsigned n = std::min(file->block_remaining, count);
   if (n != 0) {  // a count of 0 may come with no destination
-    copy_block(destination, file->position, n);
+    short_block_copy(destination, file->position, n);
     file->position += n;
     file->block_remaining -= n;
   }
@@ -152,7 +152,9 @@ InstreamPathImpl::~InstreamPathImpl() {
   std::fclose(file);
 }
 
-// What whole blocks of a file can give to a large read, past the block in between.
+// Reads as many whole blocks of a file as `count` holds right into `destination`; 0 when a block
+// has unread bytes, at the end of file, and for a short read. Block by block leads to the same
+// position.
 static size_t read_whole_blocks(InstreamCache* cache, char* destination, unsigned count) {
   if (cache->kind != InstreamCache::kFile || count < kBlockSize) {
     return 0;

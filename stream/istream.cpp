@@ -11,7 +11,7 @@ static unsigned long long memory_read_len(istream* stream, char* destination,
   auto* memory = reinterpret_cast<istream_memory*>(stream);
   const unsigned long long n = std::min(memory->length - memory->position, count);
   if (n != 0) {
-    copy_block(destination, memory->data + memory->position, n);
+    short_block_copy(destination, memory->data + memory->position, n);
     memory->position += n;
   }
   return n;

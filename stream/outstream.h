@@ -11,9 +11,9 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 #include "core/buffer.h"
-#include "core/short_block.h"
 #include "fs/path.h"
 
 class OutstreamMemImpl;
@@ -42,7 +42,7 @@ class OutstreamCache {
       write_pieces(bytes, n);
       return;
     }
-    copy_block(stage + staged, bytes, n);
+    std::memcpy(stage + staged, bytes, n);
     staged += n;
   }
 
