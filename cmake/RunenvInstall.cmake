@@ -26,10 +26,10 @@ install(DIRECTORY scripts/completions/zsh/
 install(DIRECTORY scripts/completions/fish/
         DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT runtime)
 # The README's links into docs/ hold.
-install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
-install(FILES CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
+        COMPONENT runtime)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
-        FILES_MATCHING PATTERN "*.md" PATTERN man EXCLUDE)
+        FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN man EXCLUDE)
 
 # The library, and all headers but those that are its own business.
 install(DIRECTORY core fs process runtime schema socket stream
@@ -37,7 +37,8 @@ install(DIRECTORY core fs process runtime schema socket stream
         FILES_MATCHING PATTERN "*.h"
         PATTERN core/unique_fd.h EXCLUDE
         PATTERN fs/tree.h EXCLUDE
-        PATTERN socket/descriptor.h EXCLUDE)
+        PATTERN socket/descriptor.h EXCLUDE
+        PATTERN socket/ending.h EXCLUDE)
 install(TARGETS runenv EXPORT runenv COMPONENT development
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv)
 

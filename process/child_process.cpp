@@ -15,7 +15,7 @@
 namespace ChildProcess {
 
 static char read_buffer[5 * 1024 * 1024];
-static constexpr int kRoomyPipe = 1024 * 1024;  // what the system grants everyone
+static constexpr int kRoomyPipe = 1024 * 1024;  // what the system usually grants
 
 static pid_t wait_for_exit(process_t* process, int options) {
   pid_t waited;

@@ -45,8 +45,8 @@ namespace Encoding {
 
 void ZeroTerminated::create_encoding(Connection* connection,
                                      void (*callback)(Buffer*, void*, Connection*)) {
-  connection->encoding_kind = EncodingKind::ZeroTerminated;
   connection->encoder_state = new ZeroTerminatedState{callback, Buffer(0)};
+  connection->encoding_kind = EncodingKind::ZeroTerminated;
   connection->receiver = collect;
   connection->has_receiver = true;
 }
@@ -91,9 +91,9 @@ void ZeroTerminated::collect(const char* data, unsigned int length, void*, Conne
 }
 
 void Chunked::create_encoding(Connection* connection, void (*callback)(void*, Message::Inbound*)) {
-  connection->encoding_kind = EncodingKind::Chunked;
   connection->encoder_state =
       new ChunkedState{callback, nullptr, false, true, {0, 0, 0, 0}, 0, nullptr};
+  connection->encoding_kind = EncodingKind::Chunked;
   connection->receiver = collect;
   connection->has_receiver = true;
 }

@@ -50,7 +50,8 @@ namespace Encoding {
 namespace ZeroTerminated {
 
 // `callback` gets every message whole, without its zero byte; the buffer is the decoder's and valid
-// during the call.
+// during the call. When it throws, the messages behind in the same read are delivered all the same,
+// and the first exception passes on.
 void create_encoding(Connection* connection,
                      void (*callback)(Buffer* message, void* context, Connection* connection));
 

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <utility>
 
 #include "runtime/runtime_core.h"
@@ -21,6 +22,8 @@ static constexpr char kPrefix[4] = {'Q', 'V', 'I', 'R'};
 static constexpr unsigned short kMaximumPayload = 65531;
 
 static char datagram_buffer[65535];
+
+static EndPoint* receiving = nullptr;  // the one whose callback runs
 
 static void report_too_long(const char* path) {
   Runtime.error("Unix domain socket path is to long (%ld)!\n",
@@ -46,16 +49,19 @@ EndPoint* endpoint_create(const char* path, void* context, Callback callback) {
     return nullptr;
   }
   set_non_blocking(fd);
-  auto* endpoint = new EndPoint{context, path, fd, std::move(callback), false};
-  pending_state.endpoints.push_back(endpoint);
+  auto endpoint =
+      std::make_unique<EndPoint>(EndPoint{context, path, fd, std::move(callback), false});
+  pending_state.endpoints.push_back(endpoint.get());
   if (genv_debug_info) {
     Runtime.log("EndPoint '%s' opened.\n", endpoint->name.c_str());
   }
-  return endpoint;
+  return endpoint.release();
 }
 
 void endpoint_destroy(EndPoint* endpoint) {
-  endpoint->callback = nullptr;
+  if (endpoint != receiving) {
+    endpoint->callback = nullptr;
+  }
   endpoint->closing = true;
 }
 
@@ -94,22 +100,21 @@ static void report_failed_receive(const EndPoint* endpoint) {
   }
 }
 
-// The callback of an endpoint while it runs: it may destroy the endpoint, and may not be destroyed
-// itself meanwhile.
-struct LentCallback {
-  explicit LentCallback(EndPoint* lender)
-      : endpoint(lender), callback(std::exchange(lender->callback, nullptr)) {}
-  LentCallback(const LentCallback&) = delete;
-  LentCallback& operator=(const LentCallback&) = delete;
-  ~LentCallback() {
-    if (!endpoint->closing && !endpoint->callback) {
-      endpoint->callback = std::move(callback);
+// Calls the endpoint's callback, which may destroy the endpoint but stays until it returns.
+static void call_back(EndPoint* endpoint, const void* payload, unsigned short length,
+                      const char* sender_path) {
+  struct Receiving {
+    explicit Receiving(EndPoint* endpoint) { receiving = endpoint; }
+    ~Receiving() {
+      if (receiving->closing) {
+        receiving->callback = nullptr;
+      }
+      receiving = nullptr;
     }
-  }
-
-  EndPoint* endpoint;
-  Callback callback;
-};
+  };
+  const Receiving guard(endpoint);
+  endpoint->callback(endpoint->context, payload, length, sender_path, endpoint);
+}
 
 void receive_datagram(EndPoint* endpoint) {
   // Room for the path of any sender and its terminator; the area comes first to be zeroed whole.
@@ -142,9 +147,8 @@ void receive_datagram(EndPoint* endpoint) {
     return;
   }
   if (endpoint->callback) {
-    const LentCallback lent(endpoint);
-    lent.callback(endpoint->context, datagram_buffer + sizeof kPrefix,
-                  static_cast<unsigned short>(received - 4), sender.local.sun_path, endpoint);
+    call_back(endpoint, datagram_buffer + sizeof kPrefix, static_cast<unsigned short>(received - 4),
+              sender.local.sun_path);
   }
 }
 

@@ -14,7 +14,7 @@ struct EndPoint {
   std::string name;  // the path it is bound to
   int32_t fd;
   // Called for every datagram. The payload is valid during the call; the sender's path is empty
-  // for a sender without one.
+  // for a sender without one. It may destroy the endpoint, but may not replace itself.
   std::function<void(void* context, const void* payload, unsigned short length,
                      const char* sender_path, EndPoint*)>
       callback;
@@ -29,7 +29,8 @@ EndPoint* endpoint_create(
                        const char* sender_path, EndPoint*)>
         callback);
 
-// Drops the callback at once and lets the next poll close and free the endpoint. The file stays.
+// Drops the callback, one that runs when it returns, and lets the next poll close and free the
+// endpoint. The file stays.
 void endpoint_destroy(EndPoint* endpoint);
 
 // Sends one datagram to the endpoint at a path. Kept as it is: the answer compares what was sent,

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <memory>
 #include <utility>
 
 #include "fs/path.h"
@@ -27,9 +28,10 @@ static constexpr int kBacklog = 10;
 static Listener* add_listener(int fd, Factory factory, Closed closed, const char* name,
                               void* context) {
   set_non_blocking(fd);
-  auto* listener = new Listener{fd, std::move(factory), std::move(closed), {}, name, context};
-  pending_state.listeners.push_back(listener);
-  return listener;
+  auto listener = std::make_unique<Listener>(
+      Listener{fd, std::move(factory), std::move(closed), {}, name, context});
+  pending_state.listeners.push_back(listener.get());
+  return listener.release();
 }
 
 // A socket of the first entry that gives one, bound to the address of the first entry of the list,

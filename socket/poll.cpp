@@ -22,8 +22,9 @@ namespace SocketASync {
 static char receive_buffer[4096];
 
 // Accepting ran out of descriptors or memory: the next wait leaves the listeners out, or it would
-// find them readable at once, over and over.
+// find them readable at once, over and over, and is short.
 static bool accepting_paused = false;
+static constexpr unsigned int kPause = 10;  // milliseconds
 
 // What one pass waits for.
 struct WaitSets {
@@ -138,8 +139,9 @@ static bool out_of_resources(int error_number) {
 static void accept_connection(Listener* listener) {
   char peer[16];
   socklen_t length = sizeof peer;
-  auto* connection = new Connection;
-  listener->connections.push_back(connection);
+  auto owned = std::make_unique<Connection>();
+  listener->connections.push_back(owned.get());
+  Connection* const connection = owned.release();
   connection->fd = accept4(listener->fd, reinterpret_cast<sockaddr*>(peer), &length,
                            SOCK_CLOEXEC | SOCK_NONBLOCK);
   accepting_paused = accepting_paused || (connection->fd < 0 && out_of_resources(errno));
@@ -175,25 +177,34 @@ static void serve_clients(WaitSets* sets) {
   }
 }
 
+// Calls `visit` with every listener, in order. A callback may destroy listeners before and after
+// the one that is visited.
+template <typename Visit>
+static void for_each_listener(const Visit& visit) {
+  const auto& listeners = active_state.listeners;
+  for (size_t i = 0; i < listeners.size(); ++i) {
+    Listener* const listener = listeners[i];
+    visit(listener);
+    while (i >= listeners.size() || listeners[i] != listener) {
+      --i;
+    }
+  }
+}
+
 void poll(unsigned int milliseconds) {
   WaitSets sets;
-  timeval limit{static_cast<time_t>(milliseconds / 1000),
-                static_cast<suseconds_t>(milliseconds % 1000) * 1000};
-  promote_pending();
   const bool accepting = !accepting_paused;
   accepting_paused = false;
-  // Walked by index: a callback may destroy another listener.
-  for (size_t i = 0; i < active_state.listeners.size(); ++i) {
-    watch_listener(active_state.listeners[i], accepting, &sets);
-  }
+  const unsigned int wait = accepting ? milliseconds : std::min(milliseconds, kPause);
+  timeval limit{static_cast<time_t>(wait / 1000), static_cast<suseconds_t>(wait % 1000) * 1000};
+  promote_pending();
+  for_each_listener([&](Listener* listener) { watch_listener(listener, accepting, &sets); });
   watch_clients(&sets);
   watch_endpoints(&sets);
   if (select(sets.highest + 1, &sets.readable, &sets.writable, nullptr, &limit) <= 0) {
     return;
   }
-  for (size_t i = 0; i < active_state.listeners.size(); ++i) {
-    serve_listener(active_state.listeners[i], &sets);
-  }
+  for_each_listener([&](Listener* listener) { serve_listener(listener, &sets); });
   serve_clients(&sets);
   for (EndPoint* endpoint : active_state.endpoints) {
     if (FD_ISSET(endpoint->fd, &sets.readable)) {

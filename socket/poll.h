@@ -19,7 +19,8 @@ void msg_shutdown();
 // through and leaves the pass unfinished. Not to be called from a callback.
 void poll(unsigned int milliseconds);
 
-// Polls until all output queued on active connections has gone out; without a time limit.
+// Polls until all output queued on active connections has gone out; without a time limit. Not to be
+// called from a callback either.
 void flush();
 
 // Reads from and writes to one connection as the sets allow, once each; false when it is lost.
