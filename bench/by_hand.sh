@@ -4,13 +4,12 @@
 # can do itself, it does.
 set -eu
 
+mkdir -p .update
 for item in "$@"; do
   remote=https://localhost/2/runenv/$item
-  mkdir -p .update
   curl -s -L -o .update/latest "$remote/latest"
   wanted=
   read -r wanted <.update/latest || [ -n "$wanted" ]
-  rm .update/latest
   current=
   [ ! -e "runenv/$item/latest" ] || read -r current <"runenv/$item/latest" || [ -n "$current" ]
   if [ "$current" != "$wanted" ]; then
@@ -18,8 +17,7 @@ for item in "$@"; do
     curl -s -L -o .update/linux-x64.tar.gz "$remote/$wanted/linux-x64.tar.gz"
     mkdir -p "runenv/$item/$wanted"
     tar -x -f .update/linux-x64.tar.gz -C "runenv/$item/$wanted"
-    rm .update/linux-x64.tar.gz
     printf %s "$wanted" >"runenv/$item/latest"
   fi
-  rmdir .update
 done
+rm -r .update

@@ -131,6 +131,7 @@ static size_t collect_read() {
   if (pipe2(fds, O_CLOEXEC) != 0) {
     return 0;
   }
+  fcntl(fds[0], F_SETPIPE_SZ, 1 << 20);  // as ours does
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);

@@ -14,7 +14,8 @@ using asio::ip::tcp;
 using asio::local::stream_protocol;
 using boost::system::error_code;
 
-// One connection; it deletes itself when its peer has gone.
+// One connection, with one step at a time: what is read is answered before more is read. It deletes
+// itself when its peer has gone.
 template <typename Socket>
 struct Session {
   explicit Session(Socket accepted) : socket(std::move(accepted)), bytes(65536) {}

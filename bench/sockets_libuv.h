@@ -64,18 +64,20 @@ inline void on_chunks(uv_stream_t* stream, ssize_t count, const uv_buf_t* buffer
   }
   partial.append(buffer->base, static_cast<size_t>(count));
   std::free(buffer->base);
-  size_t start = 0;
-  while (partial.size() - start >= 4) {
-    const size_t length = 4 + size_t{chunk_length(partial.data() + start)};
-    if (partial.size() - start < length) {
+  size_t complete = 0;
+  while (partial.size() - complete >= 4) {
+    const size_t length = 4 + size_t{chunk_length(partial.data() + complete)};
+    if (partial.size() - complete < length) {
       break;
     }
-    auto* const bytes = static_cast<char*>(std::malloc(length));
-    std::memcpy(bytes, partial.data() + start, length);
-    write(stream, bytes, length);
-    start += length;
+    complete += length;
   }
-  partial.erase(0, start);
+  if (complete != 0) {
+    auto* const bytes = static_cast<char*>(std::malloc(complete));
+    std::memcpy(bytes, partial.data(), complete);
+    write(stream, bytes, complete);
+    partial.erase(0, complete);
+  }
 }
 
 inline void open_stream(uv_loop_t* loop, Stream* handle, const Address& address) {

@@ -70,6 +70,15 @@ struct CWriter : CFile {
   void put(const char* bytes, size_t n) { std::fwrite(bytes, 1, n, file); }
 };
 
+// With a buffer like ours.
+struct CWriterLike : CWriter {
+  std::vector<char> buffer = std::vector<char>(OutstreamCache::kStageSize);
+  explicit CWriterLike(const char* path) : CWriter(path) {
+    std::setvbuf(file, buffer.data(), _IOFBF, buffer.size());
+  }
+  ~CWriterLike() { std::fflush(file); }
+};
+
 struct UnlockedWriter : CFile {
   explicit UnlockedWriter(const char* path) : CFile(path, "wb") {}
   void put(const char* bytes, size_t n) { fwrite_unlocked(bytes, 1, n, file); }
@@ -109,6 +118,14 @@ struct CReader : CFile {
   size_t get(char* bytes, size_t n) { return std::fread(bytes, 1, n, file); }
 };
 
+// With a buffer like ours.
+struct CReaderLike : CReader {
+  std::vector<char> buffer = std::vector<char>(65536);
+  explicit CReaderLike(const char* path) : CReader(path) {
+    std::setvbuf(file, buffer.data(), _IOFBF, buffer.size());
+  }
+};
+
 struct StandardReader {
   std::ifstream file;
   explicit StandardReader(const char* path) : file(path, std::ios::binary) {}
@@ -144,6 +161,18 @@ static size_t collect_ours(const char* path) {
   InstreamPathImpl file(path);
   Buffer content(false, file.stream());
   return content.length();
+}
+
+// The floor.
+static size_t collect_bare(const char* path) {
+  BareReader reader(path);
+  const size_t size = std::filesystem::file_size(path);
+  const auto content = std::make_unique_for_overwrite<char[]>(size);
+  size_t total = 0;
+  for (size_t n; (n = reader.get(content.get() + total, size - total)) != 0; total += n) {
+  }
+  benchmark::DoNotOptimize(content.get());
+  return total;
 }
 
 static size_t collect_standard(const char* path) {
@@ -184,7 +213,7 @@ static void add_writer(const std::string& contender) {
   for (const auto& each : kCases) {
     add(each.name + contender, kWritten, [pieces = each.pieces] {
       write_file<Writer>(target.name.c_str(), pieces);
-      return kWritten;
+      return std::filesystem::file_size(target.name);
     });
   }
 }
@@ -206,13 +235,16 @@ static void add_reader(const std::string& contender) {
 [[maybe_unused]] static const bool added = [] {
   add_writer<OurWriter>("runenv");
   add_writer<CWriter>("fwrite");
+  add_writer<CWriterLike>("fwrite, 1 MiB buffer");
   add_writer<UnlockedWriter>("fwrite_unlocked");
   add_writer<StandardWriter>("std::ofstream");
   add_reader<OurReader>("runenv");
   add_reader<CReader>("fread");
+  add_reader<CReaderLike>("fread, 64 KiB buffer");
   add_reader<StandardReader>("std::ifstream");
   add_reader<BareReader>("read");
   add("Instream, 100 MiB collected/runenv", kFileSize, [] { return collect_ours(large_file()); });
+  add("Instream, 100 MiB collected/read", kFileSize, [] { return collect_bare(large_file()); });
   add("Instream, 100 MiB collected/std::istreambuf_iterator", kFileSize,
       [] { return collect_standard(large_file()); });
   add("Instream, 100 MiB collected/std::ostringstream", kFileSize,

@@ -21,7 +21,8 @@ def row($name; quantity; shown):
   | [.[] | select(.who != "runenv") | "\(.who) \(quantity / $ours | rounded)"]
   | "| \($name) | \($ours | shown) | \(join(", ")) |";
 
-[.benchmarks[] | select(.aggregate_name == "median")
+[.benchmarks | sort_by(.family_index, .per_family_instance_index)[]
+ | select(.aggregate_name == "median")
  | (.run_name | split_name) + {time: nanoseconds, bytes, server_ns}]
 | reduce .[] as $run ({}; .[$run.case] += [$run])
 | to_entries
