@@ -57,26 +57,25 @@ struct OurWriter {
   void put(const char* bytes, size_t n) { stream.write_len(bytes, n); }
 };
 
+// With a buffer of the C library's size unless one is given.
 struct CFile {
   FILE* file;
-  CFile(const char* path, const char* mode) : file(std::fopen(path, mode)) {}
+  std::vector<char> buffer;
+  CFile(const char* path, const char* mode, size_t buffer_size = 0)
+      : file(std::fopen(path, mode)), buffer(buffer_size) {
+    if (!buffer.empty()) {
+      std::setvbuf(file, buffer.data(), _IOFBF, buffer.size());
+    }
+  }
   ~CFile() { std::fclose(file); }
   CFile(const CFile&) = delete;
   CFile& operator=(const CFile&) = delete;
 };
 
+template <size_t buffer_size>
 struct CWriter : CFile {
-  explicit CWriter(const char* path) : CFile(path, "wb") {}
+  explicit CWriter(const char* path) : CFile(path, "wb", buffer_size) {}
   void put(const char* bytes, size_t n) { std::fwrite(bytes, 1, n, file); }
-};
-
-// With a buffer like ours.
-struct CWriterLike : CWriter {
-  std::vector<char> buffer = std::vector<char>(OutstreamCache::kStageSize);
-  explicit CWriterLike(const char* path) : CWriter(path) {
-    std::setvbuf(file, buffer.data(), _IOFBF, buffer.size());
-  }
-  ~CWriterLike() { std::fflush(file); }
 };
 
 struct UnlockedWriter : CFile {
@@ -113,17 +112,10 @@ struct OurReader {
   }
 };
 
+template <size_t buffer_size>
 struct CReader : CFile {
-  explicit CReader(const char* path) : CFile(path, "rb") {}
+  explicit CReader(const char* path) : CFile(path, "rb", buffer_size) {}
   size_t get(char* bytes, size_t n) { return std::fread(bytes, 1, n, file); }
-};
-
-// With a buffer like ours.
-struct CReaderLike : CReader {
-  std::vector<char> buffer = std::vector<char>(65536);
-  explicit CReaderLike(const char* path) : CReader(path) {
-    std::setvbuf(file, buffer.data(), _IOFBF, buffer.size());
-  }
 };
 
 struct StandardReader {
@@ -234,13 +226,13 @@ static void add_reader(const std::string& contender) {
 
 [[maybe_unused]] static const bool added = [] {
   add_writer<OurWriter>("runenv");
-  add_writer<CWriter>("fwrite");
-  add_writer<CWriterLike>("fwrite, 1 MiB buffer");
+  add_writer<CWriter<0>>("fwrite");
+  add_writer<CWriter<OutstreamCache::kStageSize>>("fwrite, 1 MiB buffer");
   add_writer<UnlockedWriter>("fwrite_unlocked");
   add_writer<StandardWriter>("std::ofstream");
   add_reader<OurReader>("runenv");
-  add_reader<CReader>("fread");
-  add_reader<CReaderLike>("fread, 64 KiB buffer");
+  add_reader<CReader<0>>("fread");
+  add_reader<CReader<65536>>("fread, 64 KiB buffer");
   add_reader<StandardReader>("std::ifstream");
   add_reader<BareReader>("read");
   add("Instream, 100 MiB collected/runenv", kFileSize, [] { return collect_ours(large_file()); });

@@ -13,11 +13,12 @@ run() {
   "$@"
 }
 
+build=build-demo
 say "Building"
-cmake -S . -B build-demo -G Ninja -DBUILD_TESTING=OFF -DRUNENV_BUILD_EXAMPLES=OFF \
+cmake -S . -B "$build" -G Ninja -DBUILD_TESTING=OFF -DRUNENV_BUILD_EXAMPLES=OFF \
   -DRUNENV_BASE_URL=https://localhost >/dev/null
-cmake --build build-demo
-PATH=$(pwd)/build-demo:$PATH
+cmake --build "$build"
+PATH=$(pwd)/$build:$PATH
 server_script=$(pwd)/scripts/local-server.sh
 
 demo=$(mktemp -d "${TMPDIR:-/tmp}/runenv-demo-XXXXXX")
