@@ -13,7 +13,7 @@ run() {
   "$@"
 }
 
-build=build-demo
+build='build-demo'
 say "Building"
 cmake -S . -B "$build" -G Ninja -DBUILD_TESTING=OFF -DRUNENV_BUILD_EXAMPLES=OFF \
   -DRUNENV_BASE_URL=https://localhost >/dev/null
