@@ -31,6 +31,7 @@ static void undo(int signal) {
 }
 
 void undo_on_signals() {
+  std::signal(SIGXFSZ, SIG_IGN);
   static constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
   struct sigaction action {};
   sigemptyset(&action.sa_mask);

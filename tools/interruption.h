@@ -10,7 +10,8 @@
 extern std::atomic<const char*> interrupted_file;  // null: none
 extern std::atomic<pid_t> interrupted_tool;        // 0: none
 
-// From here on, signals that are not ignored already undo what is stored above.
+// From here on, signals that are not ignored already undo what is stored above, and a write beyond
+// the limit on the size of files fails instead of ending the program.
 void undo_on_signals();
 
 // Puts the signals off while it lives, for steps that must not be torn apart. Programs that are

@@ -29,9 +29,9 @@ static void sync(int descriptor, const std::string& path) {
   }
 }
 
-Replacement::Replacement(const std::string& path)
+Replacement::Replacement(const std::string& path, const std::string& made_in)
     : target(path), directory(fs::path_t(path.c_str()).dir_name().cstring()) {
-  temporary = fs::path_t(directory.c_str()).join(".").cstring();
+  temporary = fs::path_t((made_in.empty() ? directory : made_in).c_str()).join(".").cstring();
   temporary += std::string(kProgram) + "#XXXXXX";
   undo_on_signals();
   const SignalsHeld held;
@@ -74,7 +74,7 @@ static bool put_in_place(const char* from, const char* to, bool over_existing) {
   return (over_existing || errno == EINVAL) && std::rename(from, to) == 0;
 }
 
-void Replacement::commit(bool over_existing) {
+bool Replacement::commit(bool over_existing) {
   struct stat old;
   const mode_t mode = stat(target.c_str(), &old) == 0 ? old.st_mode & 0777 : mode_of_new_files();
   if (fchmod(file.get(), mode) != 0) {
@@ -82,16 +82,24 @@ void Replacement::commit(bool over_existing) {
   }
   sync(file.get(), target);
   if (!put_in_place(temporary.c_str(), target.c_str(), over_existing)) {
+    if (errno == EEXIST && !over_existing) {
+      return false;
+    }
     fail_on_system(target);
   }
   interrupted_file = nullptr;
   sync_directory(directory);
+  return true;
 }
 
-void sync_directory(const std::string& path) {
-  const unique_fd descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+unique_fd open_directory(const std::string& path) {
+  unique_fd descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (descriptor.get() < 0) {
     fail_on_system(path);
   }
-  sync(descriptor.get(), path);
+  return descriptor;
+}
+
+void sync_directory(const std::string& path) {
+  sync(open_directory(path).get(), path);
 }

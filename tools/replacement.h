@@ -6,12 +6,13 @@
 
 #include "core/unique_fd.h"
 
-// A new file beside the one whose place it is to take, under a name that begins with "." and holds
-// a "#". Destroyed, or the program ended by a signal, it is gone again unless it took that place.
-// One at a time. What fails throws Error, naming the path.
+// A new file under a name that begins with "." and holds a "#". Destroyed, or the program ended by
+// a signal, it is gone again unless it took its place. One at a time. What fails throws Error,
+// naming the path.
 class Replacement {
  public:
-  explicit Replacement(const std::string& path);
+  // Made beside the file whose place it is to take, or in another directory of that file system.
+  explicit Replacement(const std::string& path, const std::string& made_in = "");
   ~Replacement();
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
@@ -25,9 +26,9 @@ class Replacement {
   void settle();
 
   // Puts the file in its place and stores that on the disk too. It gets the permissions of the file
-  // that was there, or those of any new file. Without `over_existing`, a file that is there by now
-  // is a failure.
-  void commit(bool over_existing);
+  // that was there, or those of any new file. Answers false if, without `over_existing`, there is
+  // a file by now.
+  bool commit(bool over_existing);
 
  private:
   std::string target;
@@ -35,6 +36,9 @@ class Replacement {
   std::string temporary;
   unique_fd file;
 };
+
+// The directory, opened for reading. Throws Error.
+unique_fd open_directory(const std::string& path);
 
 // Stores the entries of a directory on the disk. Throws Error.
 void sync_directory(const std::string& path);

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -96,6 +97,9 @@ static Arguments parse_arguments(int argc, char** argv) {
                                 arguments.keep_latest || arguments.replace)) {
     fail_usage("--latest-only goes with --drop-platforms alone");
   }
+  if (arguments.keep_latest && arguments.drop_platforms) {
+    fail_usage("--drop-platforms says nothing with --keep-latest");
+  }
   if (arguments.platform == nullptr) {
     arguments.platform = "linux-x64";
   }
@@ -129,30 +133,64 @@ static void check_platforms(const ServedItem& item, const std::string& release,
   }
 }
 
-static void publish(int argc, char** argv) {
-  const Arguments arguments = parse_arguments(argc, argv);
+// Packing takes its time: what was seen before is looked at again.
+static void move_pointer(const ServedItem& item, const Arguments& arguments,
+                         const std::optional<std::string>& before) {
   const std::string& release = arguments.release;
-  const ServedItem item(arguments.tree, arguments.item);
-  std::set<std::string> available = item.platforms(release);
+  const unique_fd lock = item.lock();
+  const std::optional<std::string> now = item.latest();
+  if (now != before && now.value_or(release) != release) {
+    throw_failure("the pointer was moved to '" + *now + "' meanwhile");
+  }
+  if (!arguments.drop_platforms) {
+    check_platforms(item, release, item.platforms(release));
+  }
+  item.point_at(release);
+}
+
+[[noreturn]] static void refuse_published(const ServedItem& item, const Arguments& arguments) {
+  fail_on(item.archive_path(arguments.release, arguments.platform),
+          "is published already; --replace replaces it, --latest-only moves the pointer to it");
+}
+
+// Refuses at once what cannot be published.
+static void check(const ServedItem& item, const Arguments& arguments) {
+  std::set<std::string> available = item.platforms(arguments.release);
   if (arguments.latest_only) {
     if (available.empty()) {
-      throw_failure("release '" + release + "' has no archive");
+      throw_failure("release '" + arguments.release + "' has no archive");
     }
   } else {
     check_source(arguments.source);
     if (!available.insert(arguments.platform).second && !arguments.replace) {
-      fail_on(item.archive_path(release, arguments.platform),
-              "is published already; --replace replaces it, --latest-only moves the pointer to it");
+      refuse_published(item, arguments);
     }
   }
   if (!arguments.keep_latest && !arguments.drop_platforms) {
-    check_platforms(item, release, available);
+    check_platforms(item, arguments.release, available);
   }
-  if (!arguments.latest_only) {
-    item.put_archive(release, arguments.platform, arguments.source, arguments.replace);
+}
+
+static void publish(int argc, char** argv) {
+  const Arguments arguments = parse_arguments(argc, argv);
+  const ServedItem item(arguments.tree, arguments.item);
+  const std::optional<std::string> before = item.latest();
+  check(item, arguments);
+  if (!arguments.latest_only && !item.put_archive(arguments.release, arguments.platform,
+                                                  arguments.source, arguments.replace)) {
+    refuse_published(item, arguments);
   }
-  if (!arguments.keep_latest) {
-    item.point_at(release);
+  if (arguments.keep_latest) {
+    return;
+  }
+  try {
+    move_pointer(item, arguments, before);
+  } catch (const Error& error) {
+    if (arguments.latest_only) {
+      throw;
+    }
+    throw_failure(std::string(error.message) +
+                  "; the archive is in place: --latest-only moves the pointer");
   }
 }
 

@@ -1,10 +1,12 @@
 #include "tools/served_item.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
@@ -27,44 +29,37 @@ static std::string joined(const std::string& directory, const std::string& name)
   return fs::path_t(directory.c_str()).join(name.c_str()).cstring();
 }
 
-// The directories that were made for an archive. Unless told to stay they go again, save those that
-// something else has come into.
-class NewDirectories {
- public:
-  NewDirectories() = default;
-  NewDirectories(const NewDirectories&) = delete;
-  NewDirectories& operator=(const NewDirectories&) = delete;
-  ~NewDirectories() {
-    for (; !made.empty(); made.pop_back()) {
-      rmdir(made.back().c_str());
+// Makes what is missing on the way that `names` lead from `path`.
+static void make_directories(std::string path, const std::vector<std::string>& names) {
+  for (const std::string& name : names) {
+    const std::string parent = path;
+    path = joined(path, name);
+    if (mkdir(path.c_str(), 0777) == 0) {
+      sync_directory(parent);
+    } else if (errno != EEXIST) {
+      fail_on(path, std::strerror(errno));
     }
   }
+}
 
-  // Makes what is missing on the way that `names` lead from `path`.
-  void make(std::string path, const std::vector<std::string>& names) {
-    for (const std::string& name : names) {
-      const std::string parent = path;
-      path = joined(path, name);
-      if (mkdir(path.c_str(), 0777) == 0) {
-        made.push_back(path);
-        sync_directory(parent);
-      } else if (errno != EEXIST) {
-        fail_on(path, std::strerror(errno));
-      }
+// The last directory on that way that is there already.
+static std::string existing_directory(std::string path, const std::vector<std::string>& names) {
+  std::string result = path;
+  for (const std::string& name : names) {
+    path = joined(path, name);
+    if (fs::path_t(path.c_str()).is_directory()) {
+      result = path;
     }
   }
-
-  void stay() { made.clear(); }
-
- private:
-  std::vector<std::string> made;
-};
+  return result;
+}
 
 // Runs tar from and to files; throws Error "subject: problem (what became of tar)" if it fails.
 static void run_tar(const std::vector<const char*>& argv, const char* in, const char* out,
                     const std::string& subject, const std::string& problem) {
   using namespace ChildProcess;
   process_t* tar;
+  unsetenv("TAR_OPTIONS");  // an archive is what its files make it
   try {
     const SignalsHeld held;
     tar = create_child(argv.data(), {REDIRECT_FILE, in}, {REDIRECT_FILE, out},
@@ -90,10 +85,11 @@ static void pack(const std::string& directory, const char* archive) {
           kNothing, archive, directory, "could not be packed");
 }
 
-// Reads the archive to its end, which has gzip compare its checksum too.
+// Reads the archive to its end, which has gzip compare its checksum too. The pattern has tar fail
+// where nothing matches it: to tar an empty file is an archive.
 static void check_archive(const char* archive, const std::string& source) {
-  run_tar({"tar", "-t", "-z", "-f", "-", nullptr}, archive, kNothing, source,
-          "is not a .tar.gz archive that tar can read");
+  run_tar({"tar", "-t", "-z", "-f", "-", "--wildcards", "*", nullptr}, archive, kNothing, source,
+          "is not a .tar.gz archive with files that tar can read");
 }
 
 struct FileCloser {
@@ -163,7 +159,13 @@ std::string ServedItem::archive_path(const std::string& release,
 
 std::set<std::string> ServedItem::platforms(const std::string& release) const {
   std::set<std::string> result;
-  for (fs::iterator_t entry(path(release).c_str(), true); entry.has_item(); entry.move_next()) {
+  const std::string directory = path(release);
+  // The iterator takes one that may not be read, or by the "." not be entered, for an empty one.
+  const unique_fd descriptor(open((directory + "/.").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (descriptor.get() < 0 && errno != ENOENT) {
+    fail_on(directory, std::strerror(errno));
+  }
+  for (fs::iterator_t entry(directory.c_str(), true); entry.has_item(); entry.move_next()) {
     std::string name = entry.get_name();
     if (name.ends_with(kArchiveExtension) && entry.get_path().is_regular_file()) {
       name.resize(name.size() - std::strlen(kArchiveExtension));
@@ -181,13 +183,11 @@ std::optional<std::string> ServedItem::latest() const {
   return first_line(pointer.c_str());
 }
 
-void ServedItem::put_archive(const std::string& release, const std::string& platform,
+bool ServedItem::put_archive(const std::string& release, const std::string& platform,
                              const std::string& source, bool replace) const {
-  std::vector<std::string> directory = names;
-  directory.push_back(release);
-  NewDirectories directories;
-  directories.make(tree, directory);
-  Replacement archive(archive_path(release, platform));
+  std::vector<std::string> way = names;
+  way.push_back(release);
+  Replacement archive(archive_path(release, platform), existing_directory(tree, way));
   if (fs::path_t(source.c_str()).is_directory()) {
     pack(source, archive.temporary_path());
     archive.settle();
@@ -195,8 +195,17 @@ void ServedItem::put_archive(const std::string& release, const std::string& plat
     copy(source, &archive);
   }
   check_archive(archive.temporary_path(), source);
-  archive.commit(replace);
-  directories.stay();
+  make_directories(tree, way);  // not before: whatever fails so far leaves none of them
+  return archive.commit(replace);
+}
+
+// Some network file systems cannot lock a directory: there the others are merely unlikely to come
+// between.
+unique_fd ServedItem::lock() const {
+  unique_fd descriptor = open_directory(path(""));
+  while (flock(descriptor.get(), LOCK_EX) != 0 && errno == EINTR) {
+  }
+  return descriptor;
 }
 
 void ServedItem::point_at(const std::string& release) const {

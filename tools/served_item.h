@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "core/unique_fd.h"
+
 class ServedItem {
  public:
   // The item that `names` lead to from the directory `tree`, which must exist; the item need not.
@@ -15,7 +17,7 @@ class ServedItem {
 
   std::string archive_path(const std::string& release, const std::string& platform) const;
 
-  // The platforms that the release has an archive for.
+  // The platforms that the release has an archive for. Throws Error.
   std::set<std::string> platforms(const std::string& release) const;
 
   // The release that the pointer names, in the way the bootstrapper reads it; none without pointer.
@@ -23,9 +25,14 @@ class ServedItem {
 
   // Puts the archive of a release into its place, made from the directory `source` or copied from
   // the archive `source`, once it is complete, stored and found to be good. Throws Error, and
-  // leaves things as they were, when any of that fails or, without `replace`, when there is one.
-  void put_archive(const std::string& release, const std::string& platform,
+  // leaves things as they were, when any of that fails. Answers false, and does so too, if, without
+  // `replace`, there is one by now.
+  bool put_archive(const std::string& release, const std::string& platform,
                    const std::string& source, bool replace) const;
+
+  // Has other publishers of the item wait until it is closed, for looking at the pointer and moving
+  // it. Throws Error.
+  unique_fd lock() const;
 
   // Lets the pointer name the release: a reader finds the old pointer or the new one. Throws Error.
   void point_at(const std::string& release) const;
