@@ -11,7 +11,10 @@ sources=$(git ls-files '*.cpp' '*.h' '*.c')
 # shellcheck disable=SC2086 # a list of files
 clang-format --dry-run --Werror $sources
 git ls-files '*.sh' .ci/run scripts/completions/bash | xargs shellcheck -x
-git ls-files '*.1' | xargs mandoc -T lint -W warning
+if git ls-files '*.1' | xargs mandoc -T lint 2>&1 |
+  grep -v -e 'referenced manual not found' -e 'outdated mandoc.db'; then # not installed here
+  exit 1
+fi
 cppcheck --quiet --error-exitcode=1 --enable=warning,performance,portability --inline-suppr \
   --std=c++20 --language=c++ -I . app core fs process runtime schema socket stream tools examples
 
