@@ -25,7 +25,8 @@ function __runenv_publish_published
     test "$operands[2]" = system-type; and set last 4
     test (count $operands) -ge 2 -a (count $operands) -le $last; or return
     set -l kind (string replace system-type system-types -- $operands[2])
-    for directory in (string join -- / $operands[1] 2 runenv $kind $operands[3..])/*/
+    set -l tree (string replace -r '^~/' $HOME/ -- $operands[1])
+    for directory in (string join -- / $tree 2 runenv $kind $operands[3..])/*/
         string replace -r '.*/([^/]+)/$' '$1' -- $directory
     end
 end
