@@ -7,12 +7,11 @@
 #include "core/string.h"
 #include "fs/file_interface.h"
 #include "runtime/runtime_core.h"
+#include "schema/layout.h"
 #include "schema/update.h"
 #include "schema/version_info.h"
 #include "schema/version_info_bin.h"
 
-static constexpr char kTreeRoot[] = "2";
-static constexpr char kDefaultPlatform[] = "linux-x64";
 static constexpr char kDefaultTempCache[] = ".update";
 
 // What loading makes. All of it lives until the process ends, save the latter two after a success;
@@ -50,8 +49,9 @@ void entry_point(const char*, const image___update___root_t* command_line) {
   String tree_root;
   String platform;
   base_url.copy_from(RUNENV_BASE_URL);
-  tree_root.copy_from(kTreeRoot);
-  platform.copy_from(command_line->target.present ? command_line->target.value : kDefaultPlatform);
+  tree_root.copy_from(Layout::kTreeRoot);
+  platform.copy_from(command_line->target.present ? command_line->target.value
+                                                  : Layout::kDefaultPlatform);
 
   load_versions(command_line->version_info.value);
 

@@ -15,11 +15,9 @@
 #include "fs/path.h"
 #include "process/child_process.h"
 #include "runtime/runtime_core.h"
+#include "schema/layout.h"
 #include "stream/instream.h"
 #include "stream/outstream.h"
-
-static constexpr char kLatest[] = "latest";
-static constexpr char kArchiveExtension[] = ".tar.gz";
 
 static fs::path_t joined(fs::path_t directory, const char* name) {
   return directory.join(name);
@@ -85,12 +83,12 @@ void update_package(const update_settings_t* settings, const char* base_url, con
                     const char* local, const char* platform) {
   fs::path_t cache(settings->temp_cache);
   const fs::path_t local_directory(local);
-  const fs::path_t local_pointer = joined(local_directory, kLatest);
+  const fs::path_t local_pointer = joined(local_directory, Layout::kLatest);
 
   const int lock = settings->lock_latest ? lock_pointer(local_directory, local_pointer) : -1;
 
-  download_file(base_url, remote, cache.cstring(), kLatest);
-  fs::path_t downloaded_pointer = joined(cache, kLatest);
+  download_file(base_url, remote, cache.cstring(), Layout::kLatest);
+  fs::path_t downloaded_pointer = joined(cache, Layout::kLatest);
   if (!downloaded_pointer.exists()) {
     throw_failure("latest pointer could not be downloaded");
   }
@@ -105,10 +103,10 @@ void update_package(const update_settings_t* settings, const char* base_url, con
   }
   Runtime.log(current == nullptr ? "- %s\n" : "- %s [updating]\n", remote);
 
-  const std::string archive_name = std::string(platform) + kArchiveExtension;
+  const std::string archive_name = std::string(platform) + Layout::kArchiveExtension;
   download_file(base_url, joined(remote, wanted.get()).cstring(), cache.cstring(),
                 archive_name.c_str());
-  fs::path_t archive = fs::path_t(cache).join_ext(platform, kArchiveExtension);
+  fs::path_t archive = fs::path_t(cache).join_ext(platform, Layout::kArchiveExtension);
   if (!archive.exists()) {
     throw_failure("archive could not be downloaded");
   }

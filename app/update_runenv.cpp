@@ -1,23 +1,22 @@
 #include "app/update_runenv.h"
 
 #include "fs/path.h"
-
-static constexpr char kEnvironment[] = "runenv";
+#include "schema/layout.h"
 
 using system_type_t = image___version_info___root___system_types_t;
 
 static fs::path_t platform_directory(fs::path_t root, const char* version) {
-  return root.join("platform").join(version);
+  return root.join(Layout::kPlatform).join(version);
 }
 
 static fs::path_t system_type_directory(fs::path_t root, const system_type_t* type) {
-  return root.join("system-types").join(type->key).join(type->version);
+  return root.join(Layout::kSystemTypes).join(type->key).join(type->version);
 }
 
 void update_runenv(const update_settings_t* settings, const char* base_url, const char* tree_root,
                    const image___version_info___root_t* versions, const char* platform) {
-  const fs::path_t remote_root = fs::path_t(tree_root).join(kEnvironment);
-  const fs::path_t local_root(kEnvironment);
+  const fs::path_t remote_root = fs::path_t(tree_root).join(Layout::kEnvironment);
+  const fs::path_t local_root(Layout::kEnvironment);
   if (settings->with_platform) {
     const char* const version = versions->platform_version;
     update_package(settings, base_url, platform_directory(remote_root, version).cstring(),

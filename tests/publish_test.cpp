@@ -169,7 +169,7 @@ TEST_F(PublishTest, WhatAnotherPublisherDoesMeanwhileCounts) {
     EXPECT_EQ(latest(), row.latest);
   }
   EXPECT_EQ(run("cd " + kItem +
-                "; exec 9<.; flock 9; runenv-publish ../../../.. platform 5 r2"
+                "; exec 9<.; flock -s 9; runenv-publish ../../../.. platform 5 r2"
                 " --latest-only --drop-platforms 9<&- &"
                 " sleep 0.2; cat latest; exec 9<&-; wait; cat latest")
                 .out,

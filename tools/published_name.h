@@ -1,11 +1,7 @@
 // The names of items, releases and platforms, which become parts of paths and of URLs.
 #pragma once
 
-#include <cstddef>
 #include <string>
-
-static constexpr char kLatest[] = "latest";
-static constexpr char kArchiveExtension[] = ".tar.gz";
 
 // Throws Error unless every reader takes `name` for what it is: one path component that also stands
 // for itself in what curl and tar are given. `what` says in the message what it names; `appended`

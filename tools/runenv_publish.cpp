@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "core/error.h"
-#include "fs/path.h"
+#include "schema/layout.h"
 #include "tools/command_line.h"
 #include "tools/published_name.h"
 #include "tools/served_item.h"
@@ -66,7 +66,8 @@ static void take_operands(const std::vector<const char*>& words, Arguments* argu
                            : "system-type takes a name, a version and a release");
   }
   arguments->tree = words[0];
-  arguments->item = {"2", "runenv", is_platform ? "platform" : "system-types"};
+  arguments->item = {Layout::kTreeRoot, Layout::kEnvironment,
+                     is_platform ? Layout::kPlatform : Layout::kSystemTypes};
   arguments->item.insert(arguments->item.end(), words.begin() + 2, words.end() - 1);
   arguments->release = words.back();
   if (!is_platform) {
@@ -74,7 +75,7 @@ static void take_operands(const std::vector<const char*>& words, Arguments* argu
   }
   check_name("version", *(words.end() - 2));
   check_name("release", arguments->release);
-  if (arguments->release == kLatest) {
+  if (arguments->release == Layout::kLatest) {
     throw_failure("release 'latest' would stand where the pointer does");
   }
 }
@@ -101,9 +102,9 @@ static Arguments parse_arguments(int argc, char** argv) {
     fail_usage("--drop-platforms says nothing with --keep-latest");
   }
   if (arguments.platform == nullptr) {
-    arguments.platform = "linux-x64";
+    arguments.platform = Layout::kDefaultPlatform;
   }
-  check_name("platform", arguments.platform, kArchiveExtension);
+  check_name("platform", arguments.platform, Layout::kArchiveExtension);
   return arguments;
 }
 

@@ -17,6 +17,7 @@
 #include "fs/iterator.h"
 #include "fs/path.h"
 #include "process/child_process.h"
+#include "schema/layout.h"
 #include "stream/instream.h"
 #include "tools/command_line.h"
 #include "tools/interruption.h"
@@ -154,7 +155,7 @@ std::string ServedItem::path(const std::string& name) const {
 
 std::string ServedItem::archive_path(const std::string& release,
                                      const std::string& platform) const {
-  return joined(path(release), platform + kArchiveExtension);
+  return joined(path(release), platform + Layout::kArchiveExtension);
 }
 
 std::set<std::string> ServedItem::platforms(const std::string& release) const {
@@ -167,8 +168,8 @@ std::set<std::string> ServedItem::platforms(const std::string& release) const {
   }
   for (fs::iterator_t entry(directory.c_str(), true); entry.has_item(); entry.move_next()) {
     std::string name = entry.get_name();
-    if (name.ends_with(kArchiveExtension) && entry.get_path().is_regular_file()) {
-      name.resize(name.size() - std::strlen(kArchiveExtension));
+    if (name.ends_with(Layout::kArchiveExtension) && entry.get_path().is_regular_file()) {
+      name.resize(name.size() - std::strlen(Layout::kArchiveExtension));
       result.insert(name);
     }
   }
@@ -176,7 +177,7 @@ std::set<std::string> ServedItem::platforms(const std::string& release) const {
 }
 
 std::optional<std::string> ServedItem::latest() const {
-  const std::string pointer = path(kLatest);
+  const std::string pointer = path(Layout::kLatest);
   if (!fs::path_t(pointer.c_str()).exists()) {
     return std::nullopt;
   }
@@ -209,12 +210,12 @@ unique_fd ServedItem::lock() const {
 }
 
 void ServedItem::point_at(const std::string& release) const {
-  Replacement pointer(path(kLatest));
+  Replacement pointer(path(Layout::kLatest));
   const std::string line = release + "\n";
   pointer.write(line.data(), line.size());
   pointer.settle();
   if (first_line(pointer.temporary_path()) != release) {
-    fail_on(path(kLatest), "reads differently from what was written");
+    fail_on(path(Layout::kLatest), "reads differently from what was written");
   }
   pointer.commit(true);
 }
