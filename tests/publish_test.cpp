@@ -187,9 +187,9 @@ TEST_F(PublishTest, InterruptedItLeavesTheTreeAsItWas) {
     kill(publisher.child->pid, signal);
     EXPECT_EQ(finish(publisher).status, -signal);
     if (signal == SIGKILL) kill(tool, SIGTERM);
-    const std::string command_line = "/proc/" + std::to_string(tool) + "/cmdline";
-    for (int i = 0; i < 1000 && read_file(command_line) != ""; ++i) usleep(1000);
-    EXPECT_EQ(read_file(command_line), "");
+    const std::string executable = "/proc/" + std::to_string(tool) + "/exe";
+    for (int i = 0; i < 1000 && files::exists(executable); ++i) usleep(1000);
+    EXPECT_FALSE(files::exists(executable));
     EXPECT_EQ(latest(), "r1\n");
     EXPECT_EQ(tree() == before, signal != SIGKILL) << tree();
     run("rm begun bin/tar");
