@@ -55,7 +55,7 @@ expect 'folder/' runenv-bootstrap --temp-cache f
 expect 'document' runenv-versions show d
 expect 'document' runenv-versions compose -o d
 HOME=$scratch expect 'linker' runenv-publish --replace '~/tree' system-type l
-expect 'folder/' runenv-publish f
+shells=bash expect 'folder/' runenv-publish tree --from=f
 expect 'platform' runenv-publish tree p
 expect '0.9' runenv-publish tree --from folder system-type linker 0
 expect 'build-3' runenv-publish tree system-type linker 0.9 b
