@@ -12,12 +12,19 @@ if(CPACK_INSTALLED_DIRECTORIES)
     endforeach()
   endif()
 elseif(CPACK_GENERATOR STREQUAL DEB)
-  # Debian's ways: compressed manual pages, and zsh completions where its zsh looks.
+  # Debian's ways: compressed manual pages, a changelog in its own form, and zsh completions where its
+  # zsh looks.
   set(share "${CPACK_TEMPORARY_DIRECTORY}/runtime/usr/share")
+  string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+  set(changelogs "${share}/doc/runenv/changelog"
+                 "${CPACK_TEMPORARY_DIRECTORY}/development/usr/share/doc/runenv-dev/changelog")
+  foreach(changelog ${changelogs})
+    file(WRITE "${changelog}" "runenv (${CPACK_PACKAGE_VERSION}) unstable; urgency=medium\n\n"
+         "  * What changed is told in /usr/share/doc/runenv/CHANGELOG.md.\n\n"
+         " -- ${CPACK_PACKAGE_CONTACT}  ${date}\n")
+  endforeach()
   file(GLOB pages "${share}/man/man1/*.1")
-  if(pages)
-    execute_process(COMMAND gzip -9n ${pages} COMMAND_ERROR_IS_FATAL ANY)
-  endif()
+  execute_process(COMMAND gzip -9nf ${pages} ${changelogs} COMMAND_ERROR_IS_FATAL ANY)
   if(EXISTS "${share}/zsh/site-functions")
     file(RENAME "${share}/zsh/site-functions" "${share}/zsh/vendor-completions")
   endif()
