@@ -3,12 +3,16 @@
 #
 #   sh               A block is run in a directory of its document's own, with the built programs on
 #                    the search path and a distribution server that has what the documents speak of.
-#                    Lines that begin with cmake, cpack, scripts/ or .ci/run are not run again: CI must.
+#                    So are the examples of the manual pages. Lines with scripts/ must be in .ci/run,
+#                    those with cmake and cpack are run by install_test.sh, and those that change
+#                    the system are held against what --help tells.
 #   text             What the sh block before it prints, to the byte.
 #   hex              The bytes of the text before it, with remarks from column 41 on.
 #   cpp              A whole example program.
 #   nginx ini cron   A file, named in the first line. The server runs as nginx's says, and a client
 #                    as the others say.
+#   cmake make       In embedding.md, run by install_test.sh.
+#   (none)           Not run; if it begins with a program, it is the usage that --help prints.
 # shellcheck disable=SC2016,SC2086 # "$" for others to expand; words in $documents
 set -eu
 source=$(cd "$1" && pwd)
@@ -18,7 +22,7 @@ trap '"$source/scripts/local-server.sh" stop "$scratch/server"; rm -rf "$scratch
 mkdir "$scratch/server" "$scratch/tmp" "$scratch/content"
 export HOME="$scratch" PATH="$build:$PATH:/usr/sbin" CURL_HOME="$scratch/server/curl"
 cd "$source"
-documents=$(ls README.md CONTRIBUTING.md docs/*.md)
+documents=$(ls README.md CONTRIBUTING.md docs/*.md docs/man/*.1)
 
 fail() {
   echo "failed: $*" >&2
@@ -35,11 +39,12 @@ places="s#\([ =':]\)/tmp/#\1$scratch/tmp/#g; s|\b7007\b|$((33000 + $$ % 20000))|
 # The blocks of a document, in their order, as NUMBER.KIND in a directory of its name.
 for document in $documents; do
   mkdir -p "$scratch/blocks/$document"
-  awk -v directory="$scratch/blocks/$document" '
+  sed 's/^\.Dl \(.*\)/```sh\n\1\n```/; s/^\.Bd.*/```sh/; s/^\.Ed/```/' "$document" |
+    awk -v directory="$scratch/blocks/$document" '
     /^```/ && file == "" { file = sprintf("%s/%03d.%s", directory, ++n, substr($1, 4)); printf "" >file; next }
     /^```/ { close(file); file = ""; next }
-    file != "" { print >file }' "$document"
-  { grep -oE '\]\([A-Za-z0-9_./-]+\)' "$document" || :; } | tr -d '])(' | while read -r link; do
+    file != "" { print >file }'
+  grep -oE '\]\([A-Za-z0-9_./-]+\)' "$document" | tr -d '])(' | while read -r link; do
     [ -e "$(dirname "$document")/$link" ] || fail "$document: no $link"
   done
 done
@@ -50,22 +55,19 @@ for file in "$scratch"/blocks/docs/*/*.nginx "$scratch"/blocks/docs/*/*.ini "$sc
 done
 
 # The server, as its document says.
+publish() { # TEXT ITEM...
+  echo "$1" >"$scratch/content/README"
+  shift
+  runenv-publish "$scratch/server/www" "$@" --from "$scratch/content"
+}
 fill_server() {
   rm -rf "$scratch/server/www/2"
-  while read -r item release text; do
-    item=$scratch/server/www/2/runenv/$item
-    mkdir -p "$item/$release"
-    echo "$text" >"$scratch/content/README"
-    tar -C "$scratch/content" -czf "$item/$release/linux-x64.tar.gz" README
-    echo "$release" >"$item/latest"
-  done <<END
-platform/5 release-1 the platform, release 1
-system-types/compiler/1.4 build-7 the compiler, build 7
-system-types/linker/0.9 build-3 the linker, build 3
-END
+  publish 'the platform, release 1' platform 5 release-1
+  publish 'the compiler, build 7' system-type compiler 1.4 build-7
+  publish 'the linker, build 3' system-type linker 0.9 build-3
 }
-fill_server
 scripts/local-server.sh start "$scratch/server"
+fill_server
 address=$(sed -n 's/.*listen \(.*\) ssl;/\1/p' "$scratch/server/nginx.conf")
 sed -i "/\[::\]/d; s/listen 443/listen $address/" "$root/etc/nginx/conf.d/runenv.conf"
 sed -i '/^  server {/,$d' "$scratch/server/nginx.conf"
@@ -77,33 +79,23 @@ for _ in $(seq 100); do
   sleep 0.05
 done
 
-# in_ci LINE: some line that CI runs has all words of each command in LINE.
-sed -e ':a' -e '/\\$/N; s/\\\n//; ta' -e 's/\$build/build/g; s/"//g' .ci/run scripts/test.sh tests/*_test.sh >"$scratch/ci"
-in_ci() {
-  echo "$1" | sed 's/ *#.*//; s/ *\[.*\]//g; s/ && /\n/g' | while read -r command; do
-    [ "$command" = .ci/run ] || words=$(printf '%s\n' $command) awk '
-      BEGIN { n = split(ENVIRON["words"], words, "\n") }
-      { for (i = 1; i <= n && index(" " $0 " ", " " words[i] " "); ++i); if (i > n) found = 1 }
-      END { exit !found }' "$scratch/ci" || fail "CI does not run: $command"
-  done
-}
+# What is not run, see above.
+system='^\(useradd\|install\|systemctl\|journalctl\) '
+elsewhere="$system\|^c\(make\|pack\) \|^\.ci/run\|scripts/"
 
 run_block() {
-  { grep -E '^(cmake|cpack|scripts/|\.ci/run)' "$1" || :; } | while read -r line; do in_ci "$line"; done
-  {
-    echo 'trap "kill \${!-} 2>/dev/null || :" EXIT'
-    # A server in the background is waited for by its socket.
-    sed -e "/^\(cmake\|cpack\|scripts\/\|\.ci\/run\)/d; $places" \
-      -e 's/^.* \([^ ]*\.sock\) .*&$/&\nfor _ in $(seq 500); do [ -S \1 ] \&\& break; sleep 0.02; done; sleep 0.1/' "$1"
-  } >"$scratch/script"
-  sh -eu "$scratch/script" >"$scratch/output" 2>&1 || fail "$(cat "$1" "$scratch/output")"
-}
-
-is_example() {
-  for program in "$source"/examples/*.cpp; do
-    ! cmp -s "$1" "$program" || return 0
+  sed -n 's/ *#.*//; /scripts\//p' "$1" | while read -r line; do
+    grep -qwFe "$line" "$source/.ci/run" || fail "CI does not run: $line"
   done
-  return 1
+  sed -n "s/ *#.*//; /$system/p" "$1" | while read -r program words; do
+    for word in $(echo "$words" | tr ' ' '\n' | grep -v runenv); do
+      ! command -v "$program" >"$scratch/output" || "$program" --help | grep -qwFe "$word" ||
+        fail "$program does not know $word"
+    done
+  done
+  sed "\,$elsewhere,d; $places" "$1" >"$scratch/script"
+  sh -euc 'trap "kill \${!-} 2>&- || :" EXIT; . "$0"' "$scratch/script" >"$scratch/output" 2>&1 ||
+    fail "$(cat "$1" "$scratch/output")"
 }
 
 for document in $documents; do
@@ -112,24 +104,34 @@ for document in $documents; do
   mkdir -p "$scratch/work/$document"
   cd "$scratch/work/$document"
   ln -s "$build" build
+  case $document in *.1) # has no words for what its examples begin with
+    mkdir out x64 arm64 && tar -czf linker.tar.gz out && runenv-versions compose -o versions.bin 5 ;;
+  esac
   for block in "$scratch/blocks/$document"/*; do
     case $block in
       *.sh) run_block "$block" ;;
       *.text) sed "$places" "$block" | diff - "$scratch/output" || fail "what $document prints" ;;
       *.hex) [ "$(cut -c1-40 "$block" | tr -d ' \n')" = "$(tr -d ' \n' <"$scratch/output")" ] ||
         fail "the bytes in $document" ;;
-      *.cpp) is_example "$block" || fail "$document has a program that is no example" ;;
+      *.cpp) md5sum "$source"/examples/*.cpp | grep -q "$(md5sum <"$block" | cut -c1-32)" ||
+        fail "$document has a program that is no example" ;;
+      *.) [ "$(cut -d - -f 1 "$block")" != runenv ] || runenv-bootstrap --help 2>&1 |
+        grep -qFe "$(cut -d ' ' -f 2- "$block")" || fail "the usage in $document" ;;
+      *.nginx | *.ini | *.cron | */embedding.md/*make | */'*') ;;
+      *) fail "$document has a block of a kind that nobody knows: ${block##*.}" ;;
     esac
   done
 done
 cd "$source"
 
-# The tables of commands: what is not left to people is run by CI.
-grep -hE '^[|] `([A-Z_]+=[^ ]+ )*(scripts/|\.ci/|build/)' $documents | while IFS='|' read -r _ cell rest; do
-  command=$(echo "$cell" | tr -d '`')
-  program=$(echo "$command" | tr ' ' '\n' | grep -m 1 /)
-  [ -x "$program" ] || [ -x "$build/${program#build/}" ] || fail "there is no $program"
-  case $rest in *"by hand"*) ;; *) in_ci "$command" ;; esac
+# Files, options and variables that the documents speak of are there.
+grep -ohE '`[a-z.]+/[a-z0-9_./-]+[` ]' $documents | tr -d '` ' | while read -r path; do
+  [ ! -d "${path%%/*}" ] || [ -e "$path" ] || [ -e "$build/${path#build/}" ] || fail "no $path"
+done
+{ env --help && cat CMakeLists.txt cmake/* scripts/*.sh app/* schema/* tools/* tests/*.*; } >"$scratch/known"
+grep -ohE '`[^`]*`|Fl -[a-z-]+|RUNENV_[A-Z_]+' $documents | sed 's/Fl -/--/' |
+  grep -oE -e '--[a-z][a-z-]+|RUNENV_[A-Z_]+' | sort -u | while read -r word; do
+  grep -qwFe "$word" "$scratch/known" || fail "nobody knows $word"
 done
 
 # A machine, as the units and the cron line say, with curl's settings.
