@@ -15,9 +15,7 @@ using Entries = std::vector<const entry_t*>;
 // Notes the entries in pre-order, in-order and post-order, and counts the black ones on every way
 // down: equally many on all of them, and no red one below a red.
 static int look_at(const entry_t* entry, bool below_red, Entries (&orders)[3]) {
-  if (entry == nullptr) {
-    return 0;
-  }
+  if (entry == nullptr) return 0;
   const bool red = entry->colour != 0;
   REQUIRE(!(red && below_red));
   orders[0].push_back(entry);
@@ -58,8 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const size_t known = model.count(key);
     entry_t* const found = DOCUMENT(root___system_types_t___find_f)(root, key.c_str());
     REQUIRE(found == nullptr ? known == 0 : found->key == key);
-    entry_t* added = nullptr;
-    entry_t* removed = nullptr;
+    entry_t *added = nullptr, *removed = nullptr;
     if (decision % 8 == 0 && !model.empty()) {  // any entry, also one of several with the same key
       removed = std::next(model.begin(), decision / 8 % static_cast<int>(model.size()))->second;
       REQUIRE(SET(is_member)(*top, removed) == 1);
@@ -83,9 +80,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                                                                        key.c_str());
       REQUIRE((added != nullptr) == (known == 0));
     }
-    if (decision % 8 < 4) {
-      place = {};
-    }
+    if (decision % 8 < 4) place = {};
     if (removed != nullptr) {
       const auto same = [&](const auto& pair) { return pair.second == removed; };
       model.erase(std::find_if(model.begin(), model.end(), same));

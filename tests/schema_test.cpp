@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/buffer.h"
+#include "core/c_string.h"
 #include "schema/version_info.h"
 #include "schema/version_info_bin.h"
 
@@ -89,7 +90,6 @@ static std::string text(const std::string& bytes) {
   return number(bytes.size()) + bytes;
 }
 
-// What is accepted and refused, and why, is held against a model under fuzz/.
 TEST(VersionInfoBin, TailReaderLeavesWhatFollows) {
   const std::string good = kFingerprint + text("2.0") + number(2) + text("beta") + text("0.9") +
                            text("alpha") + text("1.4");
@@ -101,6 +101,27 @@ TEST(VersionInfoBin, TailReaderLeavesWhatFollows) {
   EXPECT_EQ(document.read(good), "reassigning property: platform_version");
   ROOT(system_types___iwrite_unlink_entry)(document.pages, document.root, "missing");
   EXPECT_EQ(document.root->system_types_count, 1U);  // kept as it is
+}
+
+TEST(VersionInfoBin, WhatIsCutOrWrongIsRefusedWithItsReason) {
+  const std::string longer =
+      kFingerprint + text("2.0") + number(1) + text("beta") + text("0.9") + "x";
+  const std::pair<size_t, const char*> kReasons[] = {{63, "insufficient bytes to read fingerprint"},
+                                                     {67, "insufficient bytes to read uint32"},
+                                                     {70, "insufficient data to read text"},
+                                                     {78, "insufficient bytes to read uint32"},
+                                                     {82, "insufficient bytes to read entry key"},
+                                                     {86, "insufficient bytes to read uint32"},
+                                                     {89, "insufficient data to read text"},
+                                                     {90, ""},
+                                                     {91, "trailing bytes"}};
+  size_t length = 0;
+  for (const auto& [last, reason] : kReasons) {
+    for (; length <= last; ++length) EXPECT_EQ(Document().read(longer.substr(0, length)), reason);
+  }
+  EXPECT_EQ(Document().read(std::string(64, 'd')), "fingerprint mismatch in binary data");
+  const std::string once = text("a") + text("1"), again = text({"a\0b", 3}) + text("2");
+  EXPECT_EQ(Document().read(kFingerprint + text("") + number(2) + once + again), "duplicate key");
 }
 
 TEST(VersionInfoBin, ClaimedLengthsAreNotTouched) {
@@ -116,9 +137,8 @@ TEST(VersionInfoBin, ClaimedLengthsAreNotTouched) {
   EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 1 << 20);
 }
 
-// That what is written reads the same is held under fuzz/.
 TEST(VersionInfoBin, WritesWhatIsThere) {
-  Document document;
+  Document document, large;
   auto [pages, root] = std::pair(document.pages, document.root);
   Buffer bytes(0);
   ASSERT_EQ(DOCUMENT(write_bin_f)(root, &bytes), 0);
@@ -134,5 +154,8 @@ TEST(VersionInfoBin, WritesWhatIsThere) {
   entry->version_len = uint64_t{UINT32_MAX} + 1;
   EXPECT_EQ(DOCUMENT(write_bin_f)(root, &bytes), -1);
   EXPECT_STREQ(root->error, "text too long for binary data");
-  EXPECT_EQ(std::string(bytes.array, bytes.size), expected);
+  const std::string long_text = kFingerprint + text(std::string(0x10203, 'l')) + number(0);
+  EXPECT_EQ(large.read(long_text), "");
+  EXPECT_EQ(DOCUMENT(write_bin_f)(large.root, &bytes), 0);
+  EXPECT_TRUE(std::string(bytes.array, bytes.size) == expected + long_text);
 }

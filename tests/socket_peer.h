@@ -1,27 +1,21 @@
 // What the socket tests share: the layer's side of a conversation, and raw sockets for the other.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/un.h>
 
 #include <chrono>
-#include <filesystem>
 #include <memory>
 
 #include "core/unique_fd.h"
 #include "runtime/runtime_core.h"
 #include "socket/socket_async.h"
+#include "tests/files.h"
 
 using namespace std::string_literals;
 using SocketASync::Connection;
 using Messages = std::vector<std::string>;
 using Clock = std::chrono::steady_clock;
-
-inline size_t open_descriptors() {
-  const std::filesystem::directory_iterator listing("/proc/self/fd");
-  return static_cast<size_t>(std::distance(begin(listing), end(listing)));
-}
 
 // Runs the loop until `done`, at most ten seconds.
 inline bool poll_until(const auto& done) {
@@ -46,7 +40,7 @@ inline sockaddr_un unix_address(const std::string& path) {
 struct Peer {
   explicit Peer(uint16_t port)
       : Peer(sockaddr_in{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}}) {}
-  explicit Peer(const std::string& path) : Peer(unix_address(path)) {}
+  explicit Peer(const char* path) : Peer(unix_address(path)) {}
   explicit Peer(const auto& address)
       : fd(socket(reinterpret_cast<const sockaddr&>(address).sa_family, SOCK_STREAM, 0)) {
     EXPECT_EQ(connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
@@ -71,11 +65,11 @@ struct Peer {
   std::string received;
 };
 
-class SocketTest : public testing::Test {
+class SocketTest : public ScratchTest {
  public:
   SocketTest() { Runtime.startsocket(); }
 
-  // Ends all that a test has left, as its owner would, and looks for what stayed behind.
+  // Ends all that a test has left, as its owner would.
   ~SocketTest() override {
     genv_debug_info = genv_debug_verbose = false;
     Runtime.poll(0);
@@ -84,31 +78,24 @@ class SocketTest : public testing::Test {
     for (auto* client : active.clients) mark_close(client);
     for (auto* endpoint : active.endpoints) endpoint_destroy(endpoint);
     EXPECT_TRUE(poll_until([&] { return active.clients.empty() && active.endpoints.empty(); }));
-    std::filesystem::remove_all(directory);
-    EXPECT_EQ(open_descriptors(), descriptors_before);
   }
 
-  std::string path(const std::string& name) const { return directory + name; }
-
   // A listener that sets up each connection with `accepted` and counts those that have ended.
-  SocketASync::Listener* listen_unix(const std::string& name) {
-    return SocketASync::create_listener(path(name).c_str(), this, factory, ended);
+  SocketASync::Listener* listen_unix(const char* path) {
+    return SocketASync::create_listener(path, this, factory, ended);
   }
 
   // A peer on a fresh unix listener, accepted.
   std::unique_ptr<Peer> connect_peer(void (*encode)(Connection*) = [](Connection*) {}) {
     accepted = encode;
     listen_unix("s");
-    auto peer = std::make_unique<Peer>(path("s"));
+    auto peer = std::make_unique<Peer>("s");
     EXPECT_TRUE(poll_until([&] { return connections.size() == 1; }));
     return peer;
   }
 
   static SocketTest* of(void* context) { return static_cast<SocketTest*>(context); }
 
-  const size_t descriptors_before = open_descriptors();
-  char directory_pattern[29] = "/tmp/runenv-socket-XXXXXX";
-  const std::string directory = mkdtemp(directory_pattern) + "/"s;
   void (*accepted)(Connection*) = [](Connection*) {};
   std::vector<Connection*> connections;
   Messages messages;
