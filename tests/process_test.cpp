@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <linux/close_range.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -7,18 +6,20 @@
 
 #include <csignal>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <utility>
 
 #include "core/buffer.h"
 #include "core/error.h"
 #include "process/child_process.h"
+#include "tests/files.h"
 
-namespace files = std::filesystem;
 using namespace ChildProcess;
 
 static constexpr redirect_t kInherit{REDIRECT_INHERIT, nullptr}, kPipe{REDIRECT_PIPE, nullptr};
+
+static redirect_t file(const char* path) {
+  return {REDIRECT_FILE, path};
+}
 
 struct Child {
   ~Child() { destroy(record); }
@@ -41,12 +42,10 @@ static std::string all_of(process_t* child, channel_t channel = CHANNEL_STDOUT) 
   return {output.get_unmanaged_array(), output.length()};
 }
 
-// Each test has a directory, leaves no descriptor and no child behind, and goes on in spite of
-// signals that break into every wait.
-class ProcessTest : public testing::Test {
+// No test leaves a child behind, and each goes on in spite of signals that break into every wait.
+class ProcessTest : public ScratchTest {
  protected:
   ProcessTest() {
-    files::create_directory(directory);
     struct sigaction action = {};  // without SA_RESTART
     action.sa_handler = [](int) {};
     sigaction(SIGALRM, &action, nullptr);
@@ -54,17 +53,8 @@ class ProcessTest : public testing::Test {
   }
   ~ProcessTest() override {
     ualarm(0, 0);
-    files::remove_all(directory);
-    EXPECT_EQ(descriptors(), before);
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
   }
-  static redirect_t file(const std::string& path) { return {REDIRECT_FILE, path.c_str()}; }
-  static long descriptors() {
-    return std::distance(files::directory_iterator("/proc/self/fd"), {});
-  }
-  const long before = descriptors();
-  const std::string directory = testing::TempDir() + "process" + std::to_string(getpid());
-  const std::string in = directory + "/in", out = directory + "/out", err = directory + "/err";
 };
 
 TEST_F(ProcessTest, ResultsTellExitStatusAndSignal) {
@@ -86,7 +76,7 @@ TEST_F(ProcessTest, FailedStartsTellWhyAndRepeatNothing) {
   const std::tuple<const char*, redirect_t, const char*> kRows[] = {
       {"runenv-no-such-program", kPipe, "No such file or directory"},
       {"/tmp", kPipe, "Permission denied"},
-      {"true", {REDIRECT_FILE, "/no/such/file"}, "No such file or directory"}};
+      {"true", file("/no/such/file"), "No such file or directory"}};
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
   std::setvbuf(stderr, nullptr, _IOFBF, BUFSIZ);
@@ -114,13 +104,13 @@ TEST_F(ProcessTest, FailedStartsTellWhyAndRepeatNothing) {
 }
 
 TEST_F(ProcessTest, ProgramsAreFoundFromTheChildsDirectory) {
-  files::create_symlink("/bin/pwd", directory + "/here");
-  std::ofstream(directory + "/here.sh") << "pwd\n";  // no "#!": the shell's
-  files::permissions(directory + "/here.sh", files::perms::all);
+  write_file("d/here.sh", "pwd\n");  // no "#!": the shell's
+  files::permissions("d/here.sh", files::perms::all);
+  files::create_symlink("/bin/pwd", "d/here");
   setenv("PATH", (std::string(".:") + getenv("PATH")).c_str(), 1);
   for (const char* name : {"./here", "here", "./here.sh", "here.sh"}) {
-    const Child child = start(name, nullptr, kInherit, kPipe, kInherit, directory.c_str());
-    EXPECT_EQ(all_of(child), directory + "\n") << name;
+    const Child child = start(name, nullptr, kInherit, kPipe, kInherit, "d");
+    EXPECT_EQ(all_of(child), directory + "/d\n") << name;
   }
 }
 
@@ -129,7 +119,7 @@ TEST_F(ProcessTest, PipesCarryEverything) {
   for (int i = 0; i < 100000; ++i) text += std::to_string(i);
   for (const int flags : {0, O_NONBLOCK}) {
     const Child child =
-        start("sh", "sleep 0.05; echo late >&2; sleep 0.05; cat", kPipe, file(out), kPipe);
+        start("sh", "sleep 0.05; echo late >&2; sleep 0.05; cat", kPipe, file("out"), kPipe);
     char line[5];
     EXPECT_EQ(read(child, CHANNEL_STDERR, line, 5), 0);  // nothing there yet
     EXPECT_EQ(read(child, CHANNEL_STDIN, line, 5), 0);
@@ -141,7 +131,7 @@ TEST_F(ProcessTest, PipesCarryEverything) {
     shutdown(child, CHANNEL_STDIN);
     write(child, "never");
     EXPECT_EQ(wait(child), 0);
-    const Child copy = start("sh", ("cat " + out).c_str(), kInherit, kPipe);
+    const Child copy = start("sh", "cat out", kInherit, kPipe);
     EXPECT_TRUE(all_of(copy) == text);
     EXPECT_EQ(read(copy, CHANNEL_STDOUT, line, 5), 0);  // at the end
     EXPECT_EQ(read(copy, CHANNEL_STDERR, line, 5), 0);
@@ -154,15 +144,15 @@ TEST_F(ProcessTest, PipesCarryEverything) {
 }
 
 TEST_F(ProcessTest, FilesAreRedirectedAndReadableByTheParent) {
-  std::ofstream(in) << "from a file";
-  std::ofstream(out) << "something longer that is dropped";
+  write_file("in", "from a file");
+  write_file("out", "something longer that is dropped");
   umask(0);
-  const Child child = start("sh", "cat; echo bad >&2", file(in), file(out), file(err));
+  const Child child = start("sh", "cat; echo bad >&2", file("in"), file("out"), file("err"));
   EXPECT_EQ(all_of(child, CHANNEL_STDERR), "bad\n");
   EXPECT_EQ(all_of(child), "from a file");
   write(child, "seen");  // the parent's own descriptor stands at the start
-  EXPECT_EQ(all_of(start("cat", nullptr, file(in), kPipe)), "seen a file");
-  EXPECT_EQ(files::status(err).permissions(), files::perms::all);
+  EXPECT_EQ(all_of(start("cat", nullptr, file("in"), kPipe)), "seen a file");
+  EXPECT_EQ(files::status("err").permissions(), files::perms::all);
 }
 
 TEST_F(ProcessTest, SignalsReachTheChildOrItsWholeGroup) {

@@ -23,10 +23,6 @@ using strings = std::vector<std::string>;
 struct Document {
   dympage_t* pages = DOCUMENT(create_allocator_f)();
   root_t* root = ROOT(allocate_f)(pages);
-
-  Document() = default;
-  Document(const Document&) = delete;
-  Document& operator=(const Document&) = delete;
   ~Document() { DOCUMENT(destroy_allocator_f)(pages); }
 
   // "key=version" of each entry, in order.
