@@ -120,18 +120,16 @@ TEST_F(FsTest, DirectoriesAreMadeQueriedAndRemoved) {
 TEST_F(FsTest, ListingsLeaveOutWhatIsHidden) {
   for (const char* name : {"d/x", "d/.profile", "d/..."}) write_file(name, "");
   using Names = std::multiset<std::string>;
-  const auto names = [](bool include_hidden) {
-    Names listed;
+  for (const bool include_hidden : {false, true}) {
+    Names names;
     fs::iterator_t it("d/", include_hidden);
     for (; it.has_item(); it.move_next()) {
       EXPECT_EQ(it.get_path().cstring(), std::string("d/") + it.get_name());
-      listed.insert(it.get_name());
+      names.insert(it.get_name());
     }
     EXPECT_THROW(it.get_name(), Error);
-    return listed;
-  };
-  EXPECT_EQ(names(true), (Names{"...", ".profile", "x"}));
-  EXPECT_EQ(names(false), Names{"x"});
+    EXPECT_EQ(names, include_hidden ? Names({"...", ".profile", "x"}) : Names({"x"}));
+  }
   fs_dir_t listing;
   EXPECT_EQ(fs_dir_open(Bucket("no"), &listing), -1);
   Bucket path("d");
