@@ -21,7 +21,6 @@ class ProgramTest : public ScratchTest {
     setenv("CURL_HOME", (directory + "/server/curl").c_str(), 1);
     setenv("PATH", (directory + "/bin:" PROGRAM_PATH ":" + search_path).c_str(), 1);
   }
-  ~ProgramTest() override { setenv("PATH", search_path.c_str(), 1); }
 
   // In a process group of its own.
   Run start(const std::string& command) {
@@ -57,7 +56,7 @@ class ProgramTest : public ScratchTest {
     return "Fatal error[uncaught exception]: " + message + "\n";
   }
 
-  const std::string search_path = getenv("PATH");
+  static inline const std::string search_path = getenv("PATH");
   int runs = 0;
 };
 
