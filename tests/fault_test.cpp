@@ -135,8 +135,7 @@ TEST_F(FaultTest, FailuresEndTheRunAndKeepWhatIsInstalled) {
   for (const auto& [what, arrangement, out, err] : kRows) {
     run(kWords + "rm -rf .update bin; mkdir bin; [ ! -s server/extra.conf ] || serve ''");
     publish("platform/5", "r2");
-    const Outcome outcome =
-        run(kWords + arrangement + "\neval \"exec '$program' $options versions.bin\"");
+    const Outcome outcome = run(kWords + arrangement + "\nexec \"$program\" $options versions.bin");
     EXPECT_EQ(outcome.status, 1) << what;
     EXPECT_EQ(outcome.out, out) << what;
     EXPECT_TRUE(outcome.err.ends_with(err)) << what << ": " << outcome.err;
