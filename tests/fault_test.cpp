@@ -7,7 +7,6 @@
 #include <map>
 #include <random>
 #include <thread>
-#include <tuple>
 #include <vector>
 
 #include "tests/program.h"
@@ -107,9 +106,11 @@ TEST_F(FaultTest, FailuresEndTheRunAndKeepWhatIsInstalled) {
     return "curl exit code: " + code + "\n" + fatal("curl command failed");
   };
   const std::string tar_fails = "tar exit code: 2\n" + fatal("tar command failed");
-  // The arrangement; the output and the errors, before which tools may say something themselves.
-  const std::tuple<std::string, std::string, std::string, std::string> kRows[] = {
+  const struct {
+    std::string what, arrangement, out, err;  // what tools say for themselves may stand before
+  } kRows[] = {
       {"no curl", "PATH=/nowhere", "", fatal("No such file or directory")},
+      {"killed curl", "stand_in curl 'kill -9 $$'", "", curl_fails("-9")},
       {"no pointer", "stand_in curl ''", "", fatal("latest pointer could not be downloaded")},
       {"no archive", "stand_in curl 'case $4 in latest) exec /usr/bin/curl \"$@\";; esac'",
        updating, fatal("archive could not be downloaded")},
@@ -118,29 +119,42 @@ TEST_F(FaultTest, FailuresEndTheRunAndKeepWhatIsInstalled) {
       {"distrust", "curlrc /cacert/d", "", curl_fails("60")},
       {"no parent", "options='--temp-cache no/cache'", "",
        fatal("Unable to create directory 'no/cache': No such file or directory")},
+      {"no name", "options=\"--temp-cache ''\"", "",
+       fatal("Unable to create directory '': No such file or directory")},
+      {"not allowed",
+       "mkdir locked; chmod 555 locked; chmod 755 .; options='--temp-cache locked/cache'\n"
+       "[ $(id -u) -ne 0 ] || as='setpriv --reuid 65534 --clear-groups --'",
+       "", fatal("Unable to create directory 'locked/cache': Permission denied")},
       // Without curl's own `fail` an error page is a file like any other: its first line is taken
       // for a version, the page for its archive, and tar refuses it.
       {"404", "rm $item/latest", updating, tar_fails},
       {"404 and fail", "rm $item/latest; curlrc '$a fail'", "", curl_fails("22")},
+      {"500 and fail", "serve 'location ~ gz$ { return 500; }'; curlrc '$a fail'", updating,
+       curl_fails("22")},
+      {"stalled", "serve 'location ~ gz$ { limit_rate 20k; }'; curlrc '$a max-time = 1'", updating,
+       curl_fails("28")},
       {"cut",
        "serve 'location ~ gz$ { limit_rate 20k; }';"
        "(sleep 0.5; kill -9 $(pgrep -P $(cat server/nginx.pid))) &",
        updating, curl_fails("18")},
       {"no version", ": >$item/latest", updating, tar_fails},
+      {"1 MiB version", "head -c 1048576 /dev/zero | tr '\\0' v >$item/latest", updating,
+       fatal("Argument list too long")},
       {"escaping names", "tar -C bin -P -czf $archive ../content/file", updating, tar_fails},
       {"full disk", "ulimit -f 100", updating, curl_fails("-25")},
       {"cache in the way", ": >.update", "",
        "Failed to set working directory: Not a directory\n" + curl_fails("1")},
   };
-  for (const auto& [what, arrangement, out, err] : kRows) {
+  for (const auto& row : kRows) {
     run(kWords + "rm -rf .update bin; mkdir bin; [ ! -s server/extra.conf ] || serve ''");
     publish("platform/5", "r2");
-    const Outcome outcome = run(kWords + arrangement + "\nexec \"$program\" $options versions.bin");
-    EXPECT_EQ(outcome.status, 1) << what;
-    EXPECT_EQ(outcome.out, out) << what;
-    EXPECT_TRUE(outcome.err.ends_with(err)) << what << ": " << outcome.err;
-    EXPECT_EQ(local("platform/5/latest"), "r1") << what;
-    EXPECT_EQ(local("platform/5/r1/file"), "platform/5 r1") << what;
+    const Outcome outcome =
+        run(kWords + row.arrangement + "\neval \"exec $as '$program' $options versions.bin\"");
+    EXPECT_EQ(outcome.status, 1) << row.what;
+    EXPECT_EQ(outcome.out, row.out) << row.what;
+    EXPECT_TRUE(outcome.err.ends_with(row.err)) << row.what << ": " << outcome.err;
+    EXPECT_EQ(local("platform/5/latest"), "r1") << row.what;
+    EXPECT_EQ(local("platform/5/r1/file"), "platform/5 r1") << row.what;
   }
   // A disk that is full when nothing is left to do but to write the pointer; the pipe has room.
   write_file("version", "r9");
@@ -159,7 +173,12 @@ TEST_F(FaultTest, FailuresEndTheRunAndKeepWhatIsInstalled) {
   EXPECT_EQ(run("runenv-bootstrap versions.bin").status, 0);
   EXPECT_EQ(local("platform/5/latest"), "r3");
   EXPECT_EQ(local("platform/5/r3" + directory + "/content/file"), "platform/5 r3");
-  // Something of the user's where the lock should be.
+  // Something of the user's where a lock, or the environment, should be.
   run("rm runenv/platform/5/latest; mkdir runenv/platform/5/latest");
   EXPECT_EQ(bootstrap("--lock-latest").err, fatal("latest file could not be opened"));
+  files::remove_all("runenv");
+  write_file("runenv", "mine");
+  EXPECT_EQ(bootstrap().err, fatal("Unable to create directory 'runenv/platform/5/r3': component "
+                                   "'runenv' of path is not a directory"));
+  EXPECT_EQ(read_file("runenv"), "mine");
 }
