@@ -6,6 +6,10 @@ cd "$(dirname "$0")/.."
 build=${BUILD_DIR:-build-coverage}
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
+# Counts that cannot be written, since a test leaves no room or runs as another user, would be taken
+# for messages of the program.
+export GCOV_ERROR_FILE=/dev/null
+umask 0
 BUILD_DIR=$build scripts/test.sh -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS=--coverage \
   -DCMAKE_C_FLAGS=--coverage >"$log" 2>&1 || {
     cat "$log" >&2
@@ -16,17 +20,26 @@ cd "$build"
 rm -rf gcov
 mkdir gcov
 cd gcov
-find .. -name '*.cpp.gcda' ! -path '*/tests/*' ! -path '*/fuzz/*' -exec gcov -r -s "$root" {} + >gcov.log 2>&1
+find .. -name '*.cpp.gcda' ! -path '*/tests/*' ! -path '*/fuzz/*' ! -path '*/examples/*' \
+  -exec gcov -r -s "$root" {} + >gcov.log 2>&1
 for file in *.cpp.gcov; do
-  awk -F: -v OFS=: '
-    $3 == "Source" || $3 ~ /^Source/ { source = $4 }
+  awk -F: '
+    $3 ~ /^Source/ { source = $4 }
     $2 + 0 > 0 {
       count = $1; gsub(/[ *]/, "", count)
       if (count == "-") next
-      ++lines
-      if (count ~ /^[#=]/) { $1 = ""; $2 += 0; print source $0 >>"missed" } else ++reached
+      line = $2 + 0
+      match($0, /^[^:]*:[^:]*:/)
+      text[line] = substr($0, RLENGTH + 1)
+      if (count !~ /^[#=]/) reached[line] = 1  # in one of its instances is enough
     }
-    END { print source, lines + 0, reached + 0 }' "$file"
+    END {
+      for (line in text) {
+        ++lines
+        if (line in reached) ++hit; else print source ":" line ":" text[line] >>"missed"
+      }
+      print source ":" lines + 0 ":" hit + 0
+    }' "$file"
 done | awk -F: '
   { split($1, parts, "/"); lines[parts[1]] += $2; reached[parts[1]] += $3; all += $2; hit += $3 }
   END {
@@ -35,4 +48,4 @@ done | awk -F: '
     printf "%-10s %5.1f%% of %d lines\n", "together", 100 * hit / all, all
   }' | sort
 echo
-sort missed 2>/dev/null || true
+sort -t : -k 1,1 -k 2,2n missed 2>/dev/null || true

@@ -146,6 +146,7 @@ TEST(VersionInfoBin, WritesWhatIsThere) {
   ASSERT_EQ(DOCUMENT(write_bin_f)(root, &bytes), 0);  // appends
   expected += kFingerprint + text("2.0") + number(2) + text("") + text({"1\0y", 3}) +
               text("unset") + text("");
+  EXPECT_EQ(DOCUMENT(root___system_types_t___find_cf)(root, ""), entry);
   entry->version_len = uint64_t{UINT32_MAX} + 1;
   EXPECT_EQ(DOCUMENT(write_bin_f)(root, &bytes), -1);
   EXPECT_STREQ(root->error, "text too long for binary data");

@@ -70,6 +70,7 @@ TEST(Instream, MemoryIsConsumedByBlocksButNotByCollecting) {
   EXPECT_TRUE(stream.read_len(bytes, 0));
   EXPECT_TRUE(stream.read_len(bytes, 1));
   EXPECT_STREQ(bytes, "a");
+  EXPECT_EQ(memory.stream()->available_bytes(), 3U);
   EXPECT_STREQ(stream.read(true, nullptr), "bcd");
   stream.read(true, nullptr);
   EXPECT_EQ(memory.cache.collected.size, 8U);
@@ -135,4 +136,13 @@ TEST(Outstream, StagesExactlyOneMiB) {
   EXPECT_EQ(out.cstream()->staged, 1U);
   memory.finalize(true);
   EXPECT_EQ(std::string(memory.buffer.array, memory.buffer.size), content + '\0');
+}
+
+TEST_F(StreamTest, ABorrowedFileGetsWhatIsStagedAndStaysOpen) {
+  FILE* const borrowed = std::fopen("f", "wb");
+  OutstreamFSImpl file(borrowed);
+  outstream_api_write(Outstream(file.stream()).cstream(), "text");
+  file.finalize();
+  EXPECT_EQ(std::fclose(borrowed), 0);
+  EXPECT_EQ(read_file("f"), "text");
 }
