@@ -16,8 +16,10 @@ for peer in /usr/include/uv.h=libuv1-dev /usr/include/event2/event.h=libevent-de
 done
 
 build=${BUILD_DIR:-build-bench}
+mkdir -p "$build"
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF \
-  -DRUNENV_BUILD_EXAMPLES=OFF -DRUNENV_BUILD_BENCHMARKS=ON | tee "$build.log"
+  -DRUNENV_BUILD_EXAMPLES=OFF -DRUNENV_BUILD_BENCHMARKS=ON >"$build/configure.log"
+grep 'which is not installed' "$build/configure.log" || true
 cmake --build "$build" --parallel
 subjects='containers document streams processes sockets'
 
@@ -45,7 +47,7 @@ section() { jq -r --arg title "$2" -f bench/table.jq "$build/$1.json" && echo; }
   echo "Peers: $(for package in libuv1-dev libevent-dev libboost-dev libprotobuf-dev libbenchmark-dev; do
     dpkg-query -W -f '${Package} ${Version}, ' "$package" 2>/dev/null || true
   done | sed 's/, $/./')"
-  sed -n 's/^-- \(.*, which is not installed\)$/Missing: \1./p' "$build.log"
+  sed -n 's/^-- \(.*, which is not installed\)$/Missing: \1./p' "$build/configure.log"
   echo
   section bootstrap 'Bootstrapper'
   cat "$build/bootstrap.md"

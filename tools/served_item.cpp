@@ -48,9 +48,10 @@ static std::string existing_directory(std::string path, const std::vector<std::s
   std::string result = path;
   for (const std::string& name : names) {
     path = joined(path, name);
-    if (fs::path_t(path.c_str()).is_directory()) {
-      result = path;
+    if (!fs::path_t(path.c_str()).is_directory()) {
+      break;
     }
+    result = path;
   }
   return result;
 }
