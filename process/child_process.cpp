@@ -88,7 +88,7 @@ int wait(process_t* process) {
   }
 }
 
-void write_len(process_t* process, const char* data, unsigned int len) {
+static void write_all(process_t* process, const char* data, size_t len) {
   if (process->in.mode == REDIRECT_INHERIT) {
     return;
   }
@@ -96,15 +96,19 @@ void write_len(process_t* process, const char* data, unsigned int len) {
     const ssize_t n = ::write(process->in.fd, data, len);
     if (n >= 0) {
       data += n;
-      len -= static_cast<unsigned int>(n);
+      len -= static_cast<size_t>(n);
     } else if (errno != EAGAIN && errno != EINTR) {
       throw_system_failure(errno);
     }
   }
 }
 
+void write_len(process_t* process, const char* data, unsigned int len) {
+  write_all(process, data, len);
+}
+
 void write(process_t* process, const char* text) {
-  write_len(process, text, static_cast<unsigned int>(std::strlen(text)));
+  write_all(process, text, std::strlen(text));
 }
 
 static channel_record_t* channel_of(process_t* process, channel_t channel) {
@@ -181,6 +185,7 @@ void shutdown(process_t* process, channel_t channel) {
 void destroy(process_t* process) {
   if (!has_ended(process)) {
     kill(process);
+    ::kill(process->pid, SIGCONT);  // a stopped child would never get to its end
     wait2(process);
   }
   close_channel(&process->in);

@@ -58,13 +58,15 @@ struct result_t {
 };
 
 // Starts argv[0], looked up on PATH, with the null-terminated `argv`, in the directory `cwd` (null:
-// the parent's) and, with `new_group`, in a process group of its own. Throws Error with the
-// system's text when the child cannot be made or the program cannot be executed. A working
-// directory that cannot be entered is told by the child on its standard error, with status 1. A
-// start takes the same time however much memory the parent uses, unless it fails or runs a script
-// without "#!".
+// the parent's) and, with `new_group`, in a process group of its own. With `ends_with_parent` the
+// kernel kills the child when the thread that started it ends, in whatever way.
+//
+// Throws Error with the system's text when the child cannot be made or the program cannot be
+// executed. A step in between that fails, such as entering `cwd`, is told by the child on its
+// standard error, and it ends with status 1. A start takes the same time however much memory the
+// parent uses.
 process_t* create_child(const char* const* argv, redirect_t in, redirect_t out, redirect_t err,
-                        const char* cwd, bool new_group);
+                        const char* cwd, bool new_group, bool ends_with_parent = false);
 
 // Whether the child still runs; never waits.
 bool is_alive(process_t* process);

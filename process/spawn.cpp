@@ -1,10 +1,11 @@
 // Starting a child: create_child.
 
 #include <fcntl.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -93,39 +94,18 @@ struct Launch {
   const char* const* argv;
   const char* cwd;
   bool new_group;
+  bool ends_with_parent;
   Channel in;
   Channel out;
   Channel err;
+  pid_t parent = getpid();
+  sigset_t mask = {};           // the signals that the program blocks
+  volatile int exec_error = 0;  // set by the child
 };
 
-static bool add_redirect(posix_spawn_file_actions_t* actions, const Channel& channel, int to) {
-  const int from = channel.child_end.get();
-  return from < 0 || posix_spawn_file_actions_adddup2(actions, from, to) == 0;
-}
-
-// The quick way, which copies nothing of the parent: true when the program runs. Which step failed
-// otherwise, it cannot tell.
-static bool spawn_child(const Launch& launch, pid_t* pid) {
-  posix_spawn_file_actions_t actions;
-  posix_spawnattr_t attributes;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawnattr_init(&attributes);  // its process group is 0: one of the child's own
-  const bool started =
-      add_redirect(&actions, launch.in, STDIN_FILENO) &&
-      add_redirect(&actions, launch.out, STDOUT_FILENO) &&
-      add_redirect(&actions, launch.err, STDERR_FILENO) &&
-      (launch.cwd == nullptr || posix_spawn_file_actions_addchdir_np(&actions, launch.cwd) == 0) &&
-      (!launch.new_group || posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP) == 0) &&
-      posix_spawnp(pid, launch.argv[0], &actions, &attributes,
-                   const_cast<char* const*>(launch.argv), environ) == 0;
-  posix_spawnattr_destroy(&attributes);
-  posix_spawn_file_actions_destroy(&actions);
-  return started;
-}
-
-// Everything from here to run_child is a forked child's. It leaves by _exit: what the parent has
-// buffered is the parent's to write.
-[[noreturn]] static void fail_child(const char* format) {
+// Everything from here to run_child is the child's, in the parent's memory, while the parent waits
+// for exec or _exit. It leaves by _exit: what the parent has buffered is the parent's to write.
+[[noreturn]] static void exit_child(const char* format) {
   Runtime.error(format, std::strerror(errno));
   _exit(1);
 }
@@ -133,50 +113,67 @@ static bool spawn_child(const Launch& launch, pid_t* pid) {
 static void redirect_child(const Channel& channel, int to, const char* format) {
   const int from = channel.child_end.get();
   if (from >= 0 && dup2(from, to) < 0) {
-    fail_child(format);
+    exit_child(format);
   }
 }
 
-[[noreturn]] static void run_child(const Launch& launch, int status_fd) {
-  redirect_child(launch.in, STDIN_FILENO, "Failed to duplicate stdin: %s\n");
-  redirect_child(launch.out, STDOUT_FILENO, "Failed to duplicate stdout: %s\n");
-  redirect_child(launch.err, STDERR_FILENO, "Failed to duplicate stderr: %s\n");
-  if (launch.cwd != nullptr && chdir(launch.cwd) != 0) {
-    fail_child("Failed to set working directory: %s\n");
+// Has the kernel end the child when its parent is gone, which may have happened by now. A parent
+// in another process namespace has the number 0.
+static void end_with_parent(pid_t parent) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  const pid_t now = getppid();
+  if (now != parent && now != 0) {
+    _exit(1);
   }
-  if (launch.new_group && setpgid(0, 0) != 0) {
-    fail_child("Failed to set process group: %s\n");
-  }
-  execvp(launch.argv[0], const_cast<char* const*>(launch.argv));
-  const int32_t error_number = errno;
-  // This fails only when the parent is gone, and then nobody needs to know.
-  [[maybe_unused]] const ssize_t n = ::write(status_fd, &error_number, sizeof error_number);
-  _exit(error_number);
 }
 
-// 0 when the program runs: exec closes the status pipe.
-static int read_exec_status(int status_fd) {
-  int32_t error_number = 0;
-  ssize_t n;
-  do {
-    n = ::read(status_fd, &error_number, sizeof error_number);
-  } while (n < 0 && errno == EINTR);
-  return n < 0 ? errno : error_number;
+// No handler of the parent may run here: it would find the parent's memory.
+static void restore_signals(const sigset_t& mask) {
+  struct sigaction action;
+  for (int signal = 1; signal < NSIG; ++signal) {
+    if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_DFL &&
+        action.sa_handler != SIG_IGN) {
+      std::signal(signal, SIG_DFL);
+    }
+  }
+  sigprocmask(SIG_SETMASK, &mask, nullptr);
 }
 
-// The slow way, for what the quick one cannot do: the child takes the steps one by one and prints
-// which of them failed, and a script without "#!" goes to the shell. Answers the errno of a failed
-// exec, 0 when the program runs.
-static int fork_child(const Launch& launch, Channel status, pid_t* pid) {
-  *pid = fork();
-  if (*pid == 0) {
-    run_child(launch, status.child_end.get());
+[[noreturn]] static void run_child(Launch* launch) {
+  restore_signals(launch->mask);
+  if (launch->ends_with_parent) {
+    end_with_parent(launch->parent);
   }
-  if (*pid < 0) {
-    throw_system_failure(errno);
+  redirect_child(launch->in, STDIN_FILENO, "Failed to duplicate stdin: %s\n");
+  redirect_child(launch->out, STDOUT_FILENO, "Failed to duplicate stdout: %s\n");
+  redirect_child(launch->err, STDERR_FILENO, "Failed to duplicate stderr: %s\n");
+  if (launch->cwd != nullptr && chdir(launch->cwd) != 0) {
+    exit_child("Failed to set working directory: %s\n");
   }
-  status.child_end.reset();
-  return read_exec_status(status.own_end.get());
+  if (launch->new_group && setpgid(0, 0) != 0) {
+    exit_child("Failed to set process group: %s\n");
+  }
+  execvp(launch->argv[0], const_cast<char* const*>(launch->argv));
+  launch->exec_error = errno;
+  _exit(launch->exec_error);
+}
+
+// Returns the child's id once its program runs or it has exited. vfork copies nothing of the
+// parent, however much memory that uses, and lets the child tell which step failed.
+static pid_t start_child(Launch* launch) {
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, &launch->mask);
+  const pid_t pid = vfork();  // NOLINT(clang-analyzer-security.insecureAPI.vfork)
+  if (pid == 0) {
+    run_child(launch);
+  }
+  const int error_number = errno;
+  pthread_sigmask(SIG_SETMASK, &launch->mask, nullptr);
+  if (pid < 0) {
+    throw_system_failure(error_number);
+  }
+  return pid;
 }
 
 static void keep_output(channel_record_t* channel, unique_fd own_end) {
@@ -187,10 +184,7 @@ static void keep_output(channel_record_t* channel, unique_fd own_end) {
 }
 
 process_t* create_child(const char* const* argv, redirect_t in, redirect_t out, redirect_t err,
-                        const char* cwd, bool new_group) {
-  const Ends status_ends = open_pipe();
-  Channel status{unique_fd(status_ends.write_end), unique_fd(status_ends.read_end)};
-
+                        const char* cwd, bool new_group, bool ends_with_parent) {
   // What an earlier channel has opened stays open when a later one throws: kept as it is, callers
   // treat that as fatal.
   const int output_flags = O_RDONLY | O_CREAT | O_TRUNC;
@@ -200,19 +194,18 @@ process_t* create_child(const char* const* argv, redirect_t in, redirect_t out, 
   Launch launch{argv,
                 cwd,
                 new_group,
+                ends_with_parent,
                 {unique_fd(in_ends.read_end), unique_fd(in_ends.write_end)},
                 {unique_fd(out_ends.write_end), unique_fd(out_ends.read_end)},
                 {unique_fd(err_ends.write_end), unique_fd(err_ends.read_end)}};
 
   auto process = std::make_unique<process_t>(
       process_t{-1, new_group ? 1U : 0U, {in.mode, -1}, {out.mode, -1}, {err.mode, -1}, 0, false});
-  std::fflush(stderr);  // the child may write to it: buffered text must not come out twice
-  if (!spawn_child(launch, &process->pid)) {
-    const int exec_error = fork_child(launch, std::move(status), &process->pid);
-    if (exec_error != 0) {
-      destroy(process.release());
-      throw_system_failure(exec_error);
-    }
+  std::fflush(stderr);  // the child may write to it: buffered text must not come out there
+  process->pid = start_child(&launch);
+  if (launch.exec_error != 0) {
+    destroy(process.release());
+    throw_system_failure(launch.exec_error);
   }
   process->in.fd = launch.in.own_end.release();
   keep_output(&process->out, std::move(launch.out.own_end));
