@@ -5,18 +5,18 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
 #include "core/allocation.h"
-#include "core/buffer.h"
 #include "core/c_string.h"
 #include "core/error.h"
 #include "fs/path.h"
-#include "process/child_process.h"
+#include "process/tool.h"
 #include "runtime/runtime_core.h"
 #include "schema/layout.h"
-#include "stream/instream.h"
+#include "schema/pointer.h"
 #include "stream/outstream.h"
 
 static fs::path_t joined(fs::path_t directory, const char* name) {
@@ -50,19 +50,28 @@ static void unlock_pointer(int descriptor) {
   close(descriptor);
 }
 
-// Waits for a child and releases it; its result is 0 or the exit status or negated signal number.
-static int finish(ChildProcess::process_t* child) {
-  const int result = ChildProcess::wait(child);
-  ChildProcess::destroy(child);
+// Waits for a tool and releases it; returns 0, its exit status, or the negated signal number.
+static int finish(ChildProcess::process_t* tool) {
+  const int result = ChildProcess::wait(tool);
+  runenv::end_tool(tool);
   return result;
+}
+
+// The path in a form that tar takes for a file: one with a colon in its first component would be a
+// remote host to it.
+static fs::path_t local_file(const fs::path_t& path) {
+  const char* const name = path.cstring();
+  return name[std::strcspn(name, ":/")] == ':' ? joined(".", name) : path;
 }
 
 static void unpack(const fs::path_t& archive, const fs::path_t& directory) {
   using namespace ChildProcess;
-  const char* const argv[] = {"tar",  "-x", "-f", archive.cstring(), "-C", directory.cstring(),
+  const fs::path_t file = local_file(archive);
+  const char* const argv[] = {"tar",  "-x", "-f", file.cstring(), "-C", directory.cstring(),
                               nullptr};
-  process_t* const tar = create_child(argv, {REDIRECT_PIPE, nullptr}, {REDIRECT_INHERIT, nullptr},
-                                      {REDIRECT_INHERIT, nullptr}, nullptr, false);
+  process_t* const tar =
+      runenv::start_tool(argv, {REDIRECT_PIPE, nullptr}, {REDIRECT_INHERIT, nullptr},
+                         {REDIRECT_INHERIT, nullptr}, nullptr);
   shutdown(tar, CHANNEL_STDIN);
   const int result = finish(tar);
   if (result != 0) {
@@ -75,13 +84,28 @@ static void write_pointer(const fs::path_t& pointer, const char* version) {
   OutstreamPathImpl file(pointer, false);
   Outstream(file.stream()).write(version);
   if (file.finalize() != 0) {
+    // What is there may be the beginning of the name, and so another release's.
+    std::fclose(pointer.open_write(false));
     throw_failure("latest file could not be written");
+  }
+}
+
+// Succeeds only for a directory with nothing in it. What a link leads to is not the run's to judge.
+static void remove_cache(const fs::path_t& cache) {
+  rmdir(cache.cstring());
+}
+
+// What exec would say of it, before anything that holds so long a name is made.
+static void check_argument(const char* name) {
+  static constexpr size_t kLongest = 131071;  // the kernel's limit, 32 pages with the terminator
+  if (std::strlen(name) > kLongest) {
+    throw_system_failure(E2BIG);
   }
 }
 
 void update_package(const update_settings_t* settings, const char* base_url, const char* remote,
                     const char* local, const char* platform) {
-  fs::path_t cache(settings->temp_cache);
+  const fs::path_t cache(settings->temp_cache);
   const fs::path_t local_directory(local);
   const fs::path_t local_pointer = joined(local_directory, Layout::kLatest);
 
@@ -98,11 +122,12 @@ void update_package(const update_settings_t* settings, const char* base_url, con
   const malloc_ptr<char> current(local_pointer.exists() ? read_pointer_line(local_pointer.cstring())
                                                         : nullptr);
   if (current != nullptr && equal(current.get(), wanted.get())) {
-    cache.remove();  // succeeds only when nothing else is in it
+    remove_cache(cache);
     return;
   }
   Runtime.log(current == nullptr ? "- %s\n" : "- %s [updating]\n", remote);
 
+  check_argument(wanted.get());
   const std::string archive_name = std::string(platform) + Layout::kArchiveExtension;
   download_file(base_url, joined(remote, wanted.get()).cstring(), cache.cstring(),
                 archive_name.c_str());
@@ -121,7 +146,7 @@ void update_package(const update_settings_t* settings, const char* base_url, con
   if (settings->lock_latest) {
     unlock_pointer(lock);
   }
-  cache.remove();
+  remove_cache(cache);
 }
 
 void download_file(const char* base_url, const char* remote, const char* target, const char* name) {
@@ -131,21 +156,12 @@ void download_file(const char* base_url, const char* remote, const char* target,
   // configuration file.
   const char* const argv[] = {"curl", "-s", "-L", "-o", name, url.c_str(), nullptr};
   fs::path_t(target).create_directory(false);
-  process_t* const curl = create_child(argv, {REDIRECT_PIPE, nullptr}, {REDIRECT_PIPE, nullptr},
-                                       {REDIRECT_INHERIT, nullptr}, target, false);
+  process_t* const curl =
+      runenv::start_tool(argv, {REDIRECT_PIPE, nullptr}, {REDIRECT_PIPE, nullptr},
+                         {REDIRECT_INHERIT, nullptr}, target);
   const int result = finish(curl);
   if (result != 0) {
     Runtime.error("curl exit code: %d\n", result);
     throw_failure("curl command failed");
   }
-}
-
-char* read_pointer_line(const char* path) {
-  InstreamPathImpl file{fs::path_t(path)};
-  const Buffer content(true, Instream(file.stream()));
-  const size_t length = std::strcspn(content.array, "\r\n");
-  char* const line = static_cast<char*>(allocate(length + 1));
-  std::memcpy(line, content.array, length);
-  line[length] = '\0';
-  return line;
 }

@@ -23,7 +23,3 @@ void update_package(const update_settings_t* settings, const char* base_url, con
 // its parent exists. A server's error page is saved like any file. Throws Error when the transfer
 // fails.
 void download_file(const char* base_url, const char* remote, const char* target, const char* name);
-
-// The first line of a file, up to a NUL, line feed or carriage return: a malloc'ed C string that
-// the caller owns. Throws Error when the file cannot be opened.
-char* read_pointer_line(const char* path);

@@ -37,6 +37,9 @@ install(DIRECTORY core fs process runtime schema socket stream
         FILES_MATCHING PATTERN "*.h"
         PATTERN core/unique_fd.h EXCLUDE
         PATTERN fs/tree.h EXCLUDE
+        PATTERN process/interruption.h EXCLUDE
+        PATTERN process/standard_descriptors.h EXCLUDE
+        PATTERN process/tool.h EXCLUDE
         PATTERN socket/descriptor.h EXCLUDE
         PATTERN socket/ending.h EXCLUDE)
 install(TARGETS runenv EXPORT runenv COMPONENT development

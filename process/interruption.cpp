@@ -1,8 +1,12 @@
-#include "tools/interruption.h"
+#include "process/interruption.h"
 
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
+
+namespace runenv {
 
 std::atomic<const char*> interrupted_file;
 std::atomic<pid_t> interrupted_tool;
@@ -12,6 +16,19 @@ static_assert(std::atomic<const char*>::is_always_lock_free &&
 static volatile std::sig_atomic_t held;
 static volatile std::sig_atomic_t arrived;  // the signal that came while they were held, 0: none
 
+// The tool gets the same signal, which nothing ignores: the program would ignore it as well. A tool
+// that is stopped has to go on to end. One that was waited for already has no status to give, and
+// its id may be another process's.
+static void end_tool(pid_t tool, int signal) {
+  if (waitpid(tool, nullptr, WNOHANG) != 0) {
+    return;
+  }
+  kill(tool, signal);
+  kill(tool, SIGCONT);
+  while (waitpid(tool, nullptr, 0) < 0 && errno == EINTR) {
+  }
+}
+
 // The same signal ends the program at last, so that its parent learns the true reason.
 static void undo(int signal) {
   if (held != 0) {
@@ -20,7 +37,7 @@ static void undo(int signal) {
   }
   const pid_t tool = interrupted_tool;
   if (tool > 0) {
-    kill(tool, SIGTERM);
+    end_tool(tool, signal);
   }
   const char* const file = interrupted_file;
   if (file != nullptr) {
@@ -31,7 +48,6 @@ static void undo(int signal) {
 }
 
 void undo_on_signals() {
-  std::signal(SIGXFSZ, SIG_IGN);
   static constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
   struct sigaction action {};
   sigemptyset(&action.sa_mask);
@@ -58,3 +74,5 @@ SignalsHeld::~SignalsHeld() {
     undo(arrived);
   }
 }
+
+}  // namespace runenv

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "core/error.h"
+#include "process/standard_descriptors.h"
 
 void fail_usage(const std::string& message) {
   std::fprintf(stderr, "%s: %s\nTry '%s --help'.\n", kProgram, message.c_str(), kProgram);
@@ -82,6 +83,7 @@ std::vector<const char*> parse_words(int argc, char** argv, int first,
 }
 
 int run_program(void (*body)(int argc, char** argv), int argc, char** argv) {
+  runenv::open_standard_descriptors();
   try {
     body(argc, argv);
   } catch (const Error& error) {

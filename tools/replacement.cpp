@@ -4,13 +4,14 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "fs/path.h"
+#include "process/interruption.h"
 #include "tools/command_line.h"
-#include "tools/interruption.h"
 
 [[noreturn]] static void fail_on_system(const std::string& path) {
   fail_on(path, std::strerror(errno));
@@ -33,19 +34,20 @@ Replacement::Replacement(const std::string& path, const std::string& made_in)
     : target(path), directory(fs::path_t(path.c_str()).dir_name().cstring()) {
   temporary = fs::path_t((made_in.empty() ? directory : made_in).c_str()).join(".").cstring();
   temporary += std::string(kProgram) + "#XXXXXX";
-  undo_on_signals();
-  const SignalsHeld held;
+  std::signal(SIGXFSZ, SIG_IGN);  // a write beyond the limit on the size of files fails instead
+  runenv::undo_on_signals();
+  const runenv::SignalsHeld held;
   file.reset(mkostemp(temporary.data(), O_CLOEXEC));
   if (file.get() < 0) {
     fail_on_system(target);
   }
-  interrupted_file = temporary.c_str();
+  runenv::interrupted_file = temporary.c_str();
 }
 
 Replacement::~Replacement() {
-  if (interrupted_file != nullptr) {
+  if (runenv::interrupted_file != nullptr) {
     unlink(temporary.c_str());
-    interrupted_file = nullptr;
+    runenv::interrupted_file = nullptr;
   }
 }
 
@@ -87,7 +89,7 @@ bool Replacement::commit(bool over_existing) {
     }
     fail_on_system(target);
   }
-  interrupted_file = nullptr;
+  runenv::interrupted_file = nullptr;
   sync_directory(directory);
   return true;
 }

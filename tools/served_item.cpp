@@ -10,17 +10,16 @@
 #include <cstring>
 #include <memory>
 
+#include "core/allocation.h"
 #include "core/bucket.h"
-#include "core/buffer.h"
 #include "core/error.h"
 #include "fs/file_interface.h"
 #include "fs/iterator.h"
 #include "fs/path.h"
-#include "process/child_process.h"
+#include "process/tool.h"
 #include "schema/layout.h"
-#include "stream/instream.h"
+#include "schema/pointer.h"
 #include "tools/command_line.h"
-#include "tools/interruption.h"
 #include "tools/published_name.h"
 #include "tools/replacement.h"
 
@@ -63,16 +62,13 @@ static void run_tar(const std::vector<const char*>& argv, const char* in, const 
   process_t* tar;
   unsetenv("TAR_OPTIONS");  // an archive is what its files make it
   try {
-    const SignalsHeld held;
-    tar = create_child(argv.data(), {REDIRECT_FILE, in}, {REDIRECT_FILE, out},
-                       {REDIRECT_INHERIT, nullptr}, nullptr, false);
-    interrupted_tool = tar->pid;
+    tar = runenv::start_tool(argv.data(), {REDIRECT_FILE, in}, {REDIRECT_FILE, out},
+                             {REDIRECT_INHERIT, nullptr}, nullptr);
   } catch (const Error& error) {
     fail_on("tar", error.message);
   }
   const result_t result = wait2(tar);
-  interrupted_tool = 0;
-  destroy(tar);
+  runenv::end_tool(tar);
   if (result.kind != 0) {
     const std::string end =
         result.kind == 1 ? "exit status " + std::to_string(result.code) : result.message;
@@ -130,9 +126,7 @@ static void copy(const std::string& source, Replacement* archive) {
 }
 
 static std::string first_line(const char* path) {
-  InstreamPathImpl file{fs::path_t(path)};
-  const Buffer content(true, Instream(file.stream()));
-  return {content.array, std::strcspn(content.array, "\r\n")};
+  return malloc_ptr<char>(read_pointer_line(path)).get();
 }
 
 ServedItem::ServedItem(const std::string& tree_path, std::vector<std::string> item_names)
