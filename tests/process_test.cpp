@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <linux/close_range.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -137,6 +138,31 @@ TEST_F(ProcessTest, PipesCarryEverything) {
   }
 }
 
+TEST_F(ProcessTest, TextsAreWrittenWholeHoweverLong) {
+  // The same 16 MiB again and again, 4 GiB in all and one more byte behind.
+  static constexpr size_t kPiece = size_t{16} << 20, kSize = (size_t{4} << 30) + 1;
+  const int memory = memfd_create("text", MFD_CLOEXEC);
+  EXPECT_EQ(ftruncate(memory, kPiece), 0);
+  const int access = PROT_READ | PROT_WRITE;
+  auto* const text = static_cast<char*>(
+      mmap(nullptr, kSize + kPiece, access, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
+  for (size_t at = 0; at < kSize - 1; at += kPiece) {
+    mmap(text + at, kPiece, access, MAP_SHARED | MAP_FIXED, memory, 0);
+  }
+  std::memset(text, 'x', kPiece);
+  text[kSize - 1] = 'x';
+  const auto written = [] {
+    const std::string counts = read_file("/proc/self/io");
+    return std::stoull(counts.substr(counts.find("wchar: ") + 7));
+  };
+  const Child child = start("true", nullptr, {REDIRECT_FILE, "/dev/null"});
+  const auto before = written();
+  write(child, text);
+  EXPECT_EQ(written() - before, kSize);
+  munmap(text, kSize + kPiece);
+  close(memory);
+}
+
 TEST_F(ProcessTest, FilesAreRedirectedAndReadableByTheParent) {
   write_file("in", "from a file");
   write_file("out", "something longer that is dropped");
@@ -152,6 +178,8 @@ TEST_F(ProcessTest, FilesAreRedirectedAndReadableByTheParent) {
 
 TEST_F(ProcessTest, SignalsReachTheChildOrItsWholeGroup) {
   const Child ended_by_destroy = start("sh", "exec sleep 1000");
+  const Child stopped = start("sh", "kill -STOP $$");
+  EXPECT_EQ(TEMP_FAILURE_RETRY(waitpid(stopped->pid, nullptr, WUNTRACED)), stopped->pid);
   const Child alone = start("sh", "exec sleep 1000");
   EXPECT_TRUE(is_alive(alone));
   EXPECT_TRUE(kill(alone));
@@ -201,7 +229,7 @@ TEST_F(ProcessTest, ChildrenGetTheirStandardChannelsOnly) {
       const bool right = output == "through0\n1\n2\n3\n" && errors == "err\n";  // 3: the listing
       try {
         start("runenv-no-such-program", nullptr, kPipe, kPipe, kPipe);
-      } catch (const Error&) {  // told by a status pipe that no channel has run over
+      } catch (const Error&) {
         _exit(right ? 0 : 1);
       }
     };

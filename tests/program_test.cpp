@@ -91,18 +91,20 @@ TEST_F(ServerTest, InstallsOnceAndThenOnlyWhatHasChanged) {
   EXPECT_FALSE(files::exists(".update"));
 
   publish("system-types/beta/0.9", "b2");
-  write_file("cache/other", "");
+  run("mkdir real; touch real/other; ln -s real cache");
   outcome = bootstrap("--temp-cache cache", types);
   EXPECT_EQ(outcome.out, "- 2/runenv/system-types/beta/0.9 [updating]\n");
   EXPECT_EQ(local("system-types/beta/0.9/latest"), "b2");
   EXPECT_EQ(local("system-types/beta/0.9/b2/file"), "system-types/beta/0.9 b2");
   EXPECT_EQ(local("system-types/beta/0.9/b1/file"), "system-types/beta/0.9 b1");  // kept
-  EXPECT_EQ(run("ls cache").out, "other\n");
+  EXPECT_EQ(run("readlink cache; ls cache").out, "real\nother\n");
 }
 
 TEST_F(ServerTest, OptionsChangeWhatIsInstalled) {
   EXPECT_EQ(bootstrap("--skip-platform", "alpha=1.4").out, "- 2/runenv/system-types/alpha/1.4\n");
   EXPECT_EQ(bootstrap("--skip-platform").out, "");
+  EXPECT_EQ(bootstrap("--temp-cache a:b").out, "- 2/runenv/platform/5\n");
+  files::remove_all("runenv");
   publish("platform/5", "r2", "other");
   // The lock makes an empty pointer, which the group may write to as well.
   const std::string command = "umask 0; runenv-bootstrap --target other --lock-latest versions.bin";
@@ -133,8 +135,33 @@ TEST_F(ServerTest, OnlyTheLocksStayOpen) {
     EXPECT_EQ(read_file("log").substr(0, 8), "0\n1\n2\n3\n");  // ls, like curl, has its channels
     return std::stoi(read_file("log").substr(8));
   };
-  // 3 channels, the two pipes to curl, the status pipe's end until exec is known to have worked.
-  EXPECT_LE(held("--lock-latest"), 6 + 1);  // who has updated an item lets go of it
-  EXPECT_LE(held(""), 6);
+  // 3 channels, the two pipes to curl, which may run before the other ends of those are closed.
+  EXPECT_LE(held("--lock-latest"), 7 + 1);  // who has updated an item lets go of it
+  EXPECT_LE(held(""), 7);
   EXPECT_GE(held("--lock-latest"), 5 + 3);  // who has found it up to date relies on it
+}
+
+TEST_F(ServerTest, ClosedDescriptorsBecomeNobodysFile) {
+  bootstrap();
+  run("runenv-versions compose -o alpha.bin 5 alpha=1.4");
+  const std::string pointer = "runenv/system-types/alpha/1.4/latest",
+                    served = item("platform/6/latest");
+  const std::tuple<std::string, std::string, std::string, int> kRows[] = {
+      {"runenv-bootstrap alpha.bin", pointer, "a1", 0},
+      {"runenv-bootstrap --lock-latest alpha.bin", pointer, "a1", 0},
+      {"runenv-bootstrap --target none alpha.bin", pointer, "", 1},
+      {"runenv-bootstrap --target none --lock-latest alpha.bin", pointer, "", 1},
+      {"runenv-versions compose 5 -o new.bin", "new.bin", read_file("versions.bin"), 0},
+      {"runenv-publish server/www platform 6 r1 --from content", served, "r1\n", 0},
+  };
+  for (const std::string closed : {" <&-", " >&-", " 2>&-", " <&- >&- 2>&-"}) {
+    for (const auto& [command, file, content, status] : kRows) {
+      run("rm -rf runenv/system-types new.bin " + item("platform/6"));
+      EXPECT_EQ(run(command + closed).status, status) << command << closed;
+      EXPECT_EQ(read_file(file), content) << command << closed;
+      EXPECT_EQ(local("platform/5/latest"), "r1") << command << closed;
+    }
+  }
+  EXPECT_EQ(run("runenv-versions show alpha.bin >&-").err,
+            "runenv-versions: standard output: Bad file descriptor\n");
 }
