@@ -4,7 +4,6 @@
 #include <cstdlib>
 
 #include "app/update_runenv.h"
-#include "core/string.h"
 #include "fs/file_interface.h"
 #include "runtime/runtime_core.h"
 #include "schema/layout.h"
@@ -14,24 +13,20 @@
 
 static constexpr char kDefaultTempCache[] = ".update";
 
-// What loading makes. All of it lives until the process ends, save the latter two after a success;
-// static, so that a jump to the recovery point finds it as it is.
-static dympage_t* allocator;
-static image___version_info___root_t* versions;
-static istream* stream;
-static bucket_t file_name;
-
 // Loads the document at `path` or ends the process. Nothing here may have a destructor: a malformed
 // document jumps back to the recovery point.
-static void load_versions(const char* path) {
-  allocator = image___version_info___create_allocator_f();
+static const image___version_info___root_t* load_versions(const char* path) {
+  // The document lives until the process ends, so it is never freed. Static, so that a leak checker
+  // finds it to the end.
+  static image___version_info___root_t* versions;
+  dympage_t* const allocator = image___version_info___create_allocator_f();
   versions = image___version_info___root_t___allocate_f(allocator);
   if (setjmp(versions->recovery) != 0) {
     Runtime.error("Unable to parse versions: %s\n", versions->error);
     std::exit(1);
   }
-  file_name = fs_init(path);
-  stream = fs_open_read(&file_name);
+  bucket_t file_name = fs_init(path);
+  istream* const stream = fs_open_read(&file_name);
   if (stream == nullptr) {
     Runtime.error("Unable to open versions '%s'\n", path);
     std::exit(1);
@@ -42,25 +37,19 @@ static void load_versions(const char* path) {
   istream_destroy(stream);
   bucket_release(&file_name);
   image___version_info___finalize_f(versions);
+  return versions;
 }
 
 void entry_point(const char*, const image___update___root_t* command_line) {
-  String base_url;
-  String tree_root;
-  String platform;
-  base_url.copy_from(RUNENV_BASE_URL);
-  tree_root.copy_from(Layout::kTreeRoot);
-  platform.copy_from(command_line->target.present ? command_line->target.value
-                                                  : Layout::kDefaultPlatform);
-
-  load_versions(command_line->version_info.value);
-
+  const char* const platform =
+      command_line->target.present ? command_line->target.value : Layout::kDefaultPlatform;
+  const image___version_info___root_t* const versions =
+      load_versions(command_line->version_info.value);
   const update_settings_t settings{
       .temp_cache =
           command_line->temp_cache.present ? command_line->temp_cache.value : kDefaultTempCache,
       .with_platform = command_line->skip_platform.present == 0,
       .lock_latest = command_line->lock_latest.present != 0,
   };
-  update_runenv(&settings, base_url.get_unmanaged_string(), tree_root.get_unmanaged_string(),
-                versions, platform.get_unmanaged_string());
+  update_runenv(&settings, RUNENV_BASE_URL, Layout::kTreeRoot, versions, platform);
 }

@@ -12,6 +12,7 @@
 #include "core/allocation.h"
 #include "core/c_string.h"
 #include "core/error.h"
+#include "core/unique_fd.h"
 #include "fs/path.h"
 #include "process/tool.h"
 #include "runtime/runtime_core.h"
@@ -23,31 +24,86 @@ static fs::path_t joined(fs::path_t directory, const char* name) {
   return directory.join(name);
 }
 
-static void change_lock(int descriptor, int operation) {
-  while (flock(descriptor, operation) != 0) {
-    if (errno != EINTR) {
-      throw_system_failure(errno);
+// The exclusive lock on an item. The local pointer file itself is what is locked.
+class ItemLock {
+ public:
+  // Waits for other holders. Creates the item's directory and an empty pointer where they are
+  // missing.
+  void take(const fs::path_t& directory, const fs::path_t& pointer) {
+    if (!directory.exists()) {
+      directory.create_directory(true);
+    }
+    file.reset(open(pointer.cstring(), O_RDWR | O_CREAT | O_CLOEXEC, 0660));
+    if (file.get() < 0) {
+      throw_failure("latest file could not be opened");
+    }
+    change(LOCK_EX);
+  }
+
+  // Leaves the lock, if it was taken, to the end of the process: nobody else may touch an item that
+  // the rest of this run relies on.
+  void keep() { file.release(); }
+
+  // Gives the lock back, if it was taken.
+  void release() {
+    if (file.get() >= 0) {
+      change(LOCK_UN);
+      file.reset();
     }
   }
+
+ private:
+  void change(int operation) {
+    while (flock(file.get(), operation) != 0) {
+      if (errno != EINTR) {
+        throw_system_failure(errno);
+      }
+    }
+  }
+
+  unique_fd file;
+};
+
+// The release that the server's pointer names. The pointer is downloaded into the cache and removed
+// from there.
+static malloc_ptr<char> fetch_wanted_release(const char* base_url, const char* remote,
+                                             const fs::path_t& cache) {
+  download_file(base_url, remote, cache.cstring(), Layout::kLatest);
+  fs::path_t pointer = joined(cache, Layout::kLatest);
+  if (!pointer.exists()) {
+    throw_failure("latest pointer could not be downloaded");
+  }
+  malloc_ptr<char> release(read_pointer_line(pointer.cstring()));
+  pointer.remove();
+  return release;
 }
 
-// The local pointer file itself is the lock. The descriptor is deliberately left to the end of the
-// process unless the item is updated: nobody else may touch an item that this run relies on.
-static int lock_pointer(const fs::path_t& local, const fs::path_t& pointer) {
-  if (!local.exists()) {
-    local.create_directory(true);
-  }
-  const int descriptor = open(pointer.cstring(), O_RDWR | O_CREAT | O_CLOEXEC, 0660);
-  if (descriptor < 0) {
-    throw_failure("latest file could not be opened");
-  }
-  change_lock(descriptor, LOCK_EX);
-  return descriptor;
+// The release that the local pointer names, null without a pointer.
+static malloc_ptr<char> read_current_release(const fs::path_t& pointer) {
+  return malloc_ptr<char>(pointer.exists() ? read_pointer_line(pointer.cstring()) : nullptr);
 }
 
-static void unlock_pointer(int descriptor) {
-  change_lock(descriptor, LOCK_UN);
-  close(descriptor);
+// Refuses at once what exec would refuse: a name that no argument has room for. Making paths and
+// URLs of it would take several times its memory.
+static void check_argument(const char* name) {
+  static constexpr size_t kLongestArgument = 131071;  // the kernel's limit, without the terminator
+  if (std::strlen(name) > kLongestArgument) {
+    throw_system_failure(E2BIG);
+  }
+}
+
+// Downloads the archive of a release into the cache and returns its path.
+static fs::path_t fetch_archive(const char* base_url, const char* remote, const char* release,
+                                const char* platform, const fs::path_t& cache) {
+  check_argument(release);
+  const std::string name = std::string(platform) + Layout::kArchiveExtension;
+  download_file(base_url, joined(remote, release).cstring(), cache.cstring(), name.c_str());
+  // Kept: this is not the name above in the cache where the platform is empty. Nothing is there.
+  fs::path_t archive = fs::path_t(cache).join_ext(platform, Layout::kArchiveExtension);
+  if (!archive.exists()) {
+    throw_failure("archive could not be downloaded");
+  }
+  return archive;
 }
 
 // Waits for a tool and releases it; returns 0, its exit status, or the negated signal number.
@@ -57,8 +113,8 @@ static int finish(ChildProcess::process_t* tool) {
   return result;
 }
 
-// The path in a form that tar takes for a file: one with a colon in its first component would be a
-// remote host to it.
+// The path in a form that tar takes for a file: a colon in the first component would make a remote
+// host of it.
 static fs::path_t local_file(const fs::path_t& path) {
   const char* const name = path.cstring();
   return name[std::strcspn(name, ":/")] == ':' ? joined(".", name) : path;
@@ -80,72 +136,48 @@ static void unpack(const fs::path_t& archive, const fs::path_t& directory) {
   }
 }
 
-static void write_pointer(const fs::path_t& pointer, const char* version) {
+static void write_pointer(const fs::path_t& pointer, const char* release) {
   OutstreamPathImpl file(pointer, false);
-  Outstream(file.stream()).write(version);
+  Outstream(file.stream()).write(release);
   if (file.finalize() != 0) {
-    // What is there may be the beginning of the name, and so another release's.
+    // What is there may be the beginning of the name, and so the name of another release.
     std::fclose(pointer.open_write(false));
     throw_failure("latest file could not be written");
   }
 }
 
-// Succeeds only for a directory with nothing in it. What a link leads to is not the run's to judge.
+// Removes the cache if it is a directory with nothing in it. A link to one stays.
 static void remove_cache(const fs::path_t& cache) {
   rmdir(cache.cstring());
-}
-
-// What exec would say of it, before anything that holds so long a name is made.
-static void check_argument(const char* name) {
-  static constexpr size_t kLongest = 131071;  // the kernel's limit, 32 pages with the terminator
-  if (std::strlen(name) > kLongest) {
-    throw_system_failure(E2BIG);
-  }
 }
 
 void update_package(const update_settings_t* settings, const char* base_url, const char* remote,
                     const char* local, const char* platform) {
   const fs::path_t cache(settings->temp_cache);
-  const fs::path_t local_directory(local);
-  const fs::path_t local_pointer = joined(local_directory, Layout::kLatest);
-
-  const int lock = settings->lock_latest ? lock_pointer(local_directory, local_pointer) : -1;
-
-  download_file(base_url, remote, cache.cstring(), Layout::kLatest);
-  fs::path_t downloaded_pointer = joined(cache, Layout::kLatest);
-  if (!downloaded_pointer.exists()) {
-    throw_failure("latest pointer could not be downloaded");
+  const fs::path_t directory(local);
+  const fs::path_t pointer = joined(directory, Layout::kLatest);
+  ItemLock lock;
+  if (settings->lock_latest) {
+    lock.take(directory, pointer);
   }
-  const malloc_ptr<char> wanted(read_pointer_line(downloaded_pointer.cstring()));
-  downloaded_pointer.remove();
 
-  const malloc_ptr<char> current(local_pointer.exists() ? read_pointer_line(local_pointer.cstring())
-                                                        : nullptr);
+  const malloc_ptr<char> wanted = fetch_wanted_release(base_url, remote, cache);
+  const malloc_ptr<char> current = read_current_release(pointer);
   if (current != nullptr && equal(current.get(), wanted.get())) {
     remove_cache(cache);
+    lock.keep();
     return;
   }
   Runtime.log(current == nullptr ? "- %s\n" : "- %s [updating]\n", remote);
 
-  check_argument(wanted.get());
-  const std::string archive_name = std::string(platform) + Layout::kArchiveExtension;
-  download_file(base_url, joined(remote, wanted.get()).cstring(), cache.cstring(),
-                archive_name.c_str());
-  fs::path_t archive = fs::path_t(cache).join_ext(platform, Layout::kArchiveExtension);
-  if (!archive.exists()) {
-    throw_failure("archive could not be downloaded");
-  }
-
-  // The pointer is switched last: who reads it never sees a version that is half unpacked.
-  const fs::path_t version_directory = joined(local_directory, wanted.get());
-  version_directory.create_directory(true);
-  unpack(archive, version_directory);
+  fs::path_t archive = fetch_archive(base_url, remote, wanted.get(), platform, cache);
+  const fs::path_t release_directory = joined(directory, wanted.get());
+  release_directory.create_directory(true);
+  unpack(archive, release_directory);
   archive.remove();
-  write_pointer(local_pointer, wanted.get());
-
-  if (settings->lock_latest) {
-    unlock_pointer(lock);
-  }
+  // The pointer is switched last: who reads it never sees a release that is half unpacked.
+  write_pointer(pointer, wanted.get());
+  lock.release();
   remove_cache(cache);
 }
 
