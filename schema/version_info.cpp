@@ -19,11 +19,18 @@ void* image___version_info___allocate_block_f(dympage_t* allocator, uint64_t siz
   return dympage_alloc(allocator, size, alignment);
 }
 
-// A block for a text of `length` bytes, of which the first `n` are copied.
+// A block for a text of `length` bytes and its NUL.
+static char* make_text(dympage_t* allocator, uint64_t length, uint64_t alignment) {
+  // With the greatest length, the size would wrap; that length alone is already too much to have.
+  const uint64_t size = length == UINT64_MAX ? length : length + 1;
+  return static_cast<char*>(image___version_info___allocate_block_f(allocator, size, alignment));
+}
+
+// The same with the first `n` bytes of `text`.
 static char* copy_text(dympage_t* allocator, const char* text, uint64_t n, uint64_t length) {
-  void* const block = image___version_info___allocate_block_f(allocator, length + 1, 1);
+  char* const block = make_text(allocator, length, 1);
   short_block_copy(block, text, n);
-  return static_cast<char*>(block);
+  return block;
 }
 
 char* image___version_info___allocate_text_f(dympage_t* allocator, const char* text,
@@ -118,8 +125,7 @@ static char* alloc_text(dympage_t* allocator, const Property& property, uint64_t
   if (!begin_assignment(property, length)) {
     return nullptr;
   }
-  *property.text =
-      static_cast<char*>(image___version_info___allocate_block_f(allocator, length + 1, 8));
+  *property.text = make_text(allocator, length, 8);
   return *property.text;
 }
 

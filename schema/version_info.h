@@ -2,7 +2,8 @@
 // each with its version.
 //
 // All records and texts of a document live in the page allocator made for it and are never freed
-// one by one. Texts end with a NUL; lengths are bytes and do not count it.
+// one by one. Texts end with a NUL; lengths are bytes and do not count it. A failed allocation ends
+// the process, and so does a length that no memory can hold.
 //
 // A setter that fails reports through the document's root: it calls `error_hook`, if any, with the
 // message, stores the message in `error` and returns -1 or null. Nothing throws or jumps.

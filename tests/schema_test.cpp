@@ -71,6 +71,18 @@ TEST(VersionInfo, PropertiesAreAssignedOnceAndFailuresGoThroughTheRoot) {
   EXPECT_EQ(root->system_types_count, 1U);
 }
 
+TEST(VersionInfo, LengthsThatNoMemoryHoldsEndTheProcess) {
+  const Document document;
+  auto [pages, root] = std::pair(document.pages, document.root);
+  entry_t* const alpha = ROOT(system_types___iwrite_create_entry)(pages, root, "alpha");
+  for (const uint64_t length : {UINT64_MAX, UINT64_MAX - 1, UINT64_MAX / 2}) {
+    EXPECT_DEATH(DOCUMENT(allocate_text_f)(pages, "abc", length), "Out of memory!");
+    EXPECT_DEATH(ENTRY(allocate_f)(pages, root, "beta", length), "Out of memory!");
+    EXPECT_DEATH(ROOT(platform_version___iwrite_alloc)(pages, root, length), "Out of memory!");
+    EXPECT_DEATH(ENTRY(version___iwrite_alloc)(pages, alpha, length), "Out of memory!");
+  }
+}
+
 static const std::string kFingerprint =
     "d95b246cca0c3b04d105771d58246fa0e706a6d44ac97d6cb4bab99390a02582";
 
