@@ -17,6 +17,7 @@ unsigned long long dymarray_init(dymarray_t* array, unsigned long long element_s
 
 void dymarray_destroy(dymarray_t* array) {
   std::free(array->data);
+  dymarray_init(array, array->element_size, array->step);
 }
 
 void dymarray_grow(dymarray_t* array) {

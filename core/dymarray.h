@@ -25,7 +25,7 @@ typedef struct dymarray_t {
 unsigned long long dymarray_init(dymarray_t* array, unsigned long long element_size,
                                  unsigned long long step);
 
-/* Frees the elements; the record must be initialised again before it is used again. */
+/* Frees the elements; the array is empty then and may be used again. */
 void dymarray_destroy(dymarray_t* array);
 
 /* Makes room for `step` more elements; for dymarray_alloc. */

@@ -84,7 +84,9 @@ void* dympage_alloc_in_new_page(dympage_t* handle, unsigned long long size,
 }
 
 void dympage_destroy(dympage_t* handle) {
-  for (dympage_page_t* page = handle->page; page != nullptr;) {
+  dympage_page_t* page = handle->page;
+  handle->page = nullptr;  // now, as the handle may lie in a page
+  while (page != nullptr) {
     dympage_page_t* const previous = page->previous;
     std::free(page);
     page = previous;

@@ -55,7 +55,8 @@ static inline void* dympage_alloc(dympage_t* handle, unsigned long long size,
   return short_block_clear(block, size);
 }
 
-/* Frees every page, and with them the handle of an allocator made by dympage_create. */
+/* Frees every page, and with them the handle of an allocator made by dympage_create. A handle that
+ * the caller holds must be initialised again before it is used again. */
 void dympage_destroy(dympage_t* handle);
 
 /* The size of all pages, headers included. */

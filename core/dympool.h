@@ -55,7 +55,7 @@ static inline void* dympool_free(dympool_t* pool, void* element) {
   return previous;
 }
 
-/* Frees every page, and with them every element. */
+/* Frees every page, and with them every element; the pool is empty then and may be used again. */
 void dympool_destroy(dympool_t* pool);
 
 /* The number of pages. */

@@ -92,7 +92,7 @@ static void fuzz_array(Input* input) {
   std::vector<Element> model;
   size_t capacity = 0;
   while (!input->empty()) {
-    const int operation = input->byte() % 5;
+    const int operation = input->byte() % 6;
     const uint8_t value = input->byte();
     if (operation == 0) {
       auto* const element = static_cast<Element*>(dymarray_alloc(&array));
@@ -113,6 +113,10 @@ static void fuzz_array(Input* input) {
     } else if (operation == 4) {
       dymarray_sort(&array, compare_elements);
       std::sort(model.begin(), model.end());
+    } else if (operation == 5 && value < 64) {
+      dymarray_destroy(&array);
+      model.clear();
+      capacity = 0;
     }
     REQUIRE(dymarray_size(&array) == model.size() && step != 0);
     REQUIRE(dymarray_overhead(&array) == capacity - model.size());

@@ -86,6 +86,7 @@ TEST(Dympage, CarvesAlignedZeroedBlocksFromPages) {
   EXPECT_EQ(dympage_usage(&pages), 422U);  // the padding of the page before is used up
   EXPECT_EQ(dympage_overhead(&pages), 84U + 4U);
   dympage_destroy(&pages);
+  dympage_destroy(&pages);
 
   for (int round = 0; round < 2; ++round) {
     dympage_t* own = dympage_create2(4096);
