@@ -3,6 +3,7 @@
 #include <charconv>
 #include <climits>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -23,9 +24,13 @@ static void append_bytes(bucket_t* b, const char* bytes, unsigned long long n) {
   }
   const unsigned long long new_length = b->length + n;
   if (new_length >= b->capacity) {
+    const uintptr_t offset =
+        reinterpret_cast<uintptr_t>(bytes) - reinterpret_cast<uintptr_t>(b->data);
+    const bool own_bytes = offset < b->capacity;
     resize(b, new_length + kStep);
+    bytes = own_bytes ? b->data + offset : bytes;
   }
-  std::memcpy(b->data + b->length, bytes, n);
+  std::memmove(b->data + b->length, bytes, n);
   b->data[new_length] = '\0';
   b->length = new_length;
 }

@@ -22,10 +22,11 @@ bucket_t* bucket_nil(bucket_t* b);
 /* Appends one byte. */
 bucket_t* bucket_push(bucket_t* b, char c);
 
-/* Appends a C string; a null one appends nothing. It must not lie in the builder. */
+/* Appends a C string, which may lie in the builder; a null one appends nothing. */
 bucket_t* bucket_append(bucket_t* b, const char* s);
 
-/* Appends each `const char*` argument up to the null pointer that must end the list. */
+/* Appends each `const char*` argument up to the null pointer that must end the list. None of them
+ * may lie in the builder. */
 bucket_t* bucket_appendv(bucket_t* b, ...);
 
 /* Appends the decimal text of `v`. The most negative value gives "--922337203685477580(". */

@@ -1,6 +1,7 @@
 #include "core/string_array.h"
 
 #include <cstdlib>
+#include <utility>
 
 #include "core/allocation.h"
 #include "core/c_string.h"
@@ -14,7 +15,9 @@ const char* StringArray::get_unmanaged_string(unsigned index) const {
 }
 
 void StringArray::update_from(const char* const* source, unsigned n) {
-  release();
+  StringArray previous;  // freed last: `source` may be our own texts
+  std::swap(previous.strings, strings);
+  std::swap(previous.count, count);
   copy_from(source, n);
 }
 

@@ -16,7 +16,7 @@ class StringArray {
 
   unsigned get_size() const { return count; }
 
-  // Replaces the content by copies of `source[0 .. n)`, which must not be this array's own texts.
+  // Replaces the content by copies of `source[0 .. n)`, which may be this array's own texts.
   void update_from(const char* const* source, unsigned n);
 
   // The same for an array known to be empty. A filled one leaks what it held.

@@ -49,8 +49,9 @@ static void fuzz_bucket(Input* input) {
     capacity = model.size() >= capacity ? model.size() + 64 : capacity;
   };
   while (!input->empty()) {
-    const int operation = input->byte() % 5;
+    const int operation = input->byte() % 6;
     const std::string text = input->c_text(input->byte() % 100);
+    const std::string own = model.substr(model.size() - std::min(model.size(), text.size()));
     if (operation == 0) {
       bucket_push(bucket_append(&bucket, nullptr), 'p');
       put("p");
@@ -68,7 +69,10 @@ static void fuzz_bucket(Input* input) {
       bucket_cstring(&bucket);  // which reserves the first bytes
       put("");
       bucket_drop(&bucket, text.size());
-      model.resize(model.size() - std::min(model.size(), text.size()));
+      model.resize(model.size() - own.size());
+    } else if (operation == 4) {
+      bucket_append(&bucket, bucket_cstring(&bucket) + model.size() - own.size());
+      put(own);
     } else {
       bucket_release(&bucket);
       model.clear();

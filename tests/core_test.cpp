@@ -30,6 +30,8 @@ TEST(Strings, AreComparedCopiedAndReleased) {
   EXPECT_STREQ(array.get_unmanaged_strings()[0], "a");
   EXPECT_STREQ(array.get_unmanaged_string(2), "c");
   EXPECT_EQ(array.get_unmanaged_string(3), nullptr);
+  array.update_from(array.get_unmanaged_strings() + 1, 2);  // its own content
+  EXPECT_TRUE(array.get_size() == 2 && equal(array.get_unmanaged_string(1), "c"));
   array.update_from(source, 0);
   EXPECT_TRUE(array.get_size() == 0 && array.get_unmanaged_string(0) == nullptr);
   array.release();
