@@ -20,9 +20,25 @@ static bool get_status(bucket_t* path, struct stat* status) {
   return stat(bucket_cstring(path), status) == 0;
 }
 
-static void replace(bucket_t* path, const char* text) {
+// Gives the path another text, which may have been made from its own.
+static bucket_t* replace(bucket_t* path, const bucket_t& text) {
   bucket_release(path);
-  bucket_append(path, text);
+  *path = text;
+  return path;
+}
+
+// The component may not lie in the path.
+static void append_component(bucket_t* path, const char* component) {
+  if (component == nullptr || component[0] == '\0') {
+    return;
+  }
+  // A backslash counts as absolute here, unlike in fs::path_t.
+  if (component[0] == '/' || component[0] == '\\' || path->length == 0) {
+    bucket_release(path);
+  } else if (path->data[path->length - 1] != '/') {
+    bucket_push(path, '/');
+  }
+  bucket_append(path, component);
 }
 
 bucket_t fs_init(const char* text) {
@@ -36,33 +52,26 @@ bucket_t fs_copy(bucket_t* path) {
 }
 
 void fs_join(bucket_t* path, const char* component) {
-  if (component == nullptr || component[0] == '\0') {
-    return;
-  }
-  // A backslash counts as absolute here, unlike in fs::path_t.
-  if (component[0] == '/' || component[0] == '\\' || path->length == 0) {
-    replace(path, component);
-    return;
-  }
-  if (path->data[path->length - 1] != '/') {
-    bucket_push(path, '/');
-  }
-  bucket_append(path, component);
+  fs_join_ext(path, component, nullptr);
 }
 
 void fs_joinv(bucket_t* path, ...) {
+  bucket_t joined = fs_copy(path);
   va_list components;
   va_start(components, path);
   for (const char* component = va_arg(components, const char*); component != nullptr;
        component = va_arg(components, const char*)) {
-    fs_join(path, component);
+    append_component(&joined, component);
   }
   va_end(components);
+  replace(path, joined);
 }
 
 bucket_t* fs_join_ext(bucket_t* path, const char* component, const char* ext) {
-  fs_join(path, component);
-  return bucket_append(path, ext);
+  bucket_t joined = fs_copy(path);
+  append_component(&joined, component);
+  bucket_append(&joined, ext);
+  return replace(path, joined);
 }
 
 int fs_realpath(bucket_t* path) {
@@ -70,28 +79,28 @@ int fs_realpath(bucket_t* path) {
   if (realpath(bucket_cstring(path), resolved) == nullptr) {
     return -1;
   }
-  replace(path, resolved);
+  replace(path, fs_init(resolved));
   return 0;
 }
 
 bucket_t* fs_dirname(bucket_t* path, bucket_t* out) {
   const char* const text = bucket_cstring(path);
   const char* const slash = std::strrchr(text, '/');
-  bucket_release(out);
   if (slash == nullptr) {
-    return bucket_append(out, ".");
+    return replace(out, fs_init("."));
   }
   if (slash == text) {
-    return bucket_append(out, "/");
+    return replace(out, fs_init("/"));
   }
-  return bucket_drop(bucket_append(out, text), std::strlen(slash));
+  bucket_t directory = fs_init(text);
+  bucket_drop(&directory, std::strlen(slash));
+  return replace(out, directory);
 }
 
 bucket_t* fs_basename(bucket_t* path, bucket_t* out) {
   const char* const slash = std::strrchr(bucket_cstring(path), '/');
-  bucket_release(out);
   // A bare name has an empty base name, on purpose, as in fs::path_t.
-  return slash == nullptr ? out : bucket_append(out, slash + 1);
+  return replace(out, fs_init(slash == nullptr ? nullptr : slash + 1));
 }
 
 int fs_exists(bucket_t* path) {
@@ -305,6 +314,6 @@ const char* fs_iter_name(fs_dir_t* dir) {
 
 bucket_t fs_iter_path(fs_dir_t* dir) {
   bucket_t path = fs_copy(dir->path);
-  fs_join(&path, fs_iter_name(dir));
+  append_component(&path, fs_iter_name(dir));
   return path;
 }

@@ -2,8 +2,8 @@
  * count for success, -1 for failure, with errno as the failing call left it), nothing throws and
  * nothing prints.
  *
- * A builder returned by value is new and the caller's to release; an `out` builder is released
- * first and then receives the result, so it must not be the path itself. Builders are never null.
+ * A builder returned by value is new and the caller's to release; an `out` builder receives the
+ * result in place of what it held and may be the path itself. Builders are never null.
  * Not for two threads at once: fs_realpath, fs_fcopy. */
 #ifndef RUNENV_FS_FILE_INTERFACE_H
 #define RUNENV_FS_FILE_INTERFACE_H
@@ -18,13 +18,14 @@
 extern "C" {
 #endif
 
-/* A new builder holding a copy of a text or of a path. */
+/* A new builder holding a copy of a text or of a path; a null text gives an empty one. */
 bucket_t fs_init(const char* text);
 bucket_t fs_copy(bucket_t* path);
 
 /* Appends a component behind one "/". One that begins with "/" or a backslash replaces the path, a
  * null or empty one changes nothing. The list of fs_joinv ends with a null pointer. fs_join_ext
- * appends `ext` verbatim afterwards and returns the path. */
+ * appends `ext` verbatim afterwards and returns the path. The texts may lie in the path itself. The
+ * path gets new storage: what bucket_cstring gave before is gone. */
 void fs_join(bucket_t* path, const char* component);
 void fs_joinv(bucket_t* path, ...);
 bucket_t* fs_join_ext(bucket_t* path, const char* component, const char* ext);

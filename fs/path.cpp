@@ -38,16 +38,19 @@ path_t& path_t::join(const char* component) {
     text = component;
     return *this;
   }
-  if (!text.empty() && text.back() != '/') {
-    text += '/';
-  }
+  // The "/" comes last: a component in this path must not change before it is copied.
+  const size_t end = text.size();
   text += component;
+  if (end != 0 && text[end - 1] != '/') {
+    text.insert(end, 1, '/');
+  }
   return *this;
 }
 
 path_t& path_t::join_ext(const char* name, const char* ext) {
+  const std::string suffix(ext);  // may lie in this path
   join(name);
-  text += ext;
+  text += suffix;
   return *this;
 }
 

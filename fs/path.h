@@ -18,10 +18,10 @@ class path_t {
   const char* cstring() const { return text.c_str(); }
 
   // Appends a component behind one "/"; an absolute one replaces the path, a null or empty one
-  // changes nothing. It must not lie in this path.
+  // changes nothing. It may lie in this path.
   path_t& join(const char* component);
 
-  // join, then `ext` verbatim: the caller gives the dot.
+  // join, then `ext` verbatim: the caller gives the dot. Both may lie in this path.
   path_t& join_ext(const char* name, const char* ext);
 
   // Replaces the text by its canonical absolute form. Throws Error.

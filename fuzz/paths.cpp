@@ -44,6 +44,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       object_model = join(object_model, first, kObject);
       fs_joinv(&bucket, first, "", last.c_str(), nullptr);
       c_model = join(join(c_model, first, kC), last.c_str(), kC);
+    } else if (decision % 4 == 2) {  // texts of their own
+      const size_t own = std::min({text.size(), object_model.size(), c_model.size()});
+      std::string end = object_model.substr(object_model.size() - own);
+      const char* const in_path = path.cstring() + object_model.size() - own;
+      path.join_ext(in_path, in_path);
+      object_model = join(object_model, end.c_str(), kObject) + end;
+      end = c_model.substr(c_model.size() - own);
+      const char* in_bucket = bucket.data + c_model.size() - own;
+      fs_joinv(&bucket, in_bucket, in_bucket, nullptr);
+      c_model = join(join(c_model, end.c_str(), kC), end.c_str(), kC);
+      in_bucket = bucket.data + c_model.size() - own;
+      fs_join_ext(&bucket, in_bucket, in_bucket);
+      c_model = join(c_model, end.c_str(), kC) + end;
     } else {
       path.join_ext(first, last.c_str());
       object_model = join(object_model, first, kObject) + last;
@@ -55,6 +68,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     REQUIRE(path.base_name().cstring() == base_of(object_model));
     REQUIRE(text_of(&bucket) == c_model + '\0');
     REQUIRE(text_of(fs_dirname(&bucket, &out)) == directory_of(c_model) + '\0');
+    const std::string above = directory_of(directory_of(c_model));
+    REQUIRE(text_of(fs_dirname(&out, &out)) == above + '\0');
+    REQUIRE(text_of(fs_basename(&out, &out)) == base_of(above) + '\0');
     REQUIRE(text_of(fs_basename(&bucket, &out)) == base_of(c_model) + '\0');
   }
   bucket_release(&bucket);
