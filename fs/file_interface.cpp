@@ -297,6 +297,9 @@ int fs_dir_open(bucket_t* path, fs_dir_t* dir) {
 }
 
 int fs_dir_read(fs_dir_t* dir) {
+  if (dir->handle == nullptr) {
+    return 0;
+  }
   do {
     dir->entry = readdir(dir->handle);
   } while (dir->entry != nullptr && dir->entry->d_name[0] == '.');

@@ -74,7 +74,8 @@ int fs_rename(bucket_t* old_path, bucket_t* new_path);
 int fs_touch(bucket_t* path);
 int fs_touch_path(bucket_t* path);
 
-/* Copies a file; mind the order. On failure an incomplete destination may be left. */
+/* Copies a file; mind the order. On failure an incomplete destination may be left. A file that is
+ * copied onto itself is emptied. */
 int fs_fcopy(bucket_t* destination, bucket_t* source);
 
 /* A stream over the file, null on failure; istream_destroy closes it. */
@@ -93,7 +94,7 @@ struct fs_ostream_t {
 fs_ostream_t* fs_open_write(bucket_t* path);
 
 /* Reads the names in a directory; those that begin with "." are left out. There is no closing:
- * fs_dir_read closes the directory when it answers 0, and must not be called again. */
+ * fs_dir_read closes the directory when it returns 0, and returns 0 ever after. */
 typedef struct fs_dir_t {
   bucket_t* path; /* the caller's, to be kept unchanged meanwhile */
   DIR* handle;

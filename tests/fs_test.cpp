@@ -126,12 +126,14 @@ TEST_F(FsTest, ListingsLeaveOutWhatIsHidden) {
   }
   fs_dir_t listing;
   EXPECT_EQ(fs_dir_open(Bucket("no"), &listing), -1);
+  EXPECT_EQ(fs_dir_read(&listing), 0);
   Bucket path("d");
   ASSERT_EQ(fs_dir_open(path, &listing), 0);
   EXPECT_EQ(fs_dir_read(&listing), 1);
   EXPECT_STREQ(fs_iter_name(&listing), "x");
   EXPECT_EQ(Bucket(fs_iter_path(&listing)).text(), "d/x");
   EXPECT_EQ(fs_dir_read(&listing), 0);
+  EXPECT_EQ(fs_dir_read(&listing), 0);  // past the end
 }
 
 TEST_F(FsTest, CFunctionsAnswerPlainIntegers) {
