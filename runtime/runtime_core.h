@@ -50,6 +50,8 @@ class RuntimeCore {
 
   // Prints a message to standard output (log) or standard error (error) and flushes it at once.
   // Format and arguments are printf's; no newline is added. Output errors are ignored.
+  // %n is not supported: it would count the prefix and the colour as well, and a hardened C library
+  // ends the process over it, because the format text is composed in writable memory.
   [[gnu::format(printf, 2, 3)]] void log(const char* format, ...);
   [[gnu::format(printf, 2, 3)]] void error(const char* format, ...);
 
