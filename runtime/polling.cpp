@@ -17,8 +17,9 @@ uint32_t RuntimeCore::register_event(void (*callback)(void*), void* argument) {
 void RuntimeCore::deregister_event(uint32_t) {}
 
 void RuntimeCore::poll(uint32_t milliseconds) {
-  // By index: a callback may register further events, which run in this pass already.
-  for (size_t i = 0; i < state->events.size(); ++i) {
+  // By index, since a callback may register events. Those run from the next pass on.
+  const size_t count = state->events.size();
+  for (size_t i = 0; i < count; ++i) {
     const RuntimeCoreEvent event = state->events[i];
     if (event.callback != nullptr) {
       event.callback(event.argument);

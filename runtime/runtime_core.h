@@ -68,6 +68,7 @@ class RuntimeCore {
 
   // Runs the event callbacks in the order of their registration, then, if the sockets are started,
   // one pass of the socket layer, which waits up to `milliseconds`. Without sockets it never waits.
+  // Events that a callback registers run from the next poll on.
   void poll(uint32_t milliseconds);
 
   // Starts and stops the socket layer; a second start or stop is harmless.

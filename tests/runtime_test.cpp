@@ -9,6 +9,21 @@ static const char* volatile kOneConversion = "%d\n";
 
 using SGR = RuntimeCore::SGR;
 
+static void double_itself(void* calls) {
+  if (++*static_cast<int*>(calls) < 100) {
+    Runtime.register_event(double_itself, calls);
+  }
+}
+
+TEST(Events, ThoseRegisteredInAPassRunInTheNext) {
+  static int calls = 0;  // an event stays for good
+  Runtime.register_event(double_itself, &calls);
+  for (const int expected : {1, 3, 7}) {
+    Runtime.poll(0);
+    EXPECT_EQ(calls, expected);
+  }
+}
+
 TEST(Console, WritesMessagesBehindAnOptionalPrefix) {
   static const std::string kLong(1 << 20, 'y');
   const struct {
