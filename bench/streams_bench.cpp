@@ -53,7 +53,7 @@ struct OurWriter {
   OutstreamPathImpl file;
   Outstream stream{file.stream()};
   explicit OurWriter(const char* path) : file(path, false) {}
-  ~OurWriter() { file.finalize(); }
+  ~OurWriter() { (void)file.finalize(); }
   void put(const char* bytes, size_t n) { stream.write_len(bytes, n); }
 };
 

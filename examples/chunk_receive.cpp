@@ -25,7 +25,9 @@ static void receive_file(Message::Inbound* message, const char* path) {
   for (long long n; (n = input.stream()->read_block(bytes, sizeof bytes)) > 0;) {
     output.stream()->write(bytes, static_cast<unsigned long long>(n));
   }
-  output.finalize();
+  if (output.finalize() != 0) {
+    Runtime.error("'%s' is not complete\n", path);
+  }
 }
 
 static void print_message(Message::Inbound* message) {

@@ -32,6 +32,13 @@ void OutstreamCache::write_pieces(const char* bytes, unsigned long long n) {
   }
 }
 
+// A file that is closed already takes no more.
+static void write_file(FILE* file, const char* bytes, uint64_t n) {
+  if (file != nullptr) {
+    std::fwrite(bytes, 1, n, file);
+  }
+}
+
 void OutstreamCache::flush() {
   if (staged == 0) {
     return;
@@ -41,7 +48,7 @@ void OutstreamCache::flush() {
       static_cast<OutstreamMemImpl*>(sink)->buffer.append(stage, staged);
       break;
     case kFile:
-      std::fwrite(stage, 1, staged, static_cast<OutstreamFSImpl*>(sink)->file);
+      write_file(static_cast<OutstreamFSImpl*>(sink)->file, stage, staged);
       break;
     case kSocketMessage:
       static_cast<OutstreamSockImpl*>(sink)->send_staged(stage, staged);
@@ -73,7 +80,13 @@ OutstreamPathImpl::OutstreamPathImpl(const fs::path_t& path, bool create_parents
 
 int OutstreamPathImpl::finalize() {
   cache.flush();
-  return std::fclose(file);
+  if (file != nullptr) {
+    const bool failed = std::ferror(file) != 0;  // fclose forgets what an earlier write has lost
+    const bool closed = std::fclose(file) == 0;
+    file = nullptr;
+    result = closed && !failed ? 0 : EOF;
+  }
+  return result;
 }
 
 void Outstream::write(const char* text) {

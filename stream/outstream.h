@@ -6,7 +6,8 @@
 // handle. The variants own the writer and, where said, the sink. None of them may be copied or
 // moved.
 //
-// Write errors of a file are not detected while writing.
+// Write errors of a file are not detected while writing: the file keeps them for ferror, and
+// OutstreamPathImpl::finalize reports them.
 #pragma once
 
 #include <cstdint>
@@ -89,14 +90,17 @@ class OutstreamFSImpl {
 
 // A writer into the file at a path, created or emptied, after the directories above it when
 // `create_parents` is true. Throws Error when the file cannot be opened.
-class OutstreamPathImpl : public OutstreamFSImpl {
+class OutstreamPathImpl final : public OutstreamFSImpl {
  public:
   OutstreamPathImpl(const fs::path_t& path, bool create_parents);
 
-  // Delivers what is staged and closes the file, with the result of fclose: EOF when what the C
-  // library still held did not reach the file. It is the last call; a writer that is never
-  // finalised leaves its file open.
-  int finalize();
+  // Delivers what is staged and closes the file: 0, or EOF when not all that was ever written has
+  // reached the file. A second call changes nothing and returns the same; what is written after the
+  // first, when `file` is null, is dropped. A writer that is never finalised leaves its file open.
+  [[nodiscard]] int finalize();
+
+ private:
+  int result = 0;  // of finalize
 };
 
 // The handle of a writer; copying it copies the handle, not the stream.

@@ -138,6 +138,22 @@ TEST(Outstream, StagesExactlyOneMiB) {
   EXPECT_EQ(std::string(memory.buffer.array, memory.buffer.size), content + '\0');
 }
 
+TEST_F(StreamTest, AFileThatIsNotWholeIsReportedByEveryFinalize) {
+  for (const size_t size : {0U, 5U, 1024U * 1024, 3U * 1024 * 1024}) {
+    const std::string content = pattern(size);
+    for (const char* path : {"f", "/dev/full"}) {
+      OutstreamPathImpl file(path, false);
+      Outstream(file.stream()).write_len(content.data(), size);
+      const int expected = size != 0 && path[0] == '/' ? EOF : 0;
+      EXPECT_EQ(file.finalize(), expected) << path << " " << size;
+      Outstream(file.stream()).write_len(content.data(), size);  // too late
+      EXPECT_EQ(file.finalize(), expected);
+      Outstream(file.stream()).write("for the destructor");
+    }
+    EXPECT_EQ(read_file("f"), content);
+  }
+}
+
 TEST_F(StreamTest, ABorrowedFileGetsWhatIsStagedAndStaysOpen) {
   FILE* const borrowed = std::fopen("f", "wb");
   OutstreamFSImpl file(borrowed);
