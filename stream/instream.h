@@ -79,9 +79,12 @@ class InstreamFSImpl {
 };
 
 // A reader over the file at a path, which it opens and closes. Throws Error when the file cannot
-// be opened.
-class InstreamPathImpl : public InstreamFSImpl {
+// be opened. The base is private because a destruction through it would leave the file open.
+class InstreamPathImpl final : private InstreamFSImpl {
  public:
+  using InstreamFSImpl::block, InstreamFSImpl::position, InstreamFSImpl::block_remaining;
+  using InstreamFSImpl::cache, InstreamFSImpl::file, InstreamFSImpl::stream;
+
   explicit InstreamPathImpl(const fs::path_t& path);
   ~InstreamPathImpl();
 

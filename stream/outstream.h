@@ -89,9 +89,12 @@ class OutstreamFSImpl {
 };
 
 // A writer into the file at a path, created or emptied, after the directories above it when
-// `create_parents` is true. Throws Error when the file cannot be opened.
-class OutstreamPathImpl final : public OutstreamFSImpl {
+// `create_parents` is true. Throws Error when the file cannot be opened. The base is private
+// because a finalize through it would leave the file open.
+class OutstreamPathImpl final : private OutstreamFSImpl {
  public:
+  using OutstreamFSImpl::cache, OutstreamFSImpl::file, OutstreamFSImpl::stream;
+
   OutstreamPathImpl(const fs::path_t& path, bool create_parents);
 
   // Delivers what is staged and closes the file: 0, or EOF when not all that was ever written has

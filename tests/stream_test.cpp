@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <cstring>
 #include <tuple>
+#include <type_traits>
 
 #include "core/error.h"
 #include "stream/instream.h"
@@ -137,6 +138,10 @@ TEST(Outstream, StagesExactlyOneMiB) {
   memory.finalize(true);
   EXPECT_EQ(std::string(memory.buffer.array, memory.buffer.size), content + '\0');
 }
+
+// Closed through a base, they would leave their files open.
+static_assert(!std::is_convertible_v<OutstreamPathImpl*, OutstreamFSImpl*> &&
+              !std::is_convertible_v<InstreamPathImpl*, InstreamFSImpl*>);
 
 TEST_F(StreamTest, AFileThatIsNotWholeIsReportedByEveryFinalize) {
   for (const size_t size : {0U, 5U, 1024U * 1024, 3U * 1024 * 1024}) {
