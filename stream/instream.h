@@ -3,6 +3,9 @@
 // A reader is an InstreamCache, whose kind tag says which variant object holds its source; readers
 // are handed around as Instream, a one-pointer handle. The variants own the reader and, where said,
 // the source. None of them may be copied or moved.
+//
+// Read errors of a file are not reported: a read that fails, as on a broken disk, is tried again at
+// once, for as long as it fails. Only the end of file ends the stream.
 #pragma once
 
 #include <cstdint>
@@ -29,7 +32,7 @@ class InstreamCache {
   InstreamCache& operator=(const InstreamCache&) = delete;
 
   // Delivers up to `count` bytes, at most what the current block holds, and says how many; -1 at
-  // the end of data. Read errors of a file are not detected: reading goes on until the end of file.
+  // the end of data.
   long long read_block(char* destination, unsigned count);
 
   // How many bytes can be read without waiting: what memory has left, or what the current block

@@ -52,7 +52,8 @@ istream* istream_create_memory(const char* data, unsigned long long length);
 /* A stream over the process's standard input; it cannot seek. */
 istream* istream_create_stdin(void);
 
-/* The read function of records that hold a FILE (istream_file). */
+/* The read function of records that hold a FILE (istream_file). A read error counts as the end of
+ * data. */
 unsigned long long istream_stdio_read_len(istream* stream, char* destination,
                                           unsigned long long count);
 
