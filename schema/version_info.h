@@ -6,7 +6,9 @@
 // the process, and so does a length that no memory can hold.
 //
 // A setter that fails reports through the document's root: it calls `error_hook`, if any, with the
-// message, stores the message in `error` and returns -1 or null. Nothing throws or jumps.
+// message, stores the message in `error` and returns -1 or null. Nothing throws or jumps, nor may
+// the hook: a jump out of it passes over destructors of the reader, which leaks and is undefined.
+// Jump when the setter or the reader has returned.
 #pragma once
 
 #include <csetjmp>
@@ -18,7 +20,7 @@
 
 struct image___version_info___root_t {
   image___version_info___root_t* root;      // this record
-  void (*error_hook)(const char* message);  // may be null
+  void (*error_hook)(const char* message);  // may be null; must return
   jmp_buf recovery;                         // where the caller may jump to when reading fails
   const char* error;                        // the last failure, a static text; null: none
   uint8_t platform_version_set;             // 1: assigned
