@@ -4,7 +4,7 @@
 
 class Instream;
 
-class Buffer {
+class Buffer final {
  public:
   // An empty buffer; an `initial_capacity` of 0 allocates nothing yet.
   explicit Buffer(unsigned long long initial_capacity);

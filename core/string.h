@@ -1,7 +1,7 @@
 // An owned heap C string.
 #pragma once
 
-class String {
+class String final {
  public:
   String() = default;  // empty: a null pointer
   ~String();

@@ -1,7 +1,7 @@
 // An owned array of heap C strings.
 #pragma once
 
-class StringArray {
+class StringArray final {
  public:
   StringArray() = default;  // empty: a null pointer and a count of 0
   ~StringArray();

@@ -9,7 +9,7 @@ namespace fs {
 
 struct _impl_t;
 
-class iterator_t {
+class iterator_t final {
  public:
   // Stands at the first entry. "." and ".." are never listed; other names that begin with "." only
   // with `include_hidden`. A directory that cannot be opened has no entries.

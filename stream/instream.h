@@ -19,7 +19,7 @@ class InstreamMemImpl;
 class InstreamFSImpl;
 class InstreamSockImpl;
 
-class InstreamCache {
+class InstreamCache final {
  public:
   static constexpr uint32_t kMemory = 0;
   static constexpr uint32_t kFile = 1;
@@ -50,7 +50,7 @@ class InstreamCache {
 };
 
 // A reader over `remaining` bytes at `data`, which it borrows.
-class InstreamMemImpl {
+class InstreamMemImpl final {
  public:
   InstreamMemImpl(const char* bytes, unsigned long long length);
 

@@ -21,7 +21,7 @@ class OutstreamMemImpl;
 class OutstreamFSImpl;
 class OutstreamSockImpl;
 
-class OutstreamCache {
+class OutstreamCache final {
  public:
   static constexpr uint32_t kMemory = 0;
   static constexpr uint32_t kFile = 1;
@@ -61,7 +61,7 @@ class OutstreamCache {
 };
 
 // A writer into a Buffer of its own.
-class OutstreamMemImpl {
+class OutstreamMemImpl final {
  public:
   explicit OutstreamMemImpl(unsigned long long initial_capacity);
 

@@ -16,7 +16,7 @@ struct Outbound;
 }  // namespace SocketASync
 
 // A reader over an inbound message, which it borrows. A block is one chunk, of whatever size.
-class InstreamSockImpl {
+class InstreamSockImpl final {
  public:
   explicit InstreamSockImpl(SocketASync::Message::Inbound* inbound);
   ~InstreamSockImpl();
@@ -45,7 +45,7 @@ class InstreamSockImpl {
 
 // A writer of messages on a connection, which it borrows. Every full stage is sent as one chunk.
 // Destroyed without finalize, it sends what is staged but does not end the message.
-class OutstreamSockImpl {
+class OutstreamSockImpl final {
  public:
   explicit OutstreamSockImpl(SocketASync::Connection* borrowed);
   ~OutstreamSockImpl();
