@@ -50,16 +50,16 @@ iterator_t::~iterator_t() {
   }
 }
 
-bool iterator_t::has_item() {
+bool iterator_t::has_item() const {
   return impl->entry != nullptr;
 }
 
-const char* iterator_t::get_name() {
+const char* iterator_t::get_name() const {
   impl->require_entry();
   return impl->entry->d_name;
 }
 
-path_t iterator_t::get_path() {
+path_t iterator_t::get_path() const {
   impl->require_entry();
   return path_t(impl->path).join(impl->entry->d_name);
 }

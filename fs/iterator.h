@@ -19,11 +19,11 @@ class iterator_t final {
   iterator_t& operator=(const iterator_t&) = delete;
 
   // True while there is a current entry.
-  bool has_item();
+  bool has_item() const;
 
   // The current entry's name, valid until move_next, and its path. Throw Error past the end.
-  const char* get_name();
-  path_t get_path();
+  const char* get_name() const;
+  path_t get_path() const;
 
   // Moves on to the next entry; past the end it stays there.
   void move_next();

@@ -184,21 +184,21 @@ long long path_t::get_mtime() const {
   return stat(text.c_str(), &status) == 0 ? status.st_mtime : 0;
 }
 
-int path_t::set_utime(long atime, long mtime) {
+int path_t::set_utime(long atime, long mtime) const {
   const utimbuf times{atime, mtime};
   return utime(text.c_str(), &times);
 }
 
-bool path_t::symlink(const char* target) {
+bool path_t::symlink(const char* target) const {
   return ::symlink(target, text.c_str()) == 0;
 }
 
 // The answer is inverted on purpose: callers that look at it ask whether something is left.
-bool path_t::remove() {
+bool path_t::remove() const {
   return std::remove(text.c_str()) != 0;
 }
 
-bool path_t::remove_directory() {
+bool path_t::remove_directory() const {
   if (remove_tree(text.c_str()) != 0) {
     return false;
   }

@@ -57,17 +57,17 @@ class path_t {
   long long get_mtime() const;
 
   // Sets both times, in seconds since the epoch: 0, or -1 with errno.
-  int set_utime(long atime, long mtime);
+  int set_utime(long atime, long mtime) const;
 
   // Makes this path a symbolic link that points at `target`; true on success.
-  bool symlink(const char* target);
+  bool symlink(const char* target) const;
 
   // Removes a file or an empty directory. Kept as it is: true means that it FAILED.
-  bool remove();
+  bool remove() const;
 
   // Removes a whole tree on one file system, not following links. True when the tree is gone,
   // false when the walk stopped at something that could not be removed.
-  bool remove_directory();
+  bool remove_directory() const;
 
  private:
   FILE* open_for(const char* mode, const char* after) const;

@@ -83,7 +83,7 @@ TEST_F(FsTest, DirectoriesAreMadeQueriedAndRemoved) {
   EXPECT_TRUE(path_t("x/y/z").is_directory());
   EXPECT_EQ(files::status("x/y").permissions(), files::perms{0777});
   path_t("/").create_directory(true);
-  path_t file("p/q/f");
+  const path_t file("p/q/f");
   for (FILE* const opened : {file.open_write(true), file.open_append(false), file.open_read()}) {
     EXPECT_TRUE(is_private(opened));
     std::fputs("text", opened);
@@ -96,7 +96,7 @@ TEST_F(FsTest, DirectoriesAreMadeQueriedAndRemoved) {
   EXPECT_EQ(file.get_mtime(), 7);
   EXPECT_EQ(path_t("no").get_mtime(), 0);
   EXPECT_EQ(path_t("no").set_utime(1, 1), -1);
-  path_t link("x/link");
+  const path_t link("x/link");
   EXPECT_TRUE(link.symlink("nowhere"));
   EXPECT_FALSE(link.symlink("nowhere"));
   EXPECT_TRUE(!link.exists() && link.exists(true));
