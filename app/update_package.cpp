@@ -74,7 +74,7 @@ static malloc_ptr<char> fetch_wanted_release(const char* base_url, const char* r
     throw_failure("latest pointer could not be downloaded");
   }
   malloc_ptr<char> release(read_pointer_line(pointer.cstring()));
-  pointer.remove();
+  (void)pointer.remove();
   return release;
 }
 
@@ -174,7 +174,7 @@ void update_package(const update_settings_t* settings, const char* base_url, con
   const fs::path_t release_directory = joined(directory, wanted.get());
   release_directory.create_directory(true);
   unpack(archive, release_directory);
-  archive.remove();
+  (void)archive.remove();
   // The pointer is switched last: who reads it never sees a release that is half unpacked.
   write_pointer(pointer, wanted.get());
   lock.release();

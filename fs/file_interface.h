@@ -79,7 +79,7 @@ int fs_touch_path(bucket_t* path);
 int fs_fcopy(bucket_t* destination, bucket_t* source);
 
 /* A stream over the file, null on failure; istream_destroy closes it. */
-istream* fs_open_read(bucket_t* path);
+istream* fs_open_read(bucket_t* path) __attribute__((warn_unused_result));
 
 /* A record for writing. Its close function closes the file; then the caller frees the record. */
 typedef struct fs_ostream_t fs_ostream_t;
@@ -91,7 +91,7 @@ struct fs_ostream_t {
 };
 
 /* A writer of the file, created or emptied; malloc'ed, null on failure. */
-fs_ostream_t* fs_open_write(bucket_t* path);
+fs_ostream_t* fs_open_write(bucket_t* path) __attribute__((warn_unused_result));
 
 /* Reads the names in a directory; those that begin with "." are left out. There is no closing:
  * fs_dir_read closes the directory when it returns 0, and returns 0 ever after. */
@@ -101,7 +101,7 @@ typedef struct fs_dir_t {
   struct dirent* entry;
 } fs_dir_t;
 
-int fs_dir_open(bucket_t* path, fs_dir_t* dir);
+int fs_dir_open(bucket_t* path, fs_dir_t* dir) __attribute__((warn_unused_result));
 
 /* 1 with a new current entry, 0 at the end. */
 int fs_dir_read(fs_dir_t* dir);

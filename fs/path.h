@@ -35,9 +35,9 @@ class path_t {
 
   // Open the file; the caller closes it. The latter two create the directories above it first if
   // asked to. Throw Error.
-  FILE* open_read() const;
-  FILE* open_write(bool create_parents) const;
-  FILE* open_append(bool create_parents) const;
+  [[nodiscard]] FILE* open_read() const;
+  [[nodiscard]] FILE* open_write(bool create_parents) const;
+  [[nodiscard]] FILE* open_append(bool create_parents) const;
 
   // Creates the directory. Alone, anything that stands there already counts as success; with
   // `recursive`, missing ancestors are created first and a file in the way is an error. Throws
@@ -63,7 +63,7 @@ class path_t {
   bool symlink(const char* target) const;
 
   // Removes a file or an empty directory. Kept as it is: true means that it FAILED.
-  bool remove() const;
+  [[nodiscard("true means that it failed")]] bool remove() const;
 
   // Removes a whole tree on one file system, not following links. True when the tree is gone,
   // false when the walk stopped at something that could not be removed.

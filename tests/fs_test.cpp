@@ -43,18 +43,18 @@ TEST_F(FsTest, FailuresSayWhatAndWhy) {
   std::string chain;
   while (chain.size() < 5000) chain += std::string(250, 'c') + '/';
   const std::string refused = chain.substr(0, chain.find('/', 4096));  // too long for the system
-  const auto read = [](path_t path) { path.open_read(); };
+  const auto read = [](path_t path) { (void)path.open_read(); };
   const auto make_all = [](path_t path) { path.create_directory(true); };
   const std::tuple<std::string, void (*)(path_t), std::string> kRows[] = {
       {"no", [](path_t path) { path.real_path(); },
        "Unable to get realpath to 'no': No such file or directory"},
       {"d", read, "Unable to open 'd' for reading: it is a directory"},
       {"no", read, "Unable to open 'no' for reading: No such file or directory"},
-      {"d", [](path_t path) { path.open_write(false); },
+      {"d", [](path_t path) { (void)path.open_write(false); },
        "Unable to open 'd' for writing: Is a directory"},
-      {"no/f", [](path_t path) { path.open_append(false); },
+      {"no/f", [](path_t path) { (void)path.open_append(false); },
        "Unable to open 'no/f' for appending: No such file or directory"},
-      {"f/x/y", [](path_t path) { path.open_write(true); },
+      {"f/x/y", [](path_t path) { (void)path.open_write(true); },
        "Unable to create directory 'f/x': component 'f' of path is not a directory"},
       {"f", make_all, "Unable to create directory 'f': already exists byt is not a directory"},
       {long_name, make_all, "Unable to create directory '" + long_name + "': File name too long"},
