@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-// malloc(0) may answer null without having failed.
+// malloc(0) may return null without having failed.
 static void* require(void* block, bool may_be_null) {
   if (block == nullptr && !may_be_null) {
     std::fputs("Out of memory!\n", stderr);

@@ -94,7 +94,7 @@ void dymarray_rewind(dymarray_t* array, unsigned long long n);
 /* Exchanges two elements. */
 void dymarray_swap(dymarray_t* array, unsigned long long i, unsigned long long j);
 
-/* Sorts by `compare`, which answers as for qsort. */
+/* Sorts by `compare`, which returns as for qsort. */
 void dymarray_sort(dymarray_t* array, int (*compare)(const void*, const void*));
 
 /* The number of elements allocated but not in use. */

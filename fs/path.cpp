@@ -193,7 +193,7 @@ bool path_t::symlink(const char* target) const {
   return ::symlink(target, text.c_str()) == 0;
 }
 
-// The answer is inverted on purpose: callers that look at it ask whether something is left.
+// The result is inverted on purpose: callers that look at it ask whether something is left.
 bool path_t::remove() const {
   return std::remove(text.c_str()) != 0;
 }

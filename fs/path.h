@@ -1,8 +1,8 @@
 // A path as a value: one text naming a file or directory, kept exactly as given.
 //
 // Nothing is normalised and nothing is cached: every query asks the file system. Operations that
-// fail for a reason worth telling throw Error; queries answer instead. Not for two threads at once:
-// real_path.
+// fail for a reason worth telling throw Error; queries return what they see. Not for two threads at
+// once: real_path.
 #pragma once
 
 #include <cstdio>

@@ -60,7 +60,7 @@ class RuntimeCore {
   [[gnu::format(printf, 3, 4)]] void error(SGR colour, const char* format, ...);
 
   // Has every poll call `callback` with `argument`; returns the event's id. Kept as it is: once a
-  // null callback is registered, every later registration answers its id and stores nothing.
+  // null callback is registered, every later registration returns its id and stores nothing.
   uint32_t register_event(void (*callback)(void* argument), void* argument);
 
   // Does nothing: an event stays registered for good.

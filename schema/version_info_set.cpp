@@ -172,7 +172,7 @@ static entry_t* descend_to_key(Path* path, entry_t** top, const char* key) {
   return *path->last();
 }
 
-// Leads the path to this very entry and answers true, or false when it is not below `link`.
+// Leads the path to this very entry and returns true, or false when it is not below `link`.
 static bool descend_to_entry(Path* path, entry_t** link, const entry_t* entry) {
   while (*path->push(link) != nullptr) {
     if (*link == entry) {

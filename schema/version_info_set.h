@@ -10,7 +10,7 @@
 
 struct image___version_info___root___system_types_t;
 
-// Answers below, at or above 0 as for strcmp.
+// Returns below, at or above 0 as for strcmp.
 using sglib_image___version_info___root___system_types_t_comparator =
     int (*)(const image___version_info___root___system_types_t*,
             const image___version_info___root___system_types_t*);
