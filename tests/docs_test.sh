@@ -31,7 +31,7 @@ fail() {
 
 # The fixed places and names of the documents, and where they lie here.
 root=$scratch/root
-places="s#\([ =':]\)/tmp/#\1$scratch/tmp/#g; s|\b7007\b|$((33000 + $$ % 20000))|g
+places="s#\([ =':\"]\)/tmp/#\1$scratch/tmp/#g; s|\b7007\b|$((33000 + $$ % 20000))|g
   s|/srv/runenv|$scratch/server/www|g; s|dist\.example\.com|localhost|g
   s|/etc/ssl/localhost|$scratch/server/server|g; s|/usr/local/bin|$build|g
   s|/etc/runenv|$root&|g; s|/var/lib/runenv|$root&|g"
@@ -128,7 +128,7 @@ cd "$source"
 grep -ohE '`[a-z.]+/[a-z0-9_./-]+[` ]' $documents | tr -d '` ' | while read -r path; do
   [ ! -d "${path%%/*}" ] || [ -e "$path" ] || [ -e "$build/${path#build/}" ] || fail "no $path"
 done
-{ env --help && cat CMakeLists.txt cmake/* scripts/*.sh app/* schema/* tools/* tests/*.*; } >"$scratch/known"
+{ env --help && tar --help && cat CMakeLists.txt cmake/* scripts/*.sh app/* schema/* tools/* tests/*.*; } >"$scratch/known"
 grep -ohE '`[^`]*`|Fl -[a-z-]+|RUNENV_[A-Z_]+' $documents | sed 's/Fl -/--/' |
   grep -oE -e '--[a-z][a-z-]+|RUNENV_[A-Z_]+' | sort -u | while read -r word; do
   grep -qwFe "$word" "$scratch/known" || fail "nobody knows $word"
@@ -148,6 +148,58 @@ runenv-versions compose -o "$root/etc/runenv/versions.bin" 5 linker=0.9
 mkdir -p "$root/var/lib/runenv"
 sh -eu "$scratch/script" >"$scratch/output" 2>&1 || fail "$(cat "$scratch/output")"
 [ "$(grep -c '^- 2/runenv' "$scratch/output"):$(wc -l <"$scratch/output")" = 4:4 ] || fail "$(cat "$scratch/script" "$scratch/output")"
+
+# A run with a setting that must not be set ends as its row says, and prints what the row quotes. A
+# run before it was killed while it unpacked, and left another archive.
+cp README.md "$scratch/content"
+head -c 200000 /dev/urandom >"$scratch/content/data"
+publish 'the platform, release 2' platform 6 release-2
+runenv-versions compose -o "$scratch/six.bin" 6
+run_with() { # SETTING OUTCOME TEXT
+  cd "$(mktemp -d "$scratch/machine.XXXXXX")"
+  mkdir -p curl .update runenv/platform/6/release-2
+  cp "$scratch/server/www/2/runenv/system-types/linker/0.9/build-3/linux-x64.tar.gz" .update
+  echo 'the pla' >runenv/platform/6/release-2/README
+  cp "$root/etc/runenv/.curlrc" curl
+  case $1 in
+    --*) export TAR_OPTIONS="$1" ;;
+    *)
+      curl --help all | grep -qe "--${1%% *} " || return 0 # an older curl knows fewer
+      echo "$1" >>curl/.curlrc
+      ;;
+  esac
+  export CURL_HOME="$PWD/curl"
+  limit=30
+  [ "$2" != hangs ] || limit=2
+  status=0
+  timeout $limit runenv-bootstrap ../six.bin >output 2>&1 || status=$?
+  outcome=fails
+  case $status in
+    124) outcome=hangs ;;
+    0)
+      outcome=damages
+      ! diff -r "$scratch/content" runenv/platform/6/release-2 >/dev/null || outcome=installs
+      ;;
+  esac
+  case $outcome:$(cat output) in
+    "$2":*"$3"*) ;;
+    *) echo "$1: $outcome, not $2: $(cat output)" >>"$scratch/wrong" ;;
+  esac
+}
+(run_with fail installs '')
+sed -n '/^## Never set these/,/^## /s/^| \(`.*`\)[^`]* | \([a-z]*\)[^`]*\(.*\) |$/\1|\2|\3/p' \
+  docs/operations.md | sed "$places" >"$scratch/rows"
+[ "$(wc -l <"$scratch/rows")" -gt 15 ] || fail "the rows of what must not be set"
+while IFS='|' read -r settings outcome said; do
+  said=${said#'`'}
+  echo "$settings" | grep -o '`[^`]*`' | tr -d '`' | {
+    while IFS= read -r setting; do
+      (run_with "$setting" "$outcome" "${said%%'`'*}") &
+    done
+    wait
+  }
+done <"$scratch/rows"
+[ ! -e "$scratch/wrong" ] || fail "$(cat "$scratch/wrong")"
 
 # Every message of the programs is told: the fixed parts of what the code prints or throws.
 told=$(cat docs/*.md | tr -s '\n ' ' ')
