@@ -11,8 +11,8 @@
 
 #include "core/allocation.h"
 #include "core/c_string.h"
-#include "core/error.h"
-#include "core/unique_fd.h"
+#include "core/failure.h"
+#include "core/owner.h"
 #include "fs/path.h"
 #include "process/tool.h"
 #include "runtime/runtime_core.h"
@@ -35,7 +35,7 @@ class ItemLock {
     }
     file.reset(open(pointer.cstring(), O_RDWR | O_CREAT | O_CLOEXEC, 0660));
     if (file.get() < 0) {
-      throw_failure("latest file could not be opened");
+      runenv::throw_failure("latest file could not be opened");
     }
     change(LOCK_EX);
   }
@@ -56,31 +56,32 @@ class ItemLock {
   void change(int operation) {
     while (flock(file.get(), operation) != 0) {
       if (errno != EINTR) {
-        throw_system_failure(errno);
+        runenv::throw_system_failure(errno);
       }
     }
   }
 
-  unique_fd file;
+  runenv::unique_fd file;
 };
 
 // The release that the server's pointer names. The pointer is downloaded into the cache and removed
 // from there.
-static malloc_ptr<char> fetch_wanted_release(const char* base_url, const char* remote,
-                                             const fs::path_t& cache) {
+static runenv::malloc_ptr<char> fetch_wanted_release(const char* base_url, const char* remote,
+                                                     const fs::path_t& cache) {
   download_file(base_url, remote, cache.cstring(), Layout::kLatest);
   fs::path_t pointer = joined(cache, Layout::kLatest);
   if (!pointer.exists()) {
-    throw_failure("latest pointer could not be downloaded");
+    runenv::throw_failure("latest pointer could not be downloaded");
   }
-  malloc_ptr<char> release(read_pointer_line(pointer.cstring()));
+  runenv::malloc_ptr<char> release(read_pointer_line(pointer.cstring()));
   (void)pointer.remove();
   return release;
 }
 
 // The release that the local pointer names, null without a pointer.
-static malloc_ptr<char> read_current_release(const fs::path_t& pointer) {
-  return malloc_ptr<char>(pointer.exists() ? read_pointer_line(pointer.cstring()) : nullptr);
+static runenv::malloc_ptr<char> read_current_release(const fs::path_t& pointer) {
+  return runenv::malloc_ptr<char>(pointer.exists() ? read_pointer_line(pointer.cstring())
+                                                   : nullptr);
 }
 
 // Refuses at once what exec would refuse: a name that no argument has room for. Making paths and
@@ -88,7 +89,7 @@ static malloc_ptr<char> read_current_release(const fs::path_t& pointer) {
 static void check_argument(const char* name) {
   static constexpr size_t kLongestArgument = 131071;  // the kernel's limit, without the terminator
   if (std::strlen(name) > kLongestArgument) {
-    throw_system_failure(E2BIG);
+    runenv::throw_system_failure(E2BIG);
   }
 }
 
@@ -101,7 +102,7 @@ static fs::path_t fetch_archive(const char* base_url, const char* remote, const 
   // Kept: this is not the name above in the cache where the platform is empty. Nothing is there.
   fs::path_t archive = fs::path_t(cache).join_ext(platform, Layout::kArchiveExtension);
   if (!archive.exists()) {
-    throw_failure("archive could not be downloaded");
+    runenv::throw_failure("archive could not be downloaded");
   }
   return archive;
 }
@@ -132,7 +133,7 @@ static void unpack(const fs::path_t& archive, const fs::path_t& directory) {
   const int result = finish(tar);
   if (result != 0) {
     Runtime.error("tar exit code: %d\n", result);
-    throw_failure("tar command failed");
+    runenv::throw_failure("tar command failed");
   }
 }
 
@@ -142,7 +143,7 @@ static void write_pointer(const fs::path_t& pointer, const char* release) {
   if (file.finalize() != 0) {
     // What is there may be the beginning of the name, and so the name of another release.
     std::fclose(pointer.open_write(false));
-    throw_failure("latest file could not be written");
+    runenv::throw_failure("latest file could not be written");
   }
 }
 
@@ -161,8 +162,8 @@ void update_package(const update_settings_t* settings, const char* base_url, con
     lock.take(directory, pointer);
   }
 
-  const malloc_ptr<char> wanted = fetch_wanted_release(base_url, remote, cache);
-  const malloc_ptr<char> current = read_current_release(pointer);
+  const runenv::malloc_ptr<char> wanted = fetch_wanted_release(base_url, remote, cache);
+  const runenv::malloc_ptr<char> current = read_current_release(pointer);
   if (current != nullptr && equal(current.get(), wanted.get())) {
     remove_cache(cache);
     lock.keep();
@@ -194,6 +195,6 @@ void download_file(const char* base_url, const char* remote, const char* target,
   const int result = finish(curl);
   if (result != 0) {
     Runtime.error("curl exit code: %d\n", result);
-    throw_failure("curl command failed");
+    runenv::throw_failure("curl command failed");
   }
 }

@@ -21,7 +21,7 @@
 
 #include "bench/sockets_contender.h"
 #include "bench/sockets_system_calls.h"
-#include "core/unique_fd.h"
+#include "core/owner.h"
 #include "runtime/runtime_core.h"
 #include "socket/socket_async.h"
 #ifdef RUNENV_BENCH_LIBUV
@@ -116,9 +116,9 @@ class Running {
   }
 
   // A connection that the server has accepted: the answer to `greeting` has come back.
-  unique_fd connect(const std::string& greeting) const {
+  runenv::unique_fd connect(const std::string& greeting) const {
     for (int attempt = 0; attempt < 2000; ++attempt) {  // it may not listen yet
-      unique_fd fd(open_socket(address));
+      runenv::unique_fd fd(open_socket(address));
       if (at_address(::connect, fd.get(), address) == 0) {
         std::string answer(greeting.size(), '\0');
         send_at_once(fd.get(), address);
@@ -132,12 +132,12 @@ class Running {
       usleep(1000);
     }
     require(false, "connect");
-    return unique_fd();
+    return runenv::unique_fd();
   }
 
  private:
   static uint16_t free_port() {
-    const unique_fd fd(open_socket({}));
+    const runenv::unique_fd fd(open_socket({}));
     sockaddr_in chosen{};
     socklen_t length = sizeof chosen;
     require(at_address(bind, fd.get(), {}) == 0, "bind");
@@ -155,18 +155,18 @@ static void round_trips(benchmark::State& state, Server serve, bool tcp, size_t 
   const Running server(serve, tcp, Service::Bytes);
   const std::string message(size, 'm');
   std::string answer(size, '\0');
-  std::vector<unique_fd> clients;
+  std::vector<runenv::unique_fd> clients;
   for (size_t i = 0; i < connections; ++i) {
     clients.push_back(server.connect("x"));
   }
   const double start = server.processor_time();
   for (auto _ : state) {
-    for (const unique_fd& client : clients) {
+    for (const runenv::unique_fd& client : clients) {
       if (send(client.get(), message.data(), size, MSG_NOSIGNAL) != static_cast<ssize_t>(size)) {
         return state.SkipWithError("a message was not sent");
       }
     }
-    for (const unique_fd& client : clients) {
+    for (const runenv::unique_fd& client : clients) {
       if (recv(client.get(), answer.data(), size, MSG_WAITALL) != static_cast<ssize_t>(size)) {
         return state.SkipWithError("an answer did not come");
       }
@@ -190,7 +190,7 @@ static void chunks(benchmark::State& state, Server serve, bool tcp, size_t size)
   message += end;
   answer.resize(message.size());
   const Running server(serve, tcp, Service::Chunks);
-  const unique_fd client = server.connect(chunk + end);
+  const runenv::unique_fd client = server.connect(chunk + end);
   const double start = server.processor_time();
   for (auto _ : state) {
     for (size_t sent = 0, received = 0; received < message.size();) {

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "core/unique_fd.h"
+#include "core/owner.h"
 #include "stream/instream.h"
 #include "stream/outstream.h"
 
@@ -26,7 +26,7 @@ class TemporaryFile {
  public:
   explicit TemporaryFile(size_t size) {
     name = std::filesystem::temp_directory_path() / "runenv-bench-XXXXXX";
-    const unique_fd file(mkstemp(name.data()));
+    const runenv::unique_fd file(mkstemp(name.data()));
     const std::string block(1 << 20, 'x');
     for (size_t written = 0; written < size; written += block.size()) {
       if (write(file.get(), block.data(), block.size()) != static_cast<ssize_t>(block.size())) {
@@ -128,7 +128,7 @@ struct StandardReader {
 };
 
 struct BareReader {
-  unique_fd file;
+  runenv::unique_fd file;
   explicit BareReader(const char* path) : file(open(path, O_RDONLY | O_CLOEXEC)) {}
   size_t get(char* bytes, size_t n) {
     const ssize_t got = ::read(file.get(), bytes, n);

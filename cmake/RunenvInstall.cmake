@@ -35,7 +35,9 @@ install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
 install(DIRECTORY core fs process runtime schema socket stream
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv COMPONENT development
         FILES_MATCHING PATTERN "*.h"
-        PATTERN core/unique_fd.h EXCLUDE
+        PATTERN core/allocation.h EXCLUDE
+        PATTERN core/failure.h EXCLUDE
+        PATTERN core/owner.h EXCLUDE
         PATTERN fs/tree.h EXCLUDE
         PATTERN process/interruption.h EXCLUDE
         PATTERN process/standard_descriptors.h EXCLUDE

@@ -1,6 +1,9 @@
 #include "core/allocation.h"
 
 #include <cstdio>
+#include <cstdlib>
+
+namespace runenv {
 
 // malloc(0) may return null without having failed.
 static void* require(void* block, bool may_be_null) {
@@ -26,3 +29,5 @@ void* reallocate(void* block, size_t bytes) {
 void* reallocate_array(void* block, size_t count, size_t size) {
   return require(reallocarray(block, count, size), count == 0 || size == 0);
 }
+
+}  // namespace runenv

@@ -3,8 +3,8 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdlib>
-#include <memory>
+
+namespace runenv {
 
 // A block of `bytes` uninitialised bytes.
 void* allocate(size_t bytes);
@@ -18,10 +18,4 @@ void* reallocate(void* block, size_t bytes);
 // The same for `count` elements of `size` bytes; a product that does not fit counts as exhaustion.
 void* reallocate_array(void* block, size_t count, size_t size);
 
-struct FreeDeleter {
-  void operator()(void* block) const { std::free(block); }
-};
-
-// Owns one malloc'ed block, such as a heap C string.
-template <typename T>
-using malloc_ptr = std::unique_ptr<T, FreeDeleter>;
+}  // namespace runenv

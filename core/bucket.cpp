@@ -14,7 +14,7 @@ static_assert(sizeof(bucket_t) == 24, "C callers rely on three 64-bit words");
 static constexpr unsigned long long kStep = 64;
 
 static void resize(bucket_t* b, unsigned long long capacity) {
-  b->data = static_cast<char*>(reallocate(b->data, capacity));
+  b->data = static_cast<char*>(runenv::reallocate(b->data, capacity));
   b->capacity = capacity;
 }
 

@@ -9,7 +9,7 @@
 
 Buffer::Buffer(unsigned long long initial_capacity) : capacity(initial_capacity) {
   if (capacity != 0) {
-    array = static_cast<char*>(allocate(capacity));
+    array = static_cast<char*>(runenv::allocate(capacity));
   }
 }
 

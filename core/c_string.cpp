@@ -10,7 +10,7 @@ bool equal(const char* a, const char* b) {
 
 char* copy_string(char** target, const char* source) {
   const size_t bytes = std::strlen(source) + 1;
-  *target = static_cast<char*>(std::memcpy(allocate(bytes), source, bytes));
+  *target = static_cast<char*>(std::memcpy(runenv::allocate(bytes), source, bytes));
   return *target;
 }
 

@@ -22,8 +22,8 @@ void dymarray_destroy(dymarray_t* array) {
 
 void dymarray_grow(dymarray_t* array) {
   array->capacity += array->step;
-  array->data =
-      static_cast<char*>(reallocate_array(array->data, array->capacity, array->element_size));
+  array->data = static_cast<char*>(
+      runenv::reallocate_array(array->data, array->capacity, array->element_size));
 }
 
 unsigned long long dymarray_pop_back(dymarray_t* array) {

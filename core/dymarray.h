@@ -36,7 +36,8 @@ static inline void* dymarray_alloc(dymarray_t* array) {
   if (array->count == array->capacity) {
     dymarray_grow(array);
   }
-  return short_block_clear(array->data + array->count++ * array->element_size, array->element_size);
+  return runenv_short_block_clear(array->data + array->count++ * array->element_size,
+                                  array->element_size);
 }
 
 /* Element `index`, unchecked. */

@@ -57,7 +57,7 @@ void dympage_init(dympage_t* handle) {
 }
 
 void dympage_init2(dympage_t* handle, unsigned long long page_size) {
-  handle->page = make_page(nullptr, page_size, allocate);
+  handle->page = make_page(nullptr, page_size, runenv::allocate);
   handle->page_size = page_size;
 }
 
@@ -71,11 +71,11 @@ void* dympage_alloc_in_new_page(dympage_t* handle, unsigned long long size,
     old->free_bytes -= padding;
   }
   if (size <= handle->page_size) {
-    add_page(handle, size, alignment, allocate);
+    add_page(handle, size, alignment, runenv::allocate);
     return dympage_alloc(handle, size, alignment);
   }
   // A large block comes zeroed from the kernel, page by page when it is touched, if ever.
-  add_page(handle, size, alignment, allocate_zeroed);
+  add_page(handle, size, alignment, runenv::allocate_zeroed);
   dympage_page_t* const page = handle->page;
   char* const block = page->next_free + padding_of(page, alignment);
   page->free_bytes -= static_cast<unsigned long long>(block + size - page->next_free);

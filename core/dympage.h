@@ -52,7 +52,7 @@ static inline void* dympage_alloc(dympage_t* handle, unsigned long long size,
   char* const block = page->next_free + padding;
   page->next_free = block + size;
   page->free_bytes -= padding + size;
-  return short_block_clear(block, size);
+  return runenv_short_block_clear(block, size);
 }
 
 /* Frees every page, and with them the handle of an allocator made by dympage_create. A handle that

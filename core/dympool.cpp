@@ -18,7 +18,7 @@ int dympool_grow(dympool_t* pool) {
     return -1;
   }
   char* const page =
-      static_cast<char*>(reallocate_array(nullptr, pool->per_page, pool->element_size));
+      static_cast<char*>(runenv::reallocate_array(nullptr, pool->per_page, pool->element_size));
   dympool_set_link(page, pool->pages);
   pool->pages = page;
   for (unsigned long long i = 1; i < pool->per_page; ++i) {

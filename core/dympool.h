@@ -44,7 +44,7 @@ static inline void* dympool_alloc(dympool_t* pool) {
   }
   element = pool->free_list;
   pool->free_list = dympool_get_link(element);
-  return short_block_clear(element, pool->element_size);
+  return runenv_short_block_clear(element, pool->element_size);
 }
 
 /* Gives an element back for reuse; returns the head of the free list before it. */

@@ -1,7 +1,6 @@
 #include "core/error.h"
 
 #include <cstdlib>
-#include <cstring>
 #include <utility>
 
 #include "core/c_string.h"
@@ -15,12 +14,4 @@ Error::Error(Error&& other) noexcept
 
 Error::~Error() {
   std::free(message);
-}
-
-void throw_failure(const std::string& message) {
-  throw Error(Error::Type::Failure, message.c_str());
-}
-
-void throw_system_failure(int error_number) {
-  throw Error(Error::Type::Failure, std::strerror(error_number));
 }

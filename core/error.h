@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 class Error {
  public:
@@ -22,9 +21,3 @@ class Error {
   Type type;
   char* message;  // NUL-terminated, owned
 };
-
-// Throws an Error of type Failure.
-[[noreturn]] void throw_failure(const std::string& message);
-
-// Throws an Error of type Failure whose whole message is the system's text for `error_number`.
-[[noreturn]] void throw_system_failure(int error_number);

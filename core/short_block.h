@@ -6,14 +6,8 @@
 
 #include <string.h>
 
-#ifdef __cplusplus
-#define RUNENV_INLINE inline /* one function for all sources */
-#else
-#define RUNENV_INLINE static inline
-#endif
-
 /* Zeroes `size` bytes at `block` and returns it. */
-RUNENV_INLINE void* short_block_clear(void* block, unsigned long long size) {
+static inline void* runenv_short_block_clear(void* block, unsigned long long size) {
   char* const start = (char*)block;
   char* end;
   if (size == 0) {
@@ -39,8 +33,8 @@ RUNENV_INLINE void* short_block_clear(void* block, unsigned long long size) {
 }
 
 /* Copies `size` bytes between blocks that do not overlap. */
-RUNENV_INLINE void short_block_copy(void* destination, const void* source,
-                                    unsigned long long size) {
+static inline void runenv_short_block_copy(void* destination, const void* source,
+                                           unsigned long long size) {
   char* const to = (char*)destination;
   const char* const from = (const char*)source;
   if (size < 4 || size > 64) {

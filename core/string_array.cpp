@@ -22,7 +22,7 @@ void StringArray::update_from(const char* const* source, unsigned n) {
 }
 
 void StringArray::copy_from(const char* const* source, unsigned n) {
-  strings = static_cast<char**>(allocate(n * sizeof(char*)));
+  strings = static_cast<char**>(runenv::allocate(n * sizeof(char*)));
   for (unsigned i = 0; i < n; ++i) {
     copy_string(&strings[i], source[i]);
   }

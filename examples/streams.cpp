@@ -36,7 +36,7 @@ int main(int argc, char** argv) {
     OutstreamPathImpl output(argv[2], true);
     capitalise(input.stream(), output.stream());
     if (output.finalize() != 0) {
-      throw_failure("the last bytes could not be written");
+      throw Error(Error::Type::Failure, "the last bytes could not be written");
     }
   } catch (const Error& error) {
     std::fprintf(stderr, "streams: %s\n", error.message);

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -267,7 +268,7 @@ istream* fs_open_read(bucket_t* path) {
   if (file == nullptr) {
     return nullptr;
   }
-  auto* record = static_cast<istream_file*>(allocate(sizeof(istream_file)));
+  auto* record = static_cast<istream_file*>(runenv::allocate(sizeof(istream_file)));
   *record = istream_file{{istream_stdio_read_len, file_seek_pos, file_destroy}, file};
   return &record->functions;
 }
@@ -286,7 +287,7 @@ fs_ostream_t* fs_open_write(bucket_t* path) {
   if (file == nullptr) {
     return nullptr;
   }
-  auto* record = static_cast<fs_ostream_t*>(allocate(sizeof(fs_ostream_t)));
+  auto* record = static_cast<fs_ostream_t*>(runenv::allocate(sizeof(fs_ostream_t)));
   *record = fs_ostream_t{file_write_len, file_close, file};
   return record;
 }

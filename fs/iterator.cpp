@@ -5,7 +5,7 @@
 #include <cstring>
 #include <utility>
 
-#include "core/error.h"
+#include "core/failure.h"
 
 namespace fs {
 
@@ -31,7 +31,7 @@ struct _impl_t {
 
   void require_entry() const {
     if (entry == nullptr) {
-      throw_failure("Directory iterator is past end");
+      runenv::throw_failure("Directory iterator is past end");
     }
   }
 };

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/error.h"
+#include "core/failure.h"
 #include "fs/tree.h"
 
 namespace fs {
@@ -21,7 +21,7 @@ namespace fs {
 [[noreturn]] static void throw_errno(const char* before, const std::string& path,
                                      const char* after) {
   const char* const reason = std::strerror(errno);
-  throw_failure(before + path + after + ": " + reason);
+  runenv::throw_failure(before + path + after + ": " + reason);
 }
 
 // The type bits of what is at the path, links followed; 0 where there is nothing to be seen.
@@ -88,7 +88,7 @@ FILE* path_t::open_for(const char* mode, const char* after) const {
 // Files are opened close-on-exec ("e"): no child process inherits them.
 FILE* path_t::open_read() const {
   if (is_directory()) {
-    throw_failure("Unable to open '" + text + "' for reading: it is a directory");
+    runenv::throw_failure("Unable to open '" + text + "' for reading: it is a directory");
   }
   return open_for("rbe", "' for reading");
 }
@@ -129,8 +129,8 @@ void path_t::create_missing_ancestors() const {
   }
   if (type != 0) {
     // "byt" stands so in the message that scripts out there look for.
-    throw_failure("Unable to create directory '" + text +
-                  "': already exists byt is not a directory");
+    runenv::throw_failure("Unable to create directory '" + text +
+                          "': already exists byt is not a directory");
   }
   // The system refuses every path from PATH_MAX bytes on, so creating never gets beyond the
   // shortest such ancestor: climbing from there bounds the list, whatever length was asked for.
@@ -146,8 +146,8 @@ void path_t::create_missing_ancestors() const {
       break;
     }
     if (parent_type != 0) {
-      throw_failure("Unable to create directory '" + text + "': component '" + parent.text +
-                    "' of path is not a directory");
+      runenv::throw_failure("Unable to create directory '" + text + "': component '" + parent.text +
+                            "' of path is not a directory");
     }
     if (parent.text == missing.back().text) {
       break;  // "." itself cannot be seen: creating tells why
@@ -174,7 +174,7 @@ bool path_t::exists(bool no_follow) const {
 
 bool path_t::is_root() const {
   if (text.empty()) {
-    throw_failure("empty string is not a path");
+    runenv::throw_failure("empty string is not a path");
   }
   return text == "/";
 }

@@ -9,7 +9,7 @@
 #include <cstring>
 
 #include "core/buffer.h"
-#include "core/error.h"
+#include "core/failure.h"
 #include "runtime/runtime_core.h"
 
 namespace ChildProcess {
@@ -98,7 +98,7 @@ static void write_all(process_t* process, const char* data, size_t len) {
       data += n;
       len -= static_cast<size_t>(n);
     } else if (errno != EAGAIN && errno != EINTR) {
-      throw_system_failure(errno);
+      runenv::throw_system_failure(errno);
     }
   }
 }
@@ -164,7 +164,7 @@ void read_all(process_t* process, channel_t channel, Buffer& target) {
       }
       has_ended(process);
     } else if (errno != EAGAIN) {  // nothing there yet is asked again at once, on purpose
-      throw_system_failure(errno);
+      runenv::throw_system_failure(errno);
     }
   }
 }

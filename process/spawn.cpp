@@ -11,12 +11,14 @@
 #include <memory>
 #include <utility>
 
-#include "core/error.h"
-#include "core/unique_fd.h"
+#include "core/failure.h"
+#include "core/owner.h"
 #include "process/child_process.h"
 #include "runtime/runtime_core.h"
 
 namespace ChildProcess {
+
+namespace {
 
 // Both ends of a channel, -1 where it is inherited. All descriptors made here are close-on-exec:
 // exec closes them in the child, and no other child ever gets them.
@@ -25,68 +27,10 @@ struct Ends {
   int write_end = -1;
 };
 
-// Moves a descriptor above the standard ones, which a program may have closed: redirecting one
-// channel must not run over the end of another.
-static int above_standard(int fd) {
-  if (fd > STDERR_FILENO || fd < 0) {
-    return fd;
-  }
-  const unique_fd low(fd);
-  const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-  if (moved < 0) {
-    throw_system_failure(errno);
-  }
-  return moved;
-}
-
-static int open_file(const char* path, int flags) {
-  int fd;
-  do {
-    fd = open(path, flags | O_CLOEXEC, 0777);
-  } while (fd < 0 && errno == EINTR);
-  return above_standard(fd);
-}
-
-static Ends open_pipe() {
-  int fds[2];
-  if (pipe2(fds, O_CLOEXEC) != 0) {
-    throw_system_failure(errno);
-  }
-  unique_fd write_end(fds[1]);
-  unique_fd read_end(above_standard(fds[0]));
-  const int moved = above_standard(write_end.release());
-  return {read_end.release(), moved};
-}
-
-// Opens the file twice, so that each side has a position of its own.
-static Ends open_both_sides(const char* path, int base_flags) {
-  unique_fd read_end(open_file(path, base_flags));
-  if (read_end.get() < 0) {
-    throw_system_failure(errno);
-  }
-  const int write_end = open_file(path, base_flags | O_WRONLY);
-  if (write_end < 0) {
-    throw_system_failure(errno);
-  }
-  return {read_end.release(), write_end};
-}
-
-static Ends prepare(const redirect_t& redirect, int base_flags) {
-  switch (redirect.mode) {
-    case REDIRECT_PIPE:
-      return open_pipe();
-    case REDIRECT_FILE:
-      return open_both_sides(redirect.path, base_flags);
-    case REDIRECT_INHERIT:
-      break;
-  }
-  return {};
-}
-
 // The same ends by the side that uses them; what is not released is closed.
 struct Channel {
-  unique_fd child_end;
-  unique_fd own_end;
+  runenv::unique_fd child_end;
+  runenv::unique_fd own_end;
 };
 
 // What to start, and how.
@@ -102,6 +46,66 @@ struct Launch {
   sigset_t mask = {};           // the signals that the program blocks
   volatile int exec_error = 0;  // set by the child
 };
+
+}  // namespace
+
+// Moves a descriptor above the standard ones, which a program may have closed: redirecting one
+// channel must not run over the end of another.
+static int above_standard(int fd) {
+  if (fd > STDERR_FILENO || fd < 0) {
+    return fd;
+  }
+  const runenv::unique_fd low(fd);
+  const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  if (moved < 0) {
+    runenv::throw_system_failure(errno);
+  }
+  return moved;
+}
+
+static int open_file(const char* path, int flags) {
+  int fd;
+  do {
+    fd = open(path, flags | O_CLOEXEC, 0777);
+  } while (fd < 0 && errno == EINTR);
+  return above_standard(fd);
+}
+
+static Ends open_pipe() {
+  int fds[2];
+  if (pipe2(fds, O_CLOEXEC) != 0) {
+    runenv::throw_system_failure(errno);
+  }
+  runenv::unique_fd write_end(fds[1]);
+  runenv::unique_fd read_end(above_standard(fds[0]));
+  const int moved = above_standard(write_end.release());
+  return {read_end.release(), moved};
+}
+
+// Opens the file twice, so that each side has a position of its own.
+static Ends open_both_sides(const char* path, int base_flags) {
+  runenv::unique_fd read_end(open_file(path, base_flags));
+  if (read_end.get() < 0) {
+    runenv::throw_system_failure(errno);
+  }
+  const int write_end = open_file(path, base_flags | O_WRONLY);
+  if (write_end < 0) {
+    runenv::throw_system_failure(errno);
+  }
+  return {read_end.release(), write_end};
+}
+
+static Ends prepare(const redirect_t& redirect, int base_flags) {
+  switch (redirect.mode) {
+    case REDIRECT_PIPE:
+      return open_pipe();
+    case REDIRECT_FILE:
+      return open_both_sides(redirect.path, base_flags);
+    case REDIRECT_INHERIT:
+      break;
+  }
+  return {};
+}
 
 // Everything from here to run_child is the child's, in the parent's memory, while the parent waits
 // for exec or _exit. It leaves by _exit: what the parent has buffered is the parent's to write.
@@ -171,12 +175,12 @@ static pid_t start_child(Launch* launch) {
   const int error_number = errno;
   pthread_sigmask(SIG_SETMASK, &launch->mask, nullptr);
   if (pid < 0) {
-    throw_system_failure(error_number);
+    runenv::throw_system_failure(error_number);
   }
   return pid;
 }
 
-static void keep_output(channel_record_t* channel, unique_fd own_end) {
+static void keep_output(channel_record_t* channel, runenv::unique_fd own_end) {
   channel->fd = own_end.release();
   if (channel->fd >= 0) {
     fcntl(channel->fd, F_SETFL, fcntl(channel->fd, F_GETFL) | O_NONBLOCK);
@@ -195,9 +199,9 @@ process_t* create_child(const char* const* argv, redirect_t in, redirect_t out, 
                 cwd,
                 new_group,
                 ends_with_parent,
-                {unique_fd(in_ends.read_end), unique_fd(in_ends.write_end)},
-                {unique_fd(out_ends.write_end), unique_fd(out_ends.read_end)},
-                {unique_fd(err_ends.write_end), unique_fd(err_ends.read_end)}};
+                {runenv::unique_fd(in_ends.read_end), runenv::unique_fd(in_ends.write_end)},
+                {runenv::unique_fd(out_ends.write_end), runenv::unique_fd(out_ends.read_end)},
+                {runenv::unique_fd(err_ends.write_end), runenv::unique_fd(err_ends.read_end)}};
 
   auto process = std::make_unique<process_t>(
       process_t{-1, new_group ? 1U : 0U, {in.mode, -1}, {out.mode, -1}, {err.mode, -1}, 0, false});
@@ -205,7 +209,7 @@ process_t* create_child(const char* const* argv, redirect_t in, redirect_t out, 
   process->pid = start_child(&launch);
   if (launch.exec_error != 0) {
     destroy(process.release());
-    throw_system_failure(launch.exec_error);
+    runenv::throw_system_failure(launch.exec_error);
   }
   process->in.fd = launch.in.own_end.release();
   keep_output(&process->out, std::move(launch.out.own_end));

@@ -4,6 +4,7 @@
 
 #include "core/allocation.h"
 #include "core/buffer.h"
+#include "core/owner.h"
 
 using root_t = image___version_info___root_t;
 using entry_t = image___version_info___root___system_types_t;
@@ -75,13 +76,13 @@ static int read_version(dympage_t* allocator, root_t* root, istream* stream, ent
 // The key being read; one block serves many keys. Memory is reserved for a claimed length but only
 // touched by bytes that arrive.
 struct KeyBlock {
-  malloc_ptr<char> bytes;
+  runenv::malloc_ptr<char> bytes;
   uint64_t capacity = 0;
 
   char* reserve(uint64_t size) {
     if (size > capacity) {
       bytes.reset();
-      bytes.reset(static_cast<char*>(allocate(size)));
+      bytes.reset(static_cast<char*>(runenv::allocate(size)));
       capacity = size;
     }
     return bytes.get();

@@ -27,7 +27,7 @@ static long long read_memory(InstreamMemImpl* memory, char* destination, unsigne
   }
   const unsigned long long n = std::min<unsigned long long>(memory->remaining, count);
   if (n != 0) {  // a count of 0 may come with no destination
-    short_block_copy(destination, memory->data, n);
+    runenv_short_block_copy(destination, memory->data, n);
     memory->data += n;
     memory->remaining -= n;
   }
@@ -42,7 +42,7 @@ static bool fill_block(InstreamFSImpl* file) {
       return false;
     }
     if (file->block == nullptr) {
-      file->block = static_cast<char*>(allocate(kBlockSize));
+      file->block = static_cast<char*>(runenv::allocate(kBlockSize));
     }
     file->position = file->block;
     file->block_remaining =
@@ -57,7 +57,7 @@ static long long read_file(InstreamFSImpl* file, char* destination, unsigned cou
   }
   const unsigned n = std::min(file->block_remaining, count);
   if (n != 0) {  // a count of 0 may come with no destination
-    short_block_copy(destination, file->position, n);
+    runenv_short_block_copy(destination, file->position, n);
     file->position += n;
     file->block_remaining -= n;
   }
@@ -144,12 +144,14 @@ InstreamFSImpl::~InstreamFSImpl() {
 }
 
 InstreamPathImpl::InstreamPathImpl(const fs::path_t& path)
-    : InstreamFSImpl(path.open_read()), read_ahead(static_cast<char*>(allocate(kReadAhead))) {
-  std::setvbuf(file, read_ahead.get(), _IOFBF, kReadAhead);
+    : InstreamFSImpl(path.open_read()),
+      read_ahead(static_cast<char*>(runenv::allocate(kReadAhead))) {
+  std::setvbuf(file, read_ahead, _IOFBF, kReadAhead);
 }
 
 InstreamPathImpl::~InstreamPathImpl() {
   std::fclose(file);
+  std::free(read_ahead);
 }
 
 // Reads as many whole blocks of a file as `count` holds right into `destination`; 0 when a block

@@ -11,7 +11,6 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "core/allocation.h"
 #include "core/buffer.h"
 #include "fs/path.h"
 
@@ -91,7 +90,7 @@ class InstreamPathImpl final : private InstreamFSImpl {
   explicit InstreamPathImpl(const fs::path_t& path);
   ~InstreamPathImpl();
 
-  malloc_ptr<char> read_ahead;  // the buffer of `file`: many blocks come with one system call
+  char* read_ahead;  // the buffer of `file`: many blocks come with one system call
 };
 
 // The handle of a reader; copying it copies the handle, not the stream.

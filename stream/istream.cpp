@@ -1,6 +1,7 @@
 #include "stream/istream.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 
 #include "core/allocation.h"
@@ -11,7 +12,7 @@ static unsigned long long memory_read_len(istream* stream, char* destination,
   auto* memory = reinterpret_cast<istream_memory*>(stream);
   const unsigned long long n = std::min(memory->length - memory->position, count);
   if (n != 0) {
-    short_block_copy(destination, memory->data + memory->position, n);
+    runenv_short_block_copy(destination, memory->data + memory->position, n);
     memory->position += n;
   }
   return n;
@@ -58,13 +59,13 @@ void istream_destroy(istream* stream) {
 }
 
 istream* istream_create_memory(const char* data, unsigned long long length) {
-  auto* memory = static_cast<istream_memory*>(allocate(sizeof(istream_memory)));
+  auto* memory = static_cast<istream_memory*>(runenv::allocate(sizeof(istream_memory)));
   *memory = istream_memory{{memory_read_len, memory_seek_pos, nullptr}, data, length, 0};
   return &memory->functions;
 }
 
 istream* istream_create_stdin(void) {
-  auto* record = static_cast<istream_file*>(allocate(sizeof(istream_file)));
+  auto* record = static_cast<istream_file*>(runenv::allocate(sizeof(istream_file)));
   *record = istream_file{{istream_stdio_read_len, nullptr, nullptr}, stdin};
   return &record->functions;
 }

@@ -8,7 +8,7 @@
 #include "stream/socket_stream.h"
 
 OutstreamCache::OutstreamCache(uint32_t variant_kind, void* variant)
-    : kind(variant_kind), sink(variant), stage(static_cast<char*>(allocate(kStageSize))) {}
+    : kind(variant_kind), sink(variant), stage(static_cast<char*>(runenv::allocate(kStageSize))) {}
 
 OutstreamCache::OutstreamCache(OutstreamMemImpl* variant) : OutstreamCache(kMemory, variant) {}
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "core/allocation.h"
-#include "core/error.h"
+#include "core/failure.h"
 #include "socket/message.h"
 
 InstreamCache::InstreamCache(InstreamSockImpl* variant)
@@ -27,12 +27,12 @@ bool InstreamSockImpl::fetch_chunk() {
   }
   std::free(block);
   block = nullptr;
-  block = static_cast<char*>(allocate(size));
+  block = static_cast<char*>(runenv::allocate(size));
   position = block;
   const unsigned received = message->recv_chunk(block, size);
   if (received != size) {
-    throw_failure("loaded '" + std::to_string(received) + "' but should have consumed '" +
-                  std::to_string(size) + "' bytes");
+    runenv::throw_failure("loaded '" + std::to_string(received) + "' but should have consumed '" +
+                          std::to_string(size) + "' bytes");
   }
   block_remaining = size;
   return true;

@@ -94,8 +94,8 @@ bool Replacement::commit(bool over_existing) {
   return true;
 }
 
-unique_fd open_directory(const std::string& path) {
-  unique_fd descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+runenv::unique_fd open_directory(const std::string& path) {
+  runenv::unique_fd descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (descriptor.get() < 0) {
     fail_on_system(path);
   }

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string>
 
-#include "core/unique_fd.h"
+#include "core/owner.h"
 
 // A new file under a name that begins with "." and holds a "#". Destroyed, or the program ended by
 // a signal, it is gone again unless it took its place. One at a time. What fails throws Error,
@@ -34,11 +34,11 @@ class Replacement {
   std::string target;
   std::string directory;
   std::string temporary;
-  unique_fd file;
+  runenv::unique_fd file;
 };
 
 // The directory, opened for reading. Throws Error.
-unique_fd open_directory(const std::string& path);
+runenv::unique_fd open_directory(const std::string& path);
 
 // Stores the entries of a directory on the disk. Throws Error.
 void sync_directory(const std::string& path);

@@ -13,6 +13,7 @@
 #include "core/allocation.h"
 #include "core/bucket.h"
 #include "core/error.h"
+#include "core/owner.h"
 #include "fs/file_interface.h"
 #include "fs/iterator.h"
 #include "fs/path.h"
@@ -126,7 +127,7 @@ static void copy(const std::string& source, Replacement* archive) {
 }
 
 static std::string first_line(const char* path) {
-  return malloc_ptr<char>(read_pointer_line(path)).get();
+  return runenv::malloc_ptr<char>(read_pointer_line(path)).get();
 }
 
 ServedItem::ServedItem(const std::string& tree_path, std::vector<std::string> item_names)
@@ -157,7 +158,8 @@ std::set<std::string> ServedItem::platforms(const std::string& release) const {
   std::set<std::string> result;
   const std::string directory = path(release);
   // The iterator takes one that may not be read, or by the "." not be entered, for an empty one.
-  const unique_fd descriptor(open((directory + "/.").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const runenv::unique_fd descriptor(
+      open((directory + "/.").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (descriptor.get() < 0 && errno != ENOENT) {
     fail_on(directory, std::strerror(errno));
   }
@@ -197,8 +199,8 @@ bool ServedItem::put_archive(const std::string& release, const std::string& plat
 
 // Some network file systems cannot lock a directory: there the others are merely unlikely to come
 // between.
-unique_fd ServedItem::lock() const {
-  unique_fd descriptor = open_directory(path(""));
+runenv::unique_fd ServedItem::lock() const {
+  runenv::unique_fd descriptor = open_directory(path(""));
   while (flock(descriptor.get(), LOCK_EX) != 0 && errno == EINTR) {
   }
   return descriptor;
