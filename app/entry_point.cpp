@@ -11,6 +11,8 @@
 #include "schema/version_info.h"
 #include "schema/version_info_bin.h"
 
+namespace Layout = runenv::Layout;
+
 static constexpr char kDefaultTempCache[] = ".update";
 
 // Loads the document at `path` or ends the process. Nothing here may have a destructor: a malformed

@@ -13,12 +13,15 @@
 #include "core/c_string.h"
 #include "core/failure.h"
 #include "core/owner.h"
+#include "core/retry.h"
 #include "fs/path.h"
 #include "process/tool.h"
 #include "runtime/runtime_core.h"
 #include "schema/layout.h"
 #include "schema/pointer.h"
 #include "stream/outstream.h"
+
+namespace Layout = runenv::Layout;
 
 static fs::path_t joined(fs::path_t directory, const char* name) {
   return directory.join(name);
@@ -54,10 +57,8 @@ class ItemLock {
 
  private:
   void change(int operation) {
-    while (flock(file.get(), operation) != 0) {
-      if (errno != EINTR) {
-        runenv::throw_system_failure(errno);
-      }
+    if (runenv::retry([&] { return flock(file.get(), operation); }) != 0) {
+      runenv::throw_system_failure(errno);
     }
   }
 

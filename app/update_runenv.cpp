@@ -3,6 +3,8 @@
 #include "fs/path.h"
 #include "schema/layout.h"
 
+namespace Layout = runenv::Layout;
+
 using system_type_t = image___version_info___root___system_types_t;
 
 static fs::path_t platform_directory(fs::path_t root, const char* version) {

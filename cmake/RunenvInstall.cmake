@@ -36,7 +36,9 @@ install(DIRECTORY core fs process runtime schema socket stream
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv COMPONENT development
         FILES_MATCHING PATTERN "*.h"
         PATTERN core/allocation.h EXCLUDE
+        PATTERN core/big_endian.h EXCLUDE
         PATTERN core/failure.h EXCLUDE
+        PATTERN core/retry.h EXCLUDE
         PATTERN core/owner.h EXCLUDE
         PATTERN fs/tree.h EXCLUDE
         PATTERN process/interruption.h EXCLUDE

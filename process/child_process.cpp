@@ -10,6 +10,7 @@
 
 #include "core/buffer.h"
 #include "core/failure.h"
+#include "core/retry.h"
 #include "runtime/runtime_core.h"
 
 namespace ChildProcess {
@@ -18,11 +19,7 @@ static char read_buffer[5 * 1024 * 1024];
 static constexpr int kRoomyPipe = 1024 * 1024;  // what the system usually grants
 
 static pid_t wait_for_exit(process_t* process, int options) {
-  pid_t waited;
-  do {
-    waited = waitpid(process->pid, &process->status, options);
-  } while (waited < 0 && errno == EINTR);
-  return waited;
+  return runenv::retry([&] { return waitpid(process->pid, &process->status, options); });
 }
 
 // Collects the child's exit if there is one; true when the child has ended. One that cannot be
@@ -128,11 +125,7 @@ static bool is_readable(process_t* process, channel_t channel) {
 }
 
 static ssize_t read_some(int fd, char* buffer, size_t len) {
-  ssize_t n;
-  do {
-    n = ::read(fd, buffer, len);
-  } while (n < 0 && errno == EINTR);
-  return n;
+  return runenv::retry([&] { return ::read(fd, buffer, len); });
 }
 
 int read(process_t* process, channel_t channel, char* buffer, unsigned int len) {

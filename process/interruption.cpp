@@ -3,8 +3,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
+
+#include "core/retry.h"
 
 namespace runenv {
 
@@ -25,8 +26,7 @@ static void end_tool(pid_t tool, int signal) {
   }
   kill(tool, signal);
   kill(tool, SIGCONT);
-  while (waitpid(tool, nullptr, 0) < 0 && errno == EINTR) {
-  }
+  retry([=] { return waitpid(tool, nullptr, 0); });
 }
 
 // The same signal ends the program at last, so that its parent learns the true reason.

@@ -13,6 +13,7 @@
 
 #include "core/failure.h"
 #include "core/owner.h"
+#include "core/retry.h"
 #include "process/child_process.h"
 #include "runtime/runtime_core.h"
 
@@ -64,11 +65,7 @@ static int above_standard(int fd) {
 }
 
 static int open_file(const char* path, int flags) {
-  int fd;
-  do {
-    fd = open(path, flags | O_CLOEXEC, 0777);
-  } while (fd < 0 && errno == EINTR);
-  return above_standard(fd);
+  return above_standard(runenv::retry([&] { return open(path, flags | O_CLOEXEC, 0777); }));
 }
 
 static Ends open_pipe() {

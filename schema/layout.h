@@ -2,7 +2,7 @@
 // in the environment that is made from it.
 #pragma once
 
-namespace Layout {
+namespace runenv::Layout {
 
 inline constexpr char kTreeRoot[] = "2";
 inline constexpr char kEnvironment[] = "runenv";
@@ -12,4 +12,4 @@ inline constexpr char kLatest[] = "latest";             // the pointer of an ite
 inline constexpr char kArchiveExtension[] = ".tar.gz";  // behind the name of a platform
 inline constexpr char kDefaultPlatform[] = "linux-x64";
 
-}  // namespace Layout
+}  // namespace runenv::Layout

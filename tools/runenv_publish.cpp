@@ -16,6 +16,8 @@
 #include "tools/published_name.h"
 #include "tools/served_item.h"
 
+namespace Layout = runenv::Layout;
+
 const char kProgram[] = "runenv-publish";
 
 const char kUsage[] =

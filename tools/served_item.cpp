@@ -24,6 +24,8 @@
 #include "tools/published_name.h"
 #include "tools/replacement.h"
 
+namespace Layout = runenv::Layout;
+
 static constexpr char kNothing[] = "/dev/null";
 
 static std::string joined(const std::string& directory, const std::string& name) {
