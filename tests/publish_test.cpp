@@ -68,7 +68,13 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
       platform = program + "platform 5 ", put = platform + "r --from ", from = " --from source",
       otherwise = "in it, which readers would not take as it is",
       hint = "\nTry 'runenv-publish --help'.", name(256, 'n'),
-      no_archive = "is not a .tar.gz archive with files that tar can read (tar: exit status 2)";
+      no_archive = "is not a .tar.gz archive with files that tar can read (tar: exit status 2)",
+      item = kItem.substr(0, kItem.size() - 1);
+  const auto lacks = [](const std::string& missing) {
+    return "release 'r2' lacks an archive for platform '" + missing +
+           "', which 'r1', the latest so far, has; move the pointer when all are there "
+           "(--keep-latest until then), or give --drop-platforms";
+  };
   const struct {
     std::string command, error;  // what tar says for itself may stand before
   } kRows[] = {
@@ -93,10 +99,10 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
                                        "replaces it, --latest-only moves the pointer to it"},
       {platform + "loop --latest-only", kItem + "loop: Too many levels of symbolic links"},
       {platform + "r2 --latest-only", "release 'r2' has no archive"},
-      {platform + "r2 --platform other" + from,
-       "release 'r2' lacks an archive for platform 'linux-x64', which 'r1', the latest so far, "
-       "has; move the pointer when all are there (--keep-latest until then), or give "
-       "--drop-platforms"},
+      {platform + "r2 --platform other" + from, lacks("linux-x64")},
+      {"odd=" + item + "/r1/$(printf 'a\\033').tar.gz; : >$odd; trap 'rm $odd' EXIT; " + platform +
+           "r2" + from,
+       lacks("a\\x1b")},
       {put + "source --latest-only", "--latest-only goes with --drop-platforms alone" + hint},
       {platform + "r2 --keep-latest --drop-platforms" + from,
        "--drop-platforms says nothing with --keep-latest" + hint},
