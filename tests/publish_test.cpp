@@ -69,7 +69,12 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
       otherwise = "in it, which readers would not take as it is",
       hint = "\nTry 'runenv-publish --help'.", name(256, 'n'),
       no_archive = "is not a .tar.gz archive with files that tar can read (tar: exit status 2)",
-      item = kItem.substr(0, kItem.size() - 1);
+      item = kItem.substr(0, kItem.size() - 1), latest_file = kItem + "latest";
+  // With something else in the place of the pointer.
+  const auto pointing = [&](const std::string& put_there) {
+    return "mv " + latest_file + " kept; trap 'mv -T kept " + latest_file + "' EXIT; " + put_there +
+           " " + latest_file + "; timeout 10 " + platform + "r" + from;
+  };
   const auto lacks = [](const std::string& missing) {
     return "release 'r2' lacks an archive for platform '" + missing +
            "', which 'r1', the latest so far, has; move the pointer when all are there "
@@ -98,6 +103,10 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
       {platform + "r1" + from, kItem + "r1/linux-x64.tar.gz: is published already; --replace "
                                        "replaces it, --latest-only moves the pointer to it"},
       {platform + "loop --latest-only", kItem + "loop: Too many levels of symbolic links"},
+      {pointing("ln -s /proc/self/mem"),
+       "Unable to open '" + latest_file + "' for reading: Input/output error"},
+      {pointing("ln -s /dev/zero"), latest_file + ": is not a regular file"},
+      {pointing("mkfifo"), latest_file + ": is not a regular file"},
       {platform + "r2 --latest-only", "release 'r2' has no archive"},
       {platform + "r2 --platform other" + from, lacks("linux-x64")},
       {"odd=" + item + "/r1/$(printf 'a\\033').tar.gz; : >$odd; trap 'rm $odd' EXIT; " + platform +

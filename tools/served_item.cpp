@@ -173,8 +173,12 @@ std::set<std::string> ServedItem::platforms(const std::string& release) const {
 
 std::optional<std::string> ServedItem::latest() const {
   const std::string pointer = path(Layout::kLatest);
-  if (!fs::path_t(pointer.c_str()).exists()) {
+  const fs::path_t file(pointer.c_str());
+  if (!file.exists()) {
     return std::nullopt;
+  }
+  if (!file.is_regular_file()) {  // a pipe would have nothing to say, a device no end
+    fail_on(pointer, "is not a regular file");
   }
   return first_line(pointer.c_str());
 }
