@@ -1,6 +1,7 @@
 #include "tools/command_line.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -84,6 +85,7 @@ std::vector<const char*> parse_words(int argc, char** argv, int first,
 
 int run_program(void (*body)(int argc, char** argv), int argc, char** argv) {
   runenv::open_standard_descriptors();
+  std::signal(SIGXFSZ, SIG_IGN);  // a write beyond the limit on the size of files fails instead
   try {
     body(argc, argv);
   } catch (const Error& error) {
