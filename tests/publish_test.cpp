@@ -269,4 +269,31 @@ TEST_F(PublishTest, ADocumentIsWrittenWhereALinkLeads) {
   }
   EXPECT_EQ(run("runenv-versions compose 5 -o link").status, 0);
   EXPECT_EQ(files::status("document").permissions(), files::perms(0640));
+  // To a file that has lost its name.
+  files::create_symlink("/proc/self/fd/1", "out");
+  EXPECT_EQ(run("exec 8>f 7<f; rm f; runenv-versions compose 6 -o out >&8;"
+                " runenv-versions show /dev/fd/7; readlink out")
+                .out,
+            "6\n/proc/self/fd/1\n");
+}
+
+TEST_F(PublishTest, ADocumentThatCannotBeWrittenOrReadChangesNothing) {
+  run("mkdir d; runenv-versions compose 1 -o d/v; ln -s none d/link; cp -a d closed; chmod 300"
+      " closed");
+  const std::tuple<std::string, std::string, std::string> kRows[] = {
+      {"", "compose 5 -o closed/v", "closed: Permission denied"},
+      {"", "compose 5 -o closed/new", "closed: Permission denied"},
+      {"", "compose 5 -o d", "d: Is a directory"},
+      {"ulimit -f 0;", "compose 5 -o d/v", "d/v: File too large"},
+      {"ulimit -f 0;", "compose 5 -o d/link", "d/none: File too large"},
+      {"", "show /proc/self/mem", "/proc/self/mem: Input/output error"},
+  };
+  for (const auto& [limit, words, error] : kRows) {
+    EXPECT_EQ(run(kOrdinary + "(" + limit + " $as runenv-versions " + words + ") 2>&1 | cat").out,
+              "runenv-versions: " + error + "\n");
+  }
+  EXPECT_EQ(
+      run("chmod 755 closed; diff -r --no-dereference d closed; ls -A d; runenv-versions show d/v")
+          .out,
+      "link\nv\n1\n");
 }
