@@ -47,7 +47,7 @@ static const Option& find_option(const std::vector<Option>& options, std::string
   fail_usage("unknown option '" + std::string(word) + "'");
 }
 
-// Sets the option at argv[i] and answers the index of its last word.
+// Sets the option at argv[i] and returns the index of its last word.
 static int take_option(const Option& option, int argc, char** argv, int i) {
   if (option.flag != nullptr) {
     *option.flag = true;

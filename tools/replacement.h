@@ -6,10 +6,10 @@
 
 #include "core/unique_fd.h"
 
-// A new file that has no name until it takes its place, so that nobody else can reach it and
-// nothing of it is left if it never does. A file system without such files gives it a name that
-// begins with "." and holds a "#"; that is removed again, by a signal that ends the program too.
-// One at a time. What fails throws Error, naming the path.
+// A new file that has no name until it takes its place: nobody else can reach it, and nothing of it
+// is left if it never does. On a file system without such files it has a name that begins with "."
+// and holds a "#", which is removed if it never does, also when a signal ends the program. One at a
+// time. What fails throws Error, naming the path.
 class Replacement {
  public:
   // Made beside the file whose place it is to take, or in another directory of that file system.
