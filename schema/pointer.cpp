@@ -7,14 +7,14 @@
 
 #include "core/allocation.h"
 #include "core/buffer.h"
-#include "core/error.h"
+#include "core/failure.h"
 #include "stream/instream.h"
 
 // A stream tries a read that fails again and again, so that is found out before each block.
 static void check_readable(FILE* file, const char* path) {
   const int next = std::fgetc(file);
   if (next == EOF && std::ferror(file) != 0) {
-    throw_failure("Unable to open '" + std::string(path) +
+    runenv::throw_failure("Unable to open '" + std::string(path) +
                   "' for reading: " + std::strerror(errno));
   }
   std::ungetc(next, file);  // nothing at the end of the file
@@ -38,5 +38,5 @@ char* read_pointer_line(const char* path) {
   char* const line = content.array;
   content.capacity = 0;
   line[length] = '\0';
-  return static_cast<char*>(reallocate(line, length + 1));
+  return static_cast<char*>(runenv::reallocate(line, length + 1));
 }

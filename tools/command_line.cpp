@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "core/error.h"
+#include "core/failure.h"
 #include "process/standard_descriptors.h"
 
 void fail_usage(const std::string& message) {
@@ -15,7 +16,7 @@ void fail_usage(const std::string& message) {
 }
 
 void fail_on(const std::string& what, const std::string& why) {
-  throw_failure(what + ": " + why);
+  runenv::throw_failure(what + ": " + why);
 }
 
 void finish_standard_output() {

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "core/error.h"
+#include "core/failure.h"
 
 static bool is_control(char c) {
   return static_cast<unsigned char>(c) < ' ' || c == 0x7f;
@@ -31,20 +31,20 @@ static bool is_reserved(char c) {
 
 void check_name(const char* what, const std::string& name, const char* appended) {
   if (name.empty()) {
-    throw_failure(std::string(what) + " is empty");
+    runenv::throw_failure(std::string(what) + " is empty");
   }
   const std::string subject = std::string(what) + " '" + printable(name) + "' ";
   if (name == "." || name == "..") {
-    throw_failure(subject + "names another directory");
+    runenv::throw_failure(subject + "names another directory");
   }
   for (const char& c : name) {
     if (is_reserved(c)) {
-      throw_failure(subject + "has '" + printable({&c, 1}) +
-                    "' in it, which readers would not take as it is");
+      runenv::throw_failure(subject + "has '" + printable({&c, 1}) +
+                            "' in it, which readers would not take as it is");
     }
   }
   const size_t longest = NAME_MAX - std::strlen(appended);
   if (name.size() > longest) {
-    throw_failure(subject + "is longer than " + std::to_string(longest) + " bytes");
+    runenv::throw_failure(subject + "is longer than " + std::to_string(longest) + " bytes");
   }
 }

@@ -149,7 +149,8 @@ bool Replacement::put_in_place(int place, const char* name, bool over_existing) 
 
 bool Replacement::commit(bool over_existing) {
   const runenv::SignalsHeld held;
-  const unique_fd place = open_directory(directory);  // once the file is there, it is too late
+  const runenv::unique_fd place =
+      open_directory(directory);  // once the file is there, it is too late
   const char* const name = target.c_str() + target.rfind('/') + 1;
   if (fchmod(file.get(), mode_for(place.get(), name)) != 0 || !sync(file.get())) {
     fail_on_system(target);
@@ -167,8 +168,8 @@ bool Replacement::commit(bool over_existing) {
   return true;
 }
 
-unique_fd open_directory(const std::string& path) {
-  unique_fd descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+runenv::unique_fd open_directory(const std::string& path) {
+  runenv::unique_fd descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (descriptor.get() < 0) {
     fail_on_system(path);
   }

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string>
 
-#include "core/unique_fd.h"
+#include "core/owner.h"
 
 // A new file that has no name until it takes its place: nobody else can reach it, and nothing of it
 // is left if it never does. On a file system without such files it has a name that begins with "."
@@ -39,11 +39,11 @@ class Replacement {
   std::string target;
   std::string directory;
   std::string temporary;  // the name until it takes its place; empty: none
-  unique_fd file;
+  runenv::unique_fd file;
 };
 
 // The directory, opened for reading. Throws Error.
-unique_fd open_directory(const std::string& path);
+runenv::unique_fd open_directory(const std::string& path);
 
 // Stores the entries of the directory on the disk. Throws Error, naming the path.
 void sync_directory(int descriptor, const std::string& path);

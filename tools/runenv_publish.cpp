@@ -10,10 +10,13 @@
 #include <vector>
 
 #include "core/error.h"
+#include "core/failure.h"
 #include "schema/layout.h"
 #include "tools/command_line.h"
 #include "tools/published_name.h"
 #include "tools/served_item.h"
+
+namespace Layout = runenv::Layout;
 
 const char kProgram[] = "runenv-publish";
 
@@ -76,7 +79,7 @@ static void take_operands(const std::vector<const char*>& words, Arguments* argu
   check_name("version", *(words.end() - 2));
   check_name("release", arguments->release);
   if (arguments->release == Layout::kLatest) {
-    throw_failure("release 'latest' would stand where the pointer does");
+    runenv::throw_failure("release 'latest' would stand where the pointer does");
   }
 }
 
@@ -127,10 +130,10 @@ static void check_platforms(const ServedItem& item, const std::string& release,
     return !available.contains(platform);
   });
   if (missing != served.end()) {
-    throw_failure("release '" + release + "' lacks an archive for platform '" +
-                  printable(*missing) + "', which '" + printable(current) +
-                  "', the latest so far, has; move the pointer when all are there "
-                  "(--keep-latest until then), or give --drop-platforms");
+    runenv::throw_failure("release '" + release + "' lacks an archive for platform '" +
+                          printable(*missing) + "', which '" + printable(current) +
+                          "', the latest so far, has; move the pointer when all are there "
+                          "(--keep-latest until then), or give --drop-platforms");
   }
 }
 
@@ -138,10 +141,10 @@ static void check_platforms(const ServedItem& item, const std::string& release,
 static void move_pointer(const ServedItem& item, const Arguments& arguments,
                          const std::optional<std::string>& before) {
   const std::string& release = arguments.release;
-  const unique_fd lock = item.lock();
+  const runenv::unique_fd lock = item.lock();
   const std::optional<std::string> now = item.latest();
   if (now != before && now.value_or(release) != release) {
-    throw_failure("the pointer was moved to '" + printable(*now) + "' meanwhile");
+    runenv::throw_failure("the pointer was moved to '" + printable(*now) + "' meanwhile");
   }
   if (!arguments.drop_platforms) {
     check_platforms(item, release, item.platforms(release));
@@ -159,7 +162,7 @@ static void check(const ServedItem& item, const Arguments& arguments) {
   std::set<std::string> available = item.platforms(arguments.release);
   if (arguments.latest_only) {
     if (available.empty()) {
-      throw_failure("release '" + arguments.release + "' has no archive");
+      runenv::throw_failure("release '" + arguments.release + "' has no archive");
     }
   } else {
     check_source(arguments.source);
@@ -190,8 +193,8 @@ static void publish(int argc, char** argv) {
     if (arguments.latest_only) {
       throw;
     }
-    throw_failure(std::string(error.message) +
-                  "; the archive is in place: --latest-only moves the pointer");
+    runenv::throw_failure(std::string(error.message) +
+                          "; the archive is in place: --latest-only moves the pointer");
   }
 }
 

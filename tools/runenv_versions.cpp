@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "core/buffer.h"
-#include "core/error.h"
+#include "core/failure.h"
 #include "fs/file_interface.h"
 #include "fs/path.h"
 #include "schema/version_info.h"
@@ -61,7 +61,7 @@ static void add_system_type(Document& document, const char* word) {
   auto* entry = image___version_info___root_t___system_types___iwrite_create_entry(
       document.allocator.get(), document.root, name.c_str());
   if (entry == nullptr) {
-    throw_failure("system type '" + name + "' is given twice");
+    runenv::throw_failure("system type '" + name + "' is given twice");
   }
   image___version_info___root___system_types_t___version___iwrite_set(document.allocator.get(),
                                                                       entry, equals + 1);
@@ -140,7 +140,7 @@ static void compose(int argc, char** argv) {
   }
   Buffer bytes(0);
   if (image___version_info___write_bin_f(document.root, &bytes) != 0) {
-    throw_failure(document.root->error);
+    runenv::throw_failure(document.root->error);
   }
   write_document(bytes, output);
 }

@@ -14,6 +14,7 @@
 #include "core/allocation.h"
 #include "core/bucket.h"
 #include "core/error.h"
+#include "core/owner.h"
 #include "fs/file_interface.h"
 #include "fs/iterator.h"
 #include "fs/path.h"
@@ -24,6 +25,8 @@
 #include "tools/command_line.h"
 #include "tools/published_name.h"
 #include "tools/replacement.h"
+
+namespace Layout = runenv::Layout;
 
 static constexpr char kNothing[] = "/dev/null";
 
@@ -56,7 +59,7 @@ class NewDirectories {
 
  private:
   void make_in(const std::string& parent, const std::string& path) {
-    const unique_fd descriptor = open_directory(parent);
+    const runenv::unique_fd descriptor = open_directory(parent);
     if (mkdir(path.c_str(), 0777) == 0) {
       made.push_back(path);
       sync_directory(descriptor.get(), parent);
@@ -202,7 +205,8 @@ std::set<std::string> ServedItem::platforms(const std::string& release) const {
   std::set<std::string> result;
   const std::string directory = path(release);
   // The iterator takes one that may not be read, or by the "." not be entered, for an empty one.
-  const unique_fd descriptor(open((directory + "/.").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const runenv::unique_fd descriptor(
+      open((directory + "/.").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (descriptor.get() < 0 && errno != ENOENT) {
     fail_on(directory, std::strerror(errno));
   }
@@ -225,7 +229,7 @@ std::optional<std::string> ServedItem::latest() const {
   if (!file.is_regular_file()) {  // a pipe would have nothing to say, a device no end
     fail_on(pointer, "is not a regular file");
   }
-  const malloc_ptr<char> line(read_pointer_line(pointer.c_str()));
+  const runenv::malloc_ptr<char> line(read_pointer_line(pointer.c_str()));
   return std::string(line.get());
 }
 
@@ -250,8 +254,8 @@ bool ServedItem::put_archive(const std::string& release, const std::string& plat
 
 // Some network file systems cannot lock a directory: there the others are merely unlikely to come
 // between.
-unique_fd ServedItem::lock() const {
-  unique_fd descriptor = open_directory(path(""));
+runenv::unique_fd ServedItem::lock() const {
+  runenv::unique_fd descriptor = open_directory(path(""));
   while (flock(descriptor.get(), LOCK_EX) != 0 && errno == EINTR) {
   }
   return descriptor;

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "core/unique_fd.h"
+#include "core/owner.h"
 
 class ServedItem {
  public:
@@ -32,7 +32,7 @@ class ServedItem {
 
   // Has other publishers of the item wait until it is closed, for looking at the pointer and moving
   // it. Throws Error.
-  unique_fd lock() const;
+  runenv::unique_fd lock() const;
 
   // Lets the pointer name the release: a reader finds the old pointer or the new one. Throws Error.
   void point_at(const std::string& release) const;
