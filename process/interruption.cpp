@@ -14,7 +14,7 @@ std::atomic<pid_t> interrupted_tool;
 static_assert(std::atomic<const char*>::is_always_lock_free &&
               std::atomic<pid_t>::is_always_lock_free);
 
-static volatile std::sig_atomic_t held;
+static volatile std::sig_atomic_t held;     // how many SignalsHeld there are
 static volatile std::sig_atomic_t arrived;  // the signal that came while they were held, 0: none
 
 // The tool gets the same signal, which nothing ignores: the program would ignore it as well. A tool
@@ -65,12 +65,12 @@ void undo_on_signals() {
 }
 
 SignalsHeld::SignalsHeld() {
-  held = 1;
+  held = held + 1;
 }
 
 SignalsHeld::~SignalsHeld() {
-  held = 0;
-  if (arrived != 0) {
+  held = held - 1;
+  if (held == 0 && arrived != 0) {
     undo(arrived);
   }
 }

@@ -16,7 +16,7 @@ extern std::atomic<pid_t> interrupted_tool;        // 0: none
 // them ignored. Calling it again is harmless.
 void undo_on_signals();
 
-// Puts the signals off while it lives, for steps that must not be torn apart. Programs that are
+// Puts the signals off while one lives, for steps that must not be torn apart. Programs that are
 // started meanwhile do not inherit that.
 class SignalsHeld {
  public:

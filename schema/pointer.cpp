@@ -10,20 +10,29 @@
 #include "core/failure.h"
 #include "stream/instream.h"
 
-// A stream tries a read that fails again and again, so that is found out before.
+// A stream tries a read that fails again and again, so that is found out before each block.
 static void check_readable(FILE* file, const char* path) {
-  const int first = std::fgetc(file);
-  if (first == EOF && std::ferror(file) != 0) {
+  const int next = std::fgetc(file);
+  if (next == EOF && std::ferror(file) != 0) {
     runenv::throw_failure("Unable to open '" + std::string(path) +
                           "' for reading: " + std::strerror(errno));
   }
-  std::ungetc(first, file);  // nothing at the end of the file
+  std::ungetc(next, file);  // nothing at the end of the file
 }
 
 char* read_pointer_line(const char* path) {
   InstreamPathImpl file{fs::path_t(path)};
-  check_readable(file.file, path);
-  Buffer content(true, Instream(file.stream()));
+  Buffer content(0);
+  char block[4096];  // as much as the stream takes at a time
+  for (;;) {
+    check_readable(file.file, path);
+    const long long n = file.stream()->read_block(block, sizeof block);
+    if (n < 0) {
+      break;
+    }
+    content.append(block, static_cast<unsigned long long>(n));
+  }
+  content.append("", 1);
   const size_t length = std::strcspn(content.array, "\r\n");
   // The line is the content's own storage, cut to size: a huge pointer is not held twice.
   char* const line = content.array;

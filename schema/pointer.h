@@ -2,6 +2,6 @@
 #pragma once
 
 // The first line of the file at `path`, up to a NUL, line feed or carriage return: a malloc'ed C
-// string that the caller owns. Throws Error when the file cannot be opened, or not be read from its
-// start.
+// string that the caller owns. Throws Error when the file cannot be opened or not be read to its
+// end.
 char* read_pointer_line(const char* path);

@@ -1,10 +1,16 @@
 // runenv-publish as a producer runs it: the real tar, and the bootstrapper as the reader.
+#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
+#include "core/owner.h"
 #include "tests/program.h"
 
 static const std::string kItem = "server/www/2/runenv/platform/5/";
+
+// As an ordinary user, for the rest of the command after $as.
+static const std::string kOrdinary =
+    "[ $(id -u) -ne 0 ] || { chown -R 65534 .; as='setpriv --reuid 65534 --clear-groups'; }; ";
 
 class PublishTest : public ProgramTest {
  protected:
@@ -20,6 +26,10 @@ class PublishTest : public ProgramTest {
     return run("runenv-publish server/www platform 5 " + options + " -- \"$RELEASE\"");
   }
   std::string tree() { return run("find server/www | sort").out; }
+  // Whether a file can do without a name until it is complete, which not all file systems know.
+  static bool has_unnamed_files() {
+    return runenv::unique_fd(open(".", O_TMPFILE | O_WRONLY, 0600)).get() >= 0;
+  }
   static std::string latest() { return read_file(kItem + "latest"); }
   static std::string installed(const std::string& release) {
     return local("platform/5/" + release + "/file");
@@ -68,7 +78,18 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
       platform = program + "platform 5 ", put = platform + "r --from ", from = " --from source",
       otherwise = "in it, which readers would not take as it is",
       hint = "\nTry 'runenv-publish --help'.", name(256, 'n'),
-      no_archive = "is not a .tar.gz archive with files that tar can read (tar: exit status 2)";
+      no_archive = "is not a .tar.gz archive with files that tar can read (tar: exit status 2)",
+      item = kItem.substr(0, kItem.size() - 1), latest_file = kItem + "latest";
+  // With something else in the place of the pointer.
+  const auto pointing = [&](const std::string& put_there) {
+    return "mv " + latest_file + " kept; trap 'mv -T kept " + latest_file + "' EXIT; " + put_there +
+           " " + latest_file + "; timeout 10 " + platform + "r" + from;
+  };
+  const auto lacks = [](const std::string& missing) {
+    return "release 'r2' lacks an archive for platform '" + missing +
+           "', which 'r1', the latest so far, has; move the pointer when all are there "
+           "(--keep-latest until then), or give --drop-platforms";
+  };
   const struct {
     std::string command, error;  // what tar says for itself may stand before
   } kRows[] = {
@@ -92,11 +113,19 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
       {platform + "r1" + from, kItem + "r1/linux-x64.tar.gz: is published already; --replace "
                                        "replaces it, --latest-only moves the pointer to it"},
       {platform + "loop --latest-only", kItem + "loop: Too many levels of symbolic links"},
+      {kOrdinary + "chmod 300 " + item + "; trap 'chmod 755 " + item + "' EXIT; $as " + put +
+           "source",
+       item + ": Permission denied"},
+      {kOrdinary + "umask 777; $as " + put + "source", item + "/r: Permission denied"},
+      {pointing("ln -s /proc/self/mem"),
+       "Unable to open '" + latest_file + "' for reading: Input/output error"},
+      {pointing("ln -s /dev/zero"), latest_file + ": is not a regular file"},
+      {pointing("mkfifo"), latest_file + ": is not a regular file"},
       {platform + "r2 --latest-only", "release 'r2' has no archive"},
-      {platform + "r2 --platform other" + from,
-       "release 'r2' lacks an archive for platform 'linux-x64', which 'r1', the latest so far, "
-       "has; move the pointer when all are there (--keep-latest until then), or give "
-       "--drop-platforms"},
+      {platform + "r2 --platform other" + from, lacks("linux-x64")},
+      {"odd=" + item + "/r1/$(printf 'a\\033').tar.gz; : >$odd; trap 'rm $odd' EXIT; " + platform +
+           "r2" + from,
+       lacks("a\\x1b")},
       {put + "source --latest-only", "--latest-only goes with --drop-platforms alone" + hint},
       {platform + "r2 --keep-latest --drop-platforms" + from,
        "--drop-platforms says nothing with --keep-latest" + hint},
@@ -143,8 +172,10 @@ TEST_F(PublishTest, ThePointerMovesWhenAllPlatformsAreThere) {
   }
   EXPECT_EQ(read_file(kItem + "r1/a.tar.gz"), read_file(kItem + "r2/a.tar.gz"));  // reproducible
   EXPECT_EQ(read_file(kItem + "r2/b.tar.gz"), read_file("archive"));
-  EXPECT_EQ(run("umask 027; runenv-publish server/www platform 6 r --from source && cd server/www/2"
-                " && find runenv/platform/6 -printf '%m %P\\n' | sort")
+  EXPECT_EQ(run("echo r >open; chmod 666 open; cd server/www/2; mkdir -m 750 runenv/platform/6;"
+                " ln -s $OLDPWD/open runenv/platform/6/latest; umask 027;"
+                " runenv-publish .. platform 6 r --from $OLDPWD/source &&"
+                " find runenv/platform/6 -printf '%m %P\\n' | sort")
                 .out,
             "640 latest\n640 r/linux-x64.tar.gz\n750 \n750 r\n");
 }
@@ -184,6 +215,7 @@ TEST_F(PublishTest, InterruptedItLeavesTheTreeAsItWas) {
     const Run publisher = start("exec runenv-publish server/www platform 5 r2 --from source");
     while (!files::exists("begun")) usleep(1000);
     const pid_t tool = std::stoi(read_file("begun"));
+    EXPECT_EQ(tree() == before, has_unnamed_files()) << tree();
     kill(publisher.child->pid, signal);
     EXPECT_EQ(finish(publisher).status, -signal);
     if (signal == SIGKILL) kill(tool, SIGTERM);
@@ -191,13 +223,29 @@ TEST_F(PublishTest, InterruptedItLeavesTheTreeAsItWas) {
     for (int i = 0; i < 1000 && files::exists(executable); ++i) usleep(1000);
     EXPECT_FALSE(files::exists(executable));
     EXPECT_EQ(latest(), "r1\n");
-    EXPECT_EQ(tree() == before, signal != SIGKILL) << tree();
+    EXPECT_EQ(tree() == before, signal != SIGKILL || has_unnamed_files()) << tree();
     run("rm begun bin/tar");
   }
   // What the last one left behind is taken for no archive, and stands in nobody's way.
   EXPECT_EQ(publish("r2", "--latest-only").status, 1);
   EXPECT_EQ(publish("r2").status, 0);
   EXPECT_EQ(latest(), "r2\n");
+}
+
+TEST_F(PublishTest, NobodyComesBetweenByTheName) {
+  if (!has_unnamed_files()) GTEST_SKIP();
+  EXPECT_EQ(publish("r1").status, 0);
+  const std::string packed = read_file(kItem + "r1/linux-x64.tar.gz");
+  run("mkdir other; echo other >other/file; tar -C other -czf victim .; cp victim kept");
+  stand_in("tar",
+           "for name in $(find server/www -name '.*'); do ln -sf $PWD/victim $name; done;"
+           " exec /bin/tar \"$@\"");
+  for (const std::string source : {"source", "archive"}) {
+    EXPECT_EQ(publish("r2", "--replace --from " + source).status, 0);
+    EXPECT_EQ(read_file(kItem + "r2/linux-x64.tar.gz"),
+              source == "source" ? packed : read_file("archive"));
+    EXPECT_EQ(read_file("victim"), read_file("kept"));
+  }
 }
 
 TEST_F(PublishTest, AReaderAlwaysFindsAWholePointer) {
@@ -221,4 +269,31 @@ TEST_F(PublishTest, ADocumentIsWrittenWhereALinkLeads) {
   }
   EXPECT_EQ(run("runenv-versions compose 5 -o link").status, 0);
   EXPECT_EQ(files::status("document").permissions(), files::perms(0640));
+  // To a file that has lost its name.
+  files::create_symlink("/proc/self/fd/1", "out");
+  EXPECT_EQ(run("exec 8>f 7<f; rm f; runenv-versions compose 6 -o out >&8;"
+                " runenv-versions show /dev/fd/7; readlink out")
+                .out,
+            "6\n/proc/self/fd/1\n");
+}
+
+TEST_F(PublishTest, ADocumentThatCannotBeWrittenOrReadChangesNothing) {
+  run("mkdir d; runenv-versions compose 1 -o d/v; ln -s none d/link; cp -a d closed; chmod 300"
+      " closed");
+  const std::tuple<std::string, std::string, std::string> kRows[] = {
+      {"", "compose 5 -o closed/v", "closed: Permission denied"},
+      {"", "compose 5 -o closed/new", "closed: Permission denied"},
+      {"", "compose 5 -o d", "d: Is a directory"},
+      {"ulimit -f 0;", "compose 5 -o d/v", "d/v: File too large"},
+      {"ulimit -f 0;", "compose 5 -o d/link", "d/none: File too large"},
+      {"", "show /proc/self/mem", "/proc/self/mem: Input/output error"},
+  };
+  for (const auto& [limit, words, error] : kRows) {
+    EXPECT_EQ(run(kOrdinary + "(" + limit + " $as runenv-versions " + words + ") 2>&1 | cat").out,
+              "runenv-versions: " + error + "\n");
+  }
+  EXPECT_EQ(
+      run("chmod 755 closed; diff -r --no-dereference d closed; ls -A d; runenv-versions show d/v")
+          .out,
+      "link\nv\n1\n");
 }

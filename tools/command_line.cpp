@@ -1,6 +1,7 @@
 #include "tools/command_line.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -47,7 +48,7 @@ static const Option& find_option(const std::vector<Option>& options, std::string
   fail_usage("unknown option '" + std::string(word) + "'");
 }
 
-// Sets the option at argv[i] and answers the index of its last word.
+// Sets the option at argv[i] and returns the index of its last word.
 static int take_option(const Option& option, int argc, char** argv, int i) {
   if (option.flag != nullptr) {
     *option.flag = true;
@@ -85,6 +86,7 @@ std::vector<const char*> parse_words(int argc, char** argv, int first,
 
 int run_program(void (*body)(int argc, char** argv), int argc, char** argv) {
   runenv::open_standard_descriptors();
+  std::signal(SIGXFSZ, SIG_IGN);  // a write beyond the limit on the size of files fails instead
   try {
     body(argc, argv);
   } catch (const Error& error) {

@@ -36,5 +36,5 @@ struct Option {
 std::vector<const char*> parse_words(int argc, char** argv, int first,
                                      const std::vector<Option>& options);
 
-// Runs a program's body and answers its exit status: an Error is printed and makes it 1.
+// Runs a program's body and returns its exit status: an Error is printed and makes it 1.
 int run_program(void (*body)(int argc, char** argv), int argc, char** argv);

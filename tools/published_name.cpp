@@ -3,7 +3,6 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
-#include <string_view>
 
 #include "core/failure.h"
 
@@ -11,8 +10,7 @@ static bool is_control(char c) {
   return static_cast<unsigned char>(c) < ' ' || c == 0x7f;
 }
 
-// A message stays one line, and harmless to a terminal.
-static std::string printable(std::string_view text) {
+std::string printable(std::string_view text) {
   std::string result;
   for (const char c : text) {
     char code[] = "\\x00";

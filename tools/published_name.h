@@ -2,6 +2,11 @@
 #pragma once
 
 #include <string>
+#include <string_view>
+
+// The text with control characters written as "\xNN": a message with it stays one line, and
+// harmless to a terminal.
+std::string printable(std::string_view text);
 
 // Throws Error unless every reader takes `name` for what it is: one path component that also stands
 // for itself in what curl and tar are given. `what` says in the message what it names; `appended`

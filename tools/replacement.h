@@ -6,9 +6,10 @@
 
 #include "core/owner.h"
 
-// A new file under a name that begins with "." and holds a "#". Destroyed, or the program ended by
-// a signal, it is gone again unless it took its place. One at a time. What fails throws Error,
-// naming the path.
+// A new file that has no name until it takes its place: nobody else can reach it, and nothing of it
+// is left if it never does. On a file system without such files it has a name that begins with "."
+// and holds a "#", which is removed if it never does, also when a signal ends the program. One at a
+// time. What fails throws Error, naming the path.
 class Replacement {
  public:
   // Made beside the file whose place it is to take, or in another directory of that file system.
@@ -17,8 +18,8 @@ class Replacement {
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
 
-  // Where the content is to be written meanwhile.
-  const char* temporary_path() const { return temporary.c_str(); }
+  // Opens this very file, whatever bears its name meanwhile. Only this process may use it.
+  std::string descriptor_path() const;
 
   void write(const char* bytes, size_t count);
 
@@ -26,19 +27,23 @@ class Replacement {
   void settle();
 
   // Puts the file in its place and stores that on the disk too. It gets the permissions of the file
-  // that was there, or those of any new file. Answers false if, without `over_existing`, there is
-  // a file by now.
+  // that was there, or those of any new file. Returns false if, without `over_existing`, there is
+  // a file by now. An Error means that it is not in place, unless the message says that it is.
   bool commit(bool over_existing);
 
  private:
+  template <typename Make>
+  void take_name(const std::string& made_in, Make make);
+  bool put_in_place(int place, const char* name, bool over_existing);
+
   std::string target;
   std::string directory;
-  std::string temporary;
+  std::string temporary;  // the name until it takes its place; empty: none
   runenv::unique_fd file;
 };
 
 // The directory, opened for reading. Throws Error.
 runenv::unique_fd open_directory(const std::string& path);
 
-// Stores the entries of a directory on the disk. Throws Error.
-void sync_directory(const std::string& path);
+// Stores the entries of the directory on the disk. Throws Error, naming the path.
+void sync_directory(int descriptor, const std::string& path);

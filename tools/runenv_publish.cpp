@@ -130,8 +130,8 @@ static void check_platforms(const ServedItem& item, const std::string& release,
     return !available.contains(platform);
   });
   if (missing != served.end()) {
-    runenv::throw_failure("release '" + release + "' lacks an archive for platform '" + *missing +
-                          "', which '" + current +
+    runenv::throw_failure("release '" + release + "' lacks an archive for platform '" +
+                          printable(*missing) + "', which '" + printable(current) +
                           "', the latest so far, has; move the pointer when all are there "
                           "(--keep-latest until then), or give --drop-platforms");
   }
@@ -144,7 +144,7 @@ static void move_pointer(const ServedItem& item, const Arguments& arguments,
   const runenv::unique_fd lock = item.lock();
   const std::optional<std::string> now = item.latest();
   if (now != before && now.value_or(release) != release) {
-    runenv::throw_failure("the pointer was moved to '" + *now + "' meanwhile");
+    runenv::throw_failure("the pointer was moved to '" + printable(*now) + "' meanwhile");
   }
   if (!arguments.drop_platforms) {
     check_platforms(item, release, item.platforms(release));

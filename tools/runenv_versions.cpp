@@ -1,7 +1,9 @@
 // runenv-versions: writes and prints version info documents.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -12,6 +14,7 @@
 #include "core/buffer.h"
 #include "core/failure.h"
 #include "fs/file_interface.h"
+#include "fs/path.h"
 #include "schema/version_info.h"
 #include "schema/version_info_bin.h"
 #include "tools/command_line.h"
@@ -64,21 +67,32 @@ static void add_system_type(Document& document, const char* word) {
                                                                       entry, equals + 1);
 }
 
-// Where a name leads that may be a link: the link stays, what it points at is replaced.
+// Where a name leads that may be a link: the link stays, what it points at is made or replaced.
 static std::string behind_links(const char* path) {
-  bucket_t target = fs_init(path);
-  fs_realpath(&target);
-  std::string result = bucket_cstring(&target);
-  bucket_release(&target);
+  static constexpr int kMostLinks = 40;  // as the system follows
+  std::string result = path;
+  char target[PATH_MAX];
+  for (int i = 0; i < kMostLinks; ++i) {
+    const ssize_t length = readlink(result.c_str(), target, sizeof target - 1);
+    if (length < 0) {
+      break;
+    }
+    target[length] = '\0';
+    result = fs::path_t(result.c_str()).dir_name().join(target).cstring();
+  }
   return result;
 }
 
-// A device or a pipe takes the bytes itself, and a link that points nowhere has them make its
-// target: there is nothing to replace.
-static bool is_written_in_place(const char* path) {
-  struct stat status;
-  return stat(path, &status) == 0 ? !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)
-                                  : lstat(path, &status) == 0;
+// A device or a pipe takes the bytes itself, and so does a file that is open and has no name any
+// more, as /dev/stdout may lead to: there is nothing to replace. The same goes for what cannot be
+// written at all. `target` is what stands behind the links.
+static bool is_written_in_place(const char* path, const std::string& target) {
+  struct stat status, named;
+  if (stat(path, &status) != 0) {
+    return errno != ENOENT;
+  }
+  return !S_ISREG(status.st_mode) || lstat(target.c_str(), &named) != 0 ||
+         named.st_ino != status.st_ino || named.st_dev != status.st_dev;
 }
 
 static void write_in_place(const Buffer& bytes, const char* path) {
@@ -98,10 +112,13 @@ static void write_document(const Buffer& bytes, const char* path) {
   if (path == nullptr) {
     std::fwrite(bytes.array, 1, bytes.size, stdout);
     finish_standard_output();
-  } else if (is_written_in_place(path)) {
+    return;
+  }
+  const std::string target = behind_links(path);
+  if (is_written_in_place(path, target)) {
     write_in_place(bytes, path);
   } else {
-    Replacement file(behind_links(path));
+    Replacement file(target);
     file.write(bytes.array, bytes.size);
     file.commit(true);
   }
@@ -151,8 +168,13 @@ static void show(int argc, char** argv) {
   const char* const path = words[0];
   const auto stream = open_document(path);
   const Document document;
-  if (image___version_info___parse_bin_f(document.allocator.get(), document.root, stream.get()) !=
-      0) {
+  const int result =
+      image___version_info___parse_bin_f(document.allocator.get(), document.root, stream.get());
+  // To the parser a failure to read is the end of the file.
+  if (std::ferror(reinterpret_cast<istream_file*>(stream.get())->file) != 0) {
+    fail_on(path, std::strerror(errno));
+  }
+  if (result != 0) {
     fail_on(path, document.root->error);
   }
   std::fwrite(document.root->platform_version, 1, document.root->platform_version_len, stdout);

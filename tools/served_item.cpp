@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string_view>
 
 #include "core/allocation.h"
 #include "core/bucket.h"
@@ -17,6 +18,7 @@
 #include "fs/file_interface.h"
 #include "fs/iterator.h"
 #include "fs/path.h"
+#include "process/interruption.h"
 #include "process/tool.h"
 #include "schema/layout.h"
 #include "schema/pointer.h"
@@ -32,18 +34,42 @@ static std::string joined(const std::string& directory, const std::string& name)
   return fs::path_t(directory.c_str()).join(name.c_str()).cstring();
 }
 
-// Makes what is missing on the way that `names` lead from `path`.
-static void make_directories(std::string path, const std::vector<std::string>& names) {
-  for (const std::string& name : names) {
-    const std::string parent = path;
-    path = joined(path, name);
+// Directories made for a file, which are removed again if it does not come.
+class NewDirectories {
+ public:
+  NewDirectories() = default;
+  NewDirectories(const NewDirectories&) = delete;
+  NewDirectories& operator=(const NewDirectories&) = delete;
+  ~NewDirectories() {
+    for (; !made.empty(); made.pop_back()) {
+      rmdir(made.back().c_str());  // fails where there is something in it
+    }
+  }
+
+  // Makes what is missing on the way that `names` lead from `path`. Throws Error.
+  void make(std::string path, const std::vector<std::string>& names) {
+    for (const std::string& name : names) {
+      const std::string parent = path;
+      path = joined(path, name);
+      if (!fs::path_t(path.c_str()).exists()) {
+        make_in(parent, path);
+      }
+    }
+  }
+
+ private:
+  void make_in(const std::string& parent, const std::string& path) {
+    const runenv::unique_fd descriptor = open_directory(parent);
     if (mkdir(path.c_str(), 0777) == 0) {
-      sync_directory(parent);
+      made.push_back(path);
+      sync_directory(descriptor.get(), parent);
     } else if (errno != EEXIST) {
       fail_on(path, std::strerror(errno));
     }
   }
-}
+
+  std::vector<std::string> made;
+};
 
 // The last directory on that way that is there already.
 static std::string existing_directory(std::string path, const std::vector<std::string>& names) {
@@ -62,6 +88,11 @@ static std::string existing_directory(std::string path, const std::vector<std::s
 static void run_tar(const std::vector<const char*>& argv, const char* in, const char* out,
                     const std::string& subject, const std::string& problem) {
   using namespace ChildProcess;
+  for (const char* const file : {in, out}) {  // /dev or /proc may not be there
+    if (access(file, F_OK) != 0) {
+      fail_on(file, std::strerror(errno));
+    }
+  }
   process_t* tar;
   unsetenv("TAR_OPTIONS");  // an archive is what its files make it
   try {
@@ -80,41 +111,59 @@ static void run_tar(const std::vector<const char*>& argv, const char* in, const 
 }
 
 // Sorted and without the names of users: the same files make the same archive.
-static void pack(const std::string& directory, const char* archive) {
+static void pack(const std::string& directory, const std::string& archive) {
   run_tar({"tar", "-c", "-z", "-f", "-", "--sort=name", "--owner=0", "--group=0", "--numeric-owner",
            "-C", directory.c_str(), ".", nullptr},
-          kNothing, archive, directory, "could not be packed");
+          kNothing, archive.c_str(), directory, "could not be packed");
 }
 
 // Reads the archive to its end, which has gzip compare its checksum too. The pattern has tar fail
 // where nothing matches it: to tar an empty file is an archive.
-static void check_archive(const char* archive, const std::string& source) {
-  run_tar({"tar", "-t", "-z", "-f", "-", "--wildcards", "*", nullptr}, archive, kNothing, source,
-          "is not a .tar.gz archive with files that tar can read");
+static void check_archive(const std::string& archive, const std::string& source) {
+  run_tar({"tar", "-t", "-z", "-f", "-", "--wildcards", "*", nullptr}, archive.c_str(), kNothing,
+          source, "is not a .tar.gz archive with files that tar can read");
 }
 
 struct FileCloser {
   void operator()(FILE* file) const { std::fclose(file); }
 };
 
-static bool same_content(const char* path, const char* other_path) {
-  const std::unique_ptr<FILE, FileCloser> file(fs::path_t(path).open_read());
-  const std::unique_ptr<FILE, FileCloser> other(fs::path_t(other_path).open_read());
-  char block[16384], other_block[sizeof block];
-  size_t n;
-  do {
-    n = std::fread(block, 1, sizeof block, file.get());
-    if (std::fread(other_block, 1, sizeof other_block, other.get()) != n ||
-        std::memcmp(block, other_block, n) != 0) {
+// A file that is read in blocks. What fails throws Error, naming it as `name`.
+class BlockReader {
+ public:
+  BlockReader(const std::string& path, std::string file_name)
+      : name(std::move(file_name)), file(fs::path_t(path.c_str()).open_read()) {}
+
+  // The next block, empty only at the end; valid until the next one is read.
+  std::string_view next() {
+    const size_t n = std::fread(block, 1, sizeof block, file.get());
+    if (std::ferror(file.get()) != 0) {
+      fail_on(name, std::strerror(errno));
+    }
+    return {block, n};
+  }
+
+ private:
+  std::string name;
+  std::unique_ptr<FILE, FileCloser> file;
+  char block[16384] = {};
+};
+
+static bool same_content(BlockReader file, BlockReader other) {
+  for (;;) {
+    const std::string_view block = file.next();
+    if (other.next() != block) {
       return false;
     }
-  } while (n == sizeof block);
-  return std::ferror(file.get()) == 0 && std::ferror(other.get()) == 0;
+    if (block.empty()) {
+      return true;
+    }
+  }
 }
 
-static void copy(const std::string& source, Replacement* archive) {
+static void copy(const std::string& source, Replacement* archive, const std::string& place) {
   bucket_t from = fs_init(source.c_str());
-  bucket_t to = fs_init(archive->temporary_path());
+  bucket_t to = fs_init(archive->descriptor_path().c_str());
   const int result = fs_fcopy(&to, &from);
   const int error = errno;
   bucket_release(&from);
@@ -123,13 +172,9 @@ static void copy(const std::string& source, Replacement* archive) {
     fail_on(source, std::string("could not be copied: ") + std::strerror(error));
   }
   archive->settle();
-  if (!same_content(source.c_str(), archive->temporary_path())) {
+  if (!same_content({source, source}, {archive->descriptor_path(), place})) {
     fail_on(source, "reads differently from its copy");
   }
-}
-
-static std::string first_line(const char* path) {
-  return runenv::malloc_ptr<char>(read_pointer_line(path)).get();
 }
 
 ServedItem::ServedItem(const std::string& tree_path, std::vector<std::string> item_names)
@@ -177,25 +222,33 @@ std::set<std::string> ServedItem::platforms(const std::string& release) const {
 
 std::optional<std::string> ServedItem::latest() const {
   const std::string pointer = path(Layout::kLatest);
-  if (!fs::path_t(pointer.c_str()).exists()) {
+  const fs::path_t file(pointer.c_str());
+  if (!file.exists()) {
     return std::nullopt;
   }
-  return first_line(pointer.c_str());
+  if (!file.is_regular_file()) {  // a pipe would have nothing to say, a device no end
+    fail_on(pointer, "is not a regular file");
+  }
+  const runenv::malloc_ptr<char> line(read_pointer_line(pointer.c_str()));
+  return std::string(line.get());
 }
 
 bool ServedItem::put_archive(const std::string& release, const std::string& platform,
                              const std::string& source, bool replace) const {
   std::vector<std::string> way = names;
   way.push_back(release);
-  Replacement archive(archive_path(release, platform), existing_directory(tree, way));
+  const std::string place = archive_path(release, platform);
+  Replacement archive(place, existing_directory(tree, way));
   if (fs::path_t(source.c_str()).is_directory()) {
-    pack(source, archive.temporary_path());
+    pack(source, archive.descriptor_path());
     archive.settle();
   } else {
-    copy(source, &archive);
+    copy(source, &archive, place);
   }
-  check_archive(archive.temporary_path(), source);
-  make_directories(tree, way);  // not before: whatever fails so far leaves none of them
+  check_archive(archive.descriptor_path(), source);
+  const runenv::SignalsHeld held;  // until the directories hold the archive, or are gone again
+  NewDirectories directories;
+  directories.make(tree, way);
   return archive.commit(replace);
 }
 
@@ -209,12 +262,13 @@ runenv::unique_fd ServedItem::lock() const {
 }
 
 void ServedItem::point_at(const std::string& release) const {
-  Replacement pointer(path(Layout::kLatest));
+  const std::string place = path(Layout::kLatest);
+  Replacement pointer(place);
   const std::string line = release + "\n";
   pointer.write(line.data(), line.size());
   pointer.settle();
-  if (first_line(pointer.temporary_path()) != release) {
-    fail_on(path(Layout::kLatest), "reads differently from what was written");
+  if (BlockReader(pointer.descriptor_path(), place).next() != line) {
+    fail_on(place, "reads differently from what was written");
   }
   pointer.commit(true);
 }

@@ -24,9 +24,9 @@ class ServedItem {
   std::optional<std::string> latest() const;
 
   // Puts the archive of a release into its place, made from the directory `source` or copied from
-  // the archive `source`, once it is complete, stored and found to be good. Throws Error, and
-  // leaves things as they were, when any of that fails. Answers false, and does so too, if, without
-  // `replace`, there is one by now.
+  // the archive `source`, once it is complete, stored and found to be good. Returns false if,
+  // without `replace`, there is one by now. Throws Error when any of that fails. Either leaves
+  // things as they were, unless the message says that the archive is in place.
   bool put_archive(const std::string& release, const std::string& platform,
                    const std::string& source, bool replace) const;
 
