@@ -52,7 +52,8 @@ versions=$(pkg-config --modversion runenv && moved/bin/runenv-versions --version
   $(pkg-config --cflags runenv) all.cpp
 
 # With pkg-config's words a C compiler links a C program.
-"$CC" $CFLAGS -std=c11 "$tests/c_interface.c" $(pkg-config --cflags --libs runenv) -o linked
+"$CC" $CFLAGS $LINK_CXX -std=c11 "$tests/c_interface.c" $(pkg-config --cflags --libs runenv) \
+  -o linked
 ./linked >log
 
 # The ways of docs/embedding.md: 1 fetches a repository, 2 takes a folder, 3 and 4 what is installed.
