@@ -1,5 +1,5 @@
 #!/bin/sh
-# Looks at the sources without running them: formatting, clang-tidy, cppcheck, shellcheck. Silent
+# Looks at the sources without running them: includes, formatting, clang-tidy, cppcheck, shellcheck. Silent
 # when all is well. BUILD_DIR names the build directory it makes, "build-lint" unless set.
 set -eu
 cd "$(dirname "$0")/.."
@@ -7,6 +7,7 @@ cd "$(dirname "$0")/.."
 require clang++=clang clang-format=clang-format clang-tidy=clang-tidy cppcheck=cppcheck \
   shellcheck=shellcheck mandoc=mandoc cmake=cmake ninja=ninja-build
 
+scripts/floors.sh
 sources=$(git ls-files '*.cpp' '*.h' '*.c')
 # shellcheck disable=SC2086 # a list of files
 clang-format --dry-run --Werror $sources
