@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <exception>
 
 #include "core/allocation.h"
 #include "runtime/runtime_core.h"
+#include "socket/first_exception.h"
 #include "socket/message.h"
 
 namespace SocketASync {
@@ -16,11 +16,16 @@ static void free_chunk(Chunk* chunk) {
   delete chunk;
 }
 
+void drop_chunk(ChunkedState* state) {
+  Chunk* const chunk = state->completed;
+  state->completed = chunk->next;
+  state->ended = chunk->length == 0;
+  free_chunk(chunk);
+}
+
 static void free_chunked_state(ChunkedState* state) {
   while (state->completed != nullptr) {
-    Chunk* const chunk = state->completed;
-    state->completed = chunk->next;
-    free_chunk(chunk);
+    drop_chunk(state);
   }
   if (state->current != nullptr) {
     free_chunk(state->current);
@@ -51,48 +56,46 @@ void ZeroTerminated::create_encoding(Connection* connection,
   connection->has_receiver = true;
 }
 
-// Empties the decoder's buffer for the next message, also when the callback throws.
-struct EmptyAfterwards {
-  Buffer& buffer;
-  ~EmptyAfterwards() {
-    buffer.release();
-    buffer.consumed = 0;  // the callback may have read from it
+// A callback that throws leaves nothing of its message behind.
+static void deliver(ZeroTerminatedState* state, Connection* connection) {
+  if (genv_debug_verbose) {
+    Runtime.log(RuntimeCore::SGR::Green, "Collected message on '%s' [%llu].\n",
+                connection->name.c_str(), state->collected.length());
   }
-};
+  struct Delivering {
+    ZeroTerminatedState* state;
+    ~Delivering() {
+      state->collected.release();
+      state->collected.consumed = 0;  // the callback may have read from it
+    }
+  };
+  const Delivering delivering{state};
+  state->callback(&state->collected, connection->context_object, connection);
+}
 
 void ZeroTerminated::collect(const char* data, unsigned int length, void*, Connection* connection) {
-  auto* state = static_cast<ZeroTerminatedState*>(connection->encoder_state);
-  Buffer& collected = state->collected;
+  auto* const state = static_cast<ZeroTerminatedState*>(connection->encoder_state);
   const char* const end = data + length;
-  std::exception_ptr thrown;  // by a callback; the rest of the bytes is decoded all the same
+  FirstException failure;
   while (data != end) {
     const size_t left = static_cast<size_t>(end - data);
     const char* const zero = static_cast<const char*>(std::memchr(data, 0, left));
     if (zero == nullptr) {
-      collected.append(data, left);
+      state->collected.append(data, left);
       break;
     }
-    collected.append(data, static_cast<size_t>(zero - data));
+    state->collected.append(data, static_cast<size_t>(zero - data));
     data = zero + 1;
-    if (genv_debug_verbose) {
-      Runtime.log(RuntimeCore::SGR::Green, "Collected message on '%s' [%llu].\n",
-                  connection->name.c_str(), collected.length());
-    }
-    const EmptyAfterwards emptied{collected};
-    try {
-      state->callback(&collected, connection->context_object, connection);
-    } catch (...) {
-      thrown = thrown ? thrown : std::current_exception();
-    }
+    failure.run([&] { deliver(state, connection); });
   }
-  if (thrown) {
-    std::rethrow_exception(thrown);
-  }
+  failure.rethrow();
 }
 
 void Chunked::create_encoding(Connection* connection, void (*callback)(void*, Message::Inbound*)) {
-  connection->encoder_state =
-      new ChunkedState{callback, nullptr, false, true, {0, 0, 0, 0}, 0, nullptr};
+  auto* const state = new ChunkedState{};
+  state->callback = callback;
+  state->in_header = true;
+  connection->encoder_state = state;
   connection->encoding_kind = EncodingKind::Chunked;
   connection->receiver = collect;
   connection->has_receiver = true;
@@ -111,7 +114,7 @@ static uint32_t block_size(const Chunk* chunk, uint64_t bytes) {
   return static_cast<uint32_t>(std::min<uint64_t>(size, chunk->length));
 }
 
-// Copies up to `length` bytes into the chunk; answers how many.
+// Copies up to `length` bytes into the chunk; returns how many.
 static unsigned int fill_chunk(Chunk* chunk, const char* data, unsigned int length) {
   const uint32_t present = filled(chunk);
   const uint32_t n = std::min(length, chunk->length - present);
@@ -159,7 +162,7 @@ static void decode(ChunkedState* state, const char* data, unsigned int length) {
   }
 }
 
-// One message, from its first complete chunk on. A callback that throws leaves nothing behind.
+// One message, from its first complete chunk on.
 static void dispatch(ChunkedState* state, Connection* connection) {
   if (genv_debug_verbose) {
     Runtime.log(RuntimeCore::SGR::Yellow, "Connection '%s' new chunked message.\n",
@@ -173,20 +176,35 @@ static void dispatch(ChunkedState* state, Connection* connection) {
       state->streaming = false;
     }
   };
-  state->streaming = true;
   const Streaming streaming{state, Message::create_inbound(connection)};
+  state->streaming = true;
+  state->ended = false;
   state->callback(connection->context_object, streaming.message);
 }
 
+// Drops what is there of a message whose callback has thrown.
+static void skip(ChunkedState* state) {
+  while (state->skipping && state->completed != nullptr) {
+    drop_chunk(state);
+    state->skipping = !state->ended;
+  }
+}
+
 void Chunked::collect(const char* data, unsigned int length, void*, Connection* connection) {
-  auto* state = static_cast<ChunkedState*>(connection->encoder_state);
+  auto* const state = static_cast<ChunkedState*>(connection->encoder_state);
   decode(state, data, length);
   if (state->streaming) {
     return;  // called by recv_chunk out of a running callback
   }
+  FirstException failure;
+  skip(state);
   while (state->completed != nullptr) {
-    dispatch(state, connection);
+    if (!failure.run([&] { dispatch(state, connection); })) {
+      state->skipping = !state->ended;
+      skip(state);
+    }
   }
+  failure.rethrow();
 }
 
 }  // namespace Encoding

@@ -5,6 +5,9 @@
 //
 // An encoding is installed once on a connection, as a rule in the listener's factory or right after
 // the client is made.
+//
+// When a message callback throws, the messages behind in the same read are delivered all the same.
+// Then the first exception passes on, and later ones are lost.
 #pragma once
 
 #include <cstdint>
@@ -40,18 +43,22 @@ struct ChunkedState {
   unsigned char header[4];
   uint32_t header_count;  // how many of them are there
   Chunk* current;         // the chunk being filled
+  bool ended;             // the chunk taken last was the end of its message
+  bool skipping;          // a callback has thrown: the rest of its message is dropped
 };
 
 // Frees what a connection's decoder holds.
 void free_encoder_state(EncodingKind kind, void* state);
+
+// Takes the first complete chunk out of the decoder and frees it.
+void drop_chunk(ChunkedState* state);
 
 namespace Encoding {
 
 namespace ZeroTerminated {
 
 // `callback` gets every message whole, without its zero byte; the buffer is the decoder's and valid
-// during the call. When it throws, the messages behind in the same read are delivered all the same,
-// and the first exception passes on.
+// during the call.
 void create_encoding(Connection* connection,
                      void (*callback)(Buffer* message, void* context, Connection* connection));
 
@@ -63,8 +70,9 @@ void collect(const char* data, unsigned int length, void* context, Connection* c
 namespace Chunked {
 
 // `callback` is called for every message once its first chunk is there, and reads the chunks with
-// Message::Inbound::recv_chunk through the empty one. Chunks that it leaves unread are taken for a
-// message of their own: a callback that takes none is called again at once, for ever.
+// Message::Inbound::recv_chunk through the empty one. Chunks that it leaves unread when it returns
+// are taken for a message of their own: a callback that takes none is called again at once, for
+// ever. When it throws, the rest of its message is dropped, also what arrives later of it.
 void create_encoding(Connection* connection,
                      void (*callback)(void* context, Message::Inbound* message));
 

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <exception>
 #include <memory>
 #include <utility>
 
@@ -16,6 +15,7 @@
 #include "runtime/runtime_core.h"
 #include "socket/descriptor.h"
 #include "socket/ending.h"
+#include "socket/first_exception.h"
 #include "socket/registry.h"
 
 namespace SocketASync {
@@ -132,18 +132,12 @@ void destroy_listener(Listener* listener) {
   }
   active.erase(found);
   close(listener->fd);
-  std::exception_ptr thrown;  // by a callback; the other connections end all the same
+  FirstException failure;
   while (!listener->connections.empty()) {
-    try {
-      end_connection(listener->connections, 0, listener->closed);
-    } catch (...) {
-      thrown = thrown ? thrown : std::current_exception();
-    }
+    failure.run([&] { end_connection(listener->connections, 0, listener->closed); });
   }
   delete listener;
-  if (thrown) {
-    std::rethrow_exception(thrown);
-  }
+  failure.rethrow();
 }
 
 }  // namespace SocketASync

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 
 #include "core/error.h"
@@ -62,17 +61,14 @@ namespace Message {
 
 // Takes the first complete chunk, unless it is longer than `capacity`.
 static unsigned int take_chunk(ChunkedState* state, char* buffer, unsigned int capacity) {
-  Chunk* const chunk = state->completed;
-  const unsigned int length = chunk->length;
+  const unsigned int length = state->completed->length;
   if (length > capacity) {
     return length;
   }
-  state->completed = chunk->next;
   if (length != 0) {
-    std::memcpy(buffer, chunk->data, length);
+    std::memcpy(buffer, state->completed->data, length);
   }
-  std::free(chunk->data);
-  delete chunk;
+  drop_chunk(state);
   return length;
 }
 

@@ -75,16 +75,20 @@ static std::string listen_tcp(SocketTest* test) {
 TEST_F(SocketTest, BytesOnTheWireInBothDirections) {
   const struct {
     void (*encode)(Connection*);
-    std::string first, rest;
+    std::string first;
+    size_t at_once;  // messages out of the first bytes, behind a throw as well
+    std::string rest;
     Messages messages;
     std::string sent;
-  } kRows[] = {{raw, "throw", "a\0b"s, {"throw", "a\0b"s}, "hello"},
-               {zero_terminated, "throw\0b\0c"s, "d\0\0"s, {"throw", "b", "cd", ""}, "hello\0\0"s},
-               {chunked,  // what the thrower leaves unread is the next message
-                chunk("throw") + chunk("b") + "\0\0"s,
-                "\0\1"s + "c" + chunk("de") + kEnd + kEnd + chunk("f") + kEnd,
-                {"throw", "b|c|de|", "", "f|"},
-                chunk("hello") + kEnd + kEnd}};
+  } kRows[] = {
+      {raw, "throw", 1, "a\0b"s, {"throw", "a\0b"s}, "hello"},
+      {zero_terminated, "throw\0b\0c"s, 2, "d\0\0"s, {"throw", "b", "cd", ""}, "hello\0\0"s},
+      {chunked,  // what the thrower leaves unread is lost
+       chunk("throw") + chunk("x") + kEnd + chunk("b") + kEnd + chunk("throw") + "\0\0"s,
+       3,
+       "\0\1"s + "x" + chunk("xx") + kEnd + kEnd + chunk("f") + kEnd,
+       {"throw", "b|", "throw", "", "f|"},
+       chunk("hello") + kEnd + kEnd}};
   const std::string port = listen_tcp(this);
   listen_unix("s");
   for (const auto& row : kRows) {
@@ -94,6 +98,7 @@ TEST_F(SocketTest, BytesOnTheWireInBothDirections) {
       Peer peer = tcp ? Peer(static_cast<uint16_t>(std::stoi(port))) : Peer("s");
       peer.send(row.first);
       EXPECT_THROW(poll_on(), std::runtime_error);
+      EXPECT_EQ(messages.size(), row.at_once);
       peer.send(row.rest);
       EXPECT_TRUE(poll_until([&] { return messages == row.messages; }));
       Connection* const connection = connections.at(0);
@@ -111,6 +116,22 @@ TEST_F(SocketTest, BytesOnTheWireInBothDirections) {
   EXPECT_EQ(closed, 6);
   EXPECT_THROW(create_client(nullptr, port.c_str(), this, ended), std::logic_error);  // no name
   EXPECT_TRUE(poll_until([&] { return closed == 7; }));  // nothing of it stays open
+}
+
+TEST_F(SocketTest, ThrowingChunkedCallbackLosesItsOwnMessageOnly) {
+  static int taken, calls;  // before a throw: nothing, the first chunk, all
+  for (taken = 0; taken <= 2; ++taken) {
+    Connection connection;
+    Encoding::Chunked::create_encoding(&connection, [](void*, Message::Inbound* message) {
+      char byte;
+      for (int i = 0; i < taken; ++i) message->recv_chunk(&byte, 1);
+      throw_failure(std::to_string(++calls));
+    });
+    std::string bytes = chunk("a") + kEnd + chunk("b") + kEnd;
+    calls = 0;
+    EXPECT_EQ(outcome([&] { connection.receiver(bytes.data(), 18, nullptr, &connection); }), "1");
+    EXPECT_EQ(calls, 2);
+  }
 }
 
 TEST_F(SocketTest, BlockingReadsWaitFailAndExpire) {
