@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "core/allocation.h"
 #include "runtime/runtime_core.h"
@@ -46,14 +47,51 @@ void free_encoder_state(EncodingKind kind, void* state) {
   }
 }
 
+void store_length(char (&header)[4], uint32_t length) {
+  for (unsigned int i = 0; i < 4; ++i) {
+    header[i] = static_cast<char>(length >> (24 - 8 * i));
+  }
+}
+
 namespace Encoding {
+
+static bool callback_runs(const Connection* connection) {
+  switch (connection->encoding_kind) {
+    case EncodingKind::None:
+      break;
+    case EncodingKind::ZeroTerminated:
+      return static_cast<const ZeroTerminatedState*>(connection->encoder_state)->delivering;
+    case EncodingKind::Chunked:
+      return static_cast<const ChunkedState*>(connection->encoder_state)->streaming;
+  }
+  return false;
+}
+
+// Installs a decoder and frees the one before. One whose callback runs is in use until its
+// `collect` returns, which finds it replaced and frees it.
+static void install(Connection* connection, EncodingKind kind, void* state,
+                    void (*collect)(const char*, unsigned int, void*, Connection*)) {
+  if (!callback_runs(connection)) {
+    free_encoder_state(connection->encoding_kind, connection->encoder_state);
+  }
+  connection->encoder_state = state;
+  connection->encoding_kind = kind;
+  connection->receiver = collect;
+  connection->has_receiver = true;
+}
+
+// Gives what a replaced decoder leaves to the one that stands in its place.
+static void pass_on(std::string&& bytes, Connection* connection) {
+  if (!bytes.empty()) {
+    connection->receiver(bytes.data(), static_cast<unsigned int>(bytes.size()),
+                         connection->context_object, connection);
+  }
+}
 
 void ZeroTerminated::create_encoding(Connection* connection,
                                      void (*callback)(Buffer*, void*, Connection*)) {
-  connection->encoder_state = new ZeroTerminatedState{callback, Buffer(0)};
-  connection->encoding_kind = EncodingKind::ZeroTerminated;
-  connection->receiver = collect;
-  connection->has_receiver = true;
+  auto* const state = new ZeroTerminatedState{callback, Buffer(0), false};
+  install(connection, EncodingKind::ZeroTerminated, state, collect);
 }
 
 // A callback that throws leaves nothing of its message behind.
@@ -67,9 +105,11 @@ static void deliver(ZeroTerminatedState* state, Connection* connection) {
     ~Delivering() {
       state->collected.release();
       state->collected.consumed = 0;  // the callback may have read from it
+      state->delivering = false;
     }
   };
   const Delivering delivering{state};
+  state->delivering = true;
   state->callback(&state->collected, connection->context_object, connection);
 }
 
@@ -77,7 +117,7 @@ void ZeroTerminated::collect(const char* data, unsigned int length, void*, Conne
   auto* const state = static_cast<ZeroTerminatedState*>(connection->encoder_state);
   const char* const end = data + length;
   FirstException failure;
-  while (data != end) {
+  while (data != end && connection->encoder_state == state) {
     const size_t left = static_cast<size_t>(end - data);
     const char* const zero = static_cast<const char*>(std::memchr(data, 0, left));
     if (zero == nullptr) {
@@ -88,6 +128,10 @@ void ZeroTerminated::collect(const char* data, unsigned int length, void*, Conne
     data = zero + 1;
     failure.run([&] { deliver(state, connection); });
   }
+  if (connection->encoder_state != state) {
+    failure.run([&] { pass_on(std::string(data, end), connection); });
+    delete state;
+  }
   failure.rethrow();
 }
 
@@ -95,10 +139,7 @@ void Chunked::create_encoding(Connection* connection, void (*callback)(void*, Me
   auto* const state = new ChunkedState{};
   state->callback = callback;
   state->in_header = true;
-  connection->encoder_state = state;
-  connection->encoding_kind = EncodingKind::Chunked;
-  connection->receiver = collect;
-  connection->has_receiver = true;
+  install(connection, EncodingKind::Chunked, state, collect);
 }
 
 static uint32_t filled(const Chunk* chunk) {
@@ -190,6 +231,25 @@ static void skip(ChunkedState* state) {
   }
 }
 
+// What the decoder holds, as it came.
+static std::string held_bytes(const ChunkedState* state) {
+  std::string bytes;
+  const auto append = [&bytes](const Chunk* chunk) {
+    char header[4];
+    store_length(header, chunk->length);
+    bytes.append(header, sizeof header).append(chunk->data, filled(chunk));
+  };
+  for (const Chunk* chunk = state->completed; chunk != nullptr; chunk = chunk->next) {
+    append(chunk);
+  }
+  if (state->in_header) {
+    bytes.append(state->header, state->header + state->header_count);
+  } else {
+    append(state->current);
+  }
+  return bytes;
+}
+
 void Chunked::collect(const char* data, unsigned int length, void*, Connection* connection) {
   auto* const state = static_cast<ChunkedState*>(connection->encoder_state);
   decode(state, data, length);
@@ -198,11 +258,15 @@ void Chunked::collect(const char* data, unsigned int length, void*, Connection* 
   }
   FirstException failure;
   skip(state);
-  while (state->completed != nullptr) {
+  while (state->completed != nullptr && connection->encoder_state == state) {
     if (!failure.run([&] { dispatch(state, connection); })) {
       state->skipping = !state->ended;
       skip(state);
     }
+  }
+  if (connection->encoder_state != state) {
+    failure.run([&] { pass_on(held_bytes(state), connection); });
+    free_chunked_state(state);
   }
   failure.rethrow();
 }

@@ -94,12 +94,6 @@ unsigned int Inbound::recv_chunk(char* buffer, unsigned int capacity) {
   return take_chunk(state, buffer, capacity);
 }
 
-static void store_length(char (&header)[4], unsigned int length) {
-  for (unsigned int i = 0; i < 4; ++i) {
-    header[i] = static_cast<char>(length >> (24 - 8 * i));
-  }
-}
-
 void Outbound::send_chunk(const char* data, unsigned int length) {
   switch (connection->encoding_kind) {
     case EncodingKind::None:
