@@ -62,8 +62,8 @@ void sock_close(int fd);
 void queue_block(Connection* connection, const char* head, unsigned int head_length,
                  const char* data, unsigned int length);
 
-// Classifies a failed `operation` ("send", "recv" or "recv_blocked"). False: nothing is there yet.
-// True: the connection is lost; an unusual error is reported with a dump of its state.
+// Classifies a failed `operation` ("send", "recv", "recv_blocked" or "accept"). False: nothing is
+// there yet. True: the connection is lost; an unusual error is reported with a dump of its state.
 bool report_socket_error(const char* operation, Connection* connection, int errnum);
 
 // Bytes without any framing.

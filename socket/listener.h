@@ -15,7 +15,11 @@ namespace SocketASync {
 struct Listener {
   int32_t fd;
   // Called for every accepted connection; its result becomes the connection's context object. If
-  // it throws, the connection stays, with a null context object.
+  // it throws, the connection stays, with a null context object. It is also called when accepting
+  // fails, say for want of descriptors: the connection then has the descriptor -1, receives and
+  // sends nothing, and ends in the next pass. The error is reported with a dump, and accepting
+  // pauses: for 10 ms at first, twice as long after each further failure, at most 1 s, until it
+  // succeeds. A peer that has gone before it could be accepted (EAGAIN) causes neither.
   std::function<void*(void* context, Connection*)> factory;
   // Called once for every connection that has ended, with the descriptor closed already and right
   // before the record is freed.

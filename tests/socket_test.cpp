@@ -245,20 +245,27 @@ TEST_F(SocketTest, DescriptorsThatRunOutCostOneConnection) {
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
   const rlimit full{3, limit.rlim_max}, many{4096, std::max<rlim_t>(4096, limit.rlim_max)};
-  listen_unix("s");
-  Runtime.poll(0);
+  const auto busy = connect_peer();
   Peer peer("s");
-  const std::string dump = outcome([&] {
-    setrlimit(RLIMIT_NOFILE, &full);
-    Runtime.poll(1000);
-    EXPECT_EQ(connections.size(), 1U);  // for the failed accept; it is lost, and not found again
-    const milliseconds pause = elapsed([] { Runtime.poll(1000); });
-    EXPECT_TRUE(pause >= milliseconds(10) && pause < milliseconds(900));
-    EXPECT_EQ(closed, 1);
-    setrlimit(RLIMIT_NOFILE, &limit);
-  });
-  EXPECT_NE(dump.find("Socket error[recv]: Bad file descriptor\n"), std::string::npos);
-  EXPECT_TRUE(poll_until([&] { return connections.size() == 1; }));
+  std::string dump;
+  const auto failures = [&](int wanted, const char* sent) {  // how long they take
+    closed = 0;
+    return elapsed([&] {
+      dump = outcome([&] {
+        setrlimit(RLIMIT_NOFILE, &full);
+        while (closed < wanted) busy->send(sent), Runtime.poll(1000);
+        setrlimit(RLIMIT_NOFILE, &limit);
+      });
+    });
+  };
+  EXPECT_GE(failures(6, "x"), milliseconds(10 + 20 + 40 + 80 + 160));
+  EXPECT_EQ(dump.rfind("Socket error[accept]: Too many open files\nState dump: s:-1\n", 0), 0U);
+  EXPECT_EQ(std::count(dump.begin(), dump.end(), '\n'), 6 * 6);
+  EXPECT_TRUE(poll_until([&] { return connections.size() == 2; }));
+  Peer another("s");
+  EXPECT_LT(failures(2, ""), milliseconds(300));  // the pauses begin anew
+  EXPECT_TRUE(poll_until([&] { return connections.size() == 3; }));
+  closed = 1;
   if (setrlimit(RLIMIT_NOFILE, &many) != 0) GTEST_SKIP() << "no more descriptors here";
   std::vector<unique_fd> fillers;
   outcome([&] {  // from here on they fit no descriptor set
