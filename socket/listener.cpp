@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <utility>
@@ -129,6 +130,10 @@ void destroy_listener(Listener* listener) {
   const auto found = std::find(active.begin(), active.end(), listener);
   if (found == active.end()) {
     return;
+  }
+  if (listener == served_listener) {
+    Runtime.error("Listener '%s' destroyed by a callback of its own!\n", listener->name.c_str());
+    std::abort();
   }
   active.erase(found);
   close(listener->fd);

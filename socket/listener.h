@@ -43,8 +43,9 @@ Listener* create_listener(const char* path, void* context,
 
 // Ends a listener and its connections at once, dropping what is queued; the closed callback runs
 // for each, and the first exception out of it passes through once all have ended. A listener that
-// no poll has taken up yet is left untouched. Not to be called from a callback of the same
-// listener.
+// no poll has taken up yet is left untouched, and so is one that ends already. Not to be called
+// from a factory, receiver or closed callback of the same listener: that ends the program with a
+// message.
 void destroy_listener(Listener* listener);
 
 }  // namespace SocketASync

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -206,17 +207,35 @@ static void serve_clients(WaitSets* sets) {
 // the one that is visited.
 template <typename Visit>
 static void for_each_listener(const Visit& visit) {
+  struct Served {
+    ~Served() { served_listener = nullptr; }
+  };
+  const Served none_afterwards;
   const auto& listeners = active_state.listeners;
   for (size_t i = 0; i < listeners.size(); ++i) {
-    Listener* const listener = listeners[i];
-    visit(listener);
-    while (i >= listeners.size() || listeners[i] != listener) {
+    served_listener = listeners[i];
+    visit(served_listener);
+    while (i >= listeners.size() || listeners[i] != served_listener) {
       --i;
     }
   }
 }
 
+// One pass at a time: a pass inside another would free what that still uses.
+struct Pass {
+  Pass() {
+    if (running) {
+      Runtime.error("Sockets polled by a callback of theirs!\n");
+      std::abort();
+    }
+    running = true;
+  }
+  ~Pass() { running = false; }
+  static inline bool running = false;
+};
+
 void poll(unsigned int milliseconds) {
+  const Pass pass;
   WaitSets sets;
   const microseconds pause = accept_pause.left();
   const bool accepting = pause.count() == 0;

@@ -222,6 +222,7 @@ TEST_F(SocketTest, EmptyAndThrowingCallablesPassThroughButNothingRunsTwice) {
   EXPECT_THROW(poll_on(), std::bad_function_call);  // the closed callback
   listener->closed = [&](void*, Connection*) {
     messages.push_back(std::to_string(owned.size()));
+    destroy_listener(listener);  // it ends already
     throw_failure(messages.back());
   };
   EXPECT_EQ(outcome([&] { destroy_listener(listener); }), "2");  // its first failure
@@ -239,6 +240,27 @@ TEST_F(SocketTest, DestroyingAnEarlierListenerSkipsNone) {
   Peer waiting("3");
   Runtime.poll(1000);
   EXPECT_EQ(connections.size(), 1U);
+}
+
+TEST_F(SocketTest, CallbacksThatPullTheLayerFromUnderThemselvesEndTheProgram) {
+  static Listener* own;
+  const auto destroy_own = [](void*, Connection*) { return destroy_listener(own), nullptr; };
+  const auto poll_again = [](void*, Connection*) { return Runtime.poll(0), nullptr; };
+  const auto ignore = [](void*, Connection*) { return nullptr; };
+  const auto run = [](const auto& on_accept, const auto& on_close) {
+    alarm(10);  // it could as well go on for ever
+    own = create_listener("own", nullptr, on_accept, on_close);
+    {
+      Peer leaving("own");
+      Runtime.poll(1000);
+    }
+    Runtime.poll(1000);
+  };
+  const char* const destroyed = "Listener 'own' destroyed by a callback of its own!\n";
+  const char* const polled = "Sockets polled by a callback of theirs!\n";
+  EXPECT_EXIT(run(destroy_own, ignore), testing::KilledBySignal(SIGABRT), destroyed);
+  EXPECT_EXIT(run(ignore, destroy_own), testing::KilledBySignal(SIGABRT), destroyed);
+  EXPECT_EXIT(run(poll_again, ignore), testing::KilledBySignal(SIGABRT), polled);
 }
 
 TEST_F(SocketTest, DescriptorsThatRunOutCostOneConnection) {
