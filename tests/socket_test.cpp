@@ -307,7 +307,7 @@ static EndPoint* open_endpoint(SocketTest* test, const char* path) {
   const auto receive = [dots = ":"s](void* context, const void* payload, unsigned short n,
                                      const char* sender, EndPoint* self) mutable {
     const std::string text(static_cast<const char*>(payload), n);
-    if (text == "end") endpoint_destroy(self);
+    if (text == "end") endpoint_destroy(self), endpoint_destroy(self);
     dots += ".";
     note(context, sender + dots + text);
     if (text == "throw") throw std::runtime_error(text);
