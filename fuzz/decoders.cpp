@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "core/error.h"
-#include "core/unique_fd.h"
+#include "core/owner.h"
 #include "fuzz/input.h"
 #include "socket/socket_async.h"
 
@@ -76,7 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string splits = input.text(input.byte() % 64), bytes = input.text(size);
   int ends[2];
   REQUIRE(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) == 0);  // which keeps the pieces apart
-  const unique_fd near(ends[0]), far(ends[1]);
+  const runenv::unique_fd near(ends[0]), far(ends[1]);
   for (size_t at = 0, i = 0; at < bytes.size(); ++i) {
     const size_t wanted = i < splits.size() ? 1 + static_cast<uint8_t>(splits[i]) : 4096;
     const size_t n = std::min(wanted, bytes.size() - at);

@@ -10,7 +10,7 @@
 #include <string>
 #include <utility>
 
-#include "core/unique_fd.h"
+#include "core/owner.h"
 #include "runtime/runtime_core.h"
 #include "socket/descriptor.h"
 #include "socket/registry.h"
@@ -19,7 +19,7 @@ namespace SocketASync {
 
 using Closed = std::function<void(void*, Connection*)>;
 
-static Client* add_client(unique_fd fd, std::string name, void* context, Closed closed) {
+static Client* add_client(runenv::unique_fd fd, std::string name, void* context, Closed closed) {
   set_non_blocking(fd.get());
   auto owned = std::make_unique<Client>();
   pending_state.clients.push_back(owned.get());
@@ -46,7 +46,7 @@ Client* create_client(const char* host, const char* port, void* context, Closed 
     return nullptr;
   }
   const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> first(list, freeaddrinfo);
-  unique_fd fd(open_socket(first->ai_family, first->ai_socktype, first->ai_protocol));
+  runenv::unique_fd fd(open_socket(first->ai_family, first->ai_socktype, first->ai_protocol));
   if (fd.get() < 0) {
     Runtime.error("Unable to open socket '%s:%s': %s\n", host, port, std::strerror(errno));
     return nullptr;
@@ -69,7 +69,7 @@ Client* create_client(const char* path, void* context, Closed closed) {
                   static_cast<long>(std::strlen(path)));
     return nullptr;
   }
-  unique_fd fd(open_socket(AF_UNIX, SOCK_STREAM, 0));
+  runenv::unique_fd fd(open_socket(AF_UNIX, SOCK_STREAM, 0));
   if (fd.get() < 0) {
     Runtime.error("Unable to create socket: %s\n", std::strerror(errno));
     return nullptr;

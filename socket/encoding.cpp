@@ -161,7 +161,7 @@ static unsigned int fill_chunk(Chunk* chunk, const char* data, unsigned int leng
   const uint32_t n = std::min(length, chunk->length - present);
   const uint32_t wanted = block_size(chunk, uint64_t{present} + n);
   if (present == 0 || wanted != block_size(chunk, present)) {
-    chunk->data = static_cast<char*>(reallocate(chunk->data, wanted));
+    chunk->data = static_cast<char*>(runenv::reallocate(chunk->data, wanted));
     chunk->write_position = chunk->data + present;
   }
   std::memcpy(chunk->write_position, data, n);

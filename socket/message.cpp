@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "core/error.h"
+#include "core/failure.h"
 #include "runtime/runtime_core.h"
 #include "socket/encoding.h"
 
@@ -29,10 +30,10 @@ static void wait_readable(const Connection* connection) {
     ready = ppoll(&waited, 1, connection->timeout == 0 ? nullptr : &limit, nullptr);
   } while (ready < 0 && errno == EINTR);
   if (ready < 0) {
-    throw_system_failure(errno);
+    runenv::throw_system_failure(errno);
   }
   if (ready == 0) {
-    throw_failure("Timeout expired while waiting for blocking socket read");
+    runenv::throw_failure("Timeout expired while waiting for blocking socket read");
   }
 }
 
@@ -47,11 +48,11 @@ unsigned int recv_blocked(Connection* connection, char* buffer, unsigned int cap
     }
     if (n == 0) {
       mark_close(connection);
-      throw_failure("Connection lost when reading a message");
+      runenv::throw_failure("Connection lost when reading a message");
     }
     const int error_number = errno;
     if (report_socket_error("recv_blocked", connection, error_number)) {
-      throw_system_failure(error_number);
+      runenv::throw_system_failure(error_number);
     }
     wait_readable(connection);
   }
@@ -105,7 +106,8 @@ void Outbound::send_chunk(const char* data, unsigned int length) {
         break;  // silent, whatever the length
       }
       if (length >= 0xFFFFFFFC) {
-        throw_failure("A chunk of " + std::to_string(length) + " bytes is too long to be sent");
+        runenv::throw_failure("A chunk of " + std::to_string(length) +
+                              " bytes is too long to be sent");
       }
       char header[4];
       store_length(header, length);

@@ -7,7 +7,7 @@
 #include <chrono>
 #include <memory>
 
-#include "core/unique_fd.h"
+#include "core/owner.h"
 #include "runtime/runtime_core.h"
 #include "socket/socket_async.h"
 #include "tests/files.h"
@@ -61,7 +61,7 @@ struct Peer {
     return n == 0;
   }
 
-  unique_fd fd;
+  runenv::unique_fd fd;
   std::string received;
 };
 

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "core/error.h"
+#include "core/failure.h"
 #include "tests/socket_peer.h"
 
 using namespace SocketASync;
@@ -125,7 +126,7 @@ TEST_F(SocketTest, ThrowingChunkedCallbackLosesItsOwnMessageOnly) {
     Encoding::Chunked::create_encoding(&connection, [](void*, Message::Inbound* message) {
       char byte;
       for (int i = 0; i < taken; ++i) message->recv_chunk(&byte, 1);
-      throw_failure(std::to_string(++calls));
+      runenv::throw_failure(std::to_string(++calls));
     });
     std::string bytes = chunk("a") + kEnd + chunk("b") + kEnd;
     calls = 0;
@@ -223,7 +224,7 @@ TEST_F(SocketTest, EmptyAndThrowingCallablesPassThroughButNothingRunsTwice) {
   listener->closed = [&](void*, Connection*) {
     messages.push_back(std::to_string(owned.size()));
     destroy_listener(listener);  // it ends already
-    throw_failure(messages.back());
+    runenv::throw_failure(messages.back());
   };
   EXPECT_EQ(outcome([&] { destroy_listener(listener); }), "2");  // its first failure
   EXPECT_EQ(messages, (Messages{"2", "1"}));                     // yet it ended whole, one by one
@@ -289,7 +290,7 @@ TEST_F(SocketTest, DescriptorsThatRunOutCostOneConnection) {
   EXPECT_TRUE(poll_until([&] { return connections.size() == 3; }));
   closed = 1;
   if (setrlimit(RLIMIT_NOFILE, &many) != 0) GTEST_SKIP() << "no more descriptors here";
-  std::vector<unique_fd> fillers;
+  std::vector<runenv::unique_fd> fillers;
   outcome([&] {  // from here on they fit no descriptor set
     do fillers.emplace_back(dup(STDIN_FILENO));
     while (fillers.back().get() < FD_SETSIZE - 1);
@@ -331,7 +332,7 @@ TEST_F(SocketTest, EndpointsExchangePrefixedDatagrams) {
   const std::string full(65531, 'f');
   EndPoint* const a = open_endpoint(this, "a");
   open_endpoint(this, "b");
-  const unique_fd foreign(socket(AF_UNIX, SOCK_DGRAM, 0));
+  const runenv::unique_fd foreign(socket(AF_UNIX, SOCK_DGRAM, 0));
   for (const auto& bytes : {"hi"s, full, full + "f"}) send_datagram(a, "b", bytes);
   for (const auto& bytes : {"QVI"s, "QVIX123"s, "QVIR"s, ""s}) send_raw(foreign.get(), "b", bytes);
   send_datagram(a, "b", "throw");
