@@ -45,6 +45,7 @@ install(DIRECTORY core fs process runtime schema socket stream
         PATTERN process/standard_descriptors.h EXCLUDE
         PATTERN process/tool.h EXCLUDE
         PATTERN socket/descriptor.h EXCLUDE
+        PATTERN socket/first_exception.h EXCLUDE
         PATTERN socket/ending.h EXCLUDE)
 install(TARGETS runenv EXPORT runenv COMPONENT development
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv)

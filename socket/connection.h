@@ -2,6 +2,20 @@
 //
 // Single-threaded like the whole layer: everything, callbacks included, runs on the thread that
 // polls.
+//
+// The life of a connection:
+//   pending  create_client has made it, and no poll has taken it up yet. What is sent is queued. An
+//            accepted connection begins as active, with the call of its listener's factory.
+//   active   Every poll reads and sends once. This ends with mark_close, or when the connection is
+//            lost: the peer has closed, an error has come, or accepting it had failed. A lost one
+//            is closed at once, and what is queued is dropped.
+//   marked   Nothing more is queued, and the polls that follow send what is queued, but no longer
+//            read. Bytes that have been read are still delivered. So are those of one more read
+//            where another connection's callback marks this one before the running poll comes to
+//            it. The first poll that begins with an empty queue closes the connection.
+//   closed   The descriptor is closed, and the owner's closed callback runs, once.
+//   freed    The callback has returned, and every pointer to the connection is void.
+// destroy_listener closes and frees the listener's connections at once, whatever they are.
 #pragma once
 
 #include <cstdint>
@@ -62,8 +76,8 @@ void sock_close(int fd);
 void queue_block(Connection* connection, const char* head, unsigned int head_length,
                  const char* data, unsigned int length);
 
-// Classifies a failed `operation` ("send", "recv" or "recv_blocked"). False: nothing is there yet.
-// True: the connection is lost; an unusual error is reported with a dump of its state.
+// Classifies a failed `operation` ("send", "recv", "recv_blocked" or "accept"). False: nothing is
+// there yet. True: the connection is lost; an unusual error is reported with a dump of its state.
 bool report_socket_error(const char* operation, Connection* connection, int errnum);
 
 // Bytes without any framing.

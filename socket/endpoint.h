@@ -30,7 +30,7 @@ EndPoint* endpoint_create(
         callback);
 
 // Drops the callback, one that runs when it returns, and lets the next poll close and free the
-// endpoint. The file stays.
+// endpoint. A second call before that poll changes nothing. The file stays.
 void endpoint_destroy(EndPoint* endpoint);
 
 // Sends one datagram to the endpoint at a path. Kept as it is: the answer compares what was sent,

@@ -7,8 +7,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
-#include <exception>
 #include <memory>
 #include <utility>
 
@@ -16,6 +16,7 @@
 #include "runtime/runtime_core.h"
 #include "socket/descriptor.h"
 #include "socket/ending.h"
+#include "socket/first_exception.h"
 #include "socket/registry.h"
 
 namespace SocketASync {
@@ -130,20 +131,18 @@ void destroy_listener(Listener* listener) {
   if (found == active.end()) {
     return;
   }
+  if (listener == served_listener) {
+    Runtime.error("Listener '%s' destroyed by a callback of its own!\n", listener->name.c_str());
+    std::abort();
+  }
   active.erase(found);
   close(listener->fd);
-  std::exception_ptr thrown;  // by a callback; the other connections end all the same
+  FirstException failure;
   while (!listener->connections.empty()) {
-    try {
-      end_connection(listener->connections, 0, listener->closed);
-    } catch (...) {
-      thrown = thrown ? thrown : std::current_exception();
-    }
+    failure.run([&] { end_connection(listener->connections, 0, listener->closed); });
   }
   delete listener;
-  if (thrown) {
-    std::rethrow_exception(thrown);
-  }
+  failure.rethrow();
 }
 
 }  // namespace SocketASync

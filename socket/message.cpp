@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 
 #include "core/error.h"
@@ -63,17 +62,14 @@ namespace Message {
 
 // Takes the first complete chunk, unless it is longer than `capacity`.
 static unsigned int take_chunk(ChunkedState* state, char* buffer, unsigned int capacity) {
-  Chunk* const chunk = state->completed;
-  const unsigned int length = chunk->length;
+  const unsigned int length = state->completed->length;
   if (length > capacity) {
     return length;
   }
-  state->completed = chunk->next;
   if (length != 0) {
-    std::memcpy(buffer, chunk->data, length);
+    std::memcpy(buffer, state->completed->data, length);
   }
-  std::free(chunk->data);
-  delete chunk;
+  drop_chunk(state);
   return length;
 }
 
@@ -97,12 +93,6 @@ unsigned int Inbound::recv_chunk(char* buffer, unsigned int capacity) {
     Encoding::Chunked::collect(chunk_read_buffer, n, connection->context_object, connection);
   }
   return take_chunk(state, buffer, capacity);
-}
-
-static void store_length(char (&header)[4], unsigned int length) {
-  for (unsigned int i = 0; i < 4; ++i) {
-    header[i] = static_cast<char>(length >> (24 - 8 * i));
-  }
 }
 
 void Outbound::send_chunk(const char* data, unsigned int length) {

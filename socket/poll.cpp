@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -19,12 +21,30 @@
 
 namespace SocketASync {
 
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+using std::chrono::microseconds;
+
 static char receive_buffer[4096];
 
-// Accepting ran out of descriptors or memory: the next wait leaves the listeners out, or it would
-// find them readable at once, over and over, and is short.
-static bool accepting_paused = false;
-static constexpr unsigned int kPause = 10;  // milliseconds
+// Accepting has failed, as a rule for want of descriptors. What waits to be accepted would end
+// every wait at once, so the waits leave the listeners out for a time, which doubles with every
+// further failure until accepting succeeds.
+struct AcceptPause {
+  microseconds length{0};
+  Clock::time_point end;
+
+  void lengthen() {
+    length = std::clamp<microseconds>(2 * length, 10ms, 1s);
+    end = Clock::now() + length;
+  }
+  void lift() { length = microseconds(0); }
+  microseconds left() const {
+    const microseconds none(0);
+    return length == none ? none : std::max(none, ceil<microseconds>(end - Clock::now()));
+  }
+};
+static AcceptPause accept_pause;
 
 // What one pass waits for.
 struct WaitSets {
@@ -87,8 +107,7 @@ static void watch_listener(Listener* listener, bool accepting, WaitSets* sets) {
       }
       end_connection(listener->connections, i, listener->closed);
     } else if (!watch(connection, sets)) {
-      report_socket_error("recv", connection, EBADF);
-      end_connection(listener->connections, i, listener->closed);
+      end_connection(listener->connections, i, listener->closed);  // its accept was reported
     } else {
       ++i;
     }
@@ -129,13 +148,15 @@ static void watch_endpoints(WaitSets* sets) {
   }
 }
 
-static bool out_of_resources(int error_number) {
-  return error_number == EMFILE || error_number == ENFILE || error_number == ENOBUFS ||
-         error_number == ENOMEM;
+// The error of an accept that gave `fd`, 0 for none. A descriptor that fits no set is one too many.
+static int accept_error(int fd) {
+  if (fd < 0) {
+    return errno;
+  }
+  return fits_descriptor_set(fd) ? 0 : EMFILE;
 }
 
-// A failed accept is not looked at here: the connection made for it fits no descriptor set and is
-// lost in the next pass.
+// A failed accept makes a connection all the same, which is lost in the next pass.
 static void accept_connection(Listener* listener) {
   char peer[16];
   socklen_t length = sizeof peer;
@@ -144,12 +165,17 @@ static void accept_connection(Listener* listener) {
   Connection* const connection = owned.release();
   connection->fd = accept4(listener->fd, reinterpret_cast<sockaddr*>(peer), &length,
                            SOCK_CLOEXEC | SOCK_NONBLOCK);
-  accepting_paused = accepting_paused || (connection->fd < 0 && out_of_resources(errno));
+  const int error_number = accept_error(connection->fd);
   set_no_delay(connection->fd);
   connection->name = listener->name + ":" + std::to_string(connection->fd);
   if (genv_debug_info) {
     Runtime.log("New connection on '%s' named '%s'.\n", listener->name.c_str(),
                 connection->name.c_str());
+  }
+  if (error_number == 0) {
+    accept_pause.lift();
+  } else if (report_socket_error("accept", connection, error_number)) {
+    accept_pause.lengthen();
   }
   connection->context_object = listener->factory(listener->context, connection);
 }
@@ -181,22 +207,41 @@ static void serve_clients(WaitSets* sets) {
 // the one that is visited.
 template <typename Visit>
 static void for_each_listener(const Visit& visit) {
+  struct Served {
+    ~Served() { served_listener = nullptr; }
+  };
+  const Served none_afterwards;
   const auto& listeners = active_state.listeners;
   for (size_t i = 0; i < listeners.size(); ++i) {
-    Listener* const listener = listeners[i];
-    visit(listener);
-    while (i >= listeners.size() || listeners[i] != listener) {
+    served_listener = listeners[i];
+    visit(served_listener);
+    while (i >= listeners.size() || listeners[i] != served_listener) {
       --i;
     }
   }
 }
 
+// One pass at a time: a pass inside another would free what that still uses.
+struct Pass {
+  Pass() {
+    if (running) {
+      Runtime.error("Sockets polled by a callback of theirs!\n");
+      std::abort();
+    }
+    running = true;
+  }
+  ~Pass() { running = false; }
+  static inline bool running = false;
+};
+
 void poll(unsigned int milliseconds) {
+  const Pass pass;
   WaitSets sets;
-  const bool accepting = !accepting_paused;
-  accepting_paused = false;
-  const unsigned int wait = accepting ? milliseconds : std::min(milliseconds, kPause);
-  timeval limit{static_cast<time_t>(wait / 1000), static_cast<suseconds_t>(wait % 1000) * 1000};
+  const microseconds pause = accept_pause.left();
+  const bool accepting = pause.count() == 0;
+  const microseconds longest = std::chrono::milliseconds(milliseconds);
+  const auto wait = (accepting ? longest : std::min(longest, pause)).count();
+  timeval limit{wait / 1000000, wait % 1000000};
   promote_pending();
   for_each_listener([&](Listener* listener) { watch_listener(listener, accepting, &sets); });
   watch_clients(&sets);

@@ -6,6 +6,7 @@ namespace SocketASync {
 [[gnu::init_priority(102)]] state_t pending_state;
 [[gnu::init_priority(102)]] state_t active_state;
 [[gnu::init_priority(102)]] std::set<Connection*> flushing;
+Listener* served_listener = nullptr;
 
 template <typename T>
 static void promote(std::vector<T*>& pending, std::vector<T*>& active) {

@@ -25,6 +25,9 @@ extern state_t active_state;   // served by poll
 // Moves everything pending to the active registry.
 void promote_pending();
 
+// The listener that a running poll is at, null otherwise: it may not be destroyed.
+extern Listener* served_listener;
+
 // The connections that a running flush still waits for, empty otherwise. A connection that ends
 // leaves on its own.
 extern std::set<Connection*> flushing;
