@@ -44,9 +44,14 @@ install(DIRECTORY core fs process runtime schema socket stream
         PATTERN process/interruption.h EXCLUDE
         PATTERN process/standard_descriptors.h EXCLUDE
         PATTERN process/tool.h EXCLUDE
+        PATTERN socket/accepting.h EXCLUDE
+        PATTERN socket/datagram.h EXCLUDE
+        PATTERN socket/decoder.h EXCLUDE
         PATTERN socket/descriptor.h EXCLUDE
+        PATTERN socket/ending.h EXCLUDE
         PATTERN socket/first_exception.h EXCLUDE
-        PATTERN socket/ending.h EXCLUDE)
+        PATTERN socket/flush.h EXCLUDE
+        PATTERN socket/serving.h EXCLUDE)
 install(TARGETS runenv EXPORT runenv COMPONENT development
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv)
 

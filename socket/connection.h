@@ -9,10 +9,10 @@
 //   active   Every poll reads and sends once. This ends with mark_close, or when the connection is
 //            lost: the peer has closed, an error has come, or accepting it had failed. A lost one
 //            is closed at once, and what is queued is dropped.
-//   marked   Nothing more is queued, and the polls that follow send what is queued, but no longer
-//            read. Bytes that have been read are still delivered. So are those of one more read
-//            where another connection's callback marks this one before the running poll comes to
-//            it. The first poll that begins with an empty queue closes the connection.
+//   marked   Nothing more is queued. The polls that follow send what is queued, but no longer read.
+//            Bytes that have been read are still delivered. When another connection's callback
+//            marks this one before the running poll has come to it, that poll may still read once.
+//            The first poll that begins with an empty queue closes the connection.
 //   closed   The descriptor is closed, and the owner's closed callback runs, once.
 //   freed    The callback has returned, and every pointer to the connection is void.
 // destroy_listener closes and frees the listener's connections at once, whatever they are.
@@ -22,15 +22,9 @@
 #include <functional>
 #include <string>
 
-#include "core/buffer.h"
+#include "socket/send_queue.h"
 
 namespace SocketASync {
-
-// One queued outbound piece.
-struct SendBlock {
-  Buffer bytes;  // its unread part is still to be sent
-  SendBlock* next;
-};
 
 enum class EncodingKind : uint32_t { None = 0, ZeroTerminated = 1, Chunked = 2 };
 
@@ -43,8 +37,7 @@ struct Connection {
   Connection& operator=(const Connection&) = delete;
 
   int32_t fd = 0;
-  SendBlock* send_queue_head = nullptr;
-  SendBlock* send_queue_tail = nullptr;
+  SendQueue send_queue;
   bool has_receiver = false;   // received bytes are delivered; without it they are dropped
   bool marked_closed = false;  // queues nothing more, is closed once its queue has gone out
   std::function<void(char* data, unsigned int length, void* context, Connection*)> receiver;
@@ -71,10 +64,6 @@ const char* get_peer_name(Connection* connection);
 // Closes a descriptor. Never that of a connection or listener: poll would fail from then on.
 // mark_close ends a connection.
 void sock_close(int fd);
-
-// Queues `head` followed by `data` as one block, unless the connection is marked closed.
-void queue_block(Connection* connection, const char* head, unsigned int head_length,
-                 const char* data, unsigned int length);
 
 // Classifies a failed `operation` ("send", "recv", "recv_blocked" or "accept"). False: nothing is
 // there yet. True: the connection is lost; an unusual error is reported with a dump of its state.

@@ -3,7 +3,7 @@
 
 #include <exception>
 
-namespace SocketASync {
+namespace runenv {
 
 // Runs calls one by one and keeps the first exception out of them; later ones are lost.
 class FirstException {
@@ -31,4 +31,4 @@ class FirstException {
   std::exception_ptr first;
 };
 
-}  // namespace SocketASync
+}  // namespace runenv

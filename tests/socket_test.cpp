@@ -173,7 +173,7 @@ TEST_F(SocketTest, QueuesGoOutWholeButNotToTheDead) {
   mark_close(connections[0]);
   Runtime.poll(0);
   EXPECT_EQ(closed, 0);
-  EXPECT_LT(connections[0]->send_queue_head->bytes.length(), big.size());  // a part is gone
+  EXPECT_LT(connections[0]->send_queue.head->bytes.length(), big.size());  // a part is gone
   std::thread other_side([&] {
     Runtime.sleep(20);
     vanishing.reset();
@@ -182,7 +182,7 @@ TEST_F(SocketTest, QueuesGoOutWholeButNotToTheDead) {
   Runtime.flush();
   EXPECT_EQ(closed, 1);
   Runtime.flush();  // nothing queued: returns without polling
-  EXPECT_EQ(connections.at(0)->send_queue_head, nullptr);
+  EXPECT_EQ(connections.at(0)->send_queue.head, nullptr);
   Runtime.poll(0);
   EXPECT_EQ(closed, 2);
   other_side.join();
