@@ -39,13 +39,15 @@ install(DIRECTORY core fs process runtime schema socket stream
         PATTERN core/big_endian.h EXCLUDE
         PATTERN core/failure.h EXCLUDE
         PATTERN core/retry.h EXCLUDE
+        PATTERN core/overlap.h EXCLUDE
         PATTERN core/owner.h EXCLUDE
         PATTERN fs/tree.h EXCLUDE
         PATTERN process/interruption.h EXCLUDE
         PATTERN process/standard_descriptors.h EXCLUDE
         PATTERN process/tool.h EXCLUDE
         PATTERN socket/descriptor.h EXCLUDE
-        PATTERN socket/ending.h EXCLUDE)
+        PATTERN socket/ending.h EXCLUDE
+        PATTERN stream/block.h EXCLUDE)
 install(TARGETS runenv EXPORT runenv COMPONENT development
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv)
 
