@@ -14,8 +14,7 @@
 #include "core/allocation.h"
 #include "fs/tree.h"
 
-static_assert(sizeof(istream_file) == 32 && sizeof(fs_ostream_t) == 24,
-              "C callers rely on the records' words");
+static_assert(sizeof(fs_ostream_t) == 24, "C callers rely on three 64-bit words");
 
 static bool get_status(bucket_t* path, struct stat* status) {
   return stat(bucket_cstring(path), status) == 0;
@@ -240,37 +239,6 @@ int fs_fcopy(bucket_t* destination, bucket_t* source) {
     close_quietly(to);
   }
   return result;
-}
-
-static FILE* file_of(istream* stream) {
-  return reinterpret_cast<istream_file*>(stream)->file;
-}
-
-static int file_seek_pos(istream* stream, int origin, long long offset) {
-  switch (origin) {
-    case 0:
-      return std::fseek(file_of(stream), offset, SEEK_SET);
-    case 1:
-      return std::fseek(file_of(stream), offset, SEEK_CUR);
-    case 2:
-      return std::fseek(file_of(stream), offset, SEEK_END);
-    default:
-      return static_cast<int>(offset);  // no seek; kept as it is
-  }
-}
-
-static int file_destroy(istream* stream) {
-  return std::fclose(file_of(stream));
-}
-
-istream* fs_open_read(bucket_t* path) {
-  FILE* const file = std::fopen(bucket_cstring(path), "rbe");
-  if (file == nullptr) {
-    return nullptr;
-  }
-  auto* record = static_cast<istream_file*>(runenv::allocate(sizeof(istream_file)));
-  *record = istream_file{{istream_stdio_read_len, file_seek_pos, file_destroy}, file};
-  return &record->functions;
 }
 
 static unsigned long long file_write_len(fs_ostream_t* stream, const char* bytes,

@@ -12,7 +12,6 @@
 #include <stdio.h>
 
 #include "core/bucket.h"
-#include "stream/istream.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -78,7 +77,9 @@ int fs_touch_path(bucket_t* path);
  * copied onto itself is emptied. */
 int fs_fcopy(bucket_t* destination, bucket_t* source);
 
-/* A stream over the file, null on failure; istream_destroy closes it. */
+/* A stream over the file, null on failure. It is read and closed by the functions of
+ * stream/istream.h. */
+typedef struct istream istream;
 istream* fs_open_read(bucket_t* path) __attribute__((warn_unused_result));
 
 /* A record for writing. Its close function closes the file; then the caller frees the record. */
