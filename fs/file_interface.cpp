@@ -12,6 +12,8 @@
 #include <cstring>
 
 #include "core/allocation.h"
+#include "core/overlap.h"
+#include "core/owner.h"
 #include "fs/tree.h"
 
 static_assert(sizeof(fs_ostream_t) == 24, "C callers rely on three 64-bit words");
@@ -27,7 +29,22 @@ static bucket_t* replace(bucket_t* path, const bucket_t& text) {
   return path;
 }
 
-// The component may not lie in the path.
+static bool lies_in(const bucket_t* path, const char* text) {
+  return runenv::offset_in(path->data, path->capacity, text) >= 0;
+}
+
+// Where texts to append lie in the path, `own`, the path gets a copy of its storage. What is
+// returned keeps the texts until they are appended.
+static runenv::OwnedBucket keep_texts(bucket_t* path, bool own) {
+  if (!own) {
+    return runenv::OwnedBucket(bucket_t{});
+  }
+  const bucket_t storage = *path;
+  *path = fs_copy(path);
+  return runenv::OwnedBucket(storage);
+}
+
+// The component must not lie in the path.
 static void append_component(bucket_t* path, const char* component) {
   if (component == nullptr || component[0] == '\0') {
     return;
@@ -56,22 +73,26 @@ void fs_join(bucket_t* path, const char* component) {
 }
 
 void fs_joinv(bucket_t* path, ...) {
-  bucket_t joined = fs_copy(path);
   va_list components;
+  bool own = false;
   va_start(components, path);
-  for (const char* component = va_arg(components, const char*); component != nullptr;
-       component = va_arg(components, const char*)) {
-    append_component(&joined, component);
+  while (const char* const component = va_arg(components, const char*)) {
+    own = own || lies_in(path, component);
   }
   va_end(components);
-  replace(path, joined);
+  const runenv::OwnedBucket kept = keep_texts(path, own);
+  va_start(components, path);
+  while (const char* const component = va_arg(components, const char*)) {
+    append_component(path, component);
+  }
+  va_end(components);
 }
 
 bucket_t* fs_join_ext(bucket_t* path, const char* component, const char* ext) {
-  bucket_t joined = fs_copy(path);
-  append_component(&joined, component);
-  bucket_append(&joined, ext);
-  return replace(path, joined);
+  const bool own = lies_in(path, component) || lies_in(path, ext);
+  const runenv::OwnedBucket kept = keep_texts(path, own);
+  append_component(path, component);
+  return bucket_append(path, ext);
 }
 
 int fs_realpath(bucket_t* path) {
