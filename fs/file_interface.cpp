@@ -1,7 +1,6 @@
 #include "fs/file_interface.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 #include <utime.h>
 
 #include <cerrno>
@@ -17,6 +16,8 @@
 #include "fs/tree.h"
 
 static_assert(sizeof(fs_ostream_t) == 24, "C callers rely on three 64-bit words");
+
+static constexpr size_t kCopiedBlock = 1024;
 
 static bool get_status(bucket_t* path, struct stat* status) {
   return stat(bucket_cstring(path), status) == 0;
@@ -59,8 +60,8 @@ static void append_component(bucket_t* path, const char* component) {
 }
 
 bucket_t fs_init(const char* text) {
-  bucket_t path;
-  bucket_append(bucket_nil(&path), text);
+  bucket_t path{};
+  bucket_append(&path, text);
   return path;
 }
 
@@ -120,7 +121,7 @@ bucket_t* fs_dirname(bucket_t* path, bucket_t* out) {
 
 bucket_t* fs_basename(bucket_t* path, bucket_t* out) {
   const char* const slash = std::strrchr(bucket_cstring(path), '/');
-  // A bare name has an empty base name, on purpose, as in fs::path_t.
+  // The base name of a bare name is empty on purpose, as in fs::path_t.
   return replace(out, fs_init(slash == nullptr ? nullptr : slash + 1));
 }
 
@@ -166,25 +167,24 @@ int fs_set_mtime(bucket_t* path, long seconds) {
 }
 
 int fs_mkdir(bucket_t* path) {
-  return mkdir(bucket_cstring(path), 0777);
+  return mkdir(bucket_cstring(path), fs::kDirectoryMode);
+}
+
+static runenv::OwnedBucket parent_of(bucket_t* path) {
+  bucket_t parent{};
+  fs_dirname(path, &parent);
+  return runenv::OwnedBucket(parent);
 }
 
 int fs_mkdir_recursive(bucket_t* path) {
   if (fs_exists(path) != 0) {
     return 0;
   }
-  bucket_t parent;
-  fs_dirname(path, bucket_nil(&parent));
-  // The system refuses every path from PATH_MAX bytes on, so creating never gets beyond the
-  // shortest such ancestor: going there at once bounds the depth, whatever length was asked for.
-  if (parent.length > PATH_MAX) {
-    const char* const beyond = std::strchr(parent.data + PATH_MAX, '/');
-    bucket_drop(&parent, beyond == nullptr ? 0 : std::strlen(beyond));
-  }
-  // A "." that cannot be seen is its own parent: no use going on.
-  const bool is_top = std::strcmp(bucket_cstring(&parent), bucket_cstring(path)) == 0;
+  runenv::OwnedBucket parent = parent_of(path);
+  bucket_drop(&parent, parent.length - fs::creatable_length({parent.data, parent.length}));
+  // The parent of "." is "." again. Where it cannot be seen, the recursion ends.
+  const bool is_top = std::strcmp(parent.data, bucket_cstring(path)) == 0;
   const int result = is_top ? 0 : fs_mkdir_recursive(&parent);
-  bucket_release(&parent);
   return result != 0 ? result : fs_mkdir(path);
 }
 
@@ -196,7 +196,7 @@ int fs_remove_recursive(bucket_t* path) {
   if (fs::remove_tree(bucket_cstring(path)) != 0) {
     return -1;
   }
-  // The walk removes the top as well, so this is expected to fail. Kept as it is.
+  // The walk has removed the top as well, so this fails. Kept as it is.
   return fs_remove(path);
 }
 
@@ -215,15 +215,13 @@ int fs_touch(bucket_t* path) {
 }
 
 int fs_touch_path(bucket_t* path) {
-  bucket_t parent;
-  fs_dirname(path, bucket_nil(&parent));
+  runenv::OwnedBucket parent = parent_of(path);
   const int result = fs_mkdir_recursive(&parent);
-  bucket_release(&parent);
   return result != 0 ? result : fs_touch(path);
 }
 
 static int copy_content(FILE* to, FILE* from) {
-  static char block[1024];
+  static char block[kCopiedBlock];
   for (;;) {
     const size_t n = std::fread(block, 1, sizeof block, from);
     if (n == 0) {
@@ -235,7 +233,7 @@ static int copy_content(FILE* to, FILE* from) {
   }
 }
 
-// Closes a file and keeps the errno of what went before.
+// Closes a file whose failure is told already: errno stays.
 static void close_quietly(FILE* file) {
   const int error_number = errno;
   std::fclose(file);
@@ -243,23 +241,16 @@ static void close_quietly(FILE* file) {
 }
 
 int fs_fcopy(bucket_t* destination, bucket_t* source) {
-  FILE* const to = std::fopen(bucket_cstring(destination), "wbe");
+  using File = runenv::owner<FILE, close_quietly>;
+  File to(std::fopen(bucket_cstring(destination), "wbe"));
   if (to == nullptr) {
     return -1;
   }
-  FILE* const from = std::fopen(bucket_cstring(source), "rbe");
-  if (from == nullptr) {
-    close_quietly(to);
+  const File from(std::fopen(bucket_cstring(source), "rbe"));
+  if (from == nullptr || copy_content(to.get(), from.get()) != 0) {
     return -1;
   }
-  int result = copy_content(to, from);
-  close_quietly(from);
-  if (result == 0) {
-    result = std::fclose(to) == 0 ? 0 : -1;  // what was still buffered may not fit either
-  } else {
-    close_quietly(to);
-  }
-  return result;
+  return std::fclose(to.release()) == 0 ? 0 : -1;  // what is still buffered may not fit
 }
 
 static unsigned long long file_write_len(fs_ostream_t* stream, const char* bytes,
@@ -277,12 +268,12 @@ fs_ostream_t* fs_open_write(bucket_t* path) {
     return nullptr;
   }
   auto* record = static_cast<fs_ostream_t*>(runenv::allocate(sizeof(fs_ostream_t)));
-  *record = fs_ostream_t{file_write_len, file_close, file};
+  *record = fs_ostream_t{.write_len = file_write_len, .close = file_close, .file = file};
   return record;
 }
 
 int fs_dir_open(bucket_t* path, fs_dir_t* dir) {
-  *dir = fs_dir_t{path, opendir(bucket_cstring(path)), nullptr};
+  *dir = fs_dir_t{.path = path, .handle = opendir(bucket_cstring(path)), .entry = nullptr};
   return dir->handle == nullptr ? -1 : 0;
 }
 
