@@ -55,7 +55,7 @@ class OutstreamSockImpl final {
 
   OutstreamCache* stream() { return &cache; }
 
-  // Sends what is staged and ends the message, if one was begun; the next write begins another.
+  // Sends what is staged and ends the message, if one was begun. The next write begins another.
   void finalize();
 
   // The writer's part of a flush: sends `n` bytes as one chunk, of a new message where none is
