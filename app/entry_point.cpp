@@ -10,6 +10,7 @@
 #include "schema/update.h"
 #include "schema/version_info.h"
 #include "schema/version_info_bin.h"
+#include "stream/istream.h"
 
 namespace Layout = runenv::Layout;
 

@@ -39,6 +39,7 @@ install(DIRECTORY core fs process runtime schema socket stream
         PATTERN core/big_endian.h EXCLUDE
         PATTERN core/failure.h EXCLUDE
         PATTERN core/retry.h EXCLUDE
+        PATTERN core/overlap.h EXCLUDE
         PATTERN core/owner.h EXCLUDE
         PATTERN fs/tree.h EXCLUDE
         PATTERN process/interruption.h EXCLUDE
@@ -51,7 +52,8 @@ install(DIRECTORY core fs process runtime schema socket stream
         PATTERN socket/ending.h EXCLUDE
         PATTERN socket/first_exception.h EXCLUDE
         PATTERN socket/flush.h EXCLUDE
-        PATTERN socket/serving.h EXCLUDE)
+        PATTERN socket/serving.h EXCLUDE
+        PATTERN stream/block.h EXCLUDE)
 install(TARGETS runenv EXPORT runenv COMPONENT development
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv)
 

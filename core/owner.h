@@ -1,4 +1,5 @@
-// Owners of what the C library and the C functions hand out: no early return or throw leaks it.
+// Owners of what the C library and the C functions hand out, so that no early return or throw leaks
+// it.
 #pragma once
 
 #include <unistd.h>

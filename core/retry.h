@@ -5,7 +5,7 @@
 
 namespace runenv {
 
-// Makes the call again as long as a signal interrupts it; returns its result.
+// Makes the call, again as long as a signal interrupts it, and returns its result.
 template <typename Call>
 auto retry(const Call& call) {
   auto result = call();

@@ -2,9 +2,15 @@
 
 #include <ftw.h>
 
+#include <algorithm>
+#include <climits>
 #include <cstdio>
 
 namespace fs {
+
+size_t creatable_length(std::string_view path) {
+  return std::min(path.size(), path.find('/', PATH_MAX));
+}
 
 static int remove_entry(const char* path, const struct stat*, int, FTW*) {
   return std::remove(path);

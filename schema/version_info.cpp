@@ -29,7 +29,7 @@ static char* make_text(dympage_t* allocator, uint64_t length, uint64_t alignment
 // The same with the first `n` bytes of `text`.
 static char* copy_text(dympage_t* allocator, const char* text, uint64_t n, uint64_t length) {
   char* const block = make_text(allocator, length, 1);
-  runenv_short_block_copy(block, text, n);
+  std::memcpy(block, text, n);
   return block;
 }
 

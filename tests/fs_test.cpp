@@ -17,6 +17,7 @@
 #include "fs/file_interface.h"
 #include "fs/iterator.h"
 #include "fs/path.h"
+#include "stream/istream.h"
 #include "tests/files.h"
 
 using FsTest = ScratchTest;
