@@ -2,11 +2,14 @@
 #include <sys/resource.h>
 
 #include <cstring>
+#include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "core/buffer.h"
 #include "core/c_string.h"
+#include "schema/update.h"
 #include "schema/version_info.h"
 #include "schema/version_info_bin.h"
 
@@ -44,6 +47,71 @@ struct Document {
     return root->error == nullptr ? "" : root->error;
   }
 };
+
+// Parses a line of words. Returns the members of the record: presence, mark and value of each.
+static std::string parse(const std::string& line) {
+  std::istringstream stream(line);
+  const strings words{std::istream_iterator<std::string>(stream), {}};
+  std::vector<const char*> argv;
+  for (const std::string& word : words) argv.push_back(word.c_str());
+  image___update___root_t root;
+  memset(&root, 'x', sizeof root);  // the parser clears the flags itself
+  image___update___do_parse(static_cast<int>(argv.size()), argv.data(), &root);
+  const auto member = [](uint32_t present, char assigned, const char* value) {
+    return std::to_string(present) + assigned + (present != 0 ? value : "") + " ";
+  };
+  return member(root.target.present, root.target.assigned, root.target.value) +
+         member(root.temp_cache.present, root.temp_cache.assigned, root.temp_cache.value) +
+         member(root.skip_platform.present, root.skip_platform.assigned, "") +
+         member(root.lock_latest.present, root.lock_latest.assigned, "") +
+         root.version_info.assigned + root.version_info.value;
+}
+
+TEST(Update, WordsFillTheMembers) {
+  const std::pair<const char*, const char*> kRows[] = {
+      {"p v", "0x 0x 0x 0x %v"},
+      {"p --target mac v", "1%mac 0x 0x 0x %v"},
+      {"p --temp-cache d v", "0x 1%d 0x 0x %v"},
+      {"p --skip-platform v", "0x 0x 1% 0x %v"},
+      {"p --lock-latest v", "0x 0x 0x 1% %v"},
+      {"p --target mac --temp-cache d --skip-platform --lock-latest v", "1%mac 1%d 1% 1% %v"},
+      {"p --target --temp-cache --temp-cache --target --help",
+       "1%--temp-cache 1%--target 0x 0x %--help"},
+      {"p --target=mac", "0x 0x 0x 0x %--target=mac"},
+      {"p --lock-latest --lock-latest", "0x 0x 0x 1% %--lock-latest"}};
+  for (const auto& [line, members] : kRows) EXPECT_EQ(parse(line), members);
+}
+
+TEST(Update, WrongWordsAreReportedWithACaret) {
+  testing::internal::CaptureStderr();
+  image___update___do_document();
+  const std::string usage = testing::internal::GetCapturedStderr();
+  const std::string none = " requires an argument, but no argument is available";
+  const std::string version_info = "path 'version info'" + none;
+  const std::string superfluous = "superfluous command line argument(s)";
+  const std::tuple<std::string, int, std::string> kRows[] = {
+      {"p", 3, version_info},
+      {"p --target mac", 16, version_info},
+      {"p --temp-cache d", 18, version_info},
+      {"p --skip-platform", 19, version_info},
+      {"p --lock-latest", 17, version_info},
+      {"p --target", 12, "text 'platform'" + none},
+      {"p --target mac --temp-cache", 29, "path 'directory'" + none},
+      {"p v more words", 5, superfluous},
+      {"p --help v", 10, superfluous},
+      {"p --target a --target b v", 23, superfluous},
+      {"p --skip-platform --temp-cache d v", 32, superfluous},
+      {"p --lock-latest --target mac v", 26, superfluous}};
+  using namespace testing;
+  for (const auto& [line, column, message] : kRows) {
+    EXPECT_EXIT(parse(line), ExitedWithCode(1),
+                Eq("unable to parse arguments: " + message + "\n\n " + line + "\n" +
+                   std::string(column, ' ') + "^\n\n" + usage));
+  }
+  EXPECT_EXIT(parse(""), ExitedWithCode(1),
+              Eq("unable to parse arguments: no arguments provided to parse\n"));
+  EXPECT_EXIT(parse("p --help"), ExitedWithCode(0), Eq(usage));
+}
 
 static strings hooked;
 
