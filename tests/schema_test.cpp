@@ -18,7 +18,7 @@ using entry_t = image___version_info___root___system_types_t;
 using iterator_t = image___version_info___root___system_types_t___iterator_t;
 using strings = std::vector<std::string>;
 
-// The families of names.
+// The prefixes of the names.
 #define DOCUMENT(name) image___version_info___##name
 #define ROOT(name) image___version_info___root_t___##name
 #define ENTRY(name) image___version_info___root___system_types_t___##name
@@ -137,6 +137,9 @@ TEST(VersionInfo, PropertiesAreAssignedOnceAndFailuresGoThroughTheRoot) {
   EXPECT_EQ(std::string(root->platform_version, root->platform_version_len), "2.0");
   EXPECT_EQ(document.lines(), strings{"alpha="});
   EXPECT_EQ(root->system_types_count, 1U);
+  const entry_t* const cut = ENTRY(allocate_f)(pages, root, "a\0b", 3);
+  EXPECT_EQ(std::string(cut->key, 4), std::string("a\0\0", 4));
+  EXPECT_EQ(root->system_types_count, 2U);
 }
 
 TEST(VersionInfo, LengthsThatNoMemoryHoldsEndTheProcess) {
@@ -175,7 +178,7 @@ TEST(VersionInfoBin, TailReaderLeavesWhatFollows) {
   EXPECT_EQ(document.lines(), strings{"alpha=1.4"});
   EXPECT_EQ(document.read(good), "reassigning property: platform_version");
   ROOT(system_types___iwrite_unlink_entry)(document.pages, document.root, "missing");
-  EXPECT_EQ(document.root->system_types_count, 0U);  // kept as it is
+  EXPECT_EQ(document.root->system_types_count, 0U);  // on purpose
 }
 
 TEST(VersionInfoBin, WhatIsCutOrWrongIsRefusedWithItsReason) {
@@ -205,10 +208,11 @@ TEST(VersionInfoBin, ClaimedLengthsAreNotTouched) {
   const std::string claim = number(UINT32_MAX);
   const std::string head = kFingerprint + text("2") + claim;
   EXPECT_EQ(Document().read(kFingerprint + claim + "2"), "insufficient data to read text");
-  EXPECT_EQ(Document().read(head + claim + "a"), "insufficient bytes to read entry key");
+  const std::string key(1 << 20, 'k');  // more than a block of a length that has wrapped could hold
+  EXPECT_EQ(Document().read(head + claim + key), "insufficient bytes to read entry key");
   EXPECT_EQ(Document().read(head + text("a") + claim), "insufficient data to read text");
   getrusage(RUSAGE_SELF, &after);
-  // In KiB; an address sanitizer marks an eighth of a block.
+  // In KiB. An address sanitizer touches an eighth of a block.
   EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 1 << 20);
 }
 
@@ -222,16 +226,21 @@ TEST(VersionInfoBin, WritesWhatIsThere) {
   ROOT(system_types___iwrite_create_entry)(pages, root, "unset");
   entry_t* const entry = ROOT(system_types___iwrite_create_entry)(pages, root, "");
   std::memcpy(ENTRY(version___iwrite_alloc)(pages, entry, 3), "1\0y", 3);
-  root->system_types_count = 9;                       // may be off
+  root->system_types_count = 9;                       // may be wrong
   ASSERT_EQ(DOCUMENT(write_bin_f)(root, &bytes), 0);  // appends
   expected += kFingerprint + text("2.0") + number(2) + text("") + text({"1\0y", 3}) +
               text("unset") + text("");
-  EXPECT_EQ(DOCUMENT(root___system_types_t___find_cf)(root, ""), entry);
+  EXPECT_EQ(ENTRY(find_cf)(root, ""), entry);
   entry->version_len = uint64_t{UINT32_MAX} + 1;
   EXPECT_EQ(DOCUMENT(write_bin_f)(root, &bytes), -1);
   EXPECT_STREQ(root->error, "text too long for binary data");
-  const std::string long_text = kFingerprint + text(std::string(0x10203, 'l')) + number(0);
-  EXPECT_EQ(large.read(long_text), "");
+  std::swap(entry->version_len, root->platform_version_len);
+  EXPECT_EQ(DOCUMENT(write_bin_f)(root, &bytes), -1);
+  // All bytes of a length count. The first key is empty.
+  const std::string again = kFingerprint + text(std::string(0x1020304, 'l')) + number(3) +
+                            text("") + text("1") + text("a") + text("2") + text("b") + text("");
+  EXPECT_EQ(large.read(again), "");
+  EXPECT_EQ(large.lines(), (strings{"=1", "a=2", "b="}));
   EXPECT_EQ(DOCUMENT(write_bin_f)(large.root, &bytes), 0);
-  EXPECT_TRUE(std::string(bytes.array, bytes.size) == expected + long_text);
+  EXPECT_TRUE(std::string(bytes.array, bytes.size) == expected + again);
 }
