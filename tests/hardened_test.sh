@@ -1,6 +1,6 @@
 #!/bin/sh
 # Looks at what was built for what hardening leaves in it: hardened_test.sh CALL LIBRARY PROGRAM...
-# CALL is a checked call of the C library that shows how much is checked.
+# CALL is a checked call of the C library.
 set -eu
 call=$1 library=$2
 shift 2

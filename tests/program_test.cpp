@@ -8,7 +8,7 @@
 #include <tuple>
 #include <utility>
 
-// Which command lines and documents are refused, and why, is held against models under fuzz/.
+// schema_test has the other command lines and documents that are refused.
 TEST_F(ProgramTest, BadInputEndsTheRunBeforeAnything) {
   const std::string usage =
       "\x1b[1musage:\x1b[0m  [--target 'platform'] [--temp-cache 'directory'] [--skip-platform] "
