@@ -11,12 +11,11 @@
 #include "fs/path.h"
 #include "process/interruption.h"
 #include "tools/command_line.h"
+#include "tools/failure.h"
+
+namespace runenv {
 
 static constexpr char kDescriptors[] = "/proc/self/fd";
-
-[[noreturn]] static void fail_on_system(const std::string& path) {
-  fail_on(path, std::strerror(errno));
-}
 
 static mode_t mode_of_new_files() {
   const mode_t mask = umask(0);
@@ -48,7 +47,7 @@ static bool sync(int descriptor) {
 static std::string new_name() {
   static constexpr char kLetters[] = "abcdefghijklmnopqrstuvwxyz234567";
   std::random_device random;
-  std::string name = std::string(".") + kProgram + "#";
+  std::string name = std::string(".") + program_name() + "#";
   for (int i = 0; i < 6; ++i) {
     name += kLetters[random() % (sizeof kLetters - 1)];
   }
@@ -57,7 +56,7 @@ static std::string new_name() {
 
 Replacement::Replacement(const std::string& path, const std::string& made_in)
     : target(path), directory(fs::path_t(path.c_str()).dir_name().cstring()) {
-  runenv::undo_on_signals();
+  undo_on_signals();
   const std::string& place = made_in.empty() ? directory : made_in;
   if (access(kDescriptors, X_OK) == 0) {  // it is by its descriptor that the file gets a name
     file.reset(open(place.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
@@ -74,14 +73,14 @@ Replacement::Replacement(const std::string& path, const std::string& made_in)
 Replacement::~Replacement() {
   if (!temporary.empty()) {
     unlink(temporary.c_str());
-    runenv::interrupted_file = nullptr;
+    interrupted_file = nullptr;
   }
 }
 
 // Gives the file a new name by `make`, which returns false and sets errno if that fails.
 template <typename Make>
 void Replacement::take_name(const std::string& made_in, Make make) {
-  const runenv::SignalsHeld held;
+  const SignalsHeld held;
   bool made;
   do {
     temporary = fs::path_t(made_in.c_str()).join(new_name().c_str()).cstring();
@@ -89,9 +88,9 @@ void Replacement::take_name(const std::string& made_in, Make make) {
   } while (!made && errno == EEXIST);
   if (!made) {
     temporary.clear();
-    fail_on_system(target);
+    throw_errno_of(target);
   }
-  runenv::interrupted_file = temporary.c_str();
+  interrupted_file = temporary.c_str();
 }
 
 std::string Replacement::descriptor_path() const {
@@ -105,14 +104,14 @@ void Replacement::write(const char* bytes, size_t count) {
       bytes += n;
       count -= static_cast<size_t>(n);
     } else if (errno != EINTR) {
-      fail_on_system(target);
+      throw_errno_of(target);
     }
   }
 }
 
 void Replacement::settle() {
   if (!sync(file.get())) {
-    fail_on_system(target);
+    throw_errno_of(target);
   }
   posix_fadvise(file.get(), 0, 0, POSIX_FADV_DONTNEED);
 }
@@ -141,43 +140,44 @@ bool Replacement::put_in_place(int place, const char* name, bool over_existing) 
     moved = !exists(place, name) && renameat(AT_FDCWD, from, place, name) == 0;
   }
   if (moved) {
-    runenv::interrupted_file = nullptr;
+    interrupted_file = nullptr;
     temporary.clear();
   }
   return moved;
 }
 
 bool Replacement::commit(bool over_existing) {
-  const runenv::SignalsHeld held;
-  const runenv::unique_fd place =
-      open_directory(directory);  // once the file is there, it is too late
+  const SignalsHeld held;
+  const unique_fd place = open_directory(directory);  // once the file is there, it is too late
   const char* const name = target.c_str() + target.rfind('/') + 1;
   if (fchmod(file.get(), mode_for(place.get(), name)) != 0 || !sync(file.get())) {
-    fail_on_system(target);
+    throw_errno_of(target);
   }
   if (!put_in_place(place.get(), name, over_existing)) {
     if (errno == EEXIST && !over_existing) {
       return false;
     }
-    fail_on_system(target);
+    throw_errno_of(target);
   }
   if (!sync(place.get())) {
-    fail_on(target, std::string("is in place, but its directory could not be stored: ") +
-                        std::strerror(errno));
+    throw_failure_of(target, std::string("is in place, but its directory could not be stored: ") +
+                                 std::strerror(errno));
   }
   return true;
 }
 
-runenv::unique_fd open_directory(const std::string& path) {
-  runenv::unique_fd descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+unique_fd open_directory(const std::string& path) {
+  unique_fd descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (descriptor.get() < 0) {
-    fail_on_system(path);
+    throw_errno_of(path);
   }
   return descriptor;
 }
 
 void sync_directory(int descriptor, const std::string& path) {
   if (!sync(descriptor)) {
-    fail_on_system(path);
+    throw_errno_of(path);
   }
 }
+
+}  // namespace runenv

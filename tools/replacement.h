@@ -6,6 +6,8 @@
 
 #include "core/owner.h"
 
+namespace runenv {
+
 // A new file that has no name until it takes its place: nobody else can reach it, and nothing of it
 // is left if it never does. On a file system without such files it has a name that begins with "."
 // and holds a "#", which is removed if it never does, also when a signal ends the program. One at a
@@ -39,11 +41,13 @@ class Replacement {
   std::string target;
   std::string directory;
   std::string temporary;  // the name until it takes its place; empty: none
-  runenv::unique_fd file;
+  unique_fd file;
 };
 
 // The directory, opened for reading. Throws Error.
-runenv::unique_fd open_directory(const std::string& path);
+unique_fd open_directory(const std::string& path);
 
 // Stores the entries of the directory on the disk. Throws Error, naming the path.
 void sync_directory(int descriptor, const std::string& path);
+
+}  // namespace runenv

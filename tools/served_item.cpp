@@ -11,10 +11,10 @@
 #include <memory>
 #include <string_view>
 
-#include "core/allocation.h"
 #include "core/bucket.h"
 #include "core/error.h"
 #include "core/owner.h"
+#include "core/retry.h"
 #include "fs/file_interface.h"
 #include "fs/iterator.h"
 #include "fs/path.h"
@@ -22,11 +22,10 @@
 #include "process/tool.h"
 #include "schema/layout.h"
 #include "schema/pointer.h"
-#include "tools/command_line.h"
-#include "tools/published_name.h"
+#include "tools/failure.h"
 #include "tools/replacement.h"
 
-namespace Layout = runenv::Layout;
+namespace runenv {
 
 static constexpr char kNothing[] = "/dev/null";
 
@@ -59,12 +58,12 @@ class NewDirectories {
 
  private:
   void make_in(const std::string& parent, const std::string& path) {
-    const runenv::unique_fd descriptor = open_directory(parent);
+    const unique_fd descriptor = open_directory(parent);
     if (mkdir(path.c_str(), 0777) == 0) {
       made.push_back(path);
       sync_directory(descriptor.get(), parent);
     } else if (errno != EEXIST) {
-      fail_on(path, std::strerror(errno));
+      throw_errno_of(path);
     }
   }
 
@@ -90,23 +89,23 @@ static void run_tar(const std::vector<const char*>& argv, const char* in, const 
   using namespace ChildProcess;
   for (const char* const file : {in, out}) {  // /dev or /proc may not be there
     if (access(file, F_OK) != 0) {
-      fail_on(file, std::strerror(errno));
+      throw_errno_of(file);
     }
   }
   process_t* tar;
   unsetenv("TAR_OPTIONS");  // an archive is what its files make it
   try {
-    tar = runenv::start_tool(argv.data(), {REDIRECT_FILE, in}, {REDIRECT_FILE, out},
-                             {REDIRECT_INHERIT, nullptr}, nullptr);
+    tar = start_tool(argv.data(), {REDIRECT_FILE, in}, {REDIRECT_FILE, out},
+                     {REDIRECT_INHERIT, nullptr}, nullptr);
   } catch (const Error& error) {
-    fail_on("tar", error.message);
+    throw_failure_of("tar", error.message);
   }
   const result_t result = wait2(tar);
-  runenv::end_tool(tar);
+  end_tool(tar);
   if (result.kind != 0) {
     const std::string end =
         result.kind == 1 ? "exit status " + std::to_string(result.code) : result.message;
-    fail_on(subject, problem + " (tar: " + end + ")");
+    throw_failure_of(subject, problem + " (tar: " + end + ")");
   }
 }
 
@@ -138,7 +137,7 @@ class BlockReader {
   std::string_view next() {
     const size_t n = std::fread(block, 1, sizeof block, file.get());
     if (std::ferror(file.get()) != 0) {
-      fail_on(name, std::strerror(errno));
+      throw_errno_of(name);
     }
     return {block, n};
   }
@@ -169,11 +168,11 @@ static void copy(const std::string& source, Replacement* archive, const std::str
   bucket_release(&from);
   bucket_release(&to);
   if (result != 0) {
-    fail_on(source, std::string("could not be copied: ") + std::strerror(error));
+    throw_failure_of(source, std::string("could not be copied: ") + std::strerror(error));
   }
   archive->settle();
   if (!same_content({source, source}, {archive->descriptor_path(), place})) {
-    fail_on(source, "reads differently from its copy");
+    throw_failure_of(source, "reads differently from its copy");
   }
 }
 
@@ -181,10 +180,10 @@ ServedItem::ServedItem(const std::string& tree_path, std::vector<std::string> it
     : tree(tree_path), names(std::move(item_names)) {
   struct stat status;
   if (stat(tree.c_str(), &status) != 0) {
-    fail_on(tree, std::strerror(errno));
+    throw_errno_of(tree);
   }
   if (!S_ISDIR(status.st_mode)) {
-    fail_on(tree, std::strerror(ENOTDIR));
+    throw_failure_of(tree, std::strerror(ENOTDIR));
   }
 }
 
@@ -205,10 +204,9 @@ std::set<std::string> ServedItem::platforms(const std::string& release) const {
   std::set<std::string> result;
   const std::string directory = path(release);
   // The iterator takes one that may not be read, or by the "." not be entered, for an empty one.
-  const runenv::unique_fd descriptor(
-      open((directory + "/.").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const unique_fd descriptor(open((directory + "/.").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (descriptor.get() < 0 && errno != ENOENT) {
-    fail_on(directory, std::strerror(errno));
+    throw_errno_of(directory);
   }
   for (fs::iterator_t entry(directory.c_str(), true); entry.has_item(); entry.move_next()) {
     std::string name = entry.get_name();
@@ -227,9 +225,9 @@ std::optional<std::string> ServedItem::latest() const {
     return std::nullopt;
   }
   if (!file.is_regular_file()) {  // a pipe would have nothing to say, a device no end
-    fail_on(pointer, "is not a regular file");
+    throw_failure_of(pointer, "is not a regular file");
   }
-  const runenv::malloc_ptr<char> line(read_pointer_line(pointer.c_str()));
+  const malloc_ptr<char> line(read_pointer_line(pointer.c_str()));
   return std::string(line.get());
 }
 
@@ -246,7 +244,7 @@ bool ServedItem::put_archive(const std::string& release, const std::string& plat
     copy(source, &archive, place);
   }
   check_archive(archive.descriptor_path(), source);
-  const runenv::SignalsHeld held;  // until the directories hold the archive, or are gone again
+  const SignalsHeld held;  // until the directories hold the archive, or are gone again
   NewDirectories directories;
   directories.make(tree, way);
   return archive.commit(replace);
@@ -254,10 +252,9 @@ bool ServedItem::put_archive(const std::string& release, const std::string& plat
 
 // Some network file systems cannot lock a directory: there the others are merely unlikely to come
 // between.
-runenv::unique_fd ServedItem::lock() const {
-  runenv::unique_fd descriptor = open_directory(path(""));
-  while (flock(descriptor.get(), LOCK_EX) != 0 && errno == EINTR) {
-  }
+unique_fd ServedItem::lock() const {
+  unique_fd descriptor = open_directory(path(""));
+  retry([&] { return flock(descriptor.get(), LOCK_EX); });
   return descriptor;
 }
 
@@ -268,7 +265,9 @@ void ServedItem::point_at(const std::string& release) const {
   pointer.write(line.data(), line.size());
   pointer.settle();
   if (BlockReader(pointer.descriptor_path(), place).next() != line) {
-    fail_on(place, "reads differently from what was written");
+    throw_failure_of(place, "reads differently from what was written");
   }
   pointer.commit(true);
 }
+
+}  // namespace runenv

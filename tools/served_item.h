@@ -9,6 +9,8 @@
 
 #include "core/owner.h"
 
+namespace runenv {
+
 class ServedItem {
  public:
   // The item that `names` lead to from the directory `tree`, which must exist; the item need not.
@@ -32,7 +34,7 @@ class ServedItem {
 
   // Has other publishers of the item wait until it is closed, for looking at the pointer and moving
   // it. Throws Error.
-  runenv::unique_fd lock() const;
+  unique_fd lock() const;
 
   // Lets the pointer name the release: a reader finds the old pointer or the new one. Throws Error.
   void point_at(const std::string& release) const;
@@ -43,3 +45,5 @@ class ServedItem {
   std::string tree;
   std::vector<std::string> names;
 };
+
+}  // namespace runenv
