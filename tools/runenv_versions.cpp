@@ -115,7 +115,7 @@ static void write_document(const Buffer& bytes, const char* path) {
   if (is_written_in_place(path, target)) {
     write_in_place(bytes, path);
   } else {
-    Replacement file(target.cstring());
+    Replacement file(target);
     file.write(bytes.array, bytes.size);
     file.commit(true);
   }

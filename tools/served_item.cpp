@@ -58,10 +58,10 @@ class NewDirectories {
 
  private:
   void make_in(const std::string& parent, const std::string& path) {
-    const unique_fd descriptor = open_directory(parent);
+    const unique_fd descriptor = open_directory(parent.c_str());
     if (mkdir(path.c_str(), 0777) == 0) {
       made.push_back(path);
-      sync_directory(descriptor.get(), parent);
+      sync_directory(descriptor.get(), parent.c_str());
     } else if (errno != EEXIST) {
       throw_errno_of(path);
     }
@@ -236,7 +236,7 @@ bool ServedItem::put_archive(const std::string& release, const std::string& plat
   std::vector<std::string> way = names;
   way.push_back(release);
   const std::string place = archive_path(release, platform);
-  Replacement archive(place, existing_directory(tree, way));
+  Replacement archive(place.c_str(), existing_directory(tree, way).c_str());
   if (fs::path_t(source.c_str()).is_directory()) {
     pack(source, archive.descriptor_path());
     archive.settle();
@@ -253,14 +253,14 @@ bool ServedItem::put_archive(const std::string& release, const std::string& plat
 // Some network file systems cannot lock a directory: there the others are merely unlikely to come
 // between.
 unique_fd ServedItem::lock() const {
-  unique_fd descriptor = open_directory(path(""));
+  unique_fd descriptor = open_directory(path("").c_str());
   retry([&] { return flock(descriptor.get(), LOCK_EX); });
   return descriptor;
 }
 
 void ServedItem::point_at(const std::string& release) const {
   const std::string place = path(Layout::kLatest);
-  Replacement pointer(place);
+  Replacement pointer(place.c_str());
   const std::string line = release + "\n";
   pointer.write(line.data(), line.size());
   pointer.settle();
