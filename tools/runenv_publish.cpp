@@ -132,7 +132,7 @@ static void check_source(const char* path) {
 
 [[noreturn]] static void throw_published(const ServedItem& item, const Arguments& arguments) {
   throw_failure_of(
-      item.archive_path(arguments.release, arguments.platform),
+      item.archive_path(arguments.release, arguments.platform).cstring(),
       "is published already; --replace replaces it, --latest-only moves the pointer to it");
 }
 
