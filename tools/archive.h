@@ -1,4 +1,4 @@
-// The archive of a release: packed by tar, or copied, and checked before anybody gets it.
+// The archive of a release: packed or copied, and checked before anybody gets it.
 #pragma once
 
 #include "fs/path.h"
@@ -6,16 +6,9 @@
 
 namespace runenv {
 
-// Fills the new file `archive` with the .tar.gz of what is in the directory `source`. The same
-// files always make the same archive. Throws Error.
-void pack(const fs::path_t& source, Replacement* archive);
-
-// Fills the new file `archive` with the content of the file `source`, and compares what the disk
-// has of it. Throws Error.
-void copy(const fs::path_t& source, Replacement* archive);
-
-// Reads the whole archive, which was made from `source`. Throws Error, naming that, unless it is a
-// .tar.gz with files that tar can read.
-void check_archive(const Replacement& archive, const fs::path_t& source);
+// Fills the new file `archive` from `source`, a directory to pack or a .tar.gz archive to copy, and
+// stores it on the disk. The same files always make the same archive. Throws Error if any of that
+// fails, if a copy reads differently, or if tar cannot read the archive or finds no file in it.
+void make_archive(const fs::path_t& source, Replacement* archive);
 
 }  // namespace runenv

@@ -144,12 +144,7 @@ bool ServedItem::put_archive(const std::string& release, const std::string& plat
   std::vector<std::string> way = names;
   way.push_back(release);
   Replacement archive(archive_path(release, platform), existing_directory(tree, way));
-  if (fs::path_t(source).is_directory()) {
-    pack(source, &archive);
-  } else {
-    copy(source, &archive);
-  }
-  check_archive(archive, source);
+  make_archive(source, &archive);
   const SignalsHeld held;  // until the directories hold the archive, or are gone again
   NewDirectories directories;
   directories.make(tree, way);
