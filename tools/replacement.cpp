@@ -73,20 +73,21 @@ Replacement::~Replacement() {
 // there already.
 void Replacement::take_temporary_name(const fs::path_t& directory) {
   const SignalsHeld held;
+  std::string name;
   bool taken;
   do {
-    temporary = fs::path_t(directory).join(new_name().c_str()).cstring();
+    name = fs::path_t(directory).join(new_name().c_str()).cstring();
     if (file.get() < 0) {
-      file.reset(open(temporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kPrivate));
+      file.reset(open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kPrivate));
       taken = file.get() >= 0;
     } else {
-      taken = link_to(temporary.c_str());
+      taken = link_to(name.c_str());
     }
   } while (!taken && errno == EEXIST);
   if (!taken) {
-    temporary.clear();
     throw_errno_of(target.cstring());
   }
+  temporary = name;
   interrupted_file = temporary.c_str();
 }
 

@@ -139,11 +139,14 @@ static void check_source(const char* path) {
 // Whoever finds an archive by the pointer now is to find one by the new pointer too.
 static void check_platforms(const ServedItem& item, const std::string& release,
                             const std::set<std::string>& available) {
-  const std::string current = item.latest().value_or(release);
-  for (const std::string& platform : item.platforms(current)) {
+  const std::optional<std::string> current = item.latest();
+  if (!current) {
+    return;
+  }
+  for (const std::string& platform : item.platforms(*current)) {
     if (!available.contains(platform)) {
       throw_failure("release '" + release + "' lacks an archive for platform '" +
-                    printable(platform) + "', which '" + printable(current) +
+                    printable(platform) + "', which '" + printable(*current) +
                     "', the latest so far, has; move the pointer when all are there "
                     "(--keep-latest until then), or give --drop-platforms");
     }
@@ -176,7 +179,7 @@ static void move_pointer(const ServedItem& item, const Arguments& arguments,
   const std::string& release = arguments.release;
   const unique_fd lock = item.lock();
   const std::optional<std::string> now = item.latest();
-  if (now != before && now.value_or(release) != release) {
+  if (now && now != before && *now != release) {
     throw_failure("the pointer was moved to '" + printable(*now) + "' meanwhile");
   }
   if (!arguments.drop_platforms) {
