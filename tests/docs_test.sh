@@ -203,7 +203,7 @@ done <"$scratch/rows"
 
 # Every message of the programs is told: the fixed parts of what the code prints or throws.
 told=$(cat docs/*.md | tr -s '\n ' ' ')
-calls='throw_failure|throw_errno|fail|fail_on|fail_usage|fail_child|redirect_child|report|parse_text_option'
+calls='throw_failure|throw_failure_of|throw_errno|throw_usage|fail|fail_child|redirect_child|report|parse_text_option'
 for file in app/*.cpp core/buffer.cpp fs/*.cpp process/*.cpp schema/*.cpp tools/*.cpp; do
   tr '\n' ' ' <"$file" | grep -oE "\b($calls|Runtime\.(error|log))\([^;]*;" | grep -oE '"([^"\\]|\\.)*"' |
     sed 's/\\n//g; s/^"//; s/"$//; s/%[-0-9.*l]*[a-z]/\n/g' | grep -E '.{6}' | while read -r part; do

@@ -43,33 +43,47 @@ TEST_F(ProgramTest, BadInputEndsTheRunBeforeAnything) {
 }
 
 TEST_F(ProgramTest, DocumentToolWritesAndPrints) {
-  const std::string listing = "2.0\nalpha=1.4\nbeta=0=9\nempty=\n";
-  EXPECT_EQ(run("mkdir d && runenv-versions compose 2.0 beta=0=9 empty= alpha=1.4 -o d/v").status,
-            0);
-  EXPECT_EQ(run("runenv-versions show d/v").out, listing);
-  write_file("bad", read_file("d/v") + "x");
-  const std::string hint = "\nTry 'runenv-versions --help'.";
-  const std::pair<std::string, std::string> kFailures[] = {
-      {"show bad", "bad: trailing bytes"},
-      {"show no", "no: No such file or directory"},
-      {"compose 1 a=1 b=2 a=3 -o d/v", "system type 'a' is given twice"},
-      {"compose 1 -o /dev/full", "/dev/full: No space left on device"},
-      {"compose 1 -o no/v", "no/v: No such file or directory"},
-      {"compose", "compose needs a platform version" + hint},
-      {"compose 1 a", "system type 'a' is not of the form NAME=VERSION" + hint},
-      {"compose 1 =1", "system type '=1' has no name" + hint},
-      {"compose -x", "unknown option '-x'" + hint},
+  const std::string listing = "2.0\nalpha=1.4\nbeta=0=9\nempty=\n",
+                    usage = run("runenv-versions --help").out,
+                    hint = "\nTry 'runenv-versions --help'.", full = "No space left on device";
+  EXPECT_TRUE(usage.starts_with("usage: runenv-versions compose [-o FILE] PLATFORM_VERSION"));
+  const std::tuple<std::string, std::string, std::string> kRows[] = {
+      {"compose 2.0 beta=0=9 empty= alpha=1.4 --output=d/v", "", ""},
+      {"show d/v", listing, ""},
+      {"compose 2.0 beta=0=9 alpha=1.4 empty= | cmp - d/v", "", ""},
+      {"compose -o dash -- -5 -o=1 && runenv-versions show dash", "-5\n-o=1\n", ""},
+      {"show --help", usage, ""},
+      {"compose --version | grep -c '^runenv-versions [0-9.]*$'", "1\n", ""},
+      {"show bad", "", "bad: trailing bytes"},
+      {"show no", "", "no: No such file or directory"},
+      {"show /proc/self/mem", "", "/proc/self/mem: Input/output error"},
+      {"compose 1 a=1 b=2 a=3 -o d/v", "", "system type 'a' is given twice"},
+      {"compose 1 -o /dev/full", "", "/dev/full: " + full},
+      {"compose 1 -o d", "", "d: Is a directory"},
+      {"compose 1 -o d/v/w", "", "d/v/w: Not a directory"},
+      {"compose 1 -o no/v", "", "no/v: No such file or directory"},
+      {"compose 1 >/dev/full", "", "standard output: " + full},
+      {"compose $(head -c 9999 /dev/zero | tr '\\0' 1) >/dev/full", "", "standard output: " + full},
+      {"--help >/dev/full", "", "standard output: " + full},
+      {"", "", "a command is needed, compose or show" + hint},
+      {"print", "", "unknown command 'print'" + hint},
+      {"show", "", "show needs one file" + hint},
+      {"show d/v d/v", "", "show needs one file" + hint},
+      {"compose", "", "compose needs a platform version" + hint},
+      {"compose 1 a", "", "system type 'a' is not of the form NAME=VERSION" + hint},
+      {"compose 1 =1", "", "system type '=1' has no name" + hint},
+      {"compose -x", "", "unknown option '-x'" + hint},
+      {"compose 1 -o", "", "option '-o' needs a file" + hint},
+      {"compose 1 -o a --output b", "", "option '--output' is given twice" + hint},
   };
-  for (const auto& [words, message] : kFailures) {
+  run("mkdir d && runenv-versions compose 2.0 >bad && echo >>bad");
+  for (const auto& [words, out, error] : kRows) {
     const Outcome outcome = run("runenv-versions " + words);
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_EQ(outcome.out, "");
-    EXPECT_EQ(outcome.err, "runenv-versions: " + message + "\n");
+    EXPECT_EQ(outcome.status, error == "" ? 0 : 1) << words;
+    EXPECT_EQ(outcome.out, out) << words;
+    EXPECT_EQ(outcome.err, error == "" ? "" : "runenv-versions: " + error + "\n") << words;
   }
-  EXPECT_EQ(run("runenv-versions compose 1 >/dev/full").status, 1);
-  EXPECT_EQ(run("runenv-versions show d/v").out, listing);  // untouched by what failed
-  EXPECT_EQ(run("ls -A d").out, "v\n");
-  EXPECT_TRUE(run("runenv-versions show --help").out.starts_with("usage: runenv-versions compose"));
+  EXPECT_EQ(run("runenv-versions show d/v; ls -A d").out, listing + "v\n");  // as it was
 }
 
 TEST_F(ServerTest, InstallsOnceAndThenOnlyWhatHasChanged) {

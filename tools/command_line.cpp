@@ -1,40 +1,65 @@
 #include "tools/command_line.h"
 
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "core/error.h"
-#include "core/failure.h"
 #include "process/standard_descriptors.h"
+#include "tools/failure.h"
 
-void fail_usage(const std::string& message) {
-  std::fprintf(stderr, "%s: %s\nTry '%s --help'.\n", kProgram, message.c_str(), kProgram);
-  std::exit(1);
-}
+namespace runenv {
 
-void fail_on(const std::string& what, const std::string& why) {
-  runenv::throw_failure(what + ": " + why);
-}
+namespace {
 
-void finish_standard_output() {
-  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-    fail_on("standard output", std::strerror(errno));
+struct UsageError : Error {
+  using Error::Error;
+};
+
+}  // namespace
+
+static const Program* running;
+
+int run_program(const Program& program, int argc, char** argv) {
+  running = &program;
+  open_standard_descriptors();
+  std::signal(SIGXFSZ, SIG_IGN);  // a write beyond the limit on the size of files fails instead
+  try {
+    program.body(argc, argv);
+  } catch (const UsageError& error) {
+    std::fprintf(stderr, "%s: %s\nTry '%s --help'.\n", program.name, error.message, program.name);
+    return 1;
+  } catch (const Error& error) {
+    std::fprintf(stderr, "%s: %s\n", program.name, error.message);
+    return 1;
   }
+  return 0;
 }
 
-void answer(std::string_view word) {
+const char* program_name() {
+  return running->name;
+}
+
+void throw_usage(const std::string& message) {
+  throw UsageError(Error::Type::Failure, message.c_str());
+}
+
+void exit_on_help(std::string_view word) {
   if (word == "--help") {
-    std::fputs(kUsage, stdout);
+    std::fputs(running->usage, stdout);
   } else if (word == "--version") {
-    std::printf("%s %s\n", kProgram, RUNENV_VERSION);
+    std::printf("%s %s\n", running->name, RUNENV_VERSION);
   } else {
     return;
   }
   finish_standard_output();
   std::exit(0);
+}
+
+void finish_standard_output() {
+  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+    throw_errno_of("standard output");
+  }
 }
 
 static const Option& find_option(const std::vector<Option>& options, std::string_view word) {
@@ -45,7 +70,7 @@ static const Option& find_option(const std::vector<Option>& options, std::string
       return option;
     }
   }
-  fail_usage("unknown option '" + std::string(word) + "'");
+  throw_usage("unknown option '" + std::string(word) + "'");
 }
 
 // Sets the option at argv[i] and returns the index of its last word.
@@ -56,12 +81,12 @@ static int take_option(const Option& option, int argc, char** argv, int i) {
   }
   const std::string name(option.name);
   if (*option.value != nullptr) {
-    fail_usage("option '" + name + "' is given twice");
+    throw_usage("option '" + name + "' is given twice");
   }
   const char* const equals = argv[i] + name.size();
   *option.value = *equals == '=' ? equals + 1 : i + 1 < argc ? argv[++i] : "";
   if (**option.value == '\0') {
-    fail_usage("option '" + name + "' needs " + option.needs);
+    throw_usage("option '" + name + "' needs " + option.needs);
   }
   return i;
 }
@@ -77,21 +102,11 @@ std::vector<const char*> parse_words(int argc, char** argv, int first,
     } else if (word == "--") {
       taking_options = false;
     } else {
-      answer(word);
+      exit_on_help(word);
       i = take_option(find_option(options, word), argc, argv, i);
     }
   }
   return words;
 }
 
-int run_program(void (*body)(int argc, char** argv), int argc, char** argv) {
-  runenv::open_standard_descriptors();
-  std::signal(SIGXFSZ, SIG_IGN);  // a write beyond the limit on the size of files fails instead
-  try {
-    body(argc, argv);
-  } catch (const Error& error) {
-    std::fprintf(stderr, "%s: %s\n", kProgram, error.message);
-    return 1;
-  }
-  return 0;
-}
+}  // namespace runenv

@@ -1,28 +1,36 @@
-// What the companion programs share: reading their words, and saying what went wrong.
+// A companion program: its name, its --help, its words, and how it ends.
 #pragma once
 
 #include <string>
 #include <string_view>
 #include <vector>
 
-// Each program defines its own.
-extern const char kProgram[];  // its name
-extern const char kUsage[];    // what --help prints
+namespace runenv {
 
-// Says what is wrong with the command line on standard error and exits with status 1.
-[[noreturn]] void fail_usage(const std::string& message);
+struct Program {
+  const char* name;
+  const char* usage;  // what --help prints
+  void (*body)(int argc, char** argv);
+};
 
-// Throws Error "what: why".
-[[noreturn]] void fail_on(const std::string& what, const std::string& why);
+// Runs the body of the program and returns its exit status. That is 1 if the body throws Error; the
+// message goes to standard error. A program calls it once, from main.
+int run_program(const Program& program, int argc, char** argv);
 
-// Flushes standard output, which reports a failure to write at the latest then. Throws Error.
+// The name of the program that run_program runs.
+const char* program_name();
+
+// Throws an Error about the command line. Behind its message, run_program prints a hint at --help.
+[[noreturn]] void throw_usage(const std::string& message);
+
+// Prints what --help or --version asks for and ends the program. Returns for any other word.
+void exit_on_help(std::string_view word);
+
+// Flushes standard output. Throws Error if that or any write to it before has failed.
 void finish_standard_output();
 
-// Prints what --help and --version ask for and exits; returns for any other word.
-void answer(std::string_view word);
-
-// An option with a value, given as `-n VALUE`, `--name VALUE` or `--name=VALUE`, or a flag without
-// one. It goes where one of the two pointers leads.
+// An option with a value, given as `-n VALUE`, `--name VALUE` or `--name=VALUE`, or a flag, which
+// has none. One of the two pointers says where it goes.
 struct Option {
   std::string_view name;
   const char** value = nullptr;
@@ -30,11 +38,10 @@ struct Option {
   const char* needs = "";  // what the value is, for the message that it is missing
 };
 
-// The words from argv[first] on that are neither options nor their values. Anything wrong with an
-// option is a usage failure, and so is one with a value that is given twice; --help and --version
-// are answered; after "--" every word is taken as it is.
+// Returns the words from argv[first] on that are neither options nor their values. After "--" every
+// word is such a word. Sets the options; ends the program on --help and --version. Throws Error for
+// an unknown option, for a value that is missing, and for a second value.
 std::vector<const char*> parse_words(int argc, char** argv, int first,
                                      const std::vector<Option>& options);
 
-// Runs a program's body and returns its exit status: an Error is printed and makes it 1.
-int run_program(void (*body)(int argc, char** argv), int argc, char** argv);
+}  // namespace runenv

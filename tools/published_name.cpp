@@ -6,45 +6,51 @@
 
 #include "core/failure.h"
 
+namespace runenv {
+
 static bool is_control(char c) {
-  return static_cast<unsigned char>(c) < ' ' || c == 0x7f;
+  return static_cast<unsigned char>(c) < ' ' || c == '\x7f';
 }
 
 std::string printable(std::string_view text) {
   std::string result;
   for (const char c : text) {
-    char code[] = "\\x00";
     if (is_control(c)) {
+      char code[sizeof "\\xNN"];
       std::snprintf(code, sizeof code, "\\x%02x", c);
+      result += code;
+    } else {
+      result += c;
     }
-    result += is_control(c) ? std::string(code) : std::string(1, c);
   }
   return result;
 }
 
-// curl refuses control characters and blanks, takes "[]{}" for patterns, and a URL's path ends at
-// "?" and "#"; servers decode "%"; tar takes a backslash in its directory for an escape. Of a
-// pointer, only what stands before a line end counts.
+// curl refuses control characters and blanks, and takes "[]{}" for patterns. A URL's path ends at
+// "?" and "#". Servers decode "%". tar takes a backslash in its directory for an escape. A pointer
+// ends at a line end.
 static bool is_reserved(char c) {
   return is_control(c) || std::strchr("/ #%?[]{}\\", c) != nullptr;
 }
 
 void check_name(const char* what, const std::string& name, const char* appended) {
   if (name.empty()) {
-    runenv::throw_failure(std::string(what) + " is empty");
+    throw_failure(std::string(what) + " is empty");
   }
   const std::string subject = std::string(what) + " '" + printable(name) + "' ";
   if (name == "." || name == "..") {
-    runenv::throw_failure(subject + "names another directory");
+    throw_failure(subject + "names another directory");
   }
   for (const char& c : name) {
     if (is_reserved(c)) {
-      runenv::throw_failure(subject + "has '" + printable({&c, 1}) +
-                            "' in it, which readers would not take as it is");
+      throw_failure(subject + "has '" + printable({&c, 1}) +
+                    "' in it, which readers would not take as it is");
     }
   }
   const size_t longest = NAME_MAX - std::strlen(appended);
   if (name.size() > longest) {
-    runenv::throw_failure(subject + "is longer than " + std::to_string(longest) + " bytes");
+    throw_failure(subject + "is longer than " + std::to_string(longest) + " bytes");
   }
 }
+
+}  // namespace runenv

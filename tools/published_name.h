@@ -4,11 +4,15 @@
 #include <string>
 #include <string_view>
 
-// The text with control characters written as "\xNN": a message with it stays one line, and
-// harmless to a terminal.
+namespace runenv {
+
+// The text with each control character written as "\xNN". In a message it takes one line and does
+// nothing to a terminal.
 std::string printable(std::string_view text);
 
-// Throws Error unless every reader takes `name` for what it is: one path component that also stands
-// for itself in what curl and tar are given. `what` says in the message what it names; `appended`
-// is what the file's name has behind it.
+// Throws Error unless `name` is one path component that every reader takes as it is, curl and tar
+// included. `what` stands for it in the message. `appended` follows it in the name of its file,
+// which must not get too long.
 void check_name(const char* what, const std::string& name, const char* appended = "");
+
+}  // namespace runenv

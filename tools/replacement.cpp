@@ -8,14 +8,25 @@
 #include <cstring>
 #include <random>
 
-#include "fs/path.h"
+#include "core/retry.h"
 #include "process/interruption.h"
 #include "tools/command_line.h"
+#include "tools/failure.h"
+
+namespace runenv {
 
 static constexpr char kDescriptors[] = "/proc/self/fd";
+static constexpr mode_t kPrivate = 0600;  // while the file is incomplete
 
-[[noreturn]] static void fail_on_system(const std::string& path) {
-  fail_on(path, std::strerror(errno));
+static std::string new_name() {
+  static constexpr char kLetters[] = "abcdefghijklmnopqrstuvwxyz234567";
+  static constexpr int kRandomLetters = 6;
+  std::random_device random;
+  std::string name = std::string(".") + program_name() + "#";
+  for (int i = 0; i < kRandomLetters; ++i) {
+    name += kLetters[random() % (sizeof kLetters - 1)];
+  }
+  return name;
 }
 
 static mode_t mode_of_new_files() {
@@ -24,160 +35,162 @@ static mode_t mode_of_new_files() {
   return 0666 & ~mask;
 }
 
-// With errno EEXIST if it does.
-static bool exists(int place, const char* name) {
-  struct stat status;
-  const bool result = fstatat(place, name, &status, AT_SYMLINK_NOFOLLOW) == 0;
-  errno = result ? EEXIST : errno;
-  return result;
-}
-
-// A file that is replaced hands its permissions on; a link has none of its own.
-static mode_t mode_for(int place, const char* name) {
+// The permissions for the file that is to be at `path`. A link there has none to hand on.
+static mode_t mode_for(const fs::path_t& path) {
   struct stat old;
-  return fstatat(place, name, &old, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(old.st_mode)
-             ? old.st_mode & 0777
-             : mode_of_new_files();
+  return lstat(path.cstring(), &old) == 0 && S_ISREG(old.st_mode) ? old.st_mode & 0777
+                                                                  : mode_of_new_files();
 }
 
-// File systems that cannot do it say EINVAL: they have nothing to wait for.
+// A file system that cannot do it says EINVAL. It has nothing to wait for.
 static bool sync(int descriptor) {
   return fsync(descriptor) == 0 || errno == EINVAL;
 }
 
-static std::string new_name() {
-  static constexpr char kLetters[] = "abcdefghijklmnopqrstuvwxyz234567";
-  std::random_device random;
-  std::string name = std::string(".") + kProgram + "#";
-  for (int i = 0; i < 6; ++i) {
-    name += kLetters[random() % (sizeof kLetters - 1)];
-  }
-  return name;
-}
+Replacement::Replacement(const fs::path_t& path) : Replacement(path, path.dir_name()) {}
 
-Replacement::Replacement(const std::string& path, const std::string& made_in)
-    : target(path), directory(fs::path_t(path.c_str()).dir_name().cstring()) {
-  runenv::undo_on_signals();
-  const std::string& place = made_in.empty() ? directory : made_in;
-  if (access(kDescriptors, X_OK) == 0) {  // it is by its descriptor that the file gets a name
-    file.reset(open(place.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+Replacement::Replacement(const fs::path_t& path, const fs::path_t& made_in) : target(path) {
+  undo_on_signals();
+  // Without /proc, a file without a name could never get one.
+  if (access(kDescriptors, X_OK) == 0) {
+    file.reset(open(made_in.cstring(), O_TMPFILE | O_RDWR | O_CLOEXEC, kPrivate));
   }
   if (file.get() < 0) {
-    take_name(place, [this](const char* name) {
-      file.reset(open(name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-      return file.get() >= 0;
-    });
+    take_temporary_name(made_in);
   }
-  fchmod(file.get(), 0600);  // the umask may have left less than it takes to open it again
+  // The umask may have taken the permission to open the file by descriptor_path.
+  fchmod(file.get(), kPrivate);
 }
 
 Replacement::~Replacement() {
   if (!temporary.empty()) {
-    unlink(temporary.c_str());
-    runenv::interrupted_file = nullptr;
+    unlink(temporary.c_str());  // finds nothing if the file was moved to its place
+    interrupted_file = nullptr;
   }
 }
 
-// Gives the file a new name by `make`, which returns false and sets errno if that fails.
-template <typename Make>
-void Replacement::take_name(const std::string& made_in, Make make) {
-  const runenv::SignalsHeld held;
-  bool made;
+// Makes the file under a temporary name in the directory, or gives the name to the file that is
+// there already.
+void Replacement::take_temporary_name(const fs::path_t& directory) {
+  const SignalsHeld held;
+  std::string name;
+  bool taken;
   do {
-    temporary = fs::path_t(made_in.c_str()).join(new_name().c_str()).cstring();
-    made = make(temporary.c_str());
-  } while (!made && errno == EEXIST);
-  if (!made) {
-    temporary.clear();
-    fail_on_system(target);
+    name = fs::path_t(directory).join(new_name().c_str()).cstring();
+    if (file.get() < 0) {
+      file.reset(open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kPrivate));
+      taken = file.get() >= 0;
+    } else {
+      taken = link_to(name.c_str());
+    }
+  } while (!taken && errno == EEXIST);
+  if (!taken) {
+    throw_errno_of(target.cstring());
   }
-  runenv::interrupted_file = temporary.c_str();
+  temporary = name;
+  interrupted_file = temporary.c_str();
+}
+
+void Replacement::write(const char* bytes, size_t count) {
+  while (count != 0) {
+    const ssize_t n = retry([&] { return ::write(file.get(), bytes, count); });
+    if (n < 0) {
+      throw_errno_of(target.cstring());
+    }
+    bytes += n;
+    count -= static_cast<size_t>(n);
+  }
+}
+
+std::string Replacement::read(off_t offset, size_t count) const {
+  std::string result(count, '\0');
+  const ssize_t n = retry([&] { return pread(file.get(), result.data(), count, offset); });
+  if (n < 0) {
+    throw_errno_of(target.cstring());
+  }
+  result.resize(static_cast<size_t>(n));
+  return result;
 }
 
 std::string Replacement::descriptor_path() const {
   return std::string(kDescriptors) + "/" + std::to_string(file.get());
 }
 
-void Replacement::write(const char* bytes, size_t count) {
-  while (count != 0) {
-    const ssize_t n = ::write(file.get(), bytes, count);
-    if (n >= 0) {
-      bytes += n;
-      count -= static_cast<size_t>(n);
-    } else if (errno != EINTR) {
-      fail_on_system(target);
-    }
-  }
-}
-
 void Replacement::settle() {
   if (!sync(file.get())) {
-    fail_on_system(target);
+    throw_errno_of(target.cstring());
   }
   posix_fadvise(file.get(), 0, 0, POSIX_FADV_DONTNEED);
 }
 
-bool Replacement::put_in_place(int place, const char* name, bool over_existing) {
-  const auto link_to = [this](int at, const char* to) {
-    return linkat(AT_FDCWD, descriptor_path().c_str(), at, to, AT_SYMLINK_FOLLOW) == 0;
-  };
-  if (link_to(place, name)) {
+// Gives the file one more name. Fails with errno EEXIST if there is a file of that name.
+bool Replacement::link_to(const fs::path_t& name) const {
+  return linkat(AT_FDCWD, descriptor_path().c_str(), AT_FDCWD, name.cstring(), AT_SYMLINK_FOLLOW) ==
+         0;
+}
+
+// Takes the place of the file that is there. It needs a name of its own for that.
+void Replacement::replace() {
+  if (temporary.empty()) {
+    take_temporary_name(target.dir_name());
+  }
+  if (std::rename(temporary.c_str(), target.cstring()) != 0) {
+    throw_errno_of(target.cstring());
+  }
+}
+
+// Takes the place if there is no file. Returns false if there is one.
+bool Replacement::take_free_place() {
+  if (link_to(target)) {
     return true;
   }
-  if (errno == EEXIST && !over_existing) {
+  if (errno == EEXIST) {
     return false;
   }
   if (temporary.empty()) {
-    if (errno != EEXIST) {
-      return false;
-    }
-    take_name(directory, [&](const char* free_name) { return link_to(AT_FDCWD, free_name); });
+    throw_errno_of(target.cstring());
   }
-  // A file system without unnamed files may be one without links, too.
-  const char* const from = temporary.c_str();
-  bool moved = renameat2(AT_FDCWD, from, place, name, over_existing ? 0 : RENAME_NOREPLACE) == 0;
-  if (!moved && !over_existing && errno == EINVAL) {
-    // Some cannot refuse to overwrite either: a look has to do.
-    moved = !exists(place, name) && renameat(AT_FDCWD, from, place, name) == 0;
+  // A file system that has no files without a name may have no links either: a look has to do.
+  if (target.exists(true)) {
+    return false;
   }
-  if (moved) {
-    runenv::interrupted_file = nullptr;
-    temporary.clear();
-  }
-  return moved;
+  replace();
+  return true;
 }
 
 bool Replacement::commit(bool over_existing) {
-  const runenv::SignalsHeld held;
-  const runenv::unique_fd place =
-      open_directory(directory);  // once the file is there, it is too late
-  const char* const name = target.c_str() + target.rfind('/') + 1;
-  if (fchmod(file.get(), mode_for(place.get(), name)) != 0 || !sync(file.get())) {
-    fail_on_system(target);
+  const SignalsHeld held;
+  // Opened while nothing has changed yet: a directory that may not be read is found out here.
+  const unique_fd directory = open_directory(target.dir_name());
+  if (fchmod(file.get(), mode_for(target)) != 0 || !sync(file.get())) {
+    throw_errno_of(target.cstring());
   }
-  if (!put_in_place(place.get(), name, over_existing)) {
-    if (errno == EEXIST && !over_existing) {
+  if (!take_free_place()) {
+    if (!over_existing) {
       return false;
     }
-    fail_on_system(target);
+    replace();
   }
-  if (!sync(place.get())) {
-    fail_on(target, std::string("is in place, but its directory could not be stored: ") +
-                        std::strerror(errno));
+  if (!sync(directory.get())) {
+    throw_failure_of(
+        target.cstring(),
+        std::string("is in place, but its directory could not be stored: ") + std::strerror(errno));
   }
   return true;
 }
 
-runenv::unique_fd open_directory(const std::string& path) {
-  runenv::unique_fd descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+unique_fd open_directory(const fs::path_t& path) {
+  unique_fd descriptor(open(path.cstring(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (descriptor.get() < 0) {
-    fail_on_system(path);
+    throw_errno_of(path.cstring());
   }
   return descriptor;
 }
 
-void sync_directory(int descriptor, const std::string& path) {
+void sync_directory(int descriptor, const fs::path_t& path) {
   if (!sync(descriptor)) {
-    fail_on_system(path);
+    throw_errno_of(path.cstring());
   }
 }
+
+}  // namespace runenv

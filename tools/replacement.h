@@ -1,49 +1,67 @@
 // A file that appears under its name only when it is complete.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <string>
 
 #include "core/owner.h"
+#include "fs/path.h"
 
-// A new file that has no name until it takes its place: nobody else can reach it, and nothing of it
-// is left if it never does. On a file system without such files it has a name that begins with "."
-// and holds a "#", which is removed if it never does, also when a signal ends the program. One at a
-// time. What fails throws Error, naming the path.
+namespace runenv {
+
+// A new file that takes its place when it is complete. Until then it has no name: no other user can
+// reach it, and nothing of it is left if it never takes its place.
+//
+// Some file systems, such as NFS, have no files without a name. There it has a temporary one, such
+// as ".runenv-publish#abcdef". The destructor removes that, and so does a signal that ends the
+// program. Only one Replacement may exist at a time.
+//
+// The functions throw Error with the path in front.
 class Replacement {
  public:
-  // Made beside the file whose place it is to take, or in another directory of that file system.
-  explicit Replacement(const std::string& path, const std::string& made_in = "");
+  // The file is to take the place at `path`. It is made in the same directory, or in `made_in`, a
+  // directory of the same file system.
+  explicit Replacement(const fs::path_t& path);
+  Replacement(const fs::path_t& path, const fs::path_t& made_in);
   ~Replacement();
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
 
-  // Opens this very file, whatever bears its name meanwhile. Only this process may use it.
-  std::string descriptor_path() const;
-
+  // Appends the bytes.
   void write(const char* bytes, size_t count);
 
-  // Stores the content on the disk, from where it is read back after this.
+  // Returns `count` bytes of the content from `offset` on, fewer only at its end.
+  std::string read(off_t offset, size_t count) const;
+
+  // A path that opens this file, whatever its name is. It is for this process only, which may
+  // redirect a child there.
+  std::string descriptor_path() const;
+
+  // Stores the content on the disk. What is read after this comes from there.
   void settle();
 
-  // Puts the file in its place and stores that on the disk too. It gets the permissions of the file
-  // that was there, or those of any new file. Returns false if, without `over_existing`, there is
-  // a file by now. An Error means that it is not in place, unless the message says that it is.
+  // Puts the file in its place and stores its name on the disk too. The file gets the permissions
+  // of the file that it replaces, or those of any new file. Returns false if there is a file by now
+  // and `over_existing` is false. After an Error it is not in place, unless the message says so.
   bool commit(bool over_existing);
 
  private:
-  template <typename Make>
-  void take_name(const std::string& made_in, Make make);
-  bool put_in_place(int place, const char* name, bool over_existing);
+  void take_temporary_name(const fs::path_t& directory);
+  bool link_to(const fs::path_t& name) const;
+  bool take_free_place();
+  void replace();
 
-  std::string target;
-  std::string directory;
-  std::string temporary;  // the name until it takes its place; empty: none
-  runenv::unique_fd file;
+  const fs::path_t target;
+  std::string temporary;  // the temporary name; empty: none
+  unique_fd file;
 };
 
-// The directory, opened for reading. Throws Error.
-runenv::unique_fd open_directory(const std::string& path);
+// Opens the directory for sync_directory. Throws Error with the path in front.
+unique_fd open_directory(const fs::path_t& path);
 
-// Stores the entries of the directory on the disk. Throws Error, naming the path.
-void sync_directory(int descriptor, const std::string& path);
+// Stores the names in the directory on the disk. Throws Error with the path in front.
+void sync_directory(int descriptor, const fs::path_t& path);
+
+}  // namespace runenv

@@ -8,38 +8,46 @@
 #include <vector>
 
 #include "core/owner.h"
+#include "fs/path.h"
 
+namespace runenv {
+
+// The functions throw Error.
 class ServedItem {
  public:
-  // The item that `names` lead to from the directory `tree`, which must exist; the item need not.
-  // Throws Error.
-  ServedItem(const std::string& tree_path, std::vector<std::string> item_names);
+  // The item is in the directory that `names` lead to from the directory `tree`. The tree must
+  // exist, the item need not.
+  ServedItem(const char* tree, std::vector<std::string> names);
 
-  std::string archive_path(const std::string& release, const std::string& platform) const;
+  fs::path_t archive_path(const std::string& release, const std::string& platform) const;
 
-  // The platforms that the release has an archive for. Throws Error.
+  // The platforms that the release has an archive for.
   std::set<std::string> platforms(const std::string& release) const;
 
-  // The release that the pointer names, in the way the bootstrapper reads it; none without pointer.
+  // The release that the pointer names, as the bootstrapper reads it. None if there is no pointer.
   std::optional<std::string> latest() const;
 
-  // Puts the archive of a release into its place, made from the directory `source` or copied from
-  // the archive `source`, once it is complete, stored and found to be good. Returns false if,
-  // without `replace`, there is one by now. Throws Error when any of that fails. Either leaves
-  // things as they were, unless the message says that the archive is in place.
-  bool put_archive(const std::string& release, const std::string& platform,
-                   const std::string& source, bool replace) const;
+  // Makes an archive of the release, and puts it into its place once it is stored and checked. The
+  // `source` is a directory to pack or an archive to copy. Returns false if there is an archive by
+  // now and `replace` is false. After that, or after an Error, the tree is as it was, unless the
+  // message says that the archive is in place.
+  bool put_archive(const std::string& release, const std::string& platform, const char* source,
+                   bool replace) const;
 
-  // Has other publishers of the item wait until it is closed, for looking at the pointer and moving
-  // it. Throws Error.
-  runenv::unique_fd lock() const;
+  // Keeps other publishers of the item from moving the pointer, until the descriptor is closed.
+  // Waits for one that does.
+  unique_fd lock() const;
 
-  // Lets the pointer name the release: a reader finds the old pointer or the new one. Throws Error.
+  // Lets the pointer name the release. A reader finds either the old pointer or the new one.
   void point_at(const std::string& release) const;
 
  private:
-  std::string path(const std::string& name) const;
+  fs::path_t path() const;
+  fs::path_t pointer_path() const;
+  fs::path_t release_path(const std::string& release) const;
 
-  std::string tree;
-  std::vector<std::string> names;
+  const fs::path_t tree;
+  const std::vector<std::string> names;
 };
+
+}  // namespace runenv
