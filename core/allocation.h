@@ -1,5 +1,5 @@
-// The C heap for code that cannot go on without memory. Each function returns a usable block or
-// aborts the process with "Out of memory!" on standard error. Release blocks with free().
+// Internal: the C heap for code that cannot go on without memory. Each function returns a usable
+// block or aborts the process with "Out of memory!" on standard error. Release blocks with free().
 #pragma once
 
 #include <cstddef>

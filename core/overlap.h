@@ -1,4 +1,4 @@
-// What is appended may lie in the very block that grows for it, and moves.
+// Internal: what is appended may lie in the very block that grows for it, and moves.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
-// Owners of what the C library and the C functions hand out, so that no early return or throw leaks
-// it.
+// Internal: owners of what the C library and the C functions hand out. No early return or throw
+// leaks it.
 #pragma once
 
 #include <unistd.h>

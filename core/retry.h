@@ -1,4 +1,4 @@
-// System calls that a signal interrupts.
+// Internal: system calls that a signal interrupts.
 #pragma once
 
 #include <cerrno>

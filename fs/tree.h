@@ -1,4 +1,5 @@
-// Making and removing whole directory trees: what both file interfaces of this folder share.
+// Internal: making and removing whole directory trees, which both file interfaces of this folder
+// share.
 #pragma once
 
 #include <cstddef>

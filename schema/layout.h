@@ -1,5 +1,5 @@
-// The names in the tree that a distribution server serves. The run-time environment made from it
-// has the same names, all but kTreeRoot.
+// Internal: the names in the tree that a distribution server serves. The run-time environment made
+// from it has the same names, all but kTreeRoot.
 #pragma once
 
 namespace runenv::Layout {

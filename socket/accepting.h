@@ -1,4 +1,4 @@
-// Accepting connections, which pauses when it fails.
+// Internal: accepting connections, which pauses when it fails.
 #pragma once
 
 #include <chrono>

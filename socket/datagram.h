@@ -1,4 +1,4 @@
-// Datagrams of endpoints: their format and poll's part of the work.
+// Internal: datagrams of endpoints: their format and poll's part of the work.
 #pragma once
 
 #include "socket/endpoint.h"

@@ -1,4 +1,4 @@
-// The decoders as only the layer itself may use them.
+// Internal: the decoders as only the layer itself may use them.
 #pragma once
 
 #include <string>

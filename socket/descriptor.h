@@ -1,4 +1,4 @@
-// Descriptors of the layer, and the addresses that they are bound and connected to.
+// Internal: descriptors of the layer, and the addresses that they are bound and connected to.
 #pragma once
 
 #include <netdb.h>

@@ -1,4 +1,4 @@
-// How a connection ends, wherever that is decided.
+// Internal: how a connection ends, wherever that is decided.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-// Callbacks that all have to run, whatever one of them throws.
+// Internal: callbacks that all have to run, whatever one of them throws.
 #pragma once
 
 #include <exception>

@@ -1,4 +1,4 @@
-// What a running flush has to hear of.
+// Internal: what a running flush has to hear of.
 #pragma once
 
 #include "socket/connection.h"

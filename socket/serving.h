@@ -1,4 +1,4 @@
-// Visiting the listeners, while callbacks make and destroy some.
+// Internal: visiting the listeners, while callbacks make and destroy some.
 #pragma once
 
 #include <functional>

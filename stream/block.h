@@ -1,4 +1,4 @@
-// A block of bytes that is read piece by piece, as every input stream holds one.
+// Internal: a block of bytes that is read piece by piece, as every input stream holds one.
 #pragma once
 
 #include <algorithm>
