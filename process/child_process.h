@@ -75,8 +75,8 @@ bool is_alive(process_t* process);
 bool kill(process_t* process);
 bool kill_job(process_t* process);
 
-// Waits for the child's end. `wait` answers 0, the exit status, the negated signal number, or -1.
-// Asking again answers the same without waiting.
+// Waits for the child's end. `wait` returns 0, the exit status, the negated signal number, or -1.
+// A second call returns the same without waiting.
 result_t wait2(process_t* process);
 int wait(process_t* process);
 
@@ -96,8 +96,8 @@ void read_all(process_t* process, channel_t channel, Buffer& target);
 // Closes the parent's end of a channel.
 void shutdown(process_t* process, channel_t channel);
 
-// Ends the record: a child that still runs gets SIGTERM and is waited for, so one that ignores
-// SIGTERM makes this wait for its end.
+// Releases the record. A child that still runs gets SIGTERM, and SIGCONT in case that it is stopped,
+// and is waited for: one that ignores SIGTERM makes this wait for its end.
 void destroy(process_t* process);
 
 }  // namespace ChildProcess
