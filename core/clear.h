@@ -21,7 +21,10 @@ static inline void runenv_clear_ends(void* block, unsigned long long size,
 
 /* Zeroes `size` bytes at `block` and returns it. An empty block may be null. */
 static inline void* runenv_clear(void* block, unsigned long long size) {
-  if (size > 64) {
+  if (size == 0) {
+    return block;
+  }
+  if (size < 4 || size > 64) {
     memset(block, 0, size);
   } else if (size >= 32) {
     runenv_clear_ends(block, size, 32);
@@ -29,10 +32,8 @@ static inline void* runenv_clear(void* block, unsigned long long size) {
     runenv_clear_ends(block, size, 16);
   } else if (size >= 8) {
     runenv_clear_ends(block, size, 8);
-  } else if (size >= 4) {
+  } else {
     runenv_clear_ends(block, size, 4);
-  } else if (size != 0) {
-    memset(block, 0, size);
   }
   return block;
 }
