@@ -34,8 +34,8 @@ bucket_t* fs_join_ext(bucket_t* path, const char* component, const char* ext);
 /* Replaces the path by its canonical absolute form. On failure it stays. */
 int fs_realpath(bucket_t* path);
 
-/* The text before the last "/": "." where there is none, "/" for a first-level name. And the text
- * after it, empty where there is none. Both return `out`. */
+/* The text before the last "/", and the text after it. A path without "/" has the directory name
+ * "." and an empty base name. A first-level name has the directory name "/". Both return `out`. */
 bucket_t* fs_dirname(bucket_t* path, bucket_t* out);
 bucket_t* fs_basename(bucket_t* path, bucket_t* out);
 
@@ -52,8 +52,7 @@ long long fs_size(bucket_t* path);
 /* The time of the last modification in seconds since the epoch, -1 on failure. */
 long long fs_get_mtime(bucket_t* path);
 
-/* Set the permission bits, and the times of access and modification to `seconds` since the epoch.
- */
+/* Set the permission bits, and the times of access and modification in seconds since the epoch. */
 int fs_set_mode(bucket_t* path, unsigned int mode);
 int fs_set_mtime(bucket_t* path, long seconds);
 
@@ -99,8 +98,8 @@ struct fs_ostream_t {
 /* A malloc'ed writer of the file, which is created or emptied; null on failure. */
 fs_ostream_t* fs_open_write(bucket_t* path) __attribute__((warn_unused_result));
 
-/* Reads the names in a directory but those that begin with ".". There is no function that closes
- * it: fs_dir_read does so when it returns 0. From then on it returns 0. */
+/* Reads the names in a directory, except those that begin with ".". No function closes the
+ * directory: fs_dir_read does so when it returns 0. From then on it returns 0. */
 typedef struct fs_dir_t {
   bucket_t* path; /* the caller's, who must not change it while reading */
   DIR* handle;
@@ -112,8 +111,8 @@ int fs_dir_open(bucket_t* path, fs_dir_t* dir) __attribute__((warn_unused_result
 /* 1 with a new current entry, 0 at the end. */
 int fs_dir_read(fs_dir_t* dir);
 
-/* The current entry's name, valid until the next read, and its path. Only after fs_dir_read has
- * returned 1. */
+/* The current entry's name, valid until the next read, and its path. Call them only after
+ * fs_dir_read has returned 1. */
 const char* fs_iter_name(fs_dir_t* dir);
 bucket_t fs_iter_path(fs_dir_t* dir);
 

@@ -204,7 +204,7 @@ bool path_t::remove_directory() const {
   if (remove_tree(text.c_str()) != 0) {
     return false;
   }
-  // The walk has removed the top as well, so this fails, which "remove" tells by true.
+  // The walk has removed the top as well, so this fails and returns true.
   return remove();
 }
 

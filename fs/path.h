@@ -12,8 +12,8 @@ namespace fs {
 
 class path_t {
  public:
-  path_t(const char* path) : text(path) {}  // throws std::logic_error for null
-  path_t(std::string path) : text(std::move(path)) {}
+  path_t(const char* path) : text(path) {}             // throws std::logic_error for null
+  path_t(std::string path) : text(std::move(path)) {}  // of bytes other than NUL
 
   // The text, owned by the path and valid until its next change.
   const char* cstring() const { return text.c_str(); }

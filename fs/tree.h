@@ -10,9 +10,9 @@ namespace fs {
 // What mkdir is asked for; the umask applies.
 constexpr unsigned kDirectoryMode = 0777;
 
-// The length of the part of `path` with which creating its chain of directories begins: all of it,
-// or the shortest ancestor that the system refuses for its length alone. Creating never gets beyond
-// that one, so beginning there bounds the work, whatever the length of the path.
+// How many bytes of `path` to look at when its missing directories are created: all, or those of the
+// shortest ancestor that is too long for the system. Creating fails there at the latest, so this
+// bounds the work for a path of any length.
 size_t creatable_length(std::string_view path);
 
 // Removes everything below `path` and `path` itself, children first, without following links or

@@ -107,7 +107,7 @@ istream* istream_create_stdin(void) {
 
 // Here and not in fs/, since the record is this folder's.
 istream* fs_open_read(bucket_t* path) {
-  FILE* const file = std::fopen(bucket_cstring(path), "rbe");
+  FILE* const file = std::fopen(bucket_cstring(path), "rbe");  // "e": no child inherits it
   if (file == nullptr) {
     return nullptr;
   }
