@@ -1,5 +1,5 @@
-/* Zeroing the blocks, mostly small, that pools, pages and arrays hand out: of 4 to 64 bytes it is
- * up to twice as fast as a call of memset. */
+/* Zeroes the blocks that pools, pages and arrays hand out. For blocks of 4 to 64 bytes, the most
+ * common ones, this is up to twice as fast as calling memset. */
 #ifndef RUNENV_CORE_CLEAR_H
 #define RUNENV_CORE_CLEAR_H
 
