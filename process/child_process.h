@@ -96,8 +96,8 @@ void read_all(process_t* process, channel_t channel, Buffer& target);
 // Closes the parent's end of a channel.
 void shutdown(process_t* process, channel_t channel);
 
-// Releases the record. A child that still runs gets SIGTERM, and SIGCONT in case that it is stopped,
-// and is waited for: one that ignores SIGTERM makes this wait for its end.
+// Releases the record. A child that still runs gets SIGTERM, and SIGCONT in case it is stopped. It
+// is waited for, so one that ignores SIGTERM makes this wait for its end.
 void destroy(process_t* process);
 
 }  // namespace ChildProcess
