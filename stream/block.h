@@ -6,7 +6,7 @@
 
 namespace runenv {
 
-static constexpr size_t kLargestShortCopy = 64;
+inline constexpr size_t kLargestShortCopy = 64;
 
 // Copies up to 64 bytes, both ends in pieces of a constant size, which overlap in the middle. That
 // is single instructions and not a call: documents are read by numbers and names, a fifth faster
