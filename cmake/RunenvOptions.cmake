@@ -28,3 +28,14 @@ function(runenv_options target)
     target_link_options(${target} PUBLIC "-fsanitize=${RUNENV_SANITIZE}")
   endif()
 endfunction()
+
+# The programs carry the C++ runtime: loading the shared one takes longer than all else they do at
+# their start. Distributions that want every program to share it switch this off.
+option(RUNENV_STATIC_CXX_RUNTIME "Link the programs with the static C++ runtime" ON)
+
+function(runenv_program_options target)
+  runenv_options(${target})
+  if(RUNENV_STATIC_CXX_RUNTIME AND NOT RUNENV_SANITIZE)
+    target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc -Wl,--gc-sections)
+  endif()
+endfunction()

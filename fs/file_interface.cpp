@@ -34,8 +34,8 @@ static bool lies_in(const bucket_t* path, const char* text) {
   return runenv::offset_in(path->data, path->capacity, text) >= 0;
 }
 
-// Where texts to append lie in the path, `own`, the path gets a copy of its storage. What is
-// returned keeps the texts until they are appended.
+// With `own`, the texts to append lie in the path. Then the path goes on with a copy, and what is
+// returned keeps the original alive until they are appended.
 static runenv::OwnedBucket keep_texts(bucket_t* path, bool own) {
   if (!own) {
     return runenv::OwnedBucket(bucket_t{});
@@ -167,7 +167,7 @@ int fs_set_mtime(bucket_t* path, long seconds) {
 }
 
 int fs_mkdir(bucket_t* path) {
-  return mkdir(bucket_cstring(path), fs::kDirectoryMode);
+  return mkdir(bucket_cstring(path), runenv::kDirectoryMode);
 }
 
 static runenv::OwnedBucket parent_of(bucket_t* path) {
@@ -181,7 +181,7 @@ int fs_mkdir_recursive(bucket_t* path) {
     return 0;
   }
   runenv::OwnedBucket parent = parent_of(path);
-  bucket_drop(&parent, parent.length - fs::creatable_length({parent.data, parent.length}));
+  bucket_drop(&parent, parent.length - runenv::creatable_length({parent.data, parent.length}));
   // The parent of "." is "." again. Where it cannot be seen, the recursion ends.
   const bool is_top = std::strcmp(parent.data, bucket_cstring(path)) == 0;
   const int result = is_top ? 0 : fs_mkdir_recursive(&parent);
@@ -193,7 +193,7 @@ int fs_remove(bucket_t* path) {
 }
 
 int fs_remove_recursive(bucket_t* path) {
-  if (fs::remove_tree(bucket_cstring(path)) != 0) {
+  if (runenv::remove_tree(bucket_cstring(path)) != 0) {
     return -1;
   }
   // The walk has removed the top as well, so this fails. Kept as it is.

@@ -115,7 +115,7 @@ FILE* path_t::open_append(bool create_parents) const {
 const path_t& path_t::create_directory(bool recursive) const {
   if (recursive) {
     create_missing_ancestors();
-  } else if (mkdir(text.c_str(), kDirectoryMode) != 0 && errno != EEXIST) {
+  } else if (mkdir(text.c_str(), runenv::kDirectoryMode) != 0 && errno != EEXIST) {
     // EEXIST is success: another process may create the same directories at the same time.
     throw_system_error("Unable to create directory '", text, "'");
   }
@@ -129,7 +129,7 @@ path_t& path_t::create_directory(bool recursive) {
 
 // The directories to create for `path`, the outermost last. None where not even "/" can be seen.
 static std::vector<path_t> missing_chain(const std::string& path) {
-  std::vector<path_t> missing{path.substr(0, creatable_length(path))};
+  std::vector<path_t> missing{path.substr(0, runenv::creatable_length(path))};
   while (!missing.back().is_root()) {  // throws for the empty path
     path_t parent = missing.back().dir_name();
     const mode_t type = type_of(parent.cstring());
@@ -201,7 +201,7 @@ bool path_t::remove() const {
 }
 
 bool path_t::remove_directory() const {
-  if (remove_tree(text.c_str()) != 0) {
+  if (runenv::remove_tree(text.c_str()) != 0) {
     return false;
   }
   // The walk has removed the top as well, so this fails and returns true.

@@ -6,7 +6,7 @@
 #include <climits>
 #include <cstdio>
 
-namespace fs {
+namespace runenv {
 
 size_t creatable_length(std::string_view path) {
   return std::min(path.size(), path.find('/', PATH_MAX));
@@ -21,4 +21,4 @@ int remove_tree(const char* path) {
   return nftw(path, remove_entry, kOpenDescriptors, FTW_DEPTH | FTW_PHYS | FTW_MOUNT);
 }
 
-}  // namespace fs
+}  // namespace runenv

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <string_view>
 
-namespace fs {
+namespace runenv {
 
 // What mkdir is asked for; the umask applies.
 constexpr unsigned kDirectoryMode = 0777;
@@ -19,4 +19,4 @@ size_t creatable_length(std::string_view path);
 // crossing mount points. Returns 0, or non-zero with errno at the first entry that stays.
 int remove_tree(const char* path);
 
-}  // namespace fs
+}  // namespace runenv

@@ -132,7 +132,7 @@ static void end_with_parent(pid_t parent) {
 }
 
 // A handler of the parent must not run in the child, where it would change the parent's memory.
-static void restore_signals(const sigset_t& mask) {
+static void drop_handlers() {
   struct sigaction action;
   for (int signal = 1; signal < NSIG; ++signal) {
     if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_DFL &&
@@ -140,11 +140,12 @@ static void restore_signals(const sigset_t& mask) {
       std::signal(signal, SIG_DFL);
     }
   }
-  sigprocmask(SIG_SETMASK, &mask, nullptr);
 }
 
-[[noreturn]] static void run_child(Launch* launch) {
-  restore_signals(launch->mask);
+// No signal ends or stops the child before exec: it may be in the middle of the parent's heap, and
+// the parent waits. Nor does an exception leave it.
+[[noreturn]] static void run_child(Launch* launch) noexcept {
+  drop_handlers();
   if (launch->ends_with_parent) {
     end_with_parent(launch->parent);
   }
@@ -157,6 +158,7 @@ static void restore_signals(const sigset_t& mask) {
   if (launch->new_group && setpgid(0, 0) != 0) {
     exit_child("Failed to set process group: %s\n");
   }
+  sigprocmask(SIG_SETMASK, &launch->mask, nullptr);
   execvp(launch->argv[0], const_cast<char* const*>(launch->argv));
   launch->exec_error = errno;
   _exit(launch->exec_error);

@@ -16,8 +16,8 @@ static constexpr size_t kBlockSize = 4096;  // the stream delivers no more at a 
 static void throw_if_unreadable(FILE* file, const char* path) {
   const int next = std::fgetc(file);
   if (next == EOF && std::ferror(file) != 0) {
-    runenv::throw_failure("Unable to open '" + std::string(path) +
-                          "' for reading: " + std::strerror(errno));
+    const char* const reason = std::strerror(errno);
+    runenv::throw_failure("Unable to open '" + std::string(path) + "' for reading: " + reason);
   }
   std::ungetc(next, file);  // does nothing for EOF
 }

@@ -22,8 +22,8 @@ class Buffer;
 // Reads one whole document into `root`, an empty document of `allocator`. Further data in the
 // stream is a failure. What was read before a failure stays in the document.
 //
-// Lengths are trusted: the memory for a text is reserved before its bytes are read. Memory beyond
-// one page of the allocator, 10 MiB, is not touched until then.
+// Lengths are trusted: the memory for a text is reserved before its bytes are read. Reserving
+// touches at most one page of the allocator, 10 MiB. The rest is touched as bytes arrive.
 int image___version_info___parse_bin_f(dympage_t* allocator, image___version_info___root_t* root,
                                        istream* stream);
 

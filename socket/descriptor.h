@@ -35,8 +35,8 @@ int look_up(const char* node, const char* service, AddressList* list);
 // Makes the descriptor non-blocking, keeping its other flags.
 void set_non_blocking(int fd);
 
-// Sends small pieces at once: poll sends a message in several, which must not wait for each other's
-// acknowledgement. Without effect on sockets other than TCP.
+// Sends small pieces at once: poll sends the pieces of a message one by one, and none is to wait
+// for the acknowledgement of another. Without effect on sockets other than TCP.
 void set_no_delay(int fd);
 
 // The address of a unix-domain path; none when the path is too long (108 bytes and more).

@@ -133,7 +133,7 @@ void destroy_listener(Listener* listener) {
   if (found == active.end()) {
     return;
   }
-  if (runenv::is_visited(listener)) {
+  if (listener == runenv::visited_listener) {
     Runtime.error("Listener '%s' destroyed by a callback of its own!\n", listener->name.c_str());
     std::abort();
   }

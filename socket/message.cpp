@@ -152,7 +152,7 @@ void finalize_outbound(Outbound* message) {
   Connection* const connection = message->connection;
   const std::string_view end = message_end(connection->encoding_kind);
   if (!end.empty() && !connection->marked_closed) {
-    connection->send_queue.push({}, end);
+    connection->send_queue.push_end(end);
   }
   log_message("Finalized outbound message on '%s'.\n", connection);
   delete message;

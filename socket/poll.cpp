@@ -180,8 +180,10 @@ static void serve_clients(WaitSets* sets) {
 
 template <typename T>
 static void promote(std::vector<T*>& pending, std::vector<T*>& active) {
-  active.insert(active.end(), pending.begin(), pending.end());
-  pending.clear();
+  if (!pending.empty()) {
+    active.insert(active.end(), pending.begin(), pending.end());
+    pending.clear();
+  }
 }
 
 static void promote_pending() {

@@ -26,6 +26,10 @@ struct SendQueue {
   // Appends one block with copies of `header` and, behind it, `bytes`.
   void push(std::string_view header, std::string_view bytes);
 
+  // Appends a copy of `end`, the end of a message, to the last block: every block is made with room
+  // for one. Where that room is used up, or nothing waits, it becomes a block of its own.
+  void push_end(std::string_view end);
+
   // Frees the first block; there must be one.
   void pop();
 

@@ -6,7 +6,7 @@
 
 namespace runenv {
 
-static constexpr size_t kLargestShortCopy = 64;
+inline constexpr size_t kLargestShortCopy = 64;
 
 // Copies up to 64 bytes: both ends, in pieces of a constant size, which overlap in the middle. Such
 // pieces are single instructions, where memcpy would be called. Documents consist of numbers and

@@ -17,7 +17,8 @@ struct istream {
   /* Delivers up to `count` bytes and returns how many; 0 at the end of data. */
   unsigned long long (*read_len)(istream* stream, char* destination, unsigned long long count);
   /* Moves to `offset` from the start (origin 0), the position (1) or the end (2). Returns 0 on
-   * success. Null where the stream cannot seek. */
+   * success. A C file returns the offset for any other origin. Null where the stream cannot seek.
+   */
   int (*seek_pos)(istream* stream, int origin, long long offset);
   /* Releases what the variant owns, not the record itself. Null where it owns nothing. */
   int (*destroy)(istream* stream);

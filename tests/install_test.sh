@@ -89,7 +89,7 @@ grep -q 'CPACK_GENERATOR "DEB"' "$build/CPackConfig.cmake" || {
 for package in "$archive"/build/*.deb; do
   dpkg-deb -x "$package" unpacked
 done
-dpkg-deb -f "$archive"/build/runenv_*.deb Depends | grep '^curl, tar .*libstdc++6 ' || fail Depends
+dpkg-deb -f "$archive"/build/runenv_*.deb Depends | grep '^curl, tar .*libc6 ' || fail Depends
 unpacked/usr/bin/runenv-bootstrap --help 2>&1 | grep -q 'version info' || fail "the packaged program"
 for page in "$source"/docs/man/*.1; do
   gzip -dc "unpacked/usr/share/man/man1/${page##*/}.gz" | cmp - "$page"

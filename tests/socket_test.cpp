@@ -509,3 +509,34 @@ TEST_F(SocketTest, RuntimeRunsEventsAndWaitsOnlyWithSockets) {
   EXPECT_LT(elapsed([] { Runtime.sleep(4294968); }), milliseconds(1000));  // wraps to 704 us
   EXPECT_EQ(Runtime.pid(), getpid());
 }
+
+TEST_F(SocketTest, EndOfAMessageGoesOutWithItsLastPiece) {
+  const struct {
+    void (*encode)(Connection*);
+    std::string queued;  // with a bar behind each block
+  } kRows[] = {{raw, "b|c|"},
+               {zero_terminated, "b\0\0\0\0|\0|c|"s},
+               {chunked, "\0\0\2ab"s + kEnd + "|" + kEnd + kEnd + "|" + kEnd + kEnd + "|" +
+                             chunk("c") + "|"}};
+  for (const auto& row : kRows) {
+    Connection connection;
+    row.encode(&connection);
+    auto* message = Message::create_outbound(&connection);
+    message->send_chunk("ab", 2);
+    Buffer& piece = connection.send_queue.tail->bytes;
+    const char* const array = piece.array;
+    piece.consume(1);  // a part is sent
+    finalize_outbound(message);
+    EXPECT_EQ(piece.array, array);  // nothing was copied
+    for (int i = 0; i < 4; ++i) say(&connection, "");
+    message = Message::create_outbound(&connection);
+    message->send_chunk("c", 1);
+    mark_close(&connection);
+    finalize_outbound(message);
+    std::string queued;
+    for (SendBlock* block = connection.send_queue.head; block != nullptr; block = block->next) {
+      queued.append(block->bytes.get_unmanaged_array(), block->bytes.length()).append("|");
+    }
+    EXPECT_EQ(queued, row.queued);
+  }
+}
