@@ -131,8 +131,8 @@ InstreamPathImpl::~InstreamPathImpl() {
 }
 
 // Reads as many whole blocks of a file as `count` holds right into `destination`. Returns 0 when a
-// block has unread bytes, at the end of file, and for a `count` below a block. The file's position is then the
-// same as after reading block by block.
+// block has unread bytes, at the end of file, and for a `count` below a block. The file's position
+// is then the same as after reading block by block.
 static size_t read_whole_blocks(InstreamCache* cache, char* destination, unsigned count) {
   if (cache->kind != InstreamCache::kFile || count < kBlockSize) {
     return 0;
