@@ -10,6 +10,7 @@
 #include "schema/update.h"
 #include "schema/version_info.h"
 #include "schema/version_info_bin.h"
+#include "stream/istream.h"
 
 namespace Layout = runenv::Layout;
 
@@ -28,7 +29,8 @@ static const image___version_info___root_t* load_versions(const char* path) {
     std::exit(1);
   }
   bucket_t file_name = fs_init(path);
-  istream* const stream = fs_open_read(&file_name);
+  static istream* stream;  // static for the same reason: a malformed document leaves it open
+  stream = fs_open_read(&file_name);
   if (stream == nullptr) {
     Runtime.error("Unable to open versions '%s'\n", path);
     std::exit(1);

@@ -9,7 +9,6 @@
 #include <cstring>
 #include <string>
 
-#include "core/allocation.h"
 #include "core/c_string.h"
 #include "core/failure.h"
 #include "core/owner.h"
@@ -26,6 +25,8 @@ namespace Layout = runenv::Layout;
 static fs::path_t joined(fs::path_t directory, const char* name) {
   return directory.join(name);
 }
+
+namespace {
 
 // The exclusive lock on an item. The local pointer file itself is what is locked.
 class ItemLock {
@@ -65,6 +66,8 @@ class ItemLock {
   runenv::unique_fd file;
 };
 
+}  // namespace
+
 // The release that the server's pointer names. The pointer is downloaded into the cache and removed
 // from there.
 static runenv::malloc_ptr<char> fetch_wanted_release(const char* base_url, const char* remote,
@@ -100,7 +103,7 @@ static fs::path_t fetch_archive(const char* base_url, const char* remote, const 
   check_argument(release);
   const std::string name = std::string(platform) + Layout::kArchiveExtension;
   download_file(base_url, joined(remote, release).cstring(), cache.cstring(), name.c_str());
-  // Kept: this is not the name above in the cache where the platform is empty. Nothing is there.
+  // Kept: with an empty platform this is CACHE.tar.gz and not the CACHE/.tar.gz that curl wrote.
   fs::path_t archive = fs::path_t(cache).join_ext(platform, Layout::kArchiveExtension);
   if (!archive.exists()) {
     runenv::throw_failure("archive could not be downloaded");
@@ -186,8 +189,8 @@ void update_package(const update_settings_t* settings, const char* base_url, con
 void download_file(const char* base_url, const char* remote, const char* target, const char* name) {
   using namespace ChildProcess;
   const std::string url = std::string(base_url) + "/" + remote + "/" + name;
-  // No switch makes curl fail on an HTTP error status: whoever wants that sets it in curl's own
-  // configuration file.
+  // None of these switches makes curl fail on an HTTP error status. Whoever wants that sets it in
+  // curl's own configuration file.
   const char* const argv[] = {"curl", "-s", "-L", "-o", name, url.c_str(), nullptr};
   fs::path_t(target).create_directory(false);
   process_t* const curl =

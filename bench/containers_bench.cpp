@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cstring>
 #include <memory_resource>
+#include <numeric>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -20,25 +20,20 @@
 #include <boost/pool/pool.hpp>
 #endif
 
-// Registers `work` as one benchmark, `items` of which make one run.
 template <typename Work>
-static void add(const std::string& name, size_t items, Work work) {
-  const auto run = [items, work](benchmark::State& state) mutable {
+static void add(const std::string& name, Work work) {
+  benchmark::RegisterBenchmark(name.c_str(), [work](benchmark::State& state) {
     for (auto _ : state) {
       work();
     }
-    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(items));
-  };
-  benchmark::RegisterBenchmark(name.c_str(), run)->UseRealTime();
+  })->UseRealTime();
 }
 
 // `n` numbers between `low` and `high`, the same in every run.
 static std::vector<size_t> sizes(size_t n, size_t low, size_t high) {
   std::mt19937 random(1);
   std::vector<size_t> all(n);
-  for (size_t& size : all) {
-    size = low + random() % (high - low + 1);
-  }
+  std::generate(all.begin(), all.end(), [&] { return low + random() % (high - low + 1); });
   return all;
 }
 
@@ -61,29 +56,20 @@ struct StandardPages {
 };
 
 template <typename Pages>
-static void carve(const std::vector<size_t>& blocks) {
-  Pages pages;
-  for (const size_t size : blocks) {
-    char* const block = static_cast<char*>(pages.take(size));
-    *block = 'x';
-    benchmark::DoNotOptimize(block);
-  }
-  benchmark::ClobberMemory();
-}
-
-static void add_pages() {
-  const struct {
-    const char* name;
-    std::vector<size_t> blocks;
-  } kCases[] = {{"dympage, 64-byte blocks/", sizes(50000, 64, 64)},
-                {"dympage, blocks of 1 to 256 bytes/", sizes(50000, 1, 256)}};
-  for (const auto& [name, case_blocks] : kCases) {
-    const std::vector<size_t>& blocks = case_blocks;
-    const std::string standard = std::string(name) + "std::pmr::monotonic_buffer_resource";
-    add(std::string(name) + "runenv", 50000, [blocks] { carve<OurPages>(blocks); });
-    add(standard, 50000, [blocks] { carve<StandardPages<true>>(blocks); });
-    add(standard + " without zeroing", 50000, [blocks] { carve<StandardPages<false>>(blocks); });
-  }
+static void add_pages(const std::string& contender) {
+  const auto carve = [](const std::vector<size_t>& blocks) {
+    Pages pages;
+    for (const size_t size : blocks) {
+      char* const block = static_cast<char*>(pages.take(size));
+      *block = 'x';
+      benchmark::DoNotOptimize(block);
+    }
+    benchmark::ClobberMemory();
+  };
+  add("dympage, 64-byte blocks/" + contender,
+      [carve, blocks = sizes(50000, 64, 64)] { carve(blocks); });
+  add("dympage, blocks of 1 to 256 bytes/" + contender,
+      [carve, blocks = sizes(50000, 1, 256)] { carve(blocks); });
 }
 
 // Pools of 64-byte elements.
@@ -105,60 +91,36 @@ struct StandardPool {
 };
 
 #ifdef RUNENV_BENCH_BOOST
-template <bool zeroed>
 struct BoostPool {
   boost::pool<> pool{kElement, 1024};
-  void* take() {
-    void* const element = pool.malloc();
-    return zeroed ? std::memset(element, 0, kElement) : element;
-  }
+  void* take() { return std::memset(pool.malloc(), 0, kElement); }
   void give(void* element) { pool.free(element); }
 };
 #endif
 
 // Takes as many elements as there are in `order`, and gives them back in that order.
 template <typename Pool>
-static void churn(const std::vector<size_t>& order) {
-  Pool pool;
-  std::vector<void*> taken(order.size());
-  for (int round = 0; round < 8; ++round) {
-    for (void*& element : taken) {
-      element = pool.take();
-      benchmark::DoNotOptimize(element);
-    }
-    for (const size_t i : order) {
-      pool.give(taken[i]);
-    }
-    benchmark::ClobberMemory();
-  }
-}
-
-static void add_pools() {
-  std::vector<size_t> first_out(4000);
-  for (size_t i = 0; i < first_out.size(); ++i) {
-    first_out[i] = i;
-  }
-  std::vector<size_t> last_out(first_out.rbegin(), first_out.rend());
-  std::vector<size_t> shuffled = first_out;
+static void add_pool(const std::string& contender) {
+  std::vector<size_t> last_out(4000);
+  std::iota(last_out.rbegin(), last_out.rend(), 0);
+  std::vector<size_t> shuffled = last_out;
   std::shuffle(shuffled.begin(), shuffled.end(), std::mt19937(1));
-  const struct {
-    const char* name;
-    std::vector<size_t> order;
-  } kCases[] = {{"dympool, last in first out/", last_out},
-                {"dympool, first in first out/", first_out},
-                {"dympool, given back at random/", shuffled}};
-  for (const auto& [name, case_order] : kCases) {
-    const std::vector<size_t>& order = case_order;
-    const size_t items = 8 * order.size();
-    const std::string head = name;
-    add(head + "runenv", items, [order] { churn<OurPool>(order); });
-    add(head + "std::pmr::unsynchronized_pool_resource", items,
-        [order] { churn<StandardPool>(order); });
-#ifdef RUNENV_BENCH_BOOST
-    add(head + "boost::pool", items, [order] { churn<BoostPool<true>>(order); });
-    add(head + "boost::pool without zeroing", items, [order] { churn<BoostPool<false>>(order); });
-#endif
-  }
+  const auto churn = [](const std::vector<size_t>& order) {
+    Pool pool;
+    std::vector<void*> taken(order.size());
+    for (int round = 0; round < 8; ++round) {
+      for (void*& element : taken) {
+        element = pool.take();
+        benchmark::DoNotOptimize(element);
+      }
+      for (const size_t i : order) {
+        pool.give(taken[i]);
+      }
+      benchmark::ClobberMemory();
+    }
+  };
+  add("dympool, last in first out/" + contender, [=] { churn(last_out); });
+  add("dympool, given back at random/" + contender, [=] { churn(shuffled); });
 }
 
 // Arrays of 16-byte elements.
@@ -167,55 +129,27 @@ struct Element {
   uint64_t number, other;
 };
 
-static dymarray_t our_array(size_t n, size_t step) {
+template <size_t step>
+struct OurArray {
   dymarray_t array;
-  dymarray_init(&array, sizeof(Element), step);
-  for (size_t i = 0; i < n; ++i) {
-    static_cast<Element*>(dymarray_alloc(&array))->number = i;
-  }
-  return array;
-}
+  OurArray() { dymarray_init(&array, sizeof(Element), step); }
+  ~OurArray() { dymarray_destroy(&array); }
+  Element* append() { return static_cast<Element*>(dymarray_alloc(&array)); }
+};
 
-static std::vector<Element> standard_array(size_t n) {
+struct StandardArray {
   std::vector<Element> array;
-  for (size_t i = 0; i < n; ++i) {
-    array.emplace_back().number = i;
-  }
-  return array;
-}
+  Element* append() { return &array.emplace_back(); }
+};
 
-static uint64_t sum_of(const dymarray_t* array) {
-  uint64_t sum = 0;
-  const void* const end = dymarray_cend(array);
-  for (const void* i = dymarray_cbegin(array); i != end; i = dymarray_cnext(array, i)) {
-    sum += static_cast<const Element*>(i)->number;
-  }
-  return sum;
-}
-
-static void add_arrays() {
-  for (const size_t n : {size_t{1000}, size_t{100000}}) {
-    const std::string append = "dymarray, append " + std::to_string(n) + "/";
-    for (const size_t step : {size_t{64}, size_t{4096}}) {
-      add(append + (step == 64 ? "runenv" : "runenv with a step of 4096"), n, [n, step] {
-        dymarray_t array = our_array(n, step);
-        benchmark::DoNotOptimize(array.data);
-        dymarray_destroy(&array);
-      });
+template <typename Array>
+static void add_array(const std::string& contender) {
+  add("dymarray, append 100000/" + contender, [] {
+    Array array;
+    for (size_t i = 0; i < 100000; ++i) {
+      array.append()->number = i;
     }
-    add(append + "std::vector", n, [n] {
-      const std::vector<Element> array = standard_array(n);
-      benchmark::DoNotOptimize(array.data());
-    });
-  }
-  static const dymarray_t ours = our_array(100000, 64);
-  add("dymarray, iterate/runenv", ours.count, [] { benchmark::DoNotOptimize(sum_of(&ours)); });
-  add("dymarray, iterate/std::vector", ours.count, [array = standard_array(ours.count)] {
-    uint64_t sum = 0;
-    for (const Element& element : array) {
-      sum += element.number;
-    }
-    benchmark::DoNotOptimize(sum);
+    benchmark::ClobberMemory();
   });
 }
 
@@ -223,45 +157,24 @@ static void add_arrays() {
 
 struct OurBytes {
   Buffer bytes{0};
-  void put(const char* source, size_t n) { bytes.append(source, n); }
-};
-
-struct StringBytes {
-  std::string bytes;
-  void put(const char* source, size_t n) { bytes.append(source, n); }
-};
-
-struct VectorBytes {
-  std::vector<char> bytes;
-  void put(const char* source, size_t n) { bytes.insert(bytes.end(), source, source + n); }
+  void append(const char* source, size_t n) { bytes.append(source, n); }
 };
 
 template <typename Bytes>
-static void gather(const std::string& source, const std::vector<size_t>& pieces) {
-  Bytes bytes;
-  for (const size_t n : pieces) {
-    bytes.put(source.data(), n);
-  }
-  benchmark::DoNotOptimize(bytes);
-  benchmark::ClobberMemory();
-}
-
-static void add_buffers() {
+static void add_buffer(const std::string& contender) {
   static const std::string source(1 << 20, 'x');
-  const struct {
-    const char* name;
-    std::vector<size_t> pieces;
-  } kCases[] = {{"Buffer, 10,000 appends of 1 to 16 bytes/", sizes(10000, 1, 16)},
-                {"Buffer, 10,000 appends of 200 to 300 bytes/", sizes(10000, 200, 300)},
-                {"Buffer, 8 appends of 1 MiB/", sizes(8, 1 << 20, 1 << 20)}};
-  for (const auto& [name, case_pieces] : kCases) {
-    const std::vector<size_t>& pieces = case_pieces;
-    const std::string head = name;
-    const size_t n = pieces.size();
-    add(head + "runenv", n, [pieces] { gather<OurBytes>(source, pieces); });
-    add(head + "std::string", n, [pieces] { gather<StringBytes>(source, pieces); });
-    add(head + "std::vector", n, [pieces] { gather<VectorBytes>(source, pieces); });
-  }
+  const auto gather = [](const std::vector<size_t>& pieces) {
+    Bytes bytes;
+    for (const size_t n : pieces) {
+      bytes.append(source.data(), n);
+    }
+    benchmark::DoNotOptimize(bytes);
+    benchmark::ClobberMemory();
+  };
+  add("Buffer, 10,000 appends of 1 to 16 bytes/" + contender,
+      [gather, pieces = sizes(10000, 1, 16)] { gather(pieces); });
+  add("Buffer, 8 appends of 1 MiB/" + contender,
+      [gather, pieces = sizes(8, source.size(), source.size())] { gather(pieces); });
 }
 
 // String builders.
@@ -269,63 +182,40 @@ static void add_buffers() {
 struct OurText {
   bucket_t text{};
   ~OurText() { bucket_release(&text); }
-  void put(const char* part) { bucket_append(&text, part); }
-  void put_number(long long number) { bucket_append_int(&text, number); }
-  const char* finish() { return bucket_cstring(&text); }
+  void append(const char* part) { bucket_append(&text, part); }
+  const char* c_str() { return bucket_cstring(&text); }
 };
-
-struct StringText {
-  std::string text;
-  void put(const char* part) { text += part; }
-  void put_number(long long number) { text += std::to_string(number); }
-  const char* finish() { return text.c_str(); }
-};
-
-struct StreamText {
-  std::ostringstream stream;
-  std::string text;
-  void put(const char* part) { stream << part; }
-  void put_number(long long number) { stream << number; }
-  const char* finish() { return (text = stream.str()).c_str(); }
-};
-
-template <typename Text>
-static void build_paths(int times) {
-  for (int i = 0; i < 100; ++i) {
-    Text text;
-    for (int time = 0; time < times; ++time) {
-      for (const char* part : {"runenv", "/", "system-types", "/", "text-editor", "/", "1.24.3"}) {
-        text.put(part);
-      }
-    }
-    benchmark::DoNotOptimize(text.finish());
-  }
-}
-
-template <typename Text>
-static void build_numbers() {
-  Text text;
-  for (long long number = 1; number < 1'000'000'000'000; number = number * 3 + 1) {
-    text.put_number(number);
-    text.put_number(-number);
-  }
-  benchmark::DoNotOptimize(text.finish());
-}
 
 template <typename Text>
 static void add_builder(const std::string& contender) {
-  add("bucket, path of four names/" + contender, 700, [] { build_paths<Text>(1); });
-  add("bucket, text of 4 KiB/" + contender, 70000, [] { build_paths<Text>(100); });
-  add("bucket, numbers/" + contender, 52, [] { build_numbers<Text>(); });
+  const auto build = [](int times) {
+    Text text;
+    for (int i = 0; i < times; ++i) {
+      for (const char* part : {"runenv", "/", "system-types", "/", "text-editor", "/", "1.24.3"}) {
+        text.append(part);
+      }
+    }
+    benchmark::DoNotOptimize(text.c_str());
+  };
+  add("bucket, path of four names/" + contender, [build] { build(1); });
+  add("bucket, text of 4 KiB/" + contender, [build] { build(100); });
 }
 
 [[maybe_unused]] static const bool added = [] {
-  add_pages();
-  add_pools();
-  add_arrays();
-  add_buffers();
+  add_pages<OurPages>("runenv");
+  add_pages<StandardPages<true>>("std::pmr::monotonic_buffer_resource");
+  add_pages<StandardPages<false>>("std::pmr::monotonic_buffer_resource without zeroing");
+  add_pool<OurPool>("runenv");
+  add_pool<StandardPool>("std::pmr::unsynchronized_pool_resource");
+#ifdef RUNENV_BENCH_BOOST
+  add_pool<BoostPool>("boost::pool");
+#endif
+  add_array<OurArray<64>>("runenv");
+  add_array<OurArray<4096>>("runenv with a step of 4096");
+  add_array<StandardArray>("std::vector");
+  add_buffer<OurBytes>("runenv");
+  add_buffer<std::string>("std::string");
   add_builder<OurText>("runenv");
-  add_builder<StringText>("std::string");
-  add_builder<StreamText>("std::ostringstream");
+  add_builder<std::string>("std::string");
   return true;
 }();

@@ -1,18 +1,20 @@
-// Reading a version info document from memory beside filling a std::map from the same bytes and
-// beside a protobuf message of the same content (whose map is a hash table, without an order).
-// Freeing the result is part of the time. The counter `bytes` is the memory that the result holds.
+// Reading and writing a version info document in memory, beside a std::map of the same bytes and a
+// protobuf message of the same content (whose map is a hash table, without an order). Freeing the
+// result is part of the time.
 #include <benchmark/benchmark.h>
-#include <malloc.h>
 
 #include <algorithm>
 #include <cstring>
 #include <map>
-#include <memory>
 #include <random>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
+#include "core/big_endian.h"
 #include "core/buffer.h"
+#include "core/owner.h"
 #include "schema/version_info.h"
 #include "schema/version_info_bin.h"
 
@@ -20,217 +22,155 @@
 #include "document.pb.h"
 #endif
 
-struct Type {
-  std::string name, version;
-};
-using Types = std::vector<Type>;
+using Types = std::vector<std::pair<std::string, std::string>>;  // names and versions
 
 static Types make_types(size_t n, bool shuffled) {
   static const char* const kWords[] = {"audio", "camera", "editor", "kernel", "network", "storage"};
   std::mt19937 random(1);
   Types types(n);
   for (size_t i = 0; i < n; ++i) {
-    const std::string number = std::to_string(10'000'000 + i).substr(1);
-    types[i] = {kWords[random() % 6] + ("-driver-" + number),
+    types[i] = {kWords[random() % 6] + ("-driver-" + std::to_string(1000 + i)),
                 std::to_string(random() % 20) + "." + std::to_string(random() % 100) + ".0"};
   }
-  std::sort(types.begin(), types.end(), [](auto& a, auto& b) { return a.name < b.name; });
+  std::sort(types.begin(), types.end());
   if (shuffled) {
     std::shuffle(types.begin(), types.end(), random);
   }
   return types;
 }
 
-static const Types& types_of(size_t n, bool shuffled) {
-  static std::map<std::pair<size_t, bool>, Types> made;
-  Types& types = made[{n, shuffled}];
-  return types.empty() ? types = make_types(n, shuffled) : types;
-}
-
-static std::string number(size_t n) {
-  return {char(n >> 24), char(n >> 16), char(n >> 8), char(n)};
-}
-
 static const std::string kFingerprint =
     "d95b246cca0c3b04d105771d58246fa0e706a6d44ac97d6cb4bab99390a02582";
 
-static std::string binary(const Types& types) {
-  std::string bytes = kFingerprint + number(3) + "2.0" + number(types.size());
+static std::string number(size_t value) {
+  std::string bytes(4, '\0');
+  runenv::write_big_endian(bytes.data(), static_cast<uint32_t>(value));
+  return bytes;
+}
+
+template <typename Range>
+static std::string binary(const std::string& platform, const Range& types) {
+  std::string bytes = kFingerprint + number(platform.size()) + platform + number(types.size());
   for (const auto& [name, version] : types) {
-    bytes += number(name.size()) + name + number(version.size()) + version;
+    bytes.append(number(name.size())).append(name).append(number(version.size())).append(version);
   }
   return bytes;
 }
 
-// Each contender reads bytes into a result that it frees at its end; `valid` says that all was as
-// it should be.
+// Each contender reads bytes into a result, whose `valid` says that all was as it should be, and
+// writes that result into bytes of its own, whose number `write` returns.
 
 struct OurDocument {
-  static std::string encode(const Types& types) { return binary(types); }
+  static std::string encode(const Types& types) { return binary("2.0", types); }
 
-  dympage_t* pages = image___version_info___create_allocator_f();
-  image___version_info___root_t* root = image___version_info___root_t___allocate_f(pages);
+  runenv::owner<dympage_t, image___version_info___destroy_allocator_f> pages{
+      image___version_info___create_allocator_f()};
+  image___version_info___root_t* root = image___version_info___root_t___allocate_f(pages.get());
   bool valid;
 
   explicit OurDocument(const std::string& bytes) {
-    istream* const stream = istream_create_memory(bytes.data(), bytes.size());
-    valid = image___version_info___parse_bin_f(pages, root, stream) == 0;
-    istream_destroy(stream);
+    const runenv::owner<istream, istream_destroy> stream(
+        istream_create_memory(bytes.data(), bytes.size()));
+    valid = image___version_info___parse_bin_f(pages.get(), root, stream.get()) == 0;
   }
-  ~OurDocument() { image___version_info___destroy_allocator_f(pages); }
-
-  // The rest of the last page has never been touched.
-  size_t unused() const { return dympage_overhead(pages); }
+  size_t write() const {
+    Buffer bytes(0);
+    image___version_info___write_bin_f(root, &bytes);
+    return bytes.size;
+  }
 };
 
-// With a hint, entries in order find their place at the end at once.
-template <bool hinted>
 struct MapDocument {
-  static std::string encode(const Types& types) { return binary(types); }
+  static std::string encode(const Types& types) { return binary("2.0", types); }
 
   std::string platform;
   std::map<std::string, std::string> types;
-  bool valid;
+  bool valid = true;
 
-  explicit MapDocument(const std::string& bytes) : rest(bytes.data()), left(bytes.size()) {
-    valid = read();
+  explicit MapDocument(const std::string& bytes) : rest(bytes) {
+    valid = take(kFingerprint.size()) == kFingerprint;
+    platform = take_text();
+    for (size_t left = take_number(); valid && left != 0; --left) {
+      const std::string_view name = take_text(), version = take_text();
+      valid &= types.emplace(name.substr(0, name.find('\0')), version).second;
+    }
+    valid &= rest.empty();
   }
-  static size_t unused() { return 0; }
+  size_t write() const { return binary(platform, types).size(); }
 
  private:
-  bool take(const char** start, size_t n) {
-    if (left < n) {
-      return false;
-    }
-    *start = rest;
-    rest += n;
-    left -= n;
-    return true;
+  std::string_view take(size_t n) {
+    const std::string_view bytes = rest.substr(0, n);
+    valid &= bytes.size() == n;
+    rest.remove_prefix(bytes.size());
+    return bytes;
   }
-  bool read_number(size_t* value) {
-    const char* bytes;
-    if (!take(&bytes, 4)) {
-      return false;
-    }
-    uint32_t big_endian;
-    std::memcpy(&big_endian, bytes, sizeof big_endian);
-    *value = __builtin_bswap32(big_endian);
-    return true;
+  size_t take_number() {
+    const std::string_view bytes = take(4);
+    return valid ? runenv::read_big_endian(bytes.data()) : 0;
   }
-  bool read_text(std::string* text) {
-    size_t length;
-    const char* bytes;
-    if (!read_number(&length) || !take(&bytes, length)) {
-      return false;
-    }
-    text->assign(bytes, length);
-    return true;
-  }
-  bool read() {
-    const char* fingerprint;
-    size_t count;
-    if (!take(&fingerprint, 64) || std::memcmp(fingerprint, kFingerprint.data(), 64) != 0 ||
-        !read_text(&platform) || !read_number(&count)) {
-      return false;
-    }
-    while (count-- != 0) {
-      std::string name, version;
-      if (!read_text(&name)) {
-        return false;
-      }
-      name.resize(strnlen(name.c_str(), name.size()));
-      const size_t before = types.size();
-      const auto place = hinted ? types.try_emplace(types.end(), std::move(name))
-                                : types.try_emplace(std::move(name)).first;
-      if (types.size() == before || !read_text(&place->second)) {
-        return false;
-      }
-    }
-    return left == 0;
-  }
+  std::string_view take_text() { return take(take_number()); }
 
-  const char* rest;
-  size_t left;
+  std::string_view rest;
 };
 
 #ifdef RUNENV_BENCH_PROTOBUF
 struct ProtobufDocument {
   static std::string encode(const Types& types) {
-    bench::Document head;
-    head.set_platform_version("2.0");
-    std::string bytes = head.SerializeAsString();
-    for (const auto& [name, version] : types) {  // messages in a row are one message
-      bench::Document entry;
-      (*entry.mutable_system_types())[name] = version;
-      entry.AppendToString(&bytes);
-    }
-    return bytes;
+    bench::Document document;
+    document.set_platform_version("2.0");
+    document.mutable_system_types()->insert(types.begin(), types.end());
+    return document.SerializeAsString();
   }
 
   bench::Document document;
   bool valid;
 
-  explicit ProtobufDocument(const std::string& bytes)
-      : valid(document.ParseFromArray(bytes.data(), static_cast<int>(bytes.size()))) {}
-  static size_t unused() { return 0; }
+  explicit ProtobufDocument(const std::string& bytes) : valid(document.ParseFromString(bytes)) {}
+  size_t write() const { return document.SerializeAsString().size(); }
 };
 #endif
 
-static size_t allocated() {
-  const struct mallinfo2 info = mallinfo2();
-  return info.uordblks + info.hblkhd;
-}
-
-// What a contender reads, and the memory that the result holds.
-struct Case {
-  std::string bytes;
-  size_t held = 0;
-};
-
-template <typename Document>
-static const Case& case_of(size_t n, bool shuffled) {
-  static std::map<std::pair<size_t, bool>, Case> made;
-  Case& each = made[{n, shuffled}];
-  if (each.held == 0) {
-    each.bytes = Document::encode(types_of(n, shuffled));
-    const size_t before = allocated();
-    const auto document = std::make_unique<Document>(each.bytes);
-    each.held = allocated() - before - document->unused();
-  }
-  return each;
-}
-
 template <typename Document>
 static void read(benchmark::State& state, size_t n, bool shuffled) {
-  const Case& each = case_of<Document>(n, shuffled);
+  const std::string bytes = Document::encode(make_types(n, shuffled));
   for (auto _ : state) {
-    const Document document(each.bytes);
+    const Document document(bytes);
     benchmark::DoNotOptimize(&document);
     benchmark::ClobberMemory();
     if (!document.valid) {
       state.SkipWithError("not read");
     }
   }
-  state.counters["bytes"] = static_cast<double>(each.held);
-  state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(n));
+}
+
+template <typename Document>
+static void write(benchmark::State& state, size_t n) {
+  const std::string bytes = Document::encode(make_types(n, false));
+  const Document document(bytes);
+  for (auto _ : state) {
+    if (document.write() != bytes.size()) {
+      state.SkipWithError("not written");
+    }
+  }
 }
 
 template <typename Document>
 static void add(const std::string& contender) {
-  for (const size_t n : {size_t{1000}, size_t{1000000}}) {
-    for (const bool shuffled : {false, true}) {
-      const std::string name = std::string("document, ") + (n == 1000 ? "1,000" : "1,000,000") +
-                               (shuffled ? " shuffled" : " sorted") + " entries/" + contender;
-      const auto run = [=](benchmark::State& state) { read<Document>(state, n, shuffled); };
-      benchmark::RegisterBenchmark(name.c_str(), run)->UseRealTime()->Unit(benchmark::kMicrosecond);
-    }
+  const auto add_case = [&](const std::string& name, auto run) {
+    benchmark::RegisterBenchmark((name + " entries/" + contender).c_str(), run)->UseRealTime();
+  };
+  for (const size_t n : {10, 100, 1000}) {
+    const std::string number = n < 1000 ? std::to_string(n) : "1,000";
+    add_case("read " + number, [=](auto& state) { read<Document>(state, n, false); });
+    add_case("read " + number + " shuffled", [=](auto& state) { read<Document>(state, n, true); });
+    add_case("write " + number, [=](auto& state) { write<Document>(state, n); });
   }
 }
 
 [[maybe_unused]] static const bool added = [] {
   add<OurDocument>("runenv");
-  add<MapDocument<false>>("std::map");
-  add<MapDocument<true>>("std::map with a hint");
+  add<MapDocument>("std::map");
 #ifdef RUNENV_BENCH_PROTOBUF
   add<ProtobufDocument>("protobuf");
 #endif

@@ -3,22 +3,19 @@
 
 #include <array>
 #include <boost/asio.hpp>
-#include <vector>
 
 #include "bench/sockets_contender.h"
 
 namespace asio_server {
 
 namespace asio = boost::asio;
-using asio::ip::tcp;
-using asio::local::stream_protocol;
 using boost::system::error_code;
 
-// One connection, with one step at a time: what is read is answered before more is read. It deletes
-// itself when its peer has gone.
+// One connection, with one step at a time: what is read is sent back before more is read. It
+// deletes itself when its peer has gone.
 template <typename Socket>
 struct Session {
-  explicit Session(Socket accepted) : socket(std::move(accepted)), bytes(65536) {}
+  explicit Session(Socket accepted) : socket(std::move(accepted)) {}
 
   // Goes on with `next` after a step that succeeded.
   auto then(void (Session::*next)(size_t)) {
@@ -32,17 +29,28 @@ struct Session {
   }
 
   void read_bytes(size_t = 0) {
+    bytes.resize(65536);
     socket.async_read_some(asio::buffer(bytes), then(&Session::write_bytes));
   }
   void write_bytes(size_t count) {
     asio::async_write(socket, asio::buffer(bytes, count), then(&Session::read_bytes));
   }
 
+  void read_message(size_t = 0) {
+    asio::async_read_until(socket, asio::dynamic_buffer(bytes), '\0',
+                           then(&Session::write_message));
+  }
+  void write_message(size_t count) {
+    message.assign(bytes, 0, count);
+    bytes.erase(0, count);
+    asio::async_write(socket, asio::buffer(message), then(&Session::read_message));
+  }
+
   void read_chunk(size_t = 0) {
     asio::async_read(socket, asio::buffer(header), then(&Session::read_payload));
   }
   void read_payload(size_t) {
-    bytes.resize(chunk_length(header.data()));
+    bytes.resize(runenv::read_big_endian(header.data()));
     asio::async_read(socket, asio::buffer(bytes), then(&Session::write_chunk));
   }
   void write_chunk(size_t) {
@@ -52,16 +60,18 @@ struct Session {
 
   Socket socket;
   std::array<char, 4> header{};
-  std::vector<char> bytes;
+  std::string bytes, message;
 };
 
 template <typename Acceptor>
 void accept(Acceptor& acceptor, const Address& address, Service service) {
   acceptor.async_accept([&acceptor, &address, service](error_code error, auto socket) {
+    using Served = Session<decltype(socket)>;
+    static constexpr void (Served::*kServices[])(size_t) = {
+        &Served::read_bytes, &Served::read_message, &Served::read_chunk};
     require(!error, "async_accept");
     send_at_once(socket.native_handle(), address);
-    auto* const session = new Session(std::move(socket));
-    service == Service::Bytes ? session->read_bytes() : session->read_chunk();
+    (new Served(std::move(socket))->*kServices[static_cast<int>(service)])(0);
     accept(acceptor, address, service);
   });
 }
@@ -75,11 +85,8 @@ void serve_with(const Protocol& protocol, const Address& address, Service servic
 }
 
 inline void serve(const Address& address, Service service) {
-  if (address.path.empty()) {
-    serve_with(tcp::v4(), address, service);
-  } else {
-    serve_with(stream_protocol(), address, service);
-  }
+  address.path.empty() ? serve_with(asio::ip::tcp::v4(), address, service)
+                       : serve_with(asio::local::stream_protocol(), address, service);
 }
 
 }  // namespace asio_server

@@ -6,11 +6,11 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
+
+#include "core/big_endian.h"
 
 // A unix path, or without one a port of the loopback interface.
 struct Address {
@@ -18,9 +18,9 @@ struct Address {
   uint16_t port = 0;
 };
 
-// Sends back what comes: bytes as they arrive, or chunk by chunk (a length of 4 bytes, most
-// significant byte first, and as many bytes).
-enum class Service { Bytes, Chunks };
+// Sends back what comes: bytes as they arrive, whole messages that each end with a zero, or chunk
+// by chunk (a length of 4 bytes, most significant byte first, and as many bytes).
+enum class Service { Bytes, Messages, Chunks };
 
 // A server, which runs until its process is killed.
 using Server = void (*)(const Address&, Service);
@@ -34,8 +34,8 @@ inline void require(bool done, const char* step) {
 }
 
 // bind or connect, by the address.
-template <typename Operation>
-int at_address(Operation operation, int fd, const Address& address) {
+inline int at_address(int (*operation)(int, const sockaddr*, socklen_t), int fd,
+                      const Address& address) {
   sockaddr_un local{AF_UNIX, {}};
   const sockaddr_in loopback{AF_INET, htons(address.port), {htonl(INADDR_LOOPBACK)}, {}};
   address.path.copy(local.sun_path, sizeof local.sun_path - 1);
@@ -65,11 +65,4 @@ inline int listen_at(const Address& address) {
   require(at_address(bind, fd, address) == 0, "bind");
   require(listen(fd, SOMAXCONN) == 0, "listen");
   return fd;
-}
-
-// The length that stands at the start of a chunk.
-inline uint32_t chunk_length(const char* header) {
-  uint32_t length;
-  std::memcpy(&length, header, sizeof length);
-  return ntohl(length);
 }

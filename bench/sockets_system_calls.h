@@ -1,109 +1,77 @@
-// The floors of the socket benchmark: servers of bare system calls. Chunks that are sent back one
-// by one are the same bytes, so nothing looks into them.
+// The floors of the socket benchmark: servers of bare system calls. What is sent back piece by
+// piece are the same bytes, so nothing looks into them.
 #pragma once
 
-#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/select.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <map>
+#include <vector>
 
 #include "bench/sockets_contender.h"
 
 namespace system_calls {
 
-inline void add(int loop, int fd) {
-  epoll_event event{EPOLLIN, {}};
-  event.data.fd = fd;
-  require(epoll_ctl(loop, EPOLL_CTL_ADD, fd, &event) == 0, "epoll_ctl");
-}
-
-inline void answer(int fd) {
-  static char bytes[65536];
-  const ssize_t n = recv(fd, bytes, sizeof bytes, 0);
-  if (n <= 0) {
-    close(fd);
-    return;
-  }
-  for (ssize_t sent = 0; sent < n;) {
-    const ssize_t m = send(fd, bytes + sent, static_cast<size_t>(n - sent), MSG_NOSIGNAL);
-    if (m < 0) {
-      return;
-    }
-    sent += m;
-  }
-}
-
 inline void serve_epoll(const Address& address, Service) {
+  static char bytes[65536];
   const int listener = listen_at(address), loop = epoll_create1(EPOLL_CLOEXEC);
-  add(loop, listener);
-  for (;;) {
+  const auto add = [loop](int fd) {
+    epoll_event event{EPOLLIN, {.fd = fd}};
+    require(epoll_ctl(loop, EPOLL_CTL_ADD, fd, &event) == 0, "epoll_ctl");
+  };
+  for (add(listener);;) {
     epoll_event events[1024];
     const int ready = epoll_wait(loop, events, 1024, -1);
     for (int i = 0; i < ready; ++i) {
-      if (events[i].data.fd != listener) {
-        answer(events[i].data.fd);
+      int fd = events[i].data.fd;
+      if (fd == listener) {
+        fd = accept(listener, nullptr, nullptr);
+        send_at_once(fd, address);
+        add(fd);
         continue;
       }
-      const int fd = accept(listener, nullptr, nullptr);
-      send_at_once(fd, address);
-      add(loop, fd);
+      const ssize_t n = recv(fd, bytes, sizeof bytes, 0);
+      if (n <= 0 || send(fd, bytes, static_cast<size_t>(n), MSG_NOSIGNAL) != n) {
+        close(fd);
+      }
     }
   }
 }
 
-// What a connection has read and not sent back yet.
-using Queues = std::map<int, std::string>;
-
-// One read and one send, as the sets allow; false when the peer has gone.
-inline bool serve_once(int fd, std::string& queue, const fd_set& readable, const fd_set& writable) {
-  static char bytes[4096];
-  if (FD_ISSET(fd, &readable)) {
-    const ssize_t n = recv(fd, bytes, sizeof bytes, 0);
-    if (n == 0) {
-      return false;
-    }
-    queue.append(bytes, static_cast<size_t>(std::max<ssize_t>(n, 0)));
-  }
-  if (FD_ISSET(fd, &writable)) {
-    const ssize_t n = send(fd, queue.data(), queue.size(), MSG_NOSIGNAL);
-    queue.erase(0, static_cast<size_t>(std::max<ssize_t>(n, 0)));
-  }
-  return true;
-}
-
+// One read and one send a pass for each connection, which sends what an earlier pass has read.
 inline void serve_select(const Address& address, Service) {
+  static char bytes[4096];
+  std::vector<std::string> queues(FD_SETSIZE);
+  fd_set open{}, queued{};
   const int listener = listen_at(address);
-  Queues queues;
-  for (;;) {
-    fd_set readable, writable;
+  FD_SET(listener, &open);
+  for (int highest = listener;;) {
+    fd_set readable = open, writable = queued;
     timeval limit{1, 0};
-    FD_ZERO(&readable);
-    FD_ZERO(&writable);
-    FD_SET(listener, &readable);
-    for (const auto& [fd, queue] : queues) {
-      FD_SET(fd, &readable);
-      if (!queue.empty()) {
-        FD_SET(fd, &writable);
+    const int ready = select(highest + 1, &readable, &writable, nullptr, &limit);
+    for (int fd = listener + 1; ready > 0 && fd <= highest; ++fd) {
+      std::string& queue = queues[static_cast<size_t>(fd)];
+      const ssize_t n = FD_ISSET(fd, &readable) ? recv(fd, bytes, sizeof bytes, 0) : -1;
+      if (n == 0) {
+        close(fd);
+        FD_CLR(fd, &open);
+        FD_CLR(fd, &queued);
+      } else if (n > 0) {
+        queue.append(bytes, static_cast<size_t>(n));
+        FD_SET(fd, &queued);
+      }
+      if (FD_ISSET(fd, &writable)) {
+        const ssize_t sent = send(fd, queue.data(), queue.size(), MSG_NOSIGNAL);
+        queue.erase(0, static_cast<size_t>(std::max<ssize_t>(sent, 0)));
+        queue.empty() ? FD_CLR(fd, &queued) : FD_SET(fd, &queued);
       }
     }
-    const int highest = queues.empty() ? listener : std::max(listener, queues.rbegin()->first);
-    if (select(highest + 1, &readable, &writable, nullptr, &limit) <= 0) {
-      continue;
-    }
-    for (auto at = queues.begin(); at != queues.end();) {
-      const auto current = at++;
-      if (!serve_once(current->first, current->second, readable, writable)) {
-        close(current->first);
-        queues.erase(current);
-      }
-    }
-    if (FD_ISSET(listener, &readable)) {
+    if (ready > 0 && FD_ISSET(listener, &readable)) {
       const int fd = accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
       send_at_once(fd, address);
-      queues[fd];
+      FD_SET(fd, &open);
+      highest = std::max(highest, fd);
     }
   }
 }

@@ -1,13 +1,11 @@
 # One section of the table: the medians of a run of Google Benchmark, each case with the time of ours
-# and how many times as much its peers take. Where a case counts the memory that its result holds
-# (`bytes`) or the processor time of its server (`server_ns`), these have rows of their own.
-# Arguments: $title.
+# and how many times as much its peers take. Where a case counts the processor time of its server
+# (`server_ns`), that has a row of its own. Arguments: $title.
 
 def rounded: if . < 10 then (. * 100 | round / 100) elif . < 100 then (. * 10 | round / 10) else round end;
 def time:
   if . < 1e3 then "\(rounded) ns" elif . < 1e6 then "\(. / 1e3 | rounded) µs"
   elif . < 1e9 then "\(. / 1e6 | rounded) ms" else "\(. / 1e9 | rounded) s" end;
-def bytes: if . < 1048576 then "\(. / 1024 | rounded) KiB" else "\(. / 1048576 | rounded) MiB" end;
 def nanoseconds: .real_time * {ns: 1, us: 1e3, ms: 1e6, s: 1e9}[.time_unit];
 
 # The name of a run is the case, the contender and what Google Benchmark adds.
@@ -23,10 +21,9 @@ def row($name; quantity; shown):
 
 [.benchmarks | sort_by(.family_index, .per_family_instance_index)[]
  | select(.aggregate_name == "median")
- | (.run_name | split_name) + {time: nanoseconds, bytes, server_ns}]
+ | (.run_name | split_name) + {time: nanoseconds, server_ns}]
 | reduce .[] as $run ({}; .[$run.case] += [$run])
 | to_entries
 | "### \($title)\n\n| case | runenv | others, times as much |\n|---|---|---|",
   (.[] | .key as $case | .value
-   | row($case; .time; time), row("– memory"; .bytes; bytes),
-     row("– processor time of the server"; .server_ns; time))
+   | row($case; .time; time), row("– processor time of the server"; .server_ns; time))

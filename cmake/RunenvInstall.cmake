@@ -31,21 +31,17 @@ install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
         FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN man EXCLUDE)
 
-# The library, and all headers but those that are its own business.
-install(DIRECTORY core fs process runtime schema socket stream
-        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv COMPONENT development
-        FILES_MATCHING PATTERN "*.h"
-        PATTERN core/allocation.h EXCLUDE
-        PATTERN core/big_endian.h EXCLUDE
-        PATTERN core/failure.h EXCLUDE
-        PATTERN core/retry.h EXCLUDE
-        PATTERN core/owner.h EXCLUDE
-        PATTERN fs/tree.h EXCLUDE
-        PATTERN process/interruption.h EXCLUDE
-        PATTERN process/standard_descriptors.h EXCLUDE
-        PATTERN process/tool.h EXCLUDE
-        PATTERN socket/descriptor.h EXCLUDE
-        PATTERN socket/ending.h EXCLUDE)
+# The library, and every header that does not begin with "// Internal:".
+foreach(folder core fs process runtime schema socket stream)
+  file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${folder}/*.h)
+  foreach(header ${headers})
+    file(STRINGS ${header} first_line LIMIT_COUNT 1)
+    if(NOT first_line MATCHES "^// Internal:")
+      install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv/${folder}
+              COMPONENT development)
+    endif()
+  endforeach()
+endforeach()
 install(TARGETS runenv EXPORT runenv COMPONENT development
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv)
 

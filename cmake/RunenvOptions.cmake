@@ -9,6 +9,7 @@ if(PROJECT_IS_TOP_LEVEL AND NOT multi_config AND NOT CMAKE_BUILD_TYPE)
 endif()
 
 function(runenv_options target)
+  target_compile_features(${target} PRIVATE cxx_std_20)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
   if(PROJECT_IS_TOP_LEVEL)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
@@ -25,5 +26,16 @@ function(runenv_options target)
     target_compile_options(${target} PUBLIC "-fsanitize=${RUNENV_SANITIZE}" -fno-sanitize=vptr
                            -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(${target} PUBLIC "-fsanitize=${RUNENV_SANITIZE}")
+  endif()
+endfunction()
+
+# The programs carry the C++ runtime: loading the shared one takes longer than all else they do at
+# their start. Distributions that want every program to share it switch this off.
+option(RUNENV_STATIC_CXX_RUNTIME "Link the programs with the static C++ runtime" ON)
+
+function(runenv_program_options target)
+  runenv_options(${target})
+  if(RUNENV_STATIC_CXX_RUNTIME AND NOT RUNENV_SANITIZE)
+    target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc -Wl,--gc-sections)
   endif()
 endfunction()

@@ -1,4 +1,4 @@
-// Unsigned 32-bit integers as 4 bytes, most significant byte first.
+// Internal: unsigned 32-bit integers as 4 bytes, most significant byte first.
 #pragma once
 
 #include <cstdint>

@@ -3,15 +3,16 @@
 #include <charconv>
 #include <climits>
 #include <cstdarg>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
 #include "core/allocation.h"
+#include "core/overlap.h"
 
 static_assert(sizeof(bucket_t) == 24, "C callers rely on three 64-bit words");
 
 static constexpr unsigned long long kStep = 64;
+static constexpr size_t kLongestNumber = 24;  // with sign and terminator, rounded up
 
 static void resize(bucket_t* b, unsigned long long capacity) {
   b->data = static_cast<char*>(runenv::reallocate(b->data, capacity));
@@ -24,11 +25,9 @@ static void append_bytes(bucket_t* b, const char* bytes, unsigned long long n) {
   }
   const unsigned long long new_length = b->length + n;
   if (new_length >= b->capacity) {
-    const uintptr_t offset =
-        reinterpret_cast<uintptr_t>(bytes) - reinterpret_cast<uintptr_t>(b->data);
-    const bool own_bytes = offset < b->capacity;
+    const ptrdiff_t own_offset = runenv::offset_in(b->data, b->capacity, bytes);
     resize(b, new_length + kStep);
-    bytes = own_bytes ? b->data + offset : bytes;
+    bytes = own_offset < 0 ? bytes : b->data + own_offset;
   }
   std::memmove(b->data + b->length, bytes, n);
   b->data[new_length] = '\0';
@@ -71,15 +70,16 @@ bucket_t* bucket_append_int(bucket_t* b, long long v) {
   if (b == nullptr) {
     return nullptr;
   }
-  char digits[24];
+  char digits[kLongestNumber];
   const char* end = std::to_chars(digits, digits + sizeof digits, v).ptr;
   if (v == LLONG_MIN) {
-    // Negating it gives itself, so that it gets a second '-' and a last "digit" below '0'. Kept.
+    // The negation of this value is the value itself, which yields a second '-' and a last "digit"
+    // below '0'. Kept as it is.
     end = stpcpy(digits, "--922337203685477580(");
   }
   const auto n = static_cast<unsigned long long>(end - digits);
   if (b->data != nullptr && b->length + n >= b->capacity) {
-    resize(b, b->capacity + kStep);  // as where its digits are pushed one by one
+    resize(b, b->capacity + kStep);  // the growth of pushing the digits one by one
   }
   append_bytes(b, digits, n);
   return b;

@@ -1,11 +1,24 @@
 #include "core/buffer.h"
 
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
 #include "core/allocation.h"
+#include "core/overlap.h"
 #include "runtime/runtime_core.h"
+
+static constexpr unsigned long long kFirstCapacity = 8;
+// No allocation of more succeeds, and doubling it would wrap.
+static constexpr unsigned long long kLargestCapacity = 1ULL << 63;
+
+// The capacity doubled until it holds `need` bytes.
+static unsigned long long grown_capacity(unsigned long long capacity, unsigned long long need) {
+  unsigned long long grown = capacity == 0 ? kFirstCapacity : capacity;
+  while (grown < need) {
+    grown *= 2;
+  }
+  return grown;
+}
 
 Buffer::Buffer(unsigned long long initial_capacity) : capacity(initial_capacity) {
   if (capacity != 0) {
@@ -18,30 +31,15 @@ Buffer::~Buffer() {
 }
 
 void Buffer::append(const char* bytes, unsigned long long n) {
-  const unsigned long long need = size + n;
-  // Beyond half of the address space no allocation succeeds, and doubling would wrap.
-  if (need < size || need > UINT64_MAX / 2) {
-    fail_out_of_memory();
+  if (n > kLargestCapacity - size) {
+    throw_out_of_memory();
   }
-  // After exhaustion `array` dangles; a capacity of 0 says that it is not ours.
-  char* const previous = capacity == 0 ? nullptr : array;
-  unsigned long long wanted = capacity == 0 ? 8 : capacity;
-  while (wanted < need) {
-    wanted *= 2;
-  }
-  const auto start = reinterpret_cast<uintptr_t>(previous);
-  const uintptr_t offset = reinterpret_cast<uintptr_t>(bytes) - start;
-  const bool own_bytes = previous != nullptr && offset < capacity;
-  char* const grown = static_cast<char*>(std::realloc(previous, wanted));
-  if (grown == nullptr) {
-    fail_out_of_memory();
-  }
-  array = grown;
-  capacity = wanted;
+  const ptrdiff_t own_offset = runenv::offset_in(array, capacity, bytes);
+  grow(size + n);
   if (n != 0) {
-    std::memmove(array + size, own_bytes ? array + offset : bytes, n);
+    std::memmove(array + size, own_offset < 0 ? bytes : array + own_offset, n);
   }
-  size = need;
+  size += n;
 }
 
 void Buffer::append(const Buffer& other) {
@@ -60,17 +58,28 @@ void Buffer::release() {
 
 char* Buffer::get_unmanaged_array() {
   static char empty[1] = {'\0'};
-  // The test is against the capacity, not the size, on purpose: a fully read buffer still gives
-  // its own storage.
+  // The test is against the capacity, not the size, on purpose: a buffer that is read to its end
+  // still returns its own storage.
   if (capacity == 0 || consumed > capacity) {
     return empty;
   }
   return array + consumed;
 }
 
-void Buffer::fail_out_of_memory() {
+void Buffer::grow(unsigned long long need) {
+  const unsigned long long grown = grown_capacity(capacity, need);
+  // A capacity of 0 says that the buffer owns nothing: after exhaustion `array` dangles.
+  void* const block = std::realloc(capacity == 0 ? nullptr : array, grown);
+  if (block == nullptr) {
+    throw_out_of_memory();
+  }
+  array = static_cast<char*>(block);
+  capacity = grown;
+}
+
+void Buffer::throw_out_of_memory() {
   if (capacity != 0) {
-    std::free(array);  // the field keeps its value; a capacity of 0 tells that nothing is owned
+    std::free(array);  // the field keeps its value
     capacity = 0;
     size = 0;
   }

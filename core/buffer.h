@@ -17,22 +17,22 @@ class Buffer final {
   Buffer(const Buffer&) = delete;
   Buffer& operator=(const Buffer&) = delete;
 
-  // Appends `n` bytes; they may lie in this buffer. Grows by doubling, from 8. Out of memory:
-  // reports it on standard error, drops the content and throws the C string "Out of memory!".
+  // Appends `n` bytes, which may lie in this buffer. The capacity grows by doubling, from 8. When
+  // memory is exhausted, this reports it on standard error, drops the content and throws the C
+  // string "Out of memory!".
   void append(const char* bytes, unsigned long long n);
 
-  // Appends everything ever written to `other`, its consumed bytes included; `other` may be this
-  // buffer.
+  // Appends all of `other`, its consumed bytes included. `other` may be this buffer.
   void append(const Buffer& other);
 
   // Marks `n` more bytes as read. The caller keeps consumed <= size.
   void consume(unsigned long long n) { consumed += n; }
 
-  // Frees the storage. `consumed` keeps its value: whoever reuses the buffer resets it.
+  // Frees the storage. `consumed` keeps its value: reset it before you use the buffer again.
   void release();
 
-  // The first unread byte; a valid empty string when nothing is allocated or `consumed` lies
-  // beyond the capacity.
+  // The first unread byte. It is an empty string when nothing is allocated or `consumed` lies
+  // beyond the capacity. The buffer owns it; the next append moves it.
   char* get_unmanaged_array();
 
   // The number of unread bytes.
@@ -44,5 +44,6 @@ class Buffer final {
   unsigned long long consumed = 0;  // bytes already read
 
  private:
-  [[noreturn]] void fail_out_of_memory();
+  void grow(unsigned long long need);
+  [[noreturn]] void throw_out_of_memory();
 };

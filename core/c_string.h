@@ -7,8 +7,8 @@
 // True when the two strings are the same, byte for byte.
 bool equal(const char* a, const char* b);
 
-// Stores a fresh malloc'ed copy of `source` in `*target` and returns it. What `*target` pointed
-// at before is not freed; the caller owns the copy.
+// Stores a malloc'ed copy of `source` in `*target` and returns it. The caller owns the copy. What
+// `*target` pointed at before is not freed.
 char* copy_string(char** target, const char* source);
 
 // Orders C strings by plain byte value, a shorter prefix first; for sorted containers.

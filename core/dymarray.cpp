@@ -11,7 +11,11 @@ static constexpr unsigned long long kDefaultStep = 64;
 
 unsigned long long dymarray_init(dymarray_t* array, unsigned long long element_size,
                                  unsigned long long step) {
-  *array = dymarray_t{element_size, step != 0 ? step : kDefaultStep, nullptr, 0, 0};
+  *array = dymarray_t{.element_size = element_size,
+                      .step = step != 0 ? step : kDefaultStep,
+                      .data = nullptr,
+                      .capacity = 0,
+                      .count = 0};
   return array->step;
 }
 
@@ -24,6 +28,19 @@ void dymarray_grow(dymarray_t* array) {
   array->capacity += array->step;
   array->data = static_cast<char*>(
       runenv::reallocate_array(array->data, array->capacity, array->element_size));
+}
+
+void* dymarray_last(dymarray_t* array) {
+  return array->count == 0 ? nullptr : dymarray_at(array, array->count - 1);
+}
+
+const void* dymarray_clast(const dymarray_t* array) {
+  return array->count == 0 ? nullptr : dymarray_cat(array, array->count - 1);
+}
+
+unsigned long long dymarray_indexof(const dymarray_t* array, const void* element) {
+  const auto offset = static_cast<const char*>(element) - array->data;
+  return static_cast<unsigned long long>(offset) / array->element_size;
 }
 
 unsigned long long dymarray_pop_back(dymarray_t* array) {

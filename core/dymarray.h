@@ -5,9 +5,8 @@
 #ifndef RUNENV_CORE_DYMARRAY_H
 #define RUNENV_CORE_DYMARRAY_H
 
-#include <stddef.h>
-
-#include "core/short_block.h"
+#include "core/cast.h"
+#include "core/clear.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -25,10 +24,10 @@ typedef struct dymarray_t {
 unsigned long long dymarray_init(dymarray_t* array, unsigned long long element_size,
                                  unsigned long long step);
 
-/* Frees the elements; the array is empty then and may be used again. */
+/* Frees the elements. The array is empty then and may be used again. */
 void dymarray_destroy(dymarray_t* array);
 
-/* Makes room for `step` more elements; for dymarray_alloc. */
+/* For dymarray_alloc alone: makes room for `step` more elements. */
 void dymarray_grow(dymarray_t* array);
 
 /* Appends a zero-filled element and returns it. */
@@ -36,8 +35,7 @@ static inline void* dymarray_alloc(dymarray_t* array) {
   if (array->count == array->capacity) {
     dymarray_grow(array);
   }
-  return runenv_short_block_clear(array->data + array->count++ * array->element_size,
-                                  array->element_size);
+  return runenv_clear(array->data + array->count++ * array->element_size, array->element_size);
 }
 
 /* Element `index`, unchecked. */
@@ -49,19 +47,15 @@ static inline const void* dymarray_cat(const dymarray_t* array, unsigned long lo
 }
 
 /* The last element, null when empty. */
-static inline void* dymarray_last(dymarray_t* array) {
-  return array->count == 0 ? NULL : dymarray_at(array, array->count - 1);
-}
-static inline const void* dymarray_clast(const dymarray_t* array) {
-  return array->count == 0 ? NULL : dymarray_cat(array, array->count - 1);
-}
+void* dymarray_last(dymarray_t* array);
+const void* dymarray_clast(const dymarray_t* array);
 
 /* Pointer iteration: from begin, by next, until end. */
 static inline void* dymarray_begin(dymarray_t* array) {
   return array->data;
 }
 static inline void* dymarray_next(dymarray_t* array, void* element) {
-  return (char*)element + array->element_size;
+  return RUNENV_CAST(char*, element) + array->element_size;
 }
 static inline void* dymarray_end(dymarray_t* array) {
   return array->count == 0 ? array->data : dymarray_at(array, array->count);
@@ -70,16 +64,14 @@ static inline const void* dymarray_cbegin(const dymarray_t* array) {
   return array->data;
 }
 static inline const void* dymarray_cnext(const dymarray_t* array, const void* element) {
-  return (const char*)element + array->element_size;
+  return RUNENV_CAST(const char*, element) + array->element_size;
 }
 static inline const void* dymarray_cend(const dymarray_t* array) {
   return array->count == 0 ? array->data : dymarray_cat(array, array->count);
 }
 
 /* The index of an element of this array. */
-static inline unsigned long long dymarray_indexof(const dymarray_t* array, const void* element) {
-  return (unsigned long long)((const char*)element - array->data) / array->element_size;
-}
+unsigned long long dymarray_indexof(const dymarray_t* array, const void* element);
 
 /* The number of elements. */
 static inline unsigned long long dymarray_size(const dymarray_t* array) {

@@ -9,15 +9,11 @@ static_assert(sizeof(dympage_page_t) == 24, "the page header is three 64-bit wor
 
 static constexpr unsigned long long kDefaultPageSize = 10ULL * 1024 * 1024;
 
-static unsigned long long padding_of(const dympage_page_t* page, unsigned long long alignment) {
-  return -reinterpret_cast<uintptr_t>(page->next_free) & (alignment - 1);
-}
-
 using Allocate = void* (*)(size_t bytes);
 
 static dympage_page_t* make_page(dympage_page_t* previous, unsigned long long payload,
                                  Allocate allocate_page) {
-  // A size that does not fit the address space is one that cannot be had, not a small one.
+  // A sum that wrapped would be a small size. SIZE_MAX is one that no allocation gives.
   const bool fits = payload <= PTRDIFF_MAX - sizeof(dympage_page_t);
   auto* page = static_cast<dympage_page_t*>(
       allocate_page(fits ? sizeof(dympage_page_t) + payload : SIZE_MAX));
@@ -27,13 +23,13 @@ static dympage_page_t* make_page(dympage_page_t* previous, unsigned long long pa
   return page;
 }
 
-// A new page, made the current one, that has room for the block in any case.
+// Makes a new page the current one, with room for the block and its padding.
 static void add_page(dympage_t* handle, unsigned long long size, unsigned long long alignment,
                      Allocate allocate_page) {
   const unsigned long long grow = std::max(handle->page_size, size);
   dympage_page_t* page = make_page(handle->page, grow, allocate_page);
-  if (padding_of(page, alignment) + size > grow) {
-    // The padding leaves no room for the block; one alignment more always does.
+  if (dympage_padding(page, alignment) + size > grow) {
+    // The padding leaves no room for the block. It is shorter than one alignment.
     std::free(page);
     page = make_page(handle->page, grow + alignment, allocate_page);
   }
@@ -63,24 +59,19 @@ void dympage_init2(dympage_t* handle, unsigned long long page_size) {
 
 void* dympage_alloc_in_new_page(dympage_t* handle, unsigned long long size,
                                 unsigned long long alignment) {
-  // The padding that fits the old page is consumed all the same.
+  // Padding that fits the old page is consumed, although the block does not fit.
   dympage_page_t* const old = handle->page;
-  const unsigned long long padding = padding_of(old, alignment);
+  const unsigned long long padding = dympage_padding(old, alignment);
   if (padding <= old->free_bytes) {
-    old->next_free += padding;
-    old->free_bytes -= padding;
+    dympage_carve(old, padding, 0);
   }
   if (size <= handle->page_size) {
     add_page(handle, size, alignment, runenv::allocate);
     return dympage_alloc(handle, size, alignment);
   }
-  // A large block comes zeroed from the kernel, page by page when it is touched, if ever.
+  // The kernel zeroes a large block, page by page when the page is touched.
   add_page(handle, size, alignment, runenv::allocate_zeroed);
-  dympage_page_t* const page = handle->page;
-  char* const block = page->next_free + padding_of(page, alignment);
-  page->free_bytes -= static_cast<unsigned long long>(block + size - page->next_free);
-  page->next_free = block + size;
-  return block;
+  return dympage_carve(handle->page, dympage_padding(handle->page, alignment), size);
 }
 
 void dympage_destroy(dympage_t* handle) {

@@ -7,7 +7,8 @@
 
 #include <stdint.h>
 
-#include "core/short_block.h"
+#include "core/cast.h"
+#include "core/clear.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -27,16 +28,29 @@ typedef struct dympage_t {
   unsigned long long page_size; /* payload of a normal page */
 } dympage_t;
 
-/* An allocator whose handle lives in its own first page; the default page size is 10 MiB, of which
- * only what is used is ever touched. */
+/* Creates an allocator, whose handle lives in its own first page. `page_size` is the payload of a
+ * page, 10 MiB by default. Memory that no block uses is not touched. */
 dympage_t* dympage_create(void);
 dympage_t* dympage_create2(unsigned long long page_size);
 
-/* The same for a handle that the caller holds. */
+/* Make an allocator of a handle that the caller holds. */
 void dympage_init(dympage_t* handle);
 void dympage_init2(dympage_t* handle, unsigned long long page_size);
 
-/* What dympage_alloc does where the current page has no room: its rest is never used again. */
+/* For dympage_alloc alone: the bytes from the page's first unused one to the next multiple of
+ * `alignment`; a block behind `padding` bytes of a page that has room for both; a zero-filled block
+ * where the current page has no room, whose rest is then never used again. */
+static inline unsigned long long dympage_padding(const dympage_page_t* page,
+                                                 unsigned long long alignment) {
+  return -RUNENV_CAST(uintptr_t, page->next_free) & (alignment - 1);
+}
+static inline void* dympage_carve(dympage_page_t* page, unsigned long long padding,
+                                  unsigned long long size) {
+  char* const block = page->next_free + padding;
+  page->next_free = block + size;
+  page->free_bytes -= padding + size;
+  return block;
+}
 void* dympage_alloc_in_new_page(dympage_t* handle, unsigned long long size,
                                 unsigned long long alignment);
 
@@ -45,21 +59,18 @@ void* dympage_alloc_in_new_page(dympage_t* handle, unsigned long long size,
 static inline void* dympage_alloc(dympage_t* handle, unsigned long long size,
                                   unsigned long long alignment) {
   dympage_page_t* const page = handle->page;
-  const unsigned long long padding = -(uintptr_t)page->next_free & (alignment - 1);
+  const unsigned long long padding = dympage_padding(page, alignment);
   if (padding > page->free_bytes || size > page->free_bytes - padding) {
     return dympage_alloc_in_new_page(handle, size, alignment);
   }
-  char* const block = page->next_free + padding;
-  page->next_free = block + size;
-  page->free_bytes -= padding + size;
-  return runenv_short_block_clear(block, size);
+  return runenv_clear(dympage_carve(page, padding, size), size);
 }
 
-/* Frees every page, and with them the handle of an allocator made by dympage_create. A handle that
- * the caller holds must be initialised again before it is used again. */
+/* Frees every page, and with them the handle that dympage_create made. A handle that the caller
+ * holds must be initialised before it is used again. */
 void dympage_destroy(dympage_t* handle);
 
-/* The size of all pages, headers included. */
+/* The bytes of all pages, headers included. */
 unsigned long long dympage_usage(const dympage_t* handle);
 
 /* The bytes of all pages that are not handed out. */

@@ -13,9 +13,9 @@ static unsigned long long chain_length(const void* slot) {
 }
 
 // Slot 0 links the pages; the others go on the free list with the highest address first.
-int dympool_grow(dympool_t* pool) {
+void* dympool_grow(dympool_t* pool) {
   if (pool->element_size < sizeof(void*) || pool->per_page < 2) {
-    return -1;
+    return nullptr;
   }
   char* const page =
       static_cast<char*>(runenv::reallocate_array(nullptr, pool->per_page, pool->element_size));
@@ -24,11 +24,12 @@ int dympool_grow(dympool_t* pool) {
   for (unsigned long long i = 1; i < pool->per_page; ++i) {
     dympool_free(pool, page + i * pool->element_size);
   }
-  return 0;
+  return pool->free_list;
 }
 
 void dympool_init(dympool_t* pool, unsigned long long element_size, unsigned long long per_page) {
-  *pool = dympool_t{nullptr, nullptr, element_size, per_page};
+  *pool = dympool_t{
+      .pages = nullptr, .free_list = nullptr, .element_size = element_size, .per_page = per_page};
 }
 
 void dympool_destroy(dympool_t* pool) {

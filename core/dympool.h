@@ -3,10 +3,9 @@
 #ifndef RUNENV_CORE_DYMPOOL_H
 #define RUNENV_CORE_DYMPOOL_H
 
-#include <stddef.h>
 #include <string.h>
 
-#include "core/short_block.h"
+#include "core/clear.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -23,9 +22,9 @@ typedef struct dympool_t {
  * `per_page` at least 2, since the first slot of a page holds the link to the page before. */
 void dympool_init(dympool_t* pool, unsigned long long element_size, unsigned long long per_page);
 
-/* Of use to the functions below alone: the link in a slot (an element size that is no multiple of 8
- * leaves slots unaligned), and a further page on the free list; 0, or -1 for a size below its
- * minimum. */
+/* For the functions below alone: the link in a slot, which is unaligned where the element size is
+ * no multiple of 8; and putting a further page on the free list. dympool_grow returns the new head
+ * of the list, or null for an element_size or per_page below its minimum. */
 static inline void* dympool_get_link(const void* slot) {
   void* link;
   memcpy(&link, slot, sizeof link);
@@ -34,20 +33,19 @@ static inline void* dympool_get_link(const void* slot) {
 static inline void dympool_set_link(void* slot, void* link) {
   memcpy(slot, &link, sizeof link);
 }
-int dympool_grow(dympool_t* pool);
+void* dympool_grow(dympool_t* pool);
 
-/* An element; null when the pool's element_size or per_page is below its minimum. */
+/* An element, zero-filled; null when the pool's element_size or per_page is below its minimum. */
 static inline void* dympool_alloc(dympool_t* pool) {
-  void* element;
-  if (pool->free_list == NULL && dympool_grow(pool) != 0) {
-    return NULL;
+  void* const element = pool->free_list ? pool->free_list : dympool_grow(pool);
+  if (element) {
+    pool->free_list = dympool_get_link(element);
+    runenv_clear(element, pool->element_size);
   }
-  element = pool->free_list;
-  pool->free_list = dympool_get_link(element);
-  return runenv_short_block_clear(element, pool->element_size);
+  return element;
 }
 
-/* Gives an element back for reuse; returns the head of the free list before it. */
+/* Gives an element back for reuse and returns the previous head of the free list. */
 static inline void* dympool_free(dympool_t* pool, void* element) {
   void* const previous = pool->free_list;
   dympool_set_link(element, previous);
@@ -55,7 +53,7 @@ static inline void* dympool_free(dympool_t* pool, void* element) {
   return previous;
 }
 
-/* Frees every page, and with them every element; the pool is empty then and may be used again. */
+/* Frees every page, and with them every element. The pool is empty then and may be used again. */
 void dympool_destroy(dympool_t* pool);
 
 /* The number of pages. */

@@ -19,5 +19,5 @@ class Error {
   ~Error();
 
   Type type;
-  char* message;  // NUL-terminated, owned
+  char* message;  // NUL-terminated, owned; null once the Error has been moved from
 };

@@ -1,4 +1,4 @@
-// Throwing an Error of type Failure: an operation on the outside world failed.
+// Internal: throwing an Error of type Failure: an operation on the outside world failed.
 #pragma once
 
 #include <string>

@@ -1,4 +1,5 @@
-// Owners of what the C library and the C functions hand out: no early return or throw leaks it.
+// Internal: owners of what the C library and the C functions hand out. No early return or throw
+// leaks it.
 #pragma once
 
 #include <unistd.h>
@@ -29,6 +30,7 @@ using malloc_ptr = owner<T, std::free>;
 
 // A text builder that is released with its scope.
 struct OwnedBucket : bucket_t {
+  // cppcheck-suppress uninitDerivedMemberVar ; the base is a copy of the builder
   explicit OwnedBucket(const bucket_t& builder) : bucket_t(builder) {}
   ~OwnedBucket() { bucket_release(this); }
   OwnedBucket(const OwnedBucket&) = delete;

@@ -8,7 +8,7 @@ class StringArray final {
   StringArray(const StringArray&) = delete;
   StringArray& operator=(const StringArray&) = delete;
 
-  // Element `index`, null when out of range; it stays owned by the array.
+  // Element `index`, null when out of range. The array owns it.
   const char* get_unmanaged_string(unsigned index) const;
 
   // The raw array of get_size() elements; may be null when empty.
@@ -19,10 +19,10 @@ class StringArray final {
   // Replaces the content by copies of `source[0 .. n)`, which may be this array's own texts.
   void update_from(const char* const* source, unsigned n);
 
-  // The same for an array known to be empty. A filled one leaks what it held.
+  // The same for an array known to be empty; a filled one leaks what it held.
   void copy_from(const char* const* source, unsigned n);
 
-  // Frees the content. Releasing an empty array is harmless.
+  // Frees the content.
   void release();
 
  private:

@@ -1,7 +1,6 @@
 #include "fs/file_interface.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 #include <utime.h>
 
 #include <cerrno>
@@ -12,10 +11,13 @@
 #include <cstring>
 
 #include "core/allocation.h"
+#include "core/overlap.h"
+#include "core/owner.h"
 #include "fs/tree.h"
 
-static_assert(sizeof(istream_file) == 32 && sizeof(fs_ostream_t) == 24,
-              "C callers rely on the records' words");
+static_assert(sizeof(fs_ostream_t) == 24, "C callers rely on three 64-bit words");
+
+static constexpr size_t kCopiedBlock = 1024;
 
 static bool get_status(bucket_t* path, struct stat* status) {
   return stat(bucket_cstring(path), status) == 0;
@@ -28,7 +30,22 @@ static bucket_t* replace(bucket_t* path, const bucket_t& text) {
   return path;
 }
 
-// The component may not lie in the path.
+static bool lies_in(const bucket_t* path, const char* text) {
+  return runenv::offset_in(path->data, path->capacity, text) >= 0;
+}
+
+// With `own`, the texts to append lie in the path. Then the path goes on with a copy, and what is
+// returned keeps the original alive until they are appended.
+static runenv::OwnedBucket keep_texts(bucket_t* path, bool own) {
+  if (!own) {
+    return runenv::OwnedBucket(bucket_t{});
+  }
+  const bucket_t storage = *path;
+  *path = fs_copy(path);
+  return runenv::OwnedBucket(storage);
+}
+
+// The component must not lie in the path.
 static void append_component(bucket_t* path, const char* component) {
   if (component == nullptr || component[0] == '\0') {
     return;
@@ -43,8 +60,8 @@ static void append_component(bucket_t* path, const char* component) {
 }
 
 bucket_t fs_init(const char* text) {
-  bucket_t path;
-  bucket_append(bucket_nil(&path), text);
+  bucket_t path{};
+  bucket_append(&path, text);
   return path;
 }
 
@@ -57,22 +74,26 @@ void fs_join(bucket_t* path, const char* component) {
 }
 
 void fs_joinv(bucket_t* path, ...) {
-  bucket_t joined = fs_copy(path);
   va_list components;
+  bool own = false;
   va_start(components, path);
-  for (const char* component = va_arg(components, const char*); component != nullptr;
-       component = va_arg(components, const char*)) {
-    append_component(&joined, component);
+  while (const char* const component = va_arg(components, const char*)) {
+    own = own || lies_in(path, component);
   }
   va_end(components);
-  replace(path, joined);
+  const runenv::OwnedBucket kept = keep_texts(path, own);
+  va_start(components, path);
+  while (const char* const component = va_arg(components, const char*)) {
+    append_component(path, component);
+  }
+  va_end(components);
 }
 
 bucket_t* fs_join_ext(bucket_t* path, const char* component, const char* ext) {
-  bucket_t joined = fs_copy(path);
-  append_component(&joined, component);
-  bucket_append(&joined, ext);
-  return replace(path, joined);
+  const bool own = lies_in(path, component) || lies_in(path, ext);
+  const runenv::OwnedBucket kept = keep_texts(path, own);
+  append_component(path, component);
+  return bucket_append(path, ext);
 }
 
 int fs_realpath(bucket_t* path) {
@@ -100,7 +121,7 @@ bucket_t* fs_dirname(bucket_t* path, bucket_t* out) {
 
 bucket_t* fs_basename(bucket_t* path, bucket_t* out) {
   const char* const slash = std::strrchr(bucket_cstring(path), '/');
-  // A bare name has an empty base name, on purpose, as in fs::path_t.
+  // The base name of a bare name is empty on purpose, as in fs::path_t.
   return replace(out, fs_init(slash == nullptr ? nullptr : slash + 1));
 }
 
@@ -146,25 +167,24 @@ int fs_set_mtime(bucket_t* path, long seconds) {
 }
 
 int fs_mkdir(bucket_t* path) {
-  return mkdir(bucket_cstring(path), 0777);
+  return mkdir(bucket_cstring(path), runenv::kDirectoryMode);
+}
+
+static runenv::OwnedBucket parent_of(bucket_t* path) {
+  bucket_t parent{};
+  fs_dirname(path, &parent);
+  return runenv::OwnedBucket(parent);
 }
 
 int fs_mkdir_recursive(bucket_t* path) {
   if (fs_exists(path) != 0) {
     return 0;
   }
-  bucket_t parent;
-  fs_dirname(path, bucket_nil(&parent));
-  // The system refuses every path from PATH_MAX bytes on, so creating never gets beyond the
-  // shortest such ancestor: going there at once bounds the depth, whatever length was asked for.
-  if (parent.length > PATH_MAX) {
-    const char* const beyond = std::strchr(parent.data + PATH_MAX, '/');
-    bucket_drop(&parent, beyond == nullptr ? 0 : std::strlen(beyond));
-  }
-  // A "." that cannot be seen is its own parent: no use going on.
-  const bool is_top = std::strcmp(bucket_cstring(&parent), bucket_cstring(path)) == 0;
+  runenv::OwnedBucket parent = parent_of(path);
+  bucket_drop(&parent, parent.length - runenv::creatable_length({parent.data, parent.length}));
+  // The parent of "." is "." again. Where it cannot be seen, the recursion ends.
+  const bool is_top = std::strcmp(parent.data, bucket_cstring(path)) == 0;
   const int result = is_top ? 0 : fs_mkdir_recursive(&parent);
-  bucket_release(&parent);
   return result != 0 ? result : fs_mkdir(path);
 }
 
@@ -173,10 +193,10 @@ int fs_remove(bucket_t* path) {
 }
 
 int fs_remove_recursive(bucket_t* path) {
-  if (fs::remove_tree(bucket_cstring(path)) != 0) {
+  if (runenv::remove_tree(bucket_cstring(path)) != 0) {
     return -1;
   }
-  // The walk removes the top as well, so this is expected to fail. Kept as it is.
+  // The walk has removed the top as well, so this fails. Kept as it is.
   return fs_remove(path);
 }
 
@@ -195,15 +215,13 @@ int fs_touch(bucket_t* path) {
 }
 
 int fs_touch_path(bucket_t* path) {
-  bucket_t parent;
-  fs_dirname(path, bucket_nil(&parent));
+  runenv::OwnedBucket parent = parent_of(path);
   const int result = fs_mkdir_recursive(&parent);
-  bucket_release(&parent);
   return result != 0 ? result : fs_touch(path);
 }
 
 static int copy_content(FILE* to, FILE* from) {
-  static char block[1024];
+  static char block[kCopiedBlock];
   for (;;) {
     const size_t n = std::fread(block, 1, sizeof block, from);
     if (n == 0) {
@@ -215,7 +233,7 @@ static int copy_content(FILE* to, FILE* from) {
   }
 }
 
-// Closes a file and keeps the errno of what went before.
+// Closes a file whose failure is told already: errno stays.
 static void close_quietly(FILE* file) {
   const int error_number = errno;
   std::fclose(file);
@@ -223,54 +241,16 @@ static void close_quietly(FILE* file) {
 }
 
 int fs_fcopy(bucket_t* destination, bucket_t* source) {
-  FILE* const to = std::fopen(bucket_cstring(destination), "wbe");
+  using File = runenv::owner<FILE, close_quietly>;
+  File to(std::fopen(bucket_cstring(destination), "wbe"));
   if (to == nullptr) {
     return -1;
   }
-  FILE* const from = std::fopen(bucket_cstring(source), "rbe");
-  if (from == nullptr) {
-    close_quietly(to);
+  const File from(std::fopen(bucket_cstring(source), "rbe"));
+  if (from == nullptr || copy_content(to.get(), from.get()) != 0) {
     return -1;
   }
-  int result = copy_content(to, from);
-  close_quietly(from);
-  if (result == 0) {
-    result = std::fclose(to) == 0 ? 0 : -1;  // what was still buffered may not fit either
-  } else {
-    close_quietly(to);
-  }
-  return result;
-}
-
-static FILE* file_of(istream* stream) {
-  return reinterpret_cast<istream_file*>(stream)->file;
-}
-
-static int file_seek_pos(istream* stream, int origin, long long offset) {
-  switch (origin) {
-    case 0:
-      return std::fseek(file_of(stream), offset, SEEK_SET);
-    case 1:
-      return std::fseek(file_of(stream), offset, SEEK_CUR);
-    case 2:
-      return std::fseek(file_of(stream), offset, SEEK_END);
-    default:
-      return static_cast<int>(offset);  // no seek; kept as it is
-  }
-}
-
-static int file_destroy(istream* stream) {
-  return std::fclose(file_of(stream));
-}
-
-istream* fs_open_read(bucket_t* path) {
-  FILE* const file = std::fopen(bucket_cstring(path), "rbe");
-  if (file == nullptr) {
-    return nullptr;
-  }
-  auto* record = static_cast<istream_file*>(runenv::allocate(sizeof(istream_file)));
-  *record = istream_file{{istream_stdio_read_len, file_seek_pos, file_destroy}, file};
-  return &record->functions;
+  return std::fclose(to.release()) == 0 ? 0 : -1;  // what is still buffered may not fit
 }
 
 static unsigned long long file_write_len(fs_ostream_t* stream, const char* bytes,
@@ -288,12 +268,12 @@ fs_ostream_t* fs_open_write(bucket_t* path) {
     return nullptr;
   }
   auto* record = static_cast<fs_ostream_t*>(runenv::allocate(sizeof(fs_ostream_t)));
-  *record = fs_ostream_t{file_write_len, file_close, file};
+  *record = fs_ostream_t{.write_len = file_write_len, .close = file_close, .file = file};
   return record;
 }
 
 int fs_dir_open(bucket_t* path, fs_dir_t* dir) {
-  *dir = fs_dir_t{path, opendir(bucket_cstring(path)), nullptr};
+  *dir = fs_dir_t{.path = path, .handle = opendir(bucket_cstring(path)), .entry = nullptr};
   return dir->handle == nullptr ? -1 : 0;
 }
 

@@ -1,10 +1,12 @@
-/* Files and directories in C form: every path is a bucket_t, results are plain integers (0 or a
- * count for success, -1 for failure, with errno as the failing call left it), nothing throws and
- * nothing prints.
+/* Files and directories in C form. Every path is a bucket_t, never null. Nothing throws and nothing
+ * prints.
  *
- * A builder returned by value is new and the caller's to release; an `out` builder receives the
- * result in place of what it held and may be the path itself. Builders are never null.
- * Not for two threads at once: fs_realpath, fs_fcopy. */
+ * A function that returns an int returns 0 for success, or -1 for failure with errno as the failing
+ * call left it, unless its comment says otherwise. A builder that is returned by value is new; the
+ * caller releases it. An `out` builder receives the result in place of what it held. It may be the
+ * path itself.
+ *
+ * fs_realpath and fs_fcopy are not for two threads at once. */
 #ifndef RUNENV_FS_FILE_INTERFACE_H
 #define RUNENV_FS_FILE_INTERFACE_H
 
@@ -12,36 +14,35 @@
 #include <stdio.h>
 
 #include "core/bucket.h"
-#include "stream/istream.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-/* A new builder holding a copy of a text or of a path; a null text gives an empty one. */
+/* A new builder that holds a copy of a text or of a path. It is empty for a null text. */
 bucket_t fs_init(const char* text);
 bucket_t fs_copy(bucket_t* path);
 
-/* Appends a component behind one "/". One that begins with "/" or a backslash replaces the path, a
- * null or empty one changes nothing. The list of fs_joinv ends with a null pointer. fs_join_ext
- * appends `ext` verbatim afterwards and returns the path. The texts may lie in the path itself. The
- * path gets new storage: what bucket_cstring gave before is gone. */
+/* Append components, each behind one "/". One that begins with "/" or a backslash replaces the
+ * path. A null or empty one changes nothing. The list of fs_joinv ends with a null pointer.
+ * fs_join_ext then appends `ext` verbatim and returns the path. Any of the texts may lie in the
+ * path. */
 void fs_join(bucket_t* path, const char* component);
 void fs_joinv(bucket_t* path, ...);
 bucket_t* fs_join_ext(bucket_t* path, const char* component, const char* ext);
 
-/* Replaces the path by its canonical absolute form; on failure it stays. */
+/* Replaces the path by its canonical absolute form. On failure it stays. */
 int fs_realpath(bucket_t* path);
 
-/* What stands before the last "/" ("." without one, "/" for a first-level name), and what stands
- * after it (empty without one). Both return `out`. */
+/* The text before the last "/": "." where there is none, "/" for a first-level name. And the text
+ * after it, empty where there is none. Both return `out`. */
 bucket_t* fs_dirname(bucket_t* path, bucket_t* out);
 bucket_t* fs_basename(bucket_t* path, bucket_t* out);
 
-/* 1 if there is something at the path, else 0. */
+/* 1 if there is something at the path, else 0. Links are followed. */
 int fs_exists(bucket_t* path);
 
-/* What is at the path, links followed. */
+/* The kind of what is at the path, links followed. */
 enum { FS_NONE = 0, FS_OTHER = 1, FS_FILE = 2, FS_DIRECTORY = 3, FS_SOCKET = 4 };
 int fs_type(bucket_t* path);
 
@@ -51,7 +52,8 @@ long long fs_size(bucket_t* path);
 /* The time of the last modification in seconds since the epoch, -1 on failure. */
 long long fs_get_mtime(bucket_t* path);
 
-/* Set the permission bits, or both times in seconds since the epoch. */
+/* Set the permission bits, and the times of access and modification to `seconds` since the epoch.
+ */
 int fs_set_mode(bucket_t* path, unsigned int mode);
 int fs_set_mtime(bucket_t* path, long seconds);
 
@@ -64,24 +66,28 @@ int fs_mkdir_recursive(bucket_t* path);
 /* Removes a file or an empty directory. */
 int fs_remove(bucket_t* path);
 
-/* Removes a whole tree on one file system, not following links. Kept as it is: -1 in any case but
- * that of a top that outlives its own removal, so look with fs_exists. */
+/* Removes a whole tree on one file system, without following links. Kept as it is: the result is -1
+ * also when the whole tree is gone. Ask fs_exists. */
 int fs_remove_recursive(bucket_t* path);
 
 int fs_rename(bucket_t* old_path, bucket_t* new_path);
 
-/* Creates an empty file, EMPTYING an existing one; the latter creates the directories above it. */
+/* Create an empty file; an existing one is EMPTIED. fs_touch_path creates the directories above it
+ * first. */
 int fs_touch(bucket_t* path);
 int fs_touch_path(bucket_t* path);
 
-/* Copies a file; mind the order. On failure an incomplete destination may be left. A file that is
- * copied onto itself is emptied. */
+/* Copies a file. The DESTINATION comes first. A failure may leave an incomplete destination. A copy
+ * of a file onto itself empties it. */
 int fs_fcopy(bucket_t* destination, bucket_t* source);
 
-/* A stream over the file, null on failure; istream_destroy closes it. */
+/* A stream over the file, null on failure. It is read and closed by the functions of
+ * stream/istream.h. */
+typedef struct istream istream;
 istream* fs_open_read(bucket_t* path) __attribute__((warn_unused_result));
 
-/* A record for writing. Its close function closes the file; then the caller frees the record. */
+/* A record for writing. write_len returns the number of bytes written. close closes the file and
+ * returns 0, or EOF on failure; the caller then frees the record. */
 typedef struct fs_ostream_t fs_ostream_t;
 struct fs_ostream_t {
   unsigned long long (*write_len)(fs_ostream_t* stream, const char* bytes,
@@ -90,13 +96,13 @@ struct fs_ostream_t {
   FILE* file;
 };
 
-/* A writer of the file, created or emptied; malloc'ed, null on failure. */
+/* A malloc'ed writer of the file, which is created or emptied; null on failure. */
 fs_ostream_t* fs_open_write(bucket_t* path) __attribute__((warn_unused_result));
 
-/* Reads the names in a directory; those that begin with "." are left out. There is no closing:
- * fs_dir_read closes the directory when it returns 0, and returns 0 ever after. */
+/* Reads the names in a directory but those that begin with ".". There is no function that closes
+ * it: fs_dir_read does so when it returns 0. From then on it returns 0. */
 typedef struct fs_dir_t {
-  bucket_t* path; /* the caller's, to be kept unchanged meanwhile */
+  bucket_t* path; /* the caller's, who must not change it while reading */
   DIR* handle;
   struct dirent* entry;
 } fs_dir_t;
@@ -106,7 +112,8 @@ int fs_dir_open(bucket_t* path, fs_dir_t* dir) __attribute__((warn_unused_result
 /* 1 with a new current entry, 0 at the end. */
 int fs_dir_read(fs_dir_t* dir);
 
-/* The current entry's name, valid until the next read, and its path. */
+/* The current entry's name, valid until the next read, and its path. Only after fs_dir_read has
+ * returned 1. */
 const char* fs_iter_name(fs_dir_t* dir);
 bucket_t fs_iter_path(fs_dir_t* dir);
 

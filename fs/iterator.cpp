@@ -6,14 +6,15 @@
 #include <utility>
 
 #include "core/failure.h"
+#include "core/owner.h"
 
 namespace fs {
 
 struct _impl_t {
   path_t path;
   bool skip_hidden;
-  DIR* handle;    // null if the directory could not be opened
-  dirent* entry;  // owned by the handle; null past the end
+  runenv::owner<DIR, closedir> handle;  // null if the directory could not be opened
+  dirent* entry;                        // owned by the handle; null past the end
 
   bool is_listed() const {
     const char* const name = entry->d_name;
@@ -25,7 +26,7 @@ struct _impl_t {
 
   void read_next() {
     do {
-      entry = readdir(handle);
+      entry = readdir(handle.get());
     } while (entry != nullptr && !is_listed());
   }
 
@@ -37,18 +38,17 @@ struct _impl_t {
 };
 
 iterator_t::iterator_t(path_t dir, bool include_hidden)
-    : impl(new _impl_t{std::move(dir), !include_hidden, nullptr, nullptr}) {
-  impl->handle = opendir(impl->path.cstring());
+    : impl(new _impl_t{.path = std::move(dir),
+                       .skip_hidden = !include_hidden,
+                       .handle = nullptr,
+                       .entry = nullptr}) {
+  impl->handle.reset(opendir(impl->path.cstring()));
   if (impl->handle != nullptr) {
     impl->read_next();
   }
 }
 
-iterator_t::~iterator_t() {
-  if (impl->handle != nullptr) {
-    closedir(impl->handle);
-  }
-}
+iterator_t::~iterator_t() = default;
 
 bool iterator_t::has_item() const {
   return impl->entry != nullptr;
@@ -61,7 +61,9 @@ const char* iterator_t::get_name() const {
 
 path_t iterator_t::get_path() const {
   impl->require_entry();
-  return path_t(impl->path).join(impl->entry->d_name);
+  path_t path = impl->path;
+  path.join(impl->entry->d_name);
+  return path;
 }
 
 void iterator_t::move_next() {

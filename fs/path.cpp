@@ -4,30 +4,30 @@
 #include <unistd.h>
 #include <utime.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
 #include <vector>
 
+#include "core/c_string.h"
 #include "core/failure.h"
+#include "core/owner.h"
 #include "fs/tree.h"
 
 namespace fs {
 
-// Takes the message in pieces: nothing may come between the failure and the look at errno.
-[[noreturn]] static void throw_errno(const char* before, const std::string& path,
-                                     const char* after) {
+// Takes the message in pieces, so that nothing comes between the failing call and errno.
+[[noreturn]] static void throw_system_error(const char* before, const std::string& path,
+                                            const char* after) {
   const char* const reason = std::strerror(errno);
   runenv::throw_failure(before + path + after + ": " + reason);
 }
 
-// The type bits of what is at the path, links followed; 0 where there is nothing to be seen.
-static mode_t type_of(const std::string& path) {
+// The type bits of what is at the path, links followed; 0 where stat fails.
+static mode_t type_of(const char* path) {
   struct stat status;
-  return stat(path.c_str(), &status) == 0 ? status.st_mode & S_IFMT : 0;
+  return stat(path, &status) == 0 ? status.st_mode & S_IFMT : 0;
 }
 
 path_t& path_t::join(const char* component) {
@@ -38,7 +38,7 @@ path_t& path_t::join(const char* component) {
     text = component;
     return *this;
   }
-  // The "/" comes last: a component in this path must not change before it is copied.
+  // The "/" comes last: a component that lies in this path must not move before it is copied.
   const size_t end = text.size();
   text += component;
   if (end != 0 && text[end - 1] != '/') {
@@ -55,11 +55,11 @@ path_t& path_t::join_ext(const char* name, const char* ext) {
 }
 
 path_t& path_t::real_path() {
-  static char resolved[PATH_MAX];
-  if (realpath(text.c_str(), resolved) == nullptr) {
-    throw_errno("Unable to get realpath to '", text, "'");
+  const runenv::malloc_ptr<char> resolved(realpath(text.c_str(), nullptr));
+  if (resolved == nullptr) {
+    throw_system_error("Unable to get realpath to '", text, "'");
   }
-  text = resolved;
+  text = resolved.get();
   return *this;
 }
 
@@ -68,19 +68,24 @@ path_t path_t::dir_name() const {
   if (slash == std::string::npos) {
     return ".";
   }
-  return slash == 0 ? "/" : text.substr(0, slash).c_str();
+  if (slash == 0) {
+    return "/";
+  }
+  return text.substr(0, slash);
 }
 
 path_t path_t::base_name() const {
   const size_t slash = text.rfind('/');
-  // A bare name has an empty base name, on purpose: it has no directory part to be told from.
-  return slash == std::string::npos ? "" : text.c_str() + slash + 1;
+  if (slash == std::string::npos) {
+    return "";  // on purpose, not the whole name
+  }
+  return text.substr(slash + 1);
 }
 
 FILE* path_t::open_for(const char* mode, const char* after) const {
   FILE* const file = std::fopen(text.c_str(), mode);
   if (file == nullptr) {
-    throw_errno("Unable to open '", text, after);
+    throw_system_error("Unable to open '", text, after);
   }
   return file;
 }
@@ -110,9 +115,9 @@ FILE* path_t::open_append(bool create_parents) const {
 const path_t& path_t::create_directory(bool recursive) const {
   if (recursive) {
     create_missing_ancestors();
-  } else if (mkdir(text.c_str(), 0777) != 0 && errno != EEXIST) {
-    // EEXIST is success, so that another process may make the same directories at the same time.
-    throw_errno("Unable to create directory '", text, "'");
+  } else if (mkdir(text.c_str(), runenv::kDirectoryMode) != 0 && errno != EEXIST) {
+    // EEXIST is success: another process may create the same directories at the same time.
+    throw_system_error("Unable to create directory '", text, "'");
   }
   return *this;
 }
@@ -122,49 +127,46 @@ path_t& path_t::create_directory(bool recursive) {
   return *this;
 }
 
+// The directories to create for `path`, the outermost last. None where not even "/" can be seen.
+static std::vector<path_t> missing_chain(const std::string& path) {
+  std::vector<path_t> missing{path.substr(0, runenv::creatable_length(path))};
+  while (!missing.back().is_root()) {  // throws for the empty path
+    path_t parent = missing.back().dir_name();
+    const mode_t type = type_of(parent.cstring());
+    // The parent of "." is "." again. Where it cannot be seen, creating will tell why.
+    if (type == S_IFDIR || equal(parent.cstring(), missing.back().cstring())) {
+      return missing;
+    }
+    if (type != 0) {
+      runenv::throw_failure("Unable to create directory '" + path + "': component '" +
+                            parent.cstring() + "' of path is not a directory");
+    }
+    missing.push_back(std::move(parent));
+  }
+  return {};
+}
+
 void path_t::create_missing_ancestors() const {
-  const mode_t type = type_of(text);
+  const mode_t type = type_of(text.c_str());
   if (type == S_IFDIR) {
     return;
   }
   if (type != 0) {
-    // "byt" stands so in the message that scripts out there look for.
+    // Scripts look for this message, with "byt" as it stands.
     runenv::throw_failure("Unable to create directory '" + text +
                           "': already exists byt is not a directory");
   }
-  // The system refuses every path from PATH_MAX bytes on, so creating never gets beyond the
-  // shortest such ancestor: climbing from there bounds the list, whatever length was asked for.
-  std::vector<path_t> missing{*this};
-  missing.back().text.resize(std::min(text.size(), text.find('/', PATH_MAX)));
-  for (;;) {
-    if (missing.back().is_root()) {  // throws for the empty path
-      return;
-    }
-    path_t parent = missing.back().dir_name();
-    const mode_t parent_type = type_of(parent.text);
-    if (parent_type == S_IFDIR) {
-      break;
-    }
-    if (parent_type != 0) {
-      runenv::throw_failure("Unable to create directory '" + text + "': component '" + parent.text +
-                            "' of path is not a directory");
-    }
-    if (parent.text == missing.back().text) {
-      break;  // "." itself cannot be seen: creating tells why
-    }
-    missing.push_back(std::move(parent));
-  }
-  for (; !missing.empty(); missing.pop_back()) {
+  for (std::vector<path_t> missing = missing_chain(text); !missing.empty(); missing.pop_back()) {
     missing.back().create_directory(false);
   }
 }
 
 bool path_t::is_directory() const {
-  return type_of(text) == S_IFDIR;
+  return type_of(text.c_str()) == S_IFDIR;
 }
 
 bool path_t::is_regular_file() const {
-  return type_of(text) == S_IFREG;
+  return type_of(text.c_str()) == S_IFREG;
 }
 
 bool path_t::exists(bool no_follow) const {
@@ -193,16 +195,16 @@ bool path_t::symlink(const char* target) const {
   return ::symlink(target, text.c_str()) == 0;
 }
 
-// The result is inverted on purpose: callers that look at it ask whether something is left.
+// The result is inverted on purpose.
 bool path_t::remove() const {
   return std::remove(text.c_str()) != 0;
 }
 
 bool path_t::remove_directory() const {
-  if (remove_tree(text.c_str()) != 0) {
+  if (runenv::remove_tree(text.c_str()) != 0) {
     return false;
   }
-  // The walk removes the top as well, so removing it once more is expected to fail.
+  // The walk has removed the top as well, so this fails, which "remove" tells by true.
   return remove();
 }
 

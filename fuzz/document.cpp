@@ -1,5 +1,5 @@
-// The document reader and writer: what is accepted is written again whole and in order, and every
-// other document is refused with a reason.
+// The document reader and writer. A document that is accepted is written again whole and in order.
+// Every other one is refused with a reason.
 #include "core/buffer.h"
 #include "fuzz/input.h"
 #include "schema/version_info.h"
@@ -11,21 +11,21 @@
 static const std::string kFingerprint =
     "d95b246cca0c3b04d105771d58246fa0e706a6d44ac97d6cb4bab99390a02582";
 
-// True for a text that claims far more than there is. Space for it is reserved, which costs time
-// here and shows nothing new.
+// Whether a text claims far more bytes than there are. Reserving memory for it costs time and shows
+// nothing new.
 static bool claims_much(const std::string& bytes) {
   size_t at = kFingerprint.size();
   for (int field = 0; at + 4 <= bytes.size(); ++field) {
     size_t number = 0;
     for (int i = 0; i < 4; ++i) number = number << 8 | static_cast<uint8_t>(bytes[at++]);
-    at += field == 1 ? 0 : number;  // the second is that of the entries
+    at += field == 1 ? 0 : number;  // the second number is a count
   }
   return at > bytes.size() + (1 << 20);
 }
 
-// Reads the bytes and returns them written again, "" when they are refused.
+// Reads a document and returns what the writer makes of it, "" for a document that is refused.
 static std::string read_and_write(const std::string& bytes) {
-  dympage_t* const allocator = dympage_create2(512);  // small: a document needs several pages
+  dympage_t* const allocator = dympage_create2(512);  // most documents need several pages
   auto* const root = DOCUMENT(root_t___allocate_f)(allocator);
   istream* const stream = istream_create_memory(bytes.data(), bytes.size());
   const int result = DOCUMENT(parse_bin_f)(allocator, root, stream);
@@ -48,12 +48,12 @@ static std::string read_and_write(const std::string& bytes) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Input input(data, size);
-  // Most inputs get the fingerprint for nothing.
+  // Most inputs get a correct fingerprint.
   const std::string document = (input.byte() != '-' ? kFingerprint : "") + input.text(size);
   if (claims_much(document)) return 0;
   const std::string written = read_and_write(document);
   if (!written.empty()) {
-    // A key that holds a NUL ends there; else just the order may change.
+    // A key ends at its first NUL. Otherwise only the order may change.
     REQUIRE(written.size() < document.size() ||
             std::is_permutation(written.begin(), written.end(), document.begin(), document.end()));
     REQUIRE(read_and_write(written) == written);

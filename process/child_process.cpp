@@ -50,6 +50,7 @@ bool kill(process_t* process) {
 }
 
 bool kill_job(process_t* process) {
+  // A group keeps its id as long as it has members, so it is signalled after the child's end, too.
   return process->new_group != 0 && ::kill(-process->pid, SIGTERM) == 0;
 }
 

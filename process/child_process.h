@@ -7,8 +7,6 @@
 // program: writing to a child that no longer reads throws only where the program ignores it.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -71,12 +69,13 @@ process_t* create_child(const char* const* argv, redirect_t in, redirect_t out, 
 // Whether the child still runs; never waits.
 bool is_alive(process_t* process);
 
-// Sends SIGTERM to the child, or to its whole group if it has one of its own; true if it was sent.
+// Sends SIGTERM to the child, or to its whole group if it has one of its own. Returns true if it
+// was sent. `kill` sends nothing to a child whose exit has been collected.
 bool kill(process_t* process);
 bool kill_job(process_t* process);
 
-// Waits for the child's end. `wait` answers 0, the exit status, the negated signal number, or -1.
-// Asking again answers the same without waiting.
+// Waits for the child's end. `wait` returns 0, the exit status, the negated signal number, or -1.
+// A second call returns the same without waiting.
 result_t wait2(process_t* process);
 int wait(process_t* process);
 
@@ -96,8 +95,8 @@ void read_all(process_t* process, channel_t channel, Buffer& target);
 // Closes the parent's end of a channel.
 void shutdown(process_t* process, channel_t channel);
 
-// Ends the record: a child that still runs gets SIGTERM and is waited for, so one that ignores
-// SIGTERM makes this wait for its end.
+// Releases the record. A child that still runs gets SIGTERM, and SIGCONT in case it is stopped. It
+// is waited for, so one that ignores SIGTERM makes this wait for its end.
 void destroy(process_t* process);
 
 }  // namespace ChildProcess

@@ -20,7 +20,7 @@ static volatile std::sig_atomic_t arrived;  // the signal that came while they w
 // The tool gets the same signal, which nothing ignores: the program would ignore it as well. A tool
 // that is stopped has to go on to end. One that was waited for already has no status to give, and
 // its id may be another process's.
-static void end_tool(pid_t tool, int signal) {
+static void end_by_signal(pid_t tool, int signal) {
   if (waitpid(tool, nullptr, WNOHANG) != 0) {
     return;
   }
@@ -37,7 +37,7 @@ static void undo(int signal) {
   }
   const pid_t tool = interrupted_tool;
   if (tool > 0) {
-    end_tool(tool, signal);
+    end_by_signal(tool, signal);
   }
   const char* const file = interrupted_file;
   if (file != nullptr) {

@@ -1,5 +1,5 @@
-// What a program undoes before SIGINT, SIGTERM or SIGHUP ends it: a tool that works for it is ended
-// and waited for, and a temporary file is removed. Then the signal takes its course.
+// Internal: what a program undoes before SIGINT, SIGTERM or SIGHUP ends it. A tool that works for
+// it is ended and waited for, and a temporary file is removed. Then the signal takes its course.
 #pragma once
 
 #include <sys/types.h>

@@ -19,6 +19,9 @@
 
 namespace ChildProcess {
 
+using runenv::throw_system_failure;
+using runenv::unique_fd;
+
 namespace {
 
 // Both ends of a channel, -1 where it is inherited. All descriptors made here are close-on-exec:
@@ -30,8 +33,8 @@ struct Ends {
 
 // The same ends by the side that uses them; what is not released is closed.
 struct Channel {
-  runenv::unique_fd child_end;
-  runenv::unique_fd own_end;
+  unique_fd child_end;
+  unique_fd own_end;
 };
 
 // What to start, and how.
@@ -50,16 +53,16 @@ struct Launch {
 
 }  // namespace
 
-// Moves a descriptor above the standard ones, which a program may have closed: redirecting one
-// channel must not run over the end of another.
+// Moves a descriptor above the standard ones. A program may have closed some of those, and
+// redirecting one channel must not run over the end of another.
 static int above_standard(int fd) {
   if (fd > STDERR_FILENO || fd < 0) {
     return fd;
   }
-  const runenv::unique_fd low(fd);
+  const unique_fd low(fd);
   const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   if (moved < 0) {
-    runenv::throw_system_failure(errno);
+    throw_system_failure(errno);
   }
   return moved;
 }
@@ -71,23 +74,23 @@ static int open_file(const char* path, int flags) {
 static Ends open_pipe() {
   int fds[2];
   if (pipe2(fds, O_CLOEXEC) != 0) {
-    runenv::throw_system_failure(errno);
+    throw_system_failure(errno);
   }
-  runenv::unique_fd write_end(fds[1]);
-  runenv::unique_fd read_end(above_standard(fds[0]));
+  unique_fd write_end(fds[1]);
+  unique_fd read_end(above_standard(fds[0]));
   const int moved = above_standard(write_end.release());
   return {read_end.release(), moved};
 }
 
 // Opens the file twice, so that each side has a position of its own.
 static Ends open_both_sides(const char* path, int base_flags) {
-  runenv::unique_fd read_end(open_file(path, base_flags));
+  unique_fd read_end(open_file(path, base_flags));
   if (read_end.get() < 0) {
-    runenv::throw_system_failure(errno);
+    throw_system_failure(errno);
   }
   const int write_end = open_file(path, base_flags | O_WRONLY);
   if (write_end < 0) {
-    runenv::throw_system_failure(errno);
+    throw_system_failure(errno);
   }
   return {read_end.release(), write_end};
 }
@@ -104,8 +107,8 @@ static Ends prepare(const redirect_t& redirect, int base_flags) {
   return {};
 }
 
-// Everything from here to run_child is the child's, in the parent's memory, while the parent waits
-// for exec or _exit. It leaves by _exit: what the parent has buffered is the parent's to write.
+// Everything from here to run_child runs in the child, which shares the parent's memory. The parent
+// waits until the child calls exec or _exit. Only _exit leaves the parent's buffers alone.
 [[noreturn]] static void exit_child(const char* format) {
   Runtime.error(format, std::strerror(errno));
   _exit(1);
@@ -118,8 +121,8 @@ static void redirect_child(const Channel& channel, int to, const char* format) {
   }
 }
 
-// Has the kernel end the child when its parent is gone, which may have happened by now. A parent
-// in another process namespace has the number 0.
+// Has the kernel kill the child when its parent ends. The parent may have ended before. A parent in
+// another process namespace has the id 0.
 static void end_with_parent(pid_t parent) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   const pid_t now = getppid();
@@ -128,8 +131,8 @@ static void end_with_parent(pid_t parent) {
   }
 }
 
-// No handler of the parent may run here: it would find the parent's memory.
-static void restore_signals(const sigset_t& mask) {
+// A handler of the parent must not run in the child, where it would change the parent's memory.
+static void drop_handlers() {
   struct sigaction action;
   for (int signal = 1; signal < NSIG; ++signal) {
     if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_DFL &&
@@ -137,11 +140,12 @@ static void restore_signals(const sigset_t& mask) {
       std::signal(signal, SIG_DFL);
     }
   }
-  sigprocmask(SIG_SETMASK, &mask, nullptr);
 }
 
-[[noreturn]] static void run_child(Launch* launch) {
-  restore_signals(launch->mask);
+// No signal ends or stops the child before exec: it may be in the middle of the parent's heap, and
+// the parent waits. Nor does an exception leave it.
+[[noreturn]] static void run_child(Launch* launch) noexcept {
+  drop_handlers();
   if (launch->ends_with_parent) {
     end_with_parent(launch->parent);
   }
@@ -154,13 +158,14 @@ static void restore_signals(const sigset_t& mask) {
   if (launch->new_group && setpgid(0, 0) != 0) {
     exit_child("Failed to set process group: %s\n");
   }
+  sigprocmask(SIG_SETMASK, &launch->mask, nullptr);
   execvp(launch->argv[0], const_cast<char* const*>(launch->argv));
   launch->exec_error = errno;
   _exit(launch->exec_error);
 }
 
-// Returns the child's id once its program runs or it has exited. vfork copies nothing of the
-// parent, however much memory that uses, and lets the child tell which step failed.
+// Returns the child's id once its program runs or it has exited. vfork copies none of the parent's
+// memory, so a start takes the same time however much that is.
 static pid_t start_child(Launch* launch) {
   sigset_t all;
   sigfillset(&all);
@@ -172,12 +177,12 @@ static pid_t start_child(Launch* launch) {
   const int error_number = errno;
   pthread_sigmask(SIG_SETMASK, &launch->mask, nullptr);
   if (pid < 0) {
-    runenv::throw_system_failure(error_number);
+    throw_system_failure(error_number);
   }
   return pid;
 }
 
-static void keep_output(channel_record_t* channel, runenv::unique_fd own_end) {
+static void keep_output(channel_record_t* channel, unique_fd own_end) {
   channel->fd = own_end.release();
   if (channel->fd >= 0) {
     fcntl(channel->fd, F_SETFL, fcntl(channel->fd, F_GETFL) | O_NONBLOCK);
@@ -192,21 +197,26 @@ process_t* create_child(const char* const* argv, redirect_t in, redirect_t out, 
   const Ends in_ends = prepare(in, O_RDONLY);
   const Ends out_ends = prepare(out, output_flags);
   const Ends err_ends = prepare(err, output_flags);
-  Launch launch{argv,
-                cwd,
-                new_group,
-                ends_with_parent,
-                {runenv::unique_fd(in_ends.read_end), runenv::unique_fd(in_ends.write_end)},
-                {runenv::unique_fd(out_ends.write_end), runenv::unique_fd(out_ends.read_end)},
-                {runenv::unique_fd(err_ends.write_end), runenv::unique_fd(err_ends.read_end)}};
+  Launch launch{.argv = argv,
+                .cwd = cwd,
+                .new_group = new_group,
+                .ends_with_parent = ends_with_parent,
+                .in = {unique_fd(in_ends.read_end), unique_fd(in_ends.write_end)},
+                .out = {unique_fd(out_ends.write_end), unique_fd(out_ends.read_end)},
+                .err = {unique_fd(err_ends.write_end), unique_fd(err_ends.read_end)}};
 
-  auto process = std::make_unique<process_t>(
-      process_t{-1, new_group ? 1U : 0U, {in.mode, -1}, {out.mode, -1}, {err.mode, -1}, 0, false});
+  auto process = std::make_unique<process_t>(process_t{.pid = -1,
+                                                       .new_group = new_group ? 1U : 0U,
+                                                       .in = {in.mode, -1},
+                                                       .out = {out.mode, -1},
+                                                       .err = {err.mode, -1},
+                                                       .status = 0,
+                                                       .reaped = false});
   std::fflush(stderr);  // the child may write to it: buffered text must not come out there
   process->pid = start_child(&launch);
   if (launch.exec_error != 0) {
     destroy(process.release());
-    runenv::throw_system_failure(launch.exec_error);
+    throw_system_failure(launch.exec_error);
   }
   process->in.fd = launch.in.own_end.release();
   keep_output(&process->out, std::move(launch.out.own_end));

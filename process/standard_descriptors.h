@@ -1,4 +1,4 @@
-// Descriptors 0 to 2, which a program may have been started without.
+// Internal: descriptors 0 to 2, which a program may have been started without.
 #pragma once
 
 namespace runenv {

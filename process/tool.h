@@ -1,4 +1,5 @@
-// A tool that works for the program, one at a time: whatever ends the program ends it too.
+// Internal: a tool that works for the program, one at a time. Whatever ends the program ends the
+// tool.
 #pragma once
 
 #include "process/child_process.h"

@@ -12,7 +12,7 @@ bool genv_debug_verbose = false;
 RuntimeCore::RuntimeCore() : state(new State) {}
 
 void RuntimeCore::setup_prefix(const char* prefix) {
-  state->prefix = std::string(prefix);  // which refuses a null pointer
+  state->prefix = std::string(prefix);  // the constructor refuses a null pointer
   state->prefix_enabled = true;
 }
 
@@ -25,7 +25,7 @@ static void print(FILE* stream, const std::string& format, va_list arguments) {
   std::fflush(stream);
 }
 
-// The prefix is spliced into the format text on purpose, so a "%" in it is a conversion.
+// The prefix becomes part of the format text on purpose: a "%" in it is a conversion.
 static std::string plain(bool prefix_enabled, const std::string& prefix, const char* format) {
   return prefix_enabled ? "[" + prefix + "] " + format : std::string(format);
 }

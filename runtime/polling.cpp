@@ -17,7 +17,7 @@ uint32_t RuntimeCore::register_event(void (*callback)(void*), void* argument) {
 void RuntimeCore::deregister_event(uint32_t) {}
 
 void RuntimeCore::poll(uint32_t milliseconds) {
-  // By index, since a callback may register events. Those run from the next pass on.
+  // By index: a callback may register events, which run from the next pass on.
   const size_t count = state->events.size();
   for (size_t i = 0; i < count; ++i) {
     const RuntimeCoreEvent event = state->events[i];

@@ -1,7 +1,7 @@
 // The one process-wide runtime object: console output, and the hub of an embedding program's main
 // loop.
 //
-// Single-threaded by design: use it from one thread, and set the prefix before others log.
+// Use it from one thread. Other threads may log; set the prefix before they do.
 #pragma once
 
 #include <cstdint>
@@ -48,10 +48,10 @@ class RuntimeCore {
   // Messages are plain again.
   void reset_prefix();
 
-  // Prints a message to standard output (log) or standard error (error) and flushes it at once.
-  // Format and arguments are printf's; no newline is added. Output errors are ignored.
-  // %n is not supported: it would count the prefix and the colour as well, and a hardened C library
-  // ends the process over it, because the format text is composed in writable memory.
+  // Print a message to standard output (log) or standard error (error) and flush it at once. Format
+  // and arguments are printf's. No newline is added. Output errors are ignored.
+  // %n is not supported. It would count the prefix and the colour as well. A hardened C library
+  // even ends the process, because the format text is in writable memory.
   [[gnu::format(printf, 2, 3)]] void log(const char* format, ...);
   [[gnu::format(printf, 2, 3)]] void error(const char* format, ...);
 
@@ -59,19 +59,19 @@ class RuntimeCore {
   [[gnu::format(printf, 3, 4)]] void log(SGR colour, const char* format, ...);
   [[gnu::format(printf, 3, 4)]] void error(SGR colour, const char* format, ...);
 
-  // Has every poll call `callback` with `argument`; returns the event's id. Kept as it is: once a
+  // Has every poll call `callback` with `argument`. Returns the event's id. Kept as it is: once a
   // null callback is registered, every later registration returns its id and stores nothing.
   uint32_t register_event(void (*callback)(void* argument), void* argument);
 
   // Does nothing: an event stays registered for good.
   void deregister_event(uint32_t id);
 
-  // Runs the event callbacks in the order of their registration, then, if the sockets are started,
-  // one pass of the socket layer, which waits up to `milliseconds`. Without sockets it never waits.
-  // Events that a callback registers run from the next poll on.
+  // Runs the event callbacks in the order of their registration. Events that a callback registers
+  // run from the next poll on. Then, if the sockets are started, makes one pass of the socket
+  // layer, which waits up to `milliseconds`. Without sockets it never waits.
   void poll(uint32_t milliseconds);
 
-  // Starts and stops the socket layer; a second start or stop is harmless.
+  // Start and stop the socket layer. A second start or stop does nothing.
   void startsocket();
   void shutdown();
 
@@ -98,7 +98,7 @@ class RuntimeCore {
 // The single instance, made before every other static object and never destroyed.
 extern RuntimeCore Runtime;
 
-// Diagnostic output of the socket layer, off unless an embedding program switches it on:
+// Diagnostic output of the socket layer, off until an embedding program switches it on:
 // informational messages, and a trace of every message.
 extern bool genv_debug_info;
 extern bool genv_debug_verbose;

@@ -1,15 +1,15 @@
-// The names in the tree that a distribution server serves; those below kTreeRoot are also the names
-// in the environment that is made from it.
+// Internal: the names in the tree that a distribution server serves. The run-time environment made
+// from it has the same names, all but kTreeRoot.
 #pragma once
 
 namespace runenv::Layout {
 
 inline constexpr char kTreeRoot[] = "2";
 inline constexpr char kEnvironment[] = "runenv";
-inline constexpr char kPlatform[] = "platform";         // by version
-inline constexpr char kSystemTypes[] = "system-types";  // by name and version
-inline constexpr char kLatest[] = "latest";             // the pointer of an item: its release
-inline constexpr char kArchiveExtension[] = ".tar.gz";  // behind the name of a platform
+inline constexpr char kPlatform[] = "platform";         // contains a directory for each version
+inline constexpr char kSystemTypes[] = "system-types";  // contains NAME/VERSION directories
+inline constexpr char kLatest[] = "latest";             // the file that names the current release
+inline constexpr char kArchiveExtension[] = ".tar.gz";  // follows the name of a platform
 inline constexpr char kDefaultPlatform[] = "linux-x64";
 
 }  // namespace runenv::Layout

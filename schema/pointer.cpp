@@ -10,22 +10,24 @@
 #include "core/failure.h"
 #include "stream/instream.h"
 
-// A stream tries a read that fails again and again, so that is found out before each block.
-static void check_readable(FILE* file, const char* path) {
+static constexpr size_t kBlockSize = 4096;  // the stream delivers no more at a time
+
+// The stream would repeat a failing read without end. So this runs before each block.
+static void throw_if_unreadable(FILE* file, const char* path) {
   const int next = std::fgetc(file);
   if (next == EOF && std::ferror(file) != 0) {
-    runenv::throw_failure("Unable to open '" + std::string(path) +
-                          "' for reading: " + std::strerror(errno));
+    const char* const reason = std::strerror(errno);
+    runenv::throw_failure("Unable to open '" + std::string(path) + "' for reading: " + reason);
   }
-  std::ungetc(next, file);  // nothing at the end of the file
+  std::ungetc(next, file);  // does nothing for EOF
 }
 
 char* read_pointer_line(const char* path) {
   InstreamPathImpl file{fs::path_t(path)};
   Buffer content(0);
-  char block[4096];  // as much as the stream takes at a time
+  char block[kBlockSize];
   for (;;) {
-    check_readable(file.file, path);
+    throw_if_unreadable(file.file, path);
     const long long n = file.stream()->read_block(block, sizeof block);
     if (n < 0) {
       break;
@@ -34,9 +36,9 @@ char* read_pointer_line(const char* path) {
   }
   content.append("", 1);
   const size_t length = std::strcspn(content.array, "\r\n");
-  // The line is the content's own storage, cut to size: a huge pointer is not held twice.
+  // The line takes over the storage of the content, so that a huge file is not held twice.
   char* const line = content.array;
-  content.capacity = 0;
+  content.capacity = 0;  // the buffer owns nothing any more
   line[length] = '\0';
   return static_cast<char*>(runenv::reallocate(line, length + 1));
 }

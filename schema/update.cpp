@@ -11,7 +11,17 @@ using arguments_t = image___update___arguments_t;
 
 static constexpr char kAssigned = '%';
 
-[[noreturn]] static void fail(const arguments_t* cursor, const char* message) {
+namespace {
+
+struct UsageLine {
+  const char* label;
+  const char* kind;
+  const char* meaning;
+};
+
+}  // namespace
+
+[[noreturn]] static void exit_with_report(const arguments_t* cursor, const char* message) {
   image___update___report_error(cursor, message);
   std::exit(1);
 }
@@ -20,7 +30,7 @@ static bool at_end(const arguments_t* cursor) {
   return image___update___arguments_size(cursor) == 0;
 }
 
-// The caller has made sure that an argument is left.
+// Consumes the next argument, which must exist, if it is `word`. Returns whether it was.
 static bool accept(arguments_t* cursor, const char* word) {
   if (!equal(image___update___arguments_peek(cursor), word)) {
     return false;
@@ -37,7 +47,7 @@ static void parse_text_option(arguments_t* cursor, const char* word, const char*
   option->present = 1;
   option->assigned = kAssigned;
   if (at_end(cursor)) {
-    fail(cursor, missing);
+    exit_with_report(cursor, missing);
   }
   option->value = image___update___arguments_consume(cursor);
 }
@@ -49,9 +59,10 @@ static void parse_flag(arguments_t* cursor, const char* word, image___update___f
   }
 }
 
-static void require_more(const arguments_t* cursor) {
+static void exit_if_at_end(const arguments_t* cursor) {
   if (at_end(cursor)) {
-    fail(cursor, "path 'version info' requires an argument, but no argument is available");
+    exit_with_report(cursor,
+                     "path 'version info' requires an argument, but no argument is available");
   }
 }
 
@@ -70,49 +81,44 @@ void image___update___do_parse(int argc, const char* const* argv, root_t* root) 
   root->skip_platform.present = 0;
   root->target.present = 0;
   root->temp_cache.present = 0;
-  arguments_t cursor{argv, static_cast<uint64_t>(argc), 1};
-  require_more(&cursor);
+  arguments_t cursor{.arguments = argv, .length = static_cast<uint64_t>(argc), .index = 1};
+  exit_if_at_end(&cursor);
   parse_text_option(&cursor, "--target",
                     "text 'platform' requires an argument, but no argument is available",
                     &root->target);
-  require_more(&cursor);
+  exit_if_at_end(&cursor);
   parse_text_option(&cursor, "--temp-cache",
                     "path 'directory' requires an argument, but no argument is available",
                     &root->temp_cache);
-  require_more(&cursor);
+  exit_if_at_end(&cursor);
   parse_flag(&cursor, "--skip-platform", &root->skip_platform);
-  require_more(&cursor);
+  exit_if_at_end(&cursor);
   parse_flag(&cursor, "--lock-latest", &root->lock_latest);
-  require_more(&cursor);
-  root->version_info = {image___update___arguments_consume(&cursor), kAssigned};
+  exit_if_at_end(&cursor);
+  root->version_info = {.value = image___update___arguments_consume(&cursor),
+                        .assigned = kAssigned};
   if (!at_end(&cursor)) {
-    fail(&cursor, "superfluous command line argument(s)");
+    exit_with_report(&cursor, "superfluous command line argument(s)");
   }
 }
 
 void image___update___do_document() {
-  struct Line {
-    const char* format;
-    const char* label;
-    const char* kind;
-  };
-  static constexpr Line kLines[] = {
-      {"%-25s-> \x1b[1m%s\x1b[0m bootstrap specific platform\n", "   --target", "option"},
-      {"%-25s-> \x1b[1m%s\x1b[0m platform name\n", "      platform", "text"},
-      {"%-25s-> \x1b[1m%s\x1b[0m flag to control storage location\n", "   --temp-cache", "option"},
-      {"%-25s-> \x1b[1m%s\x1b[0m directory to store downloaded files in, it is removed if empty on "
-       "success\n",
-       "      directory", "directory-path"},
-      {"%-25s-> \x1b[1m%s\x1b[0m flag to skip platform download\n", "   --skip-platform", "option"},
-      {"%-25s-> \x1b[1m%s\x1b[0m flag to control locking behavior\n", "   --lock-latest", "option"},
-      {"%-25s-> \x1b[1m%s\x1b[0m binary version info\n", "   version info", "file-path"},
+  static constexpr UsageLine kLines[] = {
+      {"   --target", "option", "bootstrap specific platform"},
+      {"      platform", "text", "platform name"},
+      {"   --temp-cache", "option", "flag to control storage location"},
+      {"      directory", "directory-path",
+       "directory to store downloaded files in, it is removed if empty on success"},
+      {"   --skip-platform", "option", "flag to skip platform download"},
+      {"   --lock-latest", "option", "flag to control locking behavior"},
+      {"   version info", "file-path", "binary version info"},
   };
   std::fputs(
       "\x1b[1musage:\x1b[0m  [--target 'platform'] [--temp-cache 'directory'] [--skip-platform] "
       "[--lock-latest] 'version info'\n",
       stderr);
-  for (const Line& line : kLines) {
-    std::fprintf(stderr, line.format, line.label, line.kind);
+  for (const UsageLine& line : kLines) {
+    std::fprintf(stderr, "%-25s-> \x1b[1m%s\x1b[0m %s\n", line.label, line.kind, line.meaning);
   }
 }
 

@@ -6,6 +6,22 @@ using root_t = image___version_info___root_t;
 using entry_t = image___version_info___root___system_types_t;
 using iterator_t = image___version_info___root___system_types_t___iterator_t;
 
+static constexpr uint64_t kCopiedTextAlignment = 1;
+static constexpr uint64_t kFilledTextAlignment = 8;  // of a text that the caller fills
+
+namespace {
+
+// A text of a record that can be assigned once.
+struct Property {
+  root_t* root;
+  uint8_t* set;
+  char** text;
+  uint64_t* length;
+  const char* reassigned;  // the message for a second assignment
+};
+
+}  // namespace
+
 dympage_t* image___version_info___create_allocator_f() {
   return dympage_create();
 }
@@ -19,23 +35,18 @@ void* image___version_info___allocate_block_f(dympage_t* allocator, uint64_t siz
   return dympage_alloc(allocator, size, alignment);
 }
 
-// A block for a text of `length` bytes and its NUL.
-static char* make_text(dympage_t* allocator, uint64_t length, uint64_t alignment) {
-  // With the greatest length, the size would wrap; that length alone is already too much to have.
+// Returns a zero-filled block for a text of `length` bytes and its NUL.
+static char* allocate_text(dympage_t* allocator, uint64_t length, uint64_t alignment) {
+  // The size would wrap for the greatest length, which is too much for any memory by itself.
   const uint64_t size = length == UINT64_MAX ? length : length + 1;
   return static_cast<char*>(image___version_info___allocate_block_f(allocator, size, alignment));
 }
 
-// The same with the first `n` bytes of `text`.
-static char* copy_text(dympage_t* allocator, const char* text, uint64_t n, uint64_t length) {
-  char* const block = make_text(allocator, length, 1);
-  runenv_short_block_copy(block, text, n);
-  return block;
-}
-
 char* image___version_info___allocate_text_f(dympage_t* allocator, const char* text,
                                              uint64_t length) {
-  return copy_text(allocator, text, strnlen(text, length), length);
+  char* const copy = allocate_text(allocator, length, kCopiedTextAlignment);
+  std::memcpy(copy, text, strnlen(text, length));
+  return copy;
 }
 
 void image___version_info___allocator_warn_sup_f() {}
@@ -47,12 +58,12 @@ root_t* image___version_info___root_t___allocate_f(dympage_t* allocator) {
   return root;
 }
 
-// An entry that is not in the collection yet, with the first `n` bytes of the key.
-static entry_t* make_entry(dympage_t* allocator, root_t* root, const char* key, uint64_t n,
+// Returns an entry that is not in the collection yet.
+static entry_t* make_entry(dympage_t* allocator, root_t* root, const char* key,
                            uint64_t key_length) {
   auto* entry = static_cast<entry_t*>(
       image___version_info___allocate_block_f(allocator, sizeof(entry_t), alignof(entry_t)));
-  entry->key = copy_text(allocator, key, n, key_length);
+  entry->key = image___version_info___allocate_text_f(allocator, key, key_length);
   entry->root = root;
   return entry;
 }
@@ -60,7 +71,7 @@ static entry_t* make_entry(dympage_t* allocator, root_t* root, const char* key, 
 entry_t* image___version_info___root___system_types_t___allocate_f(dympage_t* allocator,
                                                                    root_t* root, const char* key,
                                                                    uint64_t key_length) {
-  entry_t* const entry = make_entry(allocator, root, key, strnlen(key, key_length), key_length);
+  entry_t* const entry = make_entry(allocator, root, key, key_length);
   sglib_image___version_info___root___system_types_t_add(&root->system_types, entry);
   ++root->system_types_count;
   return entry;
@@ -75,36 +86,34 @@ void image___version_info___finalize_f(root_t* root) {
   }
 }
 
-static void report(root_t* root, const char* message) {
+static void report_failure(root_t* root, const char* message) {
   if (root->error_hook != nullptr) {
     root->error_hook(message);
   }
   root->error = message;
 }
 
-// A text of a record that can be assigned once.
-struct Property {
-  root_t* root;
-  uint8_t* set;
-  char** text;
-  uint64_t* length;
-  const char* reassigned;  // the message for a second assignment
-};
-
 static Property platform_version_of(root_t* root) {
-  return {root->root, &root->platform_version_set, &root->platform_version,
-          &root->platform_version_len, "reassigning property: platform_version"};
+  return {.root = root->root,
+          .set = &root->platform_version_set,
+          .text = &root->platform_version,
+          .length = &root->platform_version_len,
+          .reassigned = "reassigning property: platform_version"};
 }
 
 static Property version_of(entry_t* entry) {
-  return {entry->root, &entry->version_set, &entry->version, &entry->version_len,
-          "reassigning property: version"};
+  return {.root = entry->root,
+          .set = &entry->version_set,
+          .text = &entry->version,
+          .length = &entry->version_len,
+          .reassigned = "reassigning property: version"};
 }
 
-// Marks the property as assigned; false, reported, when it is already.
+// Marks the property as assigned and returns true. Reports one that is assigned already and returns
+// false.
 static bool begin_assignment(const Property& property, uint64_t length) {
   if (*property.set != 0) {
-    report(property.root, property.reassigned);
+    report_failure(property.root, property.reassigned);
     return false;
   }
   *property.set = 1;
@@ -125,7 +134,7 @@ static char* alloc_text(dympage_t* allocator, const Property& property, uint64_t
   if (!begin_assignment(property, length)) {
     return nullptr;
   }
-  *property.text = make_text(allocator, length, 8);
+  *property.text = allocate_text(allocator, length, kFilledTextAlignment);
   return *property.text;
 }
 
@@ -155,22 +164,14 @@ char* image___version_info___root___system_types_t___version___iwrite_alloc(dymp
 entry_t* image___version_info___root_t___system_types___iwrite_create_entry(dympage_t* allocator,
                                                                             root_t* root,
                                                                             const char* key) {
-  sglib_image___version_info___root___system_types_t_place place;
-  return image___version_info___root_t___system_types___iwrite_create_entry_at(allocator, root,
-                                                                               &place, key);
-}
-
-entry_t* image___version_info___root_t___system_types___iwrite_create_entry_at(
-    dympage_t* allocator, root_t* root,
-    sglib_image___version_info___root___system_types_t_place* place, const char* key) {
-  if (sglib_image___version_info___root___system_types_t_find_place(&root->system_types, key,
-                                                                    place) != nullptr) {
-    report(root->root, "duplicate entry in collection: system_types");
+  // One descent finds a duplicate or the place. An entry that is refused stays unused in a page.
+  entry_t* const entry = make_entry(allocator, root, key, std::strlen(key));
+  entry_t* existing;
+  if (sglib_image___version_info___root___system_types_t_add_if_not_member(&root->system_types,
+                                                                           entry, &existing) == 0) {
+    report_failure(root->root, "duplicate entry in collection: system_types");
     return nullptr;
   }
-  const uint64_t length = std::strlen(key);
-  entry_t* const entry = make_entry(allocator, root, key, length, length);
-  sglib_image___version_info___root___system_types_t_add_at(place, entry);
   ++root->system_types_count;
   return entry;
 }
@@ -180,7 +181,7 @@ void image___version_info___root_t___system_types___iwrite_unlink_entry(dympage_
   image___version_info___root___system_types_t___unlink_f(root, key);
 }
 
-// A record to search the set with; the set only reads its key.
+// Returns a record to search the set with. The set only reads its key.
 static entry_t probe_for(const char* key) {
   entry_t probe{};
   probe.key = const_cast<char*>(key);
@@ -203,7 +204,8 @@ void image___version_info___root___system_types_t___unlink_f(root_t* root, const
   entry_t* removed = nullptr;
   sglib_image___version_info___root___system_types_t_delete_if_member(&root->system_types, &probe,
                                                                       &removed);
-  // The count goes down for a missing key too: callers only unlink keys that are present.
+  // The count goes down for a missing key too, on purpose: callers only unlink keys that are
+  // present.
   --root->system_types_count;
 }
 
@@ -216,7 +218,7 @@ entry_t* image___version_info___root___system_types_t___it_next(iterator_t* iter
   return sglib_image___version_info___root___system_types_t_it_next(iterator);
 }
 
-// One walk serves both; through here, nothing it reaches can be changed.
+// The same walk, which changes nothing itself. Here the caller gets read-only entries from it.
 const entry_t* image___version_info___root___system_types_t___cit_init(const entry_t* top,
                                                                        iterator_t* iterator) {
   return image___version_info___root___system_types_t___it_init(const_cast<entry_t*>(top),

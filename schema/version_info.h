@@ -1,14 +1,27 @@
 // The version info document in memory: one platform version and the system types, ordered by name,
 // each with its version.
 //
-// All records and texts of a document live in the page allocator made for it and are never freed
-// one by one. Texts end with a NUL; lengths are bytes and do not count it. A failed allocation ends
-// the process, and so does a length that no memory can hold.
+// The names are those of generated code. `___` separates their pieces:
 //
-// A setter that fails reports through the document's root: it calls `error_hook`, if any, with the
-// message, stores the message in `error` and returns -1 or null. Nothing throws or jumps, nor may
-// the hook: a jump out of it passes over destructors of the reader, which leaks and is undefined.
-// Jump when the setter or the reader has returned.
+//   image___              the prefix of all such names
+//   version_info___       the schema: this document
+//   root_t___             the record that the function takes: the document's root
+//   system_types___       a property of that record
+//   iwrite_create_entry   what the function does; `iwrite_` changes the document
+//
+// `image___version_info___root___system_types_t` is a type (`_t`): an entry of the root's property
+// `system_types`. `___find_f` behind it is a function (`_f`) for such entries, `___find_cf` its
+// read-only twin. `sglib_` before it and `_add` behind it make the function `add` of the ordered
+// set of such entries, see schema/version_info_set.h.
+//
+// All records and texts of a document live in the page allocator made for it and are never freed
+// one by one. Texts end with a NUL; lengths are bytes without the NUL. A failed allocation ends the
+// process. So does a length that no memory can hold.
+//
+// A setter that fails calls the root's `error_hook`, if any, with a message, stores the message in
+// the root's `error` and returns -1 or null. Nothing here throws or jumps. The hook must not
+// either: the reader has destructors, and a jump or an exception out of the hook would pass over
+// them. Jump to `recovery` after the setter or the reader has returned.
 #pragma once
 
 #include <csetjmp>
@@ -21,7 +34,7 @@
 struct image___version_info___root_t {
   image___version_info___root_t* root;      // this record
   void (*error_hook)(const char* message);  // may be null; must return
-  jmp_buf recovery;                         // where the caller may jump to when reading fails
+  jmp_buf recovery;                         // for the caller, who may jump to it after a failure
   const char* error;                        // the last failure, a static text; null: none
   uint8_t platform_version_set;             // 1: assigned
   char* platform_version;
@@ -41,36 +54,38 @@ struct image___version_info___root___system_types_t {
   uint64_t version_len;
 };
 
-// The allocator of one document; destroying it ends the document.
+// Returns a new allocator for one document. Destroying it frees the document.
 dympage_t* image___version_info___create_allocator_f();
 void image___version_info___destroy_allocator_f(dympage_t* allocator);
 
-// A zero-filled block at a multiple of `alignment`.
+// Returns a zero-filled block at a multiple of `alignment`, a power of two.
 void* image___version_info___allocate_block_f(dympage_t* allocator, uint64_t size,
                                               uint64_t alignment);
 
-// A zero-filled block of `length` + 1 bytes with a copy of `text`, which is cut at its first NUL
-// and at `length` bytes.
+// Returns a zero-filled block of `length` + 1 bytes with a copy of `text` up to its first NUL, at
+// most `length` bytes.
 char* image___version_info___allocate_text_f(dympage_t* allocator, const char* text,
                                              uint64_t length);
 
 // Does nothing.
 void image___version_info___allocator_warn_sup_f();
 
-// An empty document.
+// Returns an empty document.
 image___version_info___root_t* image___version_info___root_t___allocate_f(dympage_t* allocator);
 
-// A new entry in the collection, with a copy of `key`. Does not look for a duplicate.
+// Adds a new entry with a copy of `key` to the collection and returns it. Does not look for a
+// duplicate.
 image___version_info___root___system_types_t*
 image___version_info___root___system_types_t___allocate_f(dympage_t* allocator,
                                                           image___version_info___root_t* root,
                                                           const char* key, uint64_t key_length);
 
-// To be called once after a successful read. Visits every entry in key order and changes nothing.
+// Visits every entry in key order and changes nothing. Call it once after a successful read.
 void image___version_info___finalize_f(image___version_info___root_t* root);
 
-// Assign a text, once: `_set` a copy of `text` (0, or -1 when it is assigned already), `_alloc` a
-// zero-filled text of `length` bytes for the caller to fill (null when it is assigned already).
+// A property is assigned once. `_set` assigns a copy of `text` and returns 0, or -1 when the
+// property is assigned already. `_alloc` assigns a zero-filled text of `length` bytes and returns
+// it for the caller to fill, or returns null when the property is assigned already.
 int image___version_info___root_t___platform_version___iwrite_set(
     dympage_t* allocator, image___version_info___root_t* root, const char* text);
 char* image___version_info___root_t___platform_version___iwrite_alloc(
@@ -80,36 +95,32 @@ int image___version_info___root___system_types_t___version___iwrite_set(
 char* image___version_info___root___system_types_t___version___iwrite_alloc(
     dympage_t* allocator, image___version_info___root___system_types_t* entry, uint64_t length);
 
-// A new entry with a copy of `key`; null when the key is in the collection already.
+// Adds a new entry with a copy of `key` and returns it, or returns null when the collection already
+// holds the key.
 image___version_info___root___system_types_t*
 image___version_info___root_t___system_types___iwrite_create_entry(
     dympage_t* allocator, image___version_info___root_t* root, const char* key);
 
-// The same for whoever creates many in a row: one `place`, default-made, serves as long as nothing
-// else changes the collection; after that, take a fresh one.
-image___version_info___root___system_types_t*
-image___version_info___root_t___system_types___iwrite_create_entry_at(
-    dympage_t* allocator, image___version_info___root_t* root,
-    sglib_image___version_info___root___system_types_t_place* place, const char* key);
-
-// Removes the entry with `key`, which must be in the collection; see unlink_f.
+// Removes the entry with `key`. The collection must hold it, see `unlink_f`.
 void image___version_info___root_t___system_types___iwrite_unlink_entry(
     dympage_t* allocator, image___version_info___root_t* root, const char* key);
 
-// The entry with `key`, or null.
+// Returns the entry with `key`, or null.
 image___version_info___root___system_types_t* image___version_info___root___system_types_t___find_f(
     image___version_info___root_t* root, const char* key);
 const image___version_info___root___system_types_t*
 image___version_info___root___system_types_t___find_cf(const image___version_info___root_t* root,
                                                        const char* key);
 
-// Removes the entry with `key`, if there is one, and counts one entry less in every case: unlink
-// only keys that are present.
+// Removes the entry with `key`, if there is one. In every case `system_types_count` goes down by
+// one, so unlink only keys that are present.
 void image___version_info___root___system_types_t___unlink_f(image___version_info___root_t* root,
                                                              const char* key);
 
-// In ascending key order, the first entry below `top` (a document's `system_types`) and each next
-// one; null at the end. The caller holds the iterator, which needs no release.
+// A walk in ascending key order. `_init` takes `top`, the `system_types` of a document, and returns
+// the first entry. `_next` returns the next one. Both return null at the end. The caller owns the
+// iterator, which needs no release and is `it_bsize` bytes long. The functions with `cit` are for
+// entries that the caller does not change.
 using image___version_info___root___system_types_t___iterator_t =
     sglib_image___version_info___root___system_types_t_iterator;
 inline constexpr size_t image___version_info___root___system_types_t___it_bsize =

@@ -7,13 +7,29 @@
 
 using entry_t = image___version_info___root___system_types_t;
 using iterator_t = sglib_image___version_info___root___system_types_t_iterator;
-using Path = sglib_image___version_info___root___system_types_t_place;
 using comparator_t = sglib_image___version_info___root___system_types_t_comparator;
 
 static constexpr uint8_t kBlack = 0;
 static constexpr uint8_t kRed = 1;
 
+namespace {
+
 enum Order : uint32_t { kPreorder, kInorder, kPostorder };
+
+// The way from the top of a set down to an entry or to the empty place for one. It consists of
+// links: pointers to the pointers that lead down. The first is the set's own top pointer, the
+// others are child fields. So the parent of an entry is found without a search, and the top entry
+// needs no special case.
+struct Path {
+  entry_t** links[iterator_t::kMaxDepth];
+  unsigned depth = 0;
+
+  entry_t** push(entry_t** link) { return links[depth++] = link; }
+  entry_t** pop() { return links[--depth]; }
+  entry_t** last() const { return links[depth - 1]; }
+};
+
+}  // namespace
 
 static entry_t*& child(entry_t* entry, bool right) {
   return right ? entry->right : entry->left;
@@ -27,8 +43,8 @@ static int compare_keys(const entry_t* a, const entry_t* b) {
   return std::strcmp(a->key, b->key);
 }
 
-// Lowers the entry at `link` to its left or right; the child opposite takes its place and its
-// colour, and gives it its own.
+// Lowers the entry at `link` to its right or left. The child on the other side takes its place, and
+// the two exchange their colours.
 static void rotate(entry_t** link, bool right) {
   entry_t* const lowered = *link;
   entry_t* const raised = child(lowered, !right);
@@ -38,13 +54,13 @@ static void rotate(entry_t** link, bool right) {
   *link = raised;
 }
 
-// The path ends at a red entry whose parent may be red as well, the only fault in the tree. The
-// fault moves up two levels at a time until it meets a black parent, the top or a rotation; of the
-// path, what holds afterwards is left.
-static void repair_red_parent(Path* path) {
-  for (unsigned i = path->depth - 1; i >= 2; i -= 2) {
-    entry_t** const parent_link = path->links[i - 1];
-    entry_t** const grandparent_link = path->links[i - 2];
+// Repairs a tree whose only fault may be that the entry at the end of the path and its parent are
+// both red. Recolouring moves the fault up by two levels. A black parent, the top or a rotation
+// ends it.
+static void repair_red_parent(const Path& path) {
+  for (unsigned i = path.depth - 1; i >= 2; i -= 2) {
+    entry_t** const parent_link = path.links[i - 1];
+    entry_t** const grandparent_link = path.links[i - 2];
     entry_t* const parent = *parent_link;
     entry_t* const grandparent = *grandparent_link;
     if (!is_red(parent)) {
@@ -53,11 +69,10 @@ static void repair_red_parent(Path* path) {
     const bool right = parent == grandparent->right;
     entry_t* const uncle = child(grandparent, !right);
     if (!is_red(uncle)) {
-      if (*path->links[i] == child(parent, !right)) {
-        rotate(parent_link, right);  // an inner grandchild comes to the outer side first
+      if (*path.links[i] == child(parent, !right)) {
+        rotate(parent_link, right);  // moves an inner grandchild to the outer side
       }
       rotate(grandparent_link, !right);
-      path->depth = i - 1;
       return;
     }
     parent->colour = kBlack;
@@ -66,8 +81,9 @@ static void repair_red_parent(Path* path) {
   }
 }
 
-// The path ends at a place below which every way down is one black entry short, the only fault in
-// the tree. The fault moves up until a red entry or a rotation makes up for it, or it covers all.
+// Repairs a tree whose only fault is that every way down through the end of the path has one black
+// entry too few. The fault moves up until a red entry turned black or a rotation mends it. At the
+// top it is gone, because it then concerns every way down.
 static void repair_missing_black(Path* path) {
   while (path->depth >= 2) {
     entry_t** const place = path->pop();
@@ -77,10 +93,10 @@ static void repair_missing_black(Path* path) {
     entry_t** const sibling = &child(parent, !right);
     if (is_red(*sibling)) {
       entry_t* const raised = *sibling;
-      rotate(link, right);  // the parent gets a black sibling of the place, and is red itself
+      rotate(link, right);  // the parent becomes red, and the new sibling is black
       link = &child(raised, right);
     }
-    // A place that is one black entry short always has a sibling.
+    // There is always a sibling: its side has at least one black entry more.
     // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): the analyzer cannot know that
     if (!is_red((*sibling)->left) && !is_red((*sibling)->right)) {
       (*sibling)->colour = kRed;
@@ -91,7 +107,7 @@ static void repair_missing_black(Path* path) {
       continue;
     }
     if (!is_red(child(*sibling, !right))) {
-      rotate(sibling, !right);  // a red inner nephew comes to the outer side first
+      rotate(sibling, !right);  // moves a red inner nephew to the outer side
     }
     child(*sibling, !right)->colour = kBlack;
     rotate(link, right);
@@ -99,18 +115,18 @@ static void repair_missing_black(Path* path) {
   }
 }
 
-// Fills the empty place at the end of the path.
-static void insert_at(Path* path, entry_t* entry) {
+// Puts `entry` into the empty place at the end of the path.
+static void insert_at(const Path& path, entry_t* entry) {
   entry->left = nullptr;
   entry->right = nullptr;
   entry->colour = kRed;
-  *path->last() = entry;
+  *path.last() = entry;
   repair_red_parent(path);
-  (*path->links[0])->colour = kBlack;
+  (*path.links[0])->colour = kBlack;
 }
 
-// Lets the entry at the end of the path, which has two children, change places with its successor,
-// so that it has one child at most; the path follows it down.
+// Exchanges the entry at the end of the path, which has two children, with its successor. It then
+// has one child at most. The path follows it down.
 static void sink_to_successor(Path* path) {
   entry_t** const link = path->last();
   entry_t* const entry = *link;
@@ -141,38 +157,28 @@ static void remove_at(Path* path) {
   } else if (!is_red(entry)) {
     repair_missing_black(path);
   }
-  if (*path->links[0] != nullptr) {
-    (*path->links[0])->colour = kBlack;
-  }
 }
 
-// Asks for the record and the start of its key, which the document lays out right behind it. A null
-// one does no harm, whereas a branch on it could not be foretold.
-static void prefetch(const entry_t* entry) {
-  const uintptr_t address = reinterpret_cast<uintptr_t>(entry) + 64;
-  __builtin_prefetch(entry);
-  // NOLINTNEXTLINE(performance-no-int-to-ptr): a pointer may not be moved from null
-  __builtin_prefetch(reinterpret_cast<const void*>(address));
-}
-
-// Leads the path to an entry with the key, or to the empty place for one; returns what is there.
+// Leads the path to an entry with the key and returns it. When there is none, leads the path to the
+// empty place for one and returns null.
+//
+// Steps to the right have a loop of their own. With one step for both sides, the compiler makes a
+// conditional move of it, and the descent takes up to twice as long.
 static entry_t* descend_to_key(Path* path, entry_t** top, const char* key) {
-  path->depth = 0;
-  path->at_end = true;
-  for (entry_t** link = path->push(top); *link != nullptr;) {
-    prefetch((*link)->left);
-    prefetch((*link)->right);
-    const int side = std::strcmp(key, (*link)->key);
-    if (side == 0) {
-      break;
+  entry_t** link = path->push(top);
+  for (;;) {
+    int side = 0;
+    while (*link != nullptr && (side = std::strcmp(key, (*link)->key)) > 0) {
+      link = path->push(&(*link)->right);
     }
-    path->at_end &= side > 0;
-    link = path->push(&child(*link, side > 0));
+    if (*link == nullptr || side == 0) {
+      return *link;
+    }
+    link = path->push(&(*link)->left);
   }
-  return *path->last();
 }
 
-// Leads the path to this very entry and returns true, or false when it is not below `link`.
+// Leads the path to `entry` itself and returns true. Returns false when it is not below `link`.
 static bool descend_to_entry(Path* path, entry_t** link, const entry_t* entry) {
   while (*path->push(link) != nullptr) {
     if (*link == entry) {
@@ -180,7 +186,7 @@ static bool descend_to_entry(Path* path, entry_t** link, const entry_t* entry) {
     }
     const int side = compare_keys(entry, *link);
     if (side == 0) {
-      // Rotations may have put entries with the same key on either side.
+      // Rotations can move entries with the same key to either side.
       const unsigned depth = path->depth;
       if (descend_to_entry(path, &(*link)->left, entry)) {
         return true;
@@ -197,31 +203,13 @@ void sglib_image___version_info___root___system_types_t_add(entry_t** top, entry
   for (entry_t** link = path.push(top); *link != nullptr;) {
     link = path.push(&child(*link, compare_keys(entry, *link) >= 0));
   }
-  insert_at(&path, entry);
+  insert_at(path, entry);
 }
 
 void sglib_image___version_info___root___system_types_t_delete(entry_t** top, entry_t* entry) {
   Path path;
   if (descend_to_entry(&path, top, entry)) {
     remove_at(&path);
-  }
-}
-
-entry_t* sglib_image___version_info___root___system_types_t_find_place(entry_t** top,
-                                                                       const char* key,
-                                                                       Path* place) {
-  if (place->at_end && place->depth >= 2 && *place->last() == nullptr &&
-      std::strcmp(key, (*place->links[place->depth - 2])->key) > 0) {
-    return nullptr;  // past the greatest entry, where the place still leads
-  }
-  return descend_to_key(place, top, key);
-}
-
-void sglib_image___version_info___root___system_types_t_add_at(Path* place, entry_t* entry) {
-  insert_at(place, entry);
-  // The links down to the one where a rotation took place still hold; the end is not far below.
-  while (place->at_end && *place->last() != nullptr) {
-    place->push(&(*place->last())->right);
   }
 }
 
@@ -233,7 +221,7 @@ int sglib_image___version_info___root___system_types_t_add_if_not_member(entry_t
   if (*existing != nullptr) {
     return 0;
   }
-  insert_at(&path, entry);
+  insert_at(path, entry);
   return 1;
 }
 
@@ -287,9 +275,8 @@ static void push(iterator_t* iterator, entry_t* entry) {
   }
 }
 
-static entry_t* start(iterator_t* iterator, entry_t* top, Order order, comparator_t comparator,
-                      const entry_t* probe) {
-  iterator->current = nullptr;
+static entry_t* start(iterator_t* iterator, entry_t* top, Order order,
+                      comparator_t comparator = nullptr, const entry_t* probe = nullptr) {
   iterator->depth = 0;
   iterator->order = order;
   iterator->probe = probe;
@@ -300,22 +287,22 @@ static entry_t* start(iterator_t* iterator, entry_t* top, Order order, comparato
 
 entry_t* sglib_image___version_info___root___system_types_t_it_init(iterator_t* iterator,
                                                                     entry_t* top) {
-  return start(iterator, top, kPostorder, nullptr, nullptr);
+  return start(iterator, top, kPostorder);
 }
 
 entry_t* sglib_image___version_info___root___system_types_t_it_init_preorder(iterator_t* iterator,
                                                                              entry_t* top) {
-  return start(iterator, top, kPreorder, nullptr, nullptr);
+  return start(iterator, top, kPreorder);
 }
 
 entry_t* sglib_image___version_info___root___system_types_t_it_init_inorder(iterator_t* iterator,
                                                                             entry_t* top) {
-  return start(iterator, top, kInorder, nullptr, nullptr);
+  return start(iterator, top, kInorder);
 }
 
 entry_t* sglib_image___version_info___root___system_types_t_it_init_postorder(iterator_t* iterator,
                                                                               entry_t* top) {
-  return start(iterator, top, kPostorder, nullptr, nullptr);
+  return start(iterator, top, kPostorder);
 }
 
 entry_t* sglib_image___version_info___root___system_types_t_it_init_on_equal(
@@ -327,8 +314,8 @@ entry_t* sglib_image___version_info___root___system_types_t_it_current(const ite
   return iterator->current;
 }
 
-// The walk comes to every entry three times: before its left children, before its right ones and
-// after both. It gives the entry out at the pass that has the number of the order.
+// The walk visits every entry three times: before the entries on its left, before those on its
+// right and after both. It returns the entry at the visit that has the number of the order.
 entry_t* sglib_image___version_info___root___system_types_t_it_next(iterator_t* iterator) {
   while (iterator->depth != 0) {
     entry_t* const entry = iterator->path[iterator->depth - 1];

@@ -1,8 +1,6 @@
 #include "socket/client.h"
 
-#include <netdb.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 
 #include <cerrno>
 #include <cstring>
@@ -20,7 +18,7 @@ namespace SocketASync {
 using Closed = std::function<void(void*, Connection*)>;
 
 static Client* add_client(runenv::unique_fd fd, std::string name, void* context, Closed closed) {
-  set_non_blocking(fd.get());
+  runenv::set_non_blocking(fd.get());
   auto owned = std::make_unique<Client>();
   pending_state.clients.push_back(owned.get());
   Client* const client = owned.release();
@@ -35,8 +33,8 @@ static Client* add_client(runenv::unique_fd fd, std::string name, void* context,
 }
 
 Client* create_client(const char* host, const char* port, void* context, Closed closed) {
-  addrinfo* list;
-  const int lookup = look_up(host, port, &list);
+  runenv::AddressList list;
+  const int lookup = runenv::look_up(host, port, &list);
   if (lookup != 0) {
     Runtime.error("Unable to get address info: %s\n", gai_strerror(lookup));
     return nullptr;
@@ -45,36 +43,33 @@ Client* create_client(const char* host, const char* port, void* context, Closed 
     Runtime.error("Unable to get address info: no result\n");
     return nullptr;
   }
-  const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> first(list, freeaddrinfo);
-  runenv::unique_fd fd(open_socket(first->ai_family, first->ai_socktype, first->ai_protocol));
+  runenv::unique_fd fd = runenv::open_socket(list->ai_family, list->ai_socktype, list->ai_protocol);
   if (fd.get() < 0) {
     Runtime.error("Unable to open socket '%s:%s': %s\n", host, port, std::strerror(errno));
     return nullptr;
   }
-  if (connect_waiting(fd.get(), first->ai_addr, first->ai_addrlen) != 0) {
+  if (runenv::connect_waiting(fd.get(), list->ai_addr, list->ai_addrlen) != 0) {
     if (genv_debug_info) {
       Runtime.error("Unable to connect to %s:%s: %s\n", host, port, std::strerror(errno));
     }
     return nullptr;
   }
-  set_no_delay(fd.get());
+  runenv::set_no_delay(fd.get());
   return add_client(std::move(fd), std::string(host) + ":" + port, context, std::move(closed));
 }
 
 Client* create_client(const char* path, void* context, Closed closed) {
-  sockaddr_un address;
-  unsigned int length;
-  if (!set_unix_address(path, &address, &length)) {
-    Runtime.error("Unix domain socket path is to long (%ld)!\n",
-                  static_cast<long>(std::strlen(path)));
+  const auto address = runenv::unix_address(path);
+  if (!address) {
+    runenv::report_long_path(path);
     return nullptr;
   }
-  runenv::unique_fd fd(open_socket(AF_UNIX, SOCK_STREAM, 0));
+  runenv::unique_fd fd = runenv::open_socket(AF_UNIX, SOCK_STREAM, 0);
   if (fd.get() < 0) {
     Runtime.error("Unable to create socket: %s\n", std::strerror(errno));
     return nullptr;
   }
-  if (connect_waiting(fd.get(), reinterpret_cast<const sockaddr*>(&address), length) != 0) {
+  if (runenv::connect_waiting(fd.get(), address->get(), address->length) != 0) {
     if (genv_debug_info) {
       Runtime.error("Unable to connect socket to '%s': %s\n", path, std::strerror(errno));
     }

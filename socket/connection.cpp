@@ -5,26 +5,19 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 #include "runtime/runtime_core.h"
+#include "socket/decoder.h"
 #include "socket/encoding.h"
-#include "socket/registry.h"
 
 namespace SocketASync {
 
 static char peer_name_buffer[INET6_ADDRSTRLEN];
 
 Connection::~Connection() {
-  flushing.erase(this);
-  while (send_queue_head != nullptr) {
-    SendBlock* const block = send_queue_head;
-    send_queue_head = block->next;
-    delete block;
-  }
-  free_encoder_state(encoding_kind, encoder_state);
+  runenv::free_encoder_state(encoding_kind, encoder_state);
 }
 
 void mark_close(Connection* connection) {
@@ -65,23 +58,6 @@ void sock_close(int fd) {
   close(fd);
 }
 
-void queue_block(Connection* connection, const char* head, unsigned int head_length,
-                 const char* data, unsigned int length) {
-  if (connection->marked_closed) {
-    return;
-  }
-  const uint64_t size = uint64_t{head_length} + length;
-  auto* block = new SendBlock{Buffer(size), nullptr};
-  std::copy_n(data, length, std::copy_n(head, head_length, block->bytes.array));
-  block->bytes.size = size;
-  if (connection->send_queue_tail == nullptr) {
-    connection->send_queue_head = block;
-  } else {
-    connection->send_queue_tail->next = block;
-  }
-  connection->send_queue_tail = block;
-}
-
 static void dump_encoding(const Connection* connection) {
   switch (connection->encoding_kind) {
     case EncodingKind::None:
@@ -107,9 +83,9 @@ static void dump_encoding(const Connection* connection) {
 }
 
 static void dump_state(const char* operation, const Connection* connection, int errnum) {
-  const SendBlock* const head = connection->send_queue_head;
-  const auto sending = static_cast<long long>(head == nullptr ? 0 : head->bytes.length());
-  const bool more = head != connection->send_queue_tail;
+  const SendQueue& queue = connection->send_queue;
+  const auto sending = static_cast<long long>(queue.empty() ? 0 : queue.head->bytes.length());
+  const bool more = queue.head != queue.tail;
   Runtime.error("Socket error[%s]: %s\n", operation, std::strerror(errnum));
   Runtime.error("State dump: %s\n", connection->name.c_str());
   Runtime.error("  Sending %lld%s\n", sending, more ? " with more blocks waiting" : "");
@@ -154,8 +130,8 @@ void Raw::register_raw_receiver(Connection* connection,
 }
 
 void Raw::send_raw_block(Connection* connection, const char* data, unsigned int length) {
-  if (length != 0) {
-    queue_block(connection, nullptr, 0, data, length);
+  if (length != 0 && !connection->marked_closed) {
+    connection->send_queue.push({}, {data, length});
   }
 }
 

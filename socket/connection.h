@@ -2,21 +2,29 @@
 //
 // Single-threaded like the whole layer: everything, callbacks included, runs on the thread that
 // polls.
+//
+// The life of a connection:
+//   pending  create_client has made it, and no poll has taken it up yet. What is sent is queued. An
+//            accepted connection begins as active, with the call of its listener's factory.
+//   active   Every poll reads and sends once. This ends with mark_close, or when the connection is
+//            lost: the peer has closed, an error has come, or accepting it had failed. A lost one
+//            is closed at once, and what is queued is dropped.
+//   marked   Nothing more is queued. The polls that follow send what is queued, but no longer read.
+//            Bytes that have been read are still delivered. When another connection's callback
+//            marks this one before the running poll has come to it, that poll may still read once.
+//            The first poll that begins with an empty queue closes the connection.
+//   closed   The descriptor is closed, and the owner's closed callback runs, once.
+//   freed    The callback has returned, and every pointer to the connection is void.
+// destroy_listener closes and frees the listener's connections at once, whatever they are.
 #pragma once
 
 #include <cstdint>
 #include <functional>
 #include <string>
 
-#include "core/buffer.h"
+#include "socket/send_queue.h"
 
 namespace SocketASync {
-
-// One queued outbound piece.
-struct SendBlock {
-  Buffer bytes;  // its unread part is still to be sent
-  SendBlock* next;
-};
 
 enum class EncodingKind : uint32_t { None = 0, ZeroTerminated = 1, Chunked = 2 };
 
@@ -29,8 +37,7 @@ struct Connection {
   Connection& operator=(const Connection&) = delete;
 
   int32_t fd = 0;
-  SendBlock* send_queue_head = nullptr;
-  SendBlock* send_queue_tail = nullptr;
+  SendQueue send_queue;
   bool has_receiver = false;   // received bytes are delivered; without it they are dropped
   bool marked_closed = false;  // queues nothing more, is closed once its queue has gone out
   std::function<void(char* data, unsigned int length, void* context, Connection*)> receiver;
@@ -58,12 +65,8 @@ const char* get_peer_name(Connection* connection);
 // mark_close ends a connection.
 void sock_close(int fd);
 
-// Queues `head` followed by `data` as one block, unless the connection is marked closed.
-void queue_block(Connection* connection, const char* head, unsigned int head_length,
-                 const char* data, unsigned int length);
-
-// Classifies a failed `operation` ("send", "recv" or "recv_blocked"). False: nothing is there yet.
-// True: the connection is lost; an unusual error is reported with a dump of its state.
+// Classifies a failed `operation` ("send", "recv", "recv_blocked" or "accept"). False: nothing is
+// there yet. True: the connection is lost; an unusual error is reported with a dump of its state.
 bool report_socket_error(const char* operation, Connection* connection, int errnum);
 
 // Bytes without any framing.

@@ -1,35 +1,36 @@
 #include "socket/descriptor.h"
 
 #include <fcntl.h>
-#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
-namespace SocketASync {
+#include "core/retry.h"
+#include "runtime/runtime_core.h"
 
-int open_socket(int family, int type, int protocol) {
-  const int fd = socket(family, type | SOCK_CLOEXEC, protocol);
-  if (fd >= 0 && !fits_descriptor_set(fd)) {
-    close(fd);
+namespace runenv {
+
+unique_fd open_socket(int family, int type, int protocol) {
+  unique_fd fd(socket(family, type | SOCK_CLOEXEC, protocol));
+  if (fd.get() >= FD_SETSIZE) {
+    fd.reset();
     errno = EMFILE;
-    return -1;
   }
   return fd;
 }
 
-int look_up(const char* node, const char* service, addrinfo** list) {
+int look_up(const char* node, const char* service, AddressList* list) {
   addrinfo hints{};
   hints.ai_flags = AI_NUMERICHOST;
   hints.ai_family = AF_INET;
   hints.ai_socktype = SOCK_STREAM;
-  *list = nullptr;
-  return getaddrinfo(node, service, &hints, list);
+  addrinfo* found = nullptr;
+  const int result = getaddrinfo(node, service, &hints, &found);
+  list->reset(found);
+  return result;
 }
 
 void set_non_blocking(int fd) {
@@ -41,24 +42,28 @@ void set_no_delay(int fd) {
   setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
-bool set_unix_address(const char* path, sockaddr_un* address, unsigned int* length) {
+std::optional<UnixAddress> unix_address(const char* path) {
+  UnixAddress result{};
   const size_t path_length = std::strlen(path);
-  if (path_length >= sizeof address->sun_path) {
-    return false;
+  if (path_length >= sizeof result.address.sun_path) {
+    return std::nullopt;
   }
-  *address = sockaddr_un{};
-  address->sun_family = AF_UNIX;
-  std::memcpy(address->sun_path, path, path_length);
-  *length = static_cast<unsigned int>(path_length + 2);
-  return true;
+  result.address.sun_family = AF_UNIX;
+  std::memcpy(result.address.sun_path, path, path_length);
+  result.length = static_cast<unsigned int>(path_length + 2);
+  return result;
+}
+
+void report_long_path(const char* path) {
+  // "to long" on purpose: scripts look for the text as it is. Listeners say "too long".
+  Runtime.error("Unix domain socket path is to long (%ld)!\n",
+                static_cast<long>(std::strlen(path)));
 }
 
 int connect_waiting(int fd, const sockaddr* address, unsigned int length) {
-  int result;
-  do {
-    result = connect(fd, address, length);
-  } while (result != 0 && errno == EINTR);  // the handshake goes on; connecting again waits for it
+  // Across a signal the handshake goes on, and connecting again waits for it.
+  const int result = retry([=] { return connect(fd, address, length); });
   return result != 0 && errno == EISCONN ? 0 : result;
 }
 
-}  // namespace SocketASync
+}  // namespace runenv

@@ -1,4 +1,4 @@
-// How a connection ends, wherever that is decided.
+// Internal: how a connection ends, wherever that is decided.
 #pragma once
 
 #include <cstddef>
@@ -6,11 +6,13 @@
 #include <vector>
 
 #include "socket/connection.h"
+#include "socket/flush.h"
 
-namespace SocketASync {
+namespace runenv {
 
-// Ends the connection at `index` of its owner's vector: descriptor, closed callback, vector,
-// record. The latter two go also when the callback throws, so that it never runs twice.
+// Ends the connection at `index` of its owner's vector: descriptor, closed callback, vector and
+// flush, record. All but the first two go also when the callback throws, so that it never runs
+// twice.
 template <typename Record, typename Closed>
 void end_connection(std::vector<Record*>& owned, size_t index, const Closed& closed) {
   struct Removal {
@@ -19,12 +21,13 @@ void end_connection(std::vector<Record*>& owned, size_t index, const Closed& clo
     ~Removal() {
       const std::unique_ptr<Record> record(owned[index]);
       owned.erase(owned.begin() + static_cast<ptrdiff_t>(index));
+      leave_flush(record.get());
     }
   };
   const Removal removal{owned, index};
   Record* const record = owned[index];
-  sock_close(record->fd);
+  SocketASync::sock_close(record->fd);
   closed(record->context_object, record);
 }
 
-}  // namespace SocketASync
+}  // namespace runenv

@@ -18,7 +18,7 @@ struct EndPoint {
   std::function<void(void* context, const void* payload, unsigned short length,
                      const char* sender_path, EndPoint*)>
       callback;
-  bool closing;
+  bool closing = false;  // the next poll closes and frees it
 };
 
 // An endpoint at a path of at most 107 bytes; whatever file stands there is removed. Null on
@@ -29,17 +29,13 @@ EndPoint* endpoint_create(
                        const char* sender_path, EndPoint*)>
         callback);
 
-// Drops the callback, one that runs when it returns, and lets the next poll close and free the
-// endpoint. The file stays.
+// Drops the callback and lets the next poll close and free the endpoint. A callback that runs is
+// dropped when it returns. A second call before that poll changes nothing. The file stays.
 void endpoint_destroy(EndPoint* endpoint);
 
-// Sends one datagram to the endpoint at a path. Kept as it is: the answer compares what was sent,
-// prefix included, with `length`, so a complete send answers false like a failed one.
+// Sends one datagram to the endpoint at a path. Returns whether as many bytes were sent, prefix
+// included, as `length` says: false for a complete send as for a failed one. Kept on purpose.
 bool endpoint_sendto(EndPoint* endpoint, const char* destination_path, const void* payload,
                      unsigned short length);
-
-// Receives one datagram on a readable endpoint and hands it to the callback; poll's part of the
-// work.
-void receive_datagram(EndPoint* endpoint);
 
 }  // namespace SocketASync

@@ -1,22 +1,23 @@
 #include "socket/listener.h"
 
-#include <netdb.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
-#include <exception>
 #include <memory>
 #include <utility>
 
+#include "core/owner.h"
 #include "fs/path.h"
 #include "runtime/runtime_core.h"
 #include "socket/descriptor.h"
 #include "socket/ending.h"
+#include "socket/first_exception.h"
 #include "socket/registry.h"
+#include "socket/serving.h"
 
 namespace SocketASync {
 
@@ -25,47 +26,45 @@ using Closed = std::function<void(void*, Connection*)>;
 
 static constexpr int kBacklog = 10;
 
-static Listener* add_listener(int fd, Factory factory, Closed closed, const char* name,
-                              void* context) {
-  set_non_blocking(fd);
-  auto listener = std::make_unique<Listener>(
-      Listener{fd, std::move(factory), std::move(closed), {}, name, context});
+static Listener* add_listener(runenv::unique_fd fd, Factory factory, Closed closed,
+                              const char* name, void* context) {
+  runenv::set_non_blocking(fd.get());
+  auto listener = std::make_unique<Listener>(Listener{.fd = fd.get(),
+                                                      .factory = std::move(factory),
+                                                      .closed = std::move(closed),
+                                                      .connections = {},
+                                                      .name = name,
+                                                      .context = context});
   pending_state.listeners.push_back(listener.get());
+  fd.release();
   return listener.release();
 }
 
-// A socket of the first entry that gives one, bound to the address of the first entry of the list,
-// whichever that is. -1 when none gives a socket; -2 when binding failed, which is reported.
-static int bind_tcp(const addrinfo* list, const char* service, const char* name) {
-  int fd = -1;
+static void report_not_open(const char* service) {
+  Runtime.error("Socket[%s] not open: %s\n", service, std::strerror(errno));
+}
+
+// A socket of the first entry that gives one with SO_REUSEADDR; -1 when none does.
+static runenv::unique_fd open_reusable(const addrinfo* list) {
+  const int on = 1;
   for (const addrinfo* entry = list; entry != nullptr; entry = entry->ai_next) {
-    const int on = 1;
-    fd = open_socket(entry->ai_family, entry->ai_socktype, entry->ai_protocol);
-    if (fd < 0) {
+    auto fd = runenv::open_socket(entry->ai_family, entry->ai_socktype, entry->ai_protocol);
+    if (fd.get() < 0) {
       continue;
     }
-    if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) {
-      fd = -1;  // the socket is abandoned open
-      continue;
+    if (setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0) {
+      return fd;
     }
-    if (bind(fd, list->ai_addr, list->ai_addrlen) != 0) {
-      Runtime.error("Socket[%s] not open: %s\n", service, std::strerror(errno));
-      close(fd);
-      return -2;
-    }
-    if (genv_debug_info) {
-      Runtime.log("Socket open: %s -> %d [%s].\n", service, fd, name);
-    }
-    break;
+    fd.release();  // abandoned open, on purpose
   }
-  return fd;
+  return runenv::unique_fd();
 }
 
 Listener* create_listener(const char* node, const char* service, const char* name, void* context,
                           Factory factory, Closed closed) {
   const char* const shown_name = name != nullptr ? name : "<no-name>";
-  addrinfo* list;
-  const int lookup = look_up(node, service, &list);
+  runenv::AddressList list;
+  const int lookup = runenv::look_up(node, service, &list);
   if (lookup != 0) {
     Runtime.error("Error by getaddrinfo: %s\n", gai_strerror(lookup));
     return nullptr;
@@ -74,26 +73,31 @@ Listener* create_listener(const char* node, const char* service, const char* nam
     Runtime.error("Error getting address info, no results returned!\n");
     return nullptr;
   }
-  const int fd = bind_tcp(list, service, shown_name);
-  freeaddrinfo(list);
-  if (fd == -2) {
+  runenv::unique_fd fd = open_reusable(list.get());
+  if (fd.get() >= 0) {
+    // Always the address of the first entry, whichever gave the socket.
+    if (bind(fd.get(), list->ai_addr, list->ai_addrlen) != 0) {
+      report_not_open(service);
+      return nullptr;
+    }
+    if (genv_debug_info) {
+      Runtime.log("Socket open: %s -> %d [%s].\n", service, fd.get(), shown_name);
+    }
+  }
+  if (listen(fd.get(), kBacklog) != 0) {  // also where there is no socket: "Bad file descriptor"
+    report_not_open(service);
     return nullptr;
   }
-  if (listen(fd, kBacklog) != 0) {
-    Runtime.error("Socket[%s] not open: %s\n", service, std::strerror(errno));
-    close(fd);
-    return nullptr;
-  }
-  return add_listener(fd, std::move(factory), std::move(closed), shown_name, context);
+  return add_listener(std::move(fd), std::move(factory), std::move(closed), shown_name, context);
 }
 
 // Binds `fd` to `path` and listens there; on failure reports it.
-static bool listen_at(int fd, const char* path, const sockaddr_un& address, unsigned int length) {
+static bool listen_at(int fd, const char* path, const runenv::UnixAddress& address) {
   if (fs::path_t(path).exists() && unlink(path) != 0) {
     Runtime.error("Unable to unlink '%s': %s\n", path, std::strerror(errno));
     return false;
   }
-  if (bind(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0) {
+  if (bind(fd, address.get(), address.length) != 0) {
     Runtime.error("Unable to bind socket to '%s': %s\n", path, std::strerror(errno));
     return false;
   }
@@ -105,23 +109,22 @@ static bool listen_at(int fd, const char* path, const sockaddr_un& address, unsi
 }
 
 Listener* create_listener(const char* path, void* context, Factory factory, Closed closed) {
-  sockaddr_un address;
-  unsigned int length;
-  if (!set_unix_address(path, &address, &length)) {
+  const auto address = runenv::unix_address(path);
+  if (!address) {
+    // Clients and endpoints say "to long"; scripts look for each text as it is.
     Runtime.error("Unix domain socket path is too long (%ld)!\n",
                   static_cast<long>(std::strlen(path)));
     return nullptr;
   }
-  const int fd = open_socket(AF_UNIX, SOCK_STREAM, 0);
-  if (fd < 0) {
+  runenv::unique_fd fd = runenv::open_socket(AF_UNIX, SOCK_STREAM, 0);
+  if (fd.get() < 0) {
     Runtime.error("Unable to create socket: %s\n", std::strerror(errno));
     return nullptr;
   }
-  if (!listen_at(fd, path, address, length)) {
-    close(fd);
+  if (!listen_at(fd.get(), path, *address)) {
     return nullptr;
   }
-  return add_listener(fd, std::move(factory), std::move(closed), path, context);
+  return add_listener(std::move(fd), std::move(factory), std::move(closed), path, context);
 }
 
 void destroy_listener(Listener* listener) {
@@ -130,20 +133,18 @@ void destroy_listener(Listener* listener) {
   if (found == active.end()) {
     return;
   }
+  if (listener == runenv::visited_listener) {
+    Runtime.error("Listener '%s' destroyed by a callback of its own!\n", listener->name.c_str());
+    std::abort();
+  }
   active.erase(found);
   close(listener->fd);
-  std::exception_ptr thrown;  // by a callback; the other connections end all the same
+  runenv::FirstException failure;
   while (!listener->connections.empty()) {
-    try {
-      end_connection(listener->connections, 0, listener->closed);
-    } catch (...) {
-      thrown = thrown ? thrown : std::current_exception();
-    }
+    failure.run([&] { runenv::end_connection(listener->connections, 0, listener->closed); });
   }
   delete listener;
-  if (thrown) {
-    std::rethrow_exception(thrown);
-  }
+  failure.rethrow();
 }
 
 }  // namespace SocketASync

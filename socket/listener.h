@@ -15,7 +15,11 @@ namespace SocketASync {
 struct Listener {
   int32_t fd;
   // Called for every accepted connection; its result becomes the connection's context object. If
-  // it throws, the connection stays, with a null context object.
+  // it throws, the connection stays, with a null context object. It is also called when accepting
+  // fails, say for want of descriptors: the connection then has the descriptor -1, receives and
+  // sends nothing, and ends in the next pass. The error is reported with a dump, and accepting
+  // pauses: for 10 ms at first, twice as long after each further failure, at most 1 s, until it
+  // succeeds. A peer that has gone before it could be accepted (EAGAIN) causes neither.
   std::function<void*(void* context, Connection*)> factory;
   // Called once for every connection that has ended, with the descriptor closed already and right
   // before the record is freed.
@@ -39,8 +43,9 @@ Listener* create_listener(const char* path, void* context,
 
 // Ends a listener and its connections at once, dropping what is queued; the closed callback runs
 // for each, and the first exception out of it passes through once all have ended. A listener that
-// no poll has taken up yet is left untouched. Not to be called from a callback of the same
-// listener.
+// no poll has taken up yet is left untouched, and so is one that ends already. Not to be called
+// from a factory, receiver or closed callback of the same listener: that ends the program with a
+// message.
 void destroy_listener(Listener* listener);
 
 }  // namespace SocketASync

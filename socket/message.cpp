@@ -6,30 +6,36 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
-#include <cstring>
+#include <cstdint>
+#include <string>
+#include <string_view>
 
+#include "core/big_endian.h"
 #include "core/error.h"
 #include "core/failure.h"
+#include "core/retry.h"
 #include "runtime/runtime_core.h"
-#include "socket/encoding.h"
+#include "socket/decoder.h"
 
 namespace SocketASync {
+
+// A chunk and its length together have a size of 32 bits.
+static constexpr uint32_t kChunkLimit = UINT32_MAX - 3;
 
 static char chunk_read_buffer[4096];
 
 // Waits until the connection is readable, at most for its timeout, which signals do not prolong.
 static void wait_readable(const Connection* connection) {
   using Clock = std::chrono::steady_clock;
-  const auto deadline = Clock::now() + std::chrono::seconds(connection->timeout);
-  pollfd waited{connection->fd, POLLIN, 0};
-  int ready;
-  do {
-    const auto left = std::max(Clock::duration::zero(), deadline - Clock::now());
-    const long nanoseconds = std::chrono::nanoseconds(left).count();
-    const timespec limit{nanoseconds / 1000000000, nanoseconds % 1000000000};
-    ready = ppoll(&waited, 1, connection->timeout == 0 ? nullptr : &limit, nullptr);
-  } while (ready < 0 && errno == EINTR);
+  using std::chrono::seconds, std::chrono::nanoseconds;
+  const auto deadline = Clock::now() + seconds(connection->timeout);
+  pollfd waited{.fd = connection->fd, .events = POLLIN, .revents = 0};
+  const int ready = runenv::retry([&] {
+    const nanoseconds left = std::max(Clock::duration::zero(), deadline - Clock::now());
+    const auto whole = std::chrono::floor<seconds>(left);
+    const timespec limit{whole.count(), (left - whole).count()};
+    return ppoll(&waited, 1, connection->timeout == 0 ? nullptr : &limit, nullptr);
+  });
   if (ready < 0) {
     runenv::throw_system_failure(errno);
   }
@@ -61,22 +67,6 @@ unsigned int recv_blocked(Connection* connection, char* buffer, unsigned int cap
 
 namespace Message {
 
-// Takes the first complete chunk, unless it is longer than `capacity`.
-static unsigned int take_chunk(ChunkedState* state, char* buffer, unsigned int capacity) {
-  Chunk* const chunk = state->completed;
-  const unsigned int length = chunk->length;
-  if (length > capacity) {
-    return length;
-  }
-  state->completed = chunk->next;
-  if (length != 0) {
-    std::memcpy(buffer, chunk->data, length);
-  }
-  std::free(chunk->data);
-  delete chunk;
-  return length;
-}
-
 unsigned int Inbound::recv_chunk(char* buffer, unsigned int capacity) {
   switch (connection->encoding_kind) {
     case EncodingKind::None:
@@ -87,7 +77,7 @@ unsigned int Inbound::recv_chunk(char* buffer, unsigned int capacity) {
     default:
       throw Error(Error::Type::Internal, "Socket has an unknown encoding\n");
   }
-  auto* state = static_cast<ChunkedState*>(connection->encoder_state);
+  auto* const state = static_cast<ChunkedState*>(connection->encoder_state);
   if (!state->streaming) {
     Runtime.error("Receive chunk called, but we are not a stream!\n");
     return 0;
@@ -96,13 +86,17 @@ unsigned int Inbound::recv_chunk(char* buffer, unsigned int capacity) {
     const unsigned int n = recv_blocked(connection, chunk_read_buffer, sizeof chunk_read_buffer);
     Encoding::Chunked::collect(chunk_read_buffer, n, connection->context_object, connection);
   }
-  return take_chunk(state, buffer, capacity);
+  return runenv::take_chunk(state, buffer, capacity);
 }
 
-static void store_length(char (&header)[4], unsigned int length) {
-  for (unsigned int i = 0; i < 4; ++i) {
-    header[i] = static_cast<char>(length >> (24 - 8 * i));
+static void queue_chunk(Connection* connection, std::string_view bytes) {
+  if (bytes.size() >= kChunkLimit) {
+    runenv::throw_failure("A chunk of " + std::to_string(bytes.size()) +
+                          " bytes is too long to be sent");
   }
+  char length[4];
+  runenv::write_big_endian(length, static_cast<uint32_t>(bytes.size()));
+  connection->send_queue.push({length, sizeof length}, bytes);
 }
 
 void Outbound::send_chunk(const char* data, unsigned int length) {
@@ -111,19 +105,11 @@ void Outbound::send_chunk(const char* data, unsigned int length) {
     case EncodingKind::ZeroTerminated:
       Raw::send_raw_block(connection, data, length);
       break;
-    case EncodingKind::Chunked: {
-      if (connection->marked_closed) {
-        break;  // silent, whatever the length
+    case EncodingKind::Chunked:
+      if (!connection->marked_closed) {  // silent otherwise, whatever the length
+        queue_chunk(connection, {data, length});
       }
-      if (length >= 0xFFFFFFFC) {
-        runenv::throw_failure("A chunk of " + std::to_string(length) +
-                              " bytes is too long to be sent");
-      }
-      char header[4];
-      store_length(header, length);
-      queue_block(connection, header, sizeof header, data, length);
       break;
-    }
   }
 }
 
@@ -148,13 +134,25 @@ Outbound* create_outbound(Connection* connection) {
   return new Outbound{connection};
 }
 
+// What ends a message on the wire.
+static std::string_view message_end(EncodingKind kind) {
+  static constexpr char kZeros[4] = {};
+  switch (kind) {
+    case EncodingKind::None:
+      break;
+    case EncodingKind::ZeroTerminated:
+      return {kZeros, 1};
+    case EncodingKind::Chunked:
+      return {kZeros, 4};
+  }
+  return {};
+}
+
 void finalize_outbound(Outbound* message) {
-  static constexpr char kEnd[4] = {0, 0, 0, 0};
   Connection* const connection = message->connection;
-  if (connection->encoding_kind == EncodingKind::Chunked) {
-    queue_block(connection, kEnd, 4, nullptr, 0);
-  } else if (connection->encoding_kind == EncodingKind::ZeroTerminated) {
-    queue_block(connection, kEnd, 1, nullptr, 0);
+  const std::string_view end = message_end(connection->encoding_kind);
+  if (!end.empty() && !connection->marked_closed) {
+    connection->send_queue.push_end(end);
   }
   log_message("Finalized outbound message on '%s'.\n", connection);
   delete message;

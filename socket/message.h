@@ -5,8 +5,8 @@
 
 namespace SocketASync {
 
-// Waits for up to `capacity` bytes on a non-blocking connection and says how many came; 0 only for
-// a capacity of 0. Nothing else is served meanwhile. Throws Error when the peer closes (the
+// Waits for up to `capacity` bytes on a non-blocking connection and returns how many came; 0 only
+// for a capacity of 0. Nothing else is served meanwhile. Throws Error when the peer closes (the
 // connection is then marked closed), on a socket error, and when the connection's timeout expires.
 unsigned int recv_blocked(Connection* connection, char* buffer, unsigned int capacity);
 
@@ -17,9 +17,9 @@ struct Inbound {
   Connection* connection;
 
   // Waits for the next chunk, takes it into `buffer` and returns its length; 0 is the end of the
-  // message. A result above `capacity` is the length of the chunk, left in place for a call with
-  // more room; (nullptr, 0) so asks for the next length. On a connection without chunks it is
-  // recv_blocked. Throws as that does.
+  // message. A result above `capacity` is the length of a chunk that was left in place: call again
+  // with as much room. To query the next length, call it with (nullptr, 0). On a connection without
+  // chunks it is recv_blocked. Throws as that does.
   unsigned int recv_chunk(char* buffer, unsigned int capacity);
 };
 

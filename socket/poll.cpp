@@ -4,27 +4,28 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "runtime/runtime_core.h"
+#include "socket/accepting.h"
 #include "socket/client.h"
+#include "socket/datagram.h"
 #include "socket/descriptor.h"
 #include "socket/ending.h"
-#include "socket/endpoint.h"
-#include "socket/listener.h"
 #include "socket/registry.h"
+#include "socket/serving.h"
 
 namespace SocketASync {
 
+using std::chrono::microseconds;
+
 static char receive_buffer[4096];
 
-// Accepting ran out of descriptors or memory: the next wait leaves the listeners out, or it would
-// find them readable at once, over and over, and is short.
-static bool accepting_paused = false;
-static constexpr unsigned int kPause = 10;  // milliseconds
+namespace {
 
 // What one pass waits for.
 struct WaitSets {
@@ -43,6 +44,26 @@ struct WaitSets {
   }
 };
 
+// One pass at a time: a pass inside another would free what that still uses.
+class Pass {
+ public:
+  Pass() {
+    if (running) {
+      Runtime.error("Sockets polled by a callback of theirs!\n");
+      std::abort();
+    }
+    running = true;
+  }
+  ~Pass() { running = false; }
+  Pass(const Pass&) = delete;
+  Pass& operator=(const Pass&) = delete;
+
+ private:
+  static inline bool running = false;
+};
+
+}  // namespace
+
 void msg_init() {
   std::signal(SIGPIPE, SIG_IGN);
 }
@@ -52,26 +73,26 @@ void msg_shutdown() {}
 static void end_client(size_t index) {
   // The callback may not be destroyed while it runs: it is the record's own until then.
   Client* const client = active_state.clients[index];
-  end_connection(active_state.clients, index, client->closed);
+  runenv::end_connection(active_state.clients, index, client->closed);
 }
 
 // Adds a connection to the sets. False: it can never be ready, since its accept failed or its
 // descriptor fits no set.
 static bool watch(const Connection* connection, WaitSets* sets) {
-  if (!fits_descriptor_set(connection->fd)) {
+  if (!runenv::fits_descriptor_set(connection->fd)) {
     return false;
   }
   if (!connection->marked_closed) {
     sets->add(connection->fd, &sets->readable);
   }
-  if (connection->send_queue_head != nullptr) {
+  if (!connection->send_queue.empty()) {
     sets->add(connection->fd, &sets->writable);
   }
   return true;
 }
 
 static bool is_due(const Connection* connection) {
-  return connection->marked_closed && connection->send_queue_head == nullptr;
+  return connection->marked_closed && connection->send_queue.empty();
 }
 
 static void watch_listener(Listener* listener, bool accepting, WaitSets* sets) {
@@ -85,10 +106,10 @@ static void watch_listener(Listener* listener, bool accepting, WaitSets* sets) {
         Runtime.log("Closing connection on '%s' named '%s'.\n", listener->name.c_str(),
                     connection->name.c_str());
       }
-      end_connection(listener->connections, i, listener->closed);
+      runenv::end_connection(listener->connections, i, listener->closed);
     } else if (!watch(connection, sets)) {
-      report_socket_error("recv", connection, EBADF);
-      end_connection(listener->connections, i, listener->closed);
+      // Nothing to report: accepting it has failed, which is reported.
+      runenv::end_connection(listener->connections, i, listener->closed);
     } else {
       ++i;
     }
@@ -112,46 +133,26 @@ static void watch_clients(WaitSets* sets) {
   }
 }
 
-static void watch_endpoints(WaitSets* sets) {
+static void end_endpoint(size_t index) {
   auto& endpoints = active_state.endpoints;
+  const std::unique_ptr<EndPoint> endpoint(endpoints[index]);
+  if (genv_debug_info) {
+    Runtime.log("EndPoint '%s' closed.\n", endpoint->name.c_str());
+  }
+  sock_close(endpoint->fd);
+  endpoints.erase(endpoints.begin() + static_cast<ptrdiff_t>(index));
+}
+
+static void watch_endpoints(WaitSets* sets) {
+  const auto& endpoints = active_state.endpoints;
   for (size_t i = 0; i < endpoints.size();) {
-    const std::unique_ptr<EndPoint> closing(endpoints[i]->closing ? endpoints[i] : nullptr);
-    if (closing == nullptr) {
+    if (endpoints[i]->closing) {
+      end_endpoint(i);
+    } else {
       sets->add(endpoints[i]->fd, &sets->readable);
       ++i;
-      continue;
     }
-    if (genv_debug_info) {
-      Runtime.log("EndPoint '%s' closed.\n", closing->name.c_str());
-    }
-    sock_close(closing->fd);
-    endpoints.erase(endpoints.begin() + static_cast<ptrdiff_t>(i));
   }
-}
-
-static bool out_of_resources(int error_number) {
-  return error_number == EMFILE || error_number == ENFILE || error_number == ENOBUFS ||
-         error_number == ENOMEM;
-}
-
-// A failed accept is not looked at here: the connection made for it fits no descriptor set and is
-// lost in the next pass.
-static void accept_connection(Listener* listener) {
-  char peer[16];
-  socklen_t length = sizeof peer;
-  auto owned = std::make_unique<Connection>();
-  listener->connections.push_back(owned.get());
-  Connection* const connection = owned.release();
-  connection->fd = accept4(listener->fd, reinterpret_cast<sockaddr*>(peer), &length,
-                           SOCK_CLOEXEC | SOCK_NONBLOCK);
-  accepting_paused = accepting_paused || (connection->fd < 0 && out_of_resources(errno));
-  set_no_delay(connection->fd);
-  connection->name = listener->name + ":" + std::to_string(connection->fd);
-  if (genv_debug_info) {
-    Runtime.log("New connection on '%s' named '%s'.\n", listener->name.c_str(),
-                connection->name.c_str());
-  }
-  connection->context_object = listener->factory(listener->context, connection);
 }
 
 static void serve_listener(Listener* listener, WaitSets* sets) {
@@ -159,11 +160,11 @@ static void serve_listener(Listener* listener, WaitSets* sets) {
     if (service_connection(listener->connections[i], &sets->readable, &sets->writable)) {
       ++i;
     } else {
-      end_connection(listener->connections, i, listener->closed);
+      runenv::end_connection(listener->connections, i, listener->closed);
     }
   }
   if (FD_ISSET(listener->fd, &sets->readable)) {
-    accept_connection(listener);
+    runenv::accept_connection(listener);
   }
 }
 
@@ -177,38 +178,48 @@ static void serve_clients(WaitSets* sets) {
   }
 }
 
-// Calls `visit` with every listener, in order. A callback may destroy listeners before and after
-// the one that is visited.
-template <typename Visit>
-static void for_each_listener(const Visit& visit) {
-  const auto& listeners = active_state.listeners;
-  for (size_t i = 0; i < listeners.size(); ++i) {
-    Listener* const listener = listeners[i];
-    visit(listener);
-    while (i >= listeners.size() || listeners[i] != listener) {
-      --i;
-    }
+template <typename T>
+static void promote(std::vector<T*>& pending, std::vector<T*>& active) {
+  if (!pending.empty()) {
+    active.insert(active.end(), pending.begin(), pending.end());
+    pending.clear();
   }
 }
 
+static void promote_pending() {
+  promote(pending_state.listeners, active_state.listeners);
+  promote(pending_state.clients, active_state.clients);
+  promote(pending_state.endpoints, active_state.endpoints);
+}
+
+// The time that a pass waits. While accepting pauses it ends in time to accept again.
+static timeval wait_limit(unsigned int milliseconds, microseconds accept_pause) {
+  microseconds limit = std::chrono::milliseconds(milliseconds);
+  if (accept_pause.count() != 0) {
+    limit = std::min(limit, accept_pause);
+  }
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(limit);
+  return {seconds.count(), (limit - seconds).count()};
+}
+
 void poll(unsigned int milliseconds) {
+  const Pass pass;
   WaitSets sets;
-  const bool accepting = !accepting_paused;
-  accepting_paused = false;
-  const unsigned int wait = accepting ? milliseconds : std::min(milliseconds, kPause);
-  timeval limit{static_cast<time_t>(wait / 1000), static_cast<suseconds_t>(wait % 1000) * 1000};
+  const microseconds pause = runenv::accept_pause_left();
+  const bool accepting = pause.count() == 0;
+  timeval limit = wait_limit(milliseconds, pause);
   promote_pending();
-  for_each_listener([&](Listener* listener) { watch_listener(listener, accepting, &sets); });
+  runenv::for_each_listener([&](Listener* l) { watch_listener(l, accepting, &sets); });
   watch_clients(&sets);
   watch_endpoints(&sets);
   if (select(sets.highest + 1, &sets.readable, &sets.writable, nullptr, &limit) <= 0) {
     return;
   }
-  for_each_listener([&](Listener* listener) { serve_listener(listener, &sets); });
+  runenv::for_each_listener([&](Listener* listener) { serve_listener(listener, &sets); });
   serve_clients(&sets);
   for (EndPoint* endpoint : active_state.endpoints) {
     if (FD_ISSET(endpoint->fd, &sets.readable)) {
-      receive_datagram(endpoint);
+      runenv::receive_datagram(endpoint);
     }
   }
 }
@@ -232,23 +243,15 @@ static bool receive(Connection* connection) {
   return true;
 }
 
-static void drop_head(Connection* connection) {
-  const std::unique_ptr<SendBlock> block(connection->send_queue_head);
-  connection->send_queue_head = block->next;
-  if (connection->send_queue_head == nullptr) {
-    connection->send_queue_tail = nullptr;
-  }
-}
-
 // Sends from the head of the queue, once. False when the connection is lost.
 static bool send_head(Connection* connection) {
-  Buffer& bytes = connection->send_queue_head->bytes;
+  Buffer& bytes = connection->send_queue.head->bytes;
   const ssize_t n = send(connection->fd, bytes.get_unmanaged_array(), bytes.length(), 0);
   if (n < 0) {
     return !report_socket_error("send", connection, errno);
   }
   if (static_cast<unsigned long long>(n) == bytes.length()) {
-    drop_head(connection);
+    connection->send_queue.pop();
   } else {
     bytes.consume(static_cast<unsigned long long>(n));
   }
@@ -257,37 +260,16 @@ static bool send_head(Connection* connection) {
 
 bool service_connection(Connection* connection, fd_set* readable, fd_set* writable) {
   const int fd = connection->fd;
-  if (!fits_descriptor_set(fd)) {
+  if (!runenv::fits_descriptor_set(fd)) {
     return !report_socket_error("recv", connection, EBADF);
   }
   if (FD_ISSET(fd, readable) && !receive(connection)) {
     return false;
   }
-  if (FD_ISSET(fd, writable) && connection->send_queue_head != nullptr) {
+  if (FD_ISSET(fd, writable) && !connection->send_queue.empty()) {
     return send_head(connection);
   }
   return true;
-}
-
-void flush() {
-  struct Ended {
-    ~Ended() { flushing.clear(); }
-  };
-  const Ended ended;
-  const auto join = [](Connection* connection) {
-    if (connection->send_queue_head != nullptr) {
-      flushing.insert(connection);
-    }
-  };
-  for (const Listener* listener : active_state.listeners) {
-    std::for_each(listener->connections.begin(), listener->connections.end(), join);
-  }
-  std::for_each(active_state.clients.begin(), active_state.clients.end(), join);
-  // A connection that ends meanwhile leaves the set with its destructor.
-  while (!flushing.empty()) {
-    poll(10);
-    std::erase_if(flushing, [](const Connection* c) { return c->send_queue_head == nullptr; });
-  }
 }
 
 }  // namespace SocketASync

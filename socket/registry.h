@@ -2,13 +2,11 @@
 // them up.
 #pragma once
 
-#include <set>
 #include <vector>
 
 namespace SocketASync {
 
 struct Client;
-struct Connection;
 struct EndPoint;
 struct Listener;
 
@@ -21,12 +19,5 @@ struct state_t {
 // Both exist before main and are destroyed after it, without the objects in them.
 extern state_t pending_state;  // made since the last poll
 extern state_t active_state;   // served by poll
-
-// Moves everything pending to the active registry.
-void promote_pending();
-
-// The connections that a running flush still waits for, empty otherwise. A connection that ends
-// leaves on its own.
-extern std::set<Connection*> flushing;
 
 }  // namespace SocketASync

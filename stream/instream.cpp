@@ -5,126 +5,47 @@
 
 #include "core/allocation.h"
 #include "core/error.h"
-#include "core/short_block.h"
+#include "stream/block.h"
 #include "stream/socket_stream.h"
 
 static constexpr size_t kBlockSize = 4096;
 static constexpr size_t kReadAhead = 65536;
 
-[[noreturn]] static void throw_unknown_kind() {
-  throw Error(Error::Type::Internal, "Instream is of an unknown type\n");
-}
+InstreamCache::InstreamCache(uint32_t variant_kind, void* variant)
+    : kind(variant_kind), source(variant), collected(0) {}
 
-InstreamCache::InstreamCache(InstreamMemImpl* variant)
-    : kind(kMemory), source(variant), collected(0) {}
+InstreamCache::InstreamCache(InstreamMemImpl* variant) : InstreamCache(kMemory, variant) {}
 
-InstreamCache::InstreamCache(InstreamFSImpl* variant)
-    : kind(kFile), source(variant), collected(0) {}
+InstreamCache::InstreamCache(InstreamFSImpl* variant) : InstreamCache(kFile, variant) {}
 
-static long long read_memory(InstreamMemImpl* memory, char* destination, unsigned count) {
-  if (memory->remaining == 0) {
-    return -1;
+// Calls `operation` with the variant that the kind tag names.
+template <typename Operation>
+static auto with_variant(InstreamCache* cache, const Operation& operation) {
+  switch (cache->kind) {
+    case InstreamCache::kMemory:
+      return operation(static_cast<InstreamMemImpl*>(cache->source));
+    case InstreamCache::kFile:
+      return operation(static_cast<InstreamFSImpl*>(cache->source));
+    case InstreamCache::kSocketMessage:
+      return operation(static_cast<InstreamSockImpl*>(cache->source));
+    default:
+      throw Error(Error::Type::Internal, "Instream is of an unknown type\n");
   }
-  const unsigned long long n = std::min<unsigned long long>(memory->remaining, count);
-  if (n != 0) {  // a count of 0 may come with no destination
-    runenv_short_block_copy(destination, memory->data, n);
-    memory->data += n;
-    memory->remaining -= n;
-  }
-  return static_cast<long long>(n);
-}
-
-// Holds a block with unread bytes; false at the end of file. A read error without an end of file
-// delivers nothing and is tried again, on purpose: only the end of file ends a stream.
-static bool fill_block(InstreamFSImpl* file) {
-  while (file->block_remaining == 0) {
-    if (std::feof(file->file)) {
-      return false;
-    }
-    if (file->block == nullptr) {
-      file->block = static_cast<char*>(runenv::allocate(kBlockSize));
-    }
-    file->position = file->block;
-    file->block_remaining =
-        static_cast<uint32_t>(std::fread(file->block, 1, kBlockSize, file->file));
-  }
-  return true;
-}
-
-static long long read_file(InstreamFSImpl* file, char* destination, unsigned count) {
-  if (!fill_block(file)) {
-    return -1;
-  }
-  const unsigned n = std::min(file->block_remaining, count);
-  if (n != 0) {  // a count of 0 may come with no destination
-    runenv_short_block_copy(destination, file->position, n);
-    file->position += n;
-    file->block_remaining -= n;
-  }
-  return n;
 }
 
 long long InstreamCache::read_block(char* destination, unsigned count) {
-  switch (kind) {
-    case kMemory:
-      return read_memory(static_cast<InstreamMemImpl*>(source), destination, count);
-    case kFile:
-      return read_file(static_cast<InstreamFSImpl*>(source), destination, count);
-    case kSocketMessage:
-      return static_cast<InstreamSockImpl*>(source)->read_block(destination, count);
-    default:
-      throw_unknown_kind();
-  }
+  return with_variant(this, [=](auto* variant) { return variant->read_block(destination, count); });
 }
 
 unsigned InstreamCache::available_bytes() {
-  switch (kind) {
-    case kMemory:
-      return static_cast<unsigned>(static_cast<InstreamMemImpl*>(source)->remaining);
-    case kFile: {
-      auto* file = static_cast<InstreamFSImpl*>(source);
-      fill_block(file);
-      return file->block_remaining;
-    }
-    case kSocketMessage:
-      return static_cast<InstreamSockImpl*>(source)->block_remaining;
-    default:
-      throw_unknown_kind();
-  }
-}
-
-// Moves the rest of a file to `target`: a block that makes it grow, then straight into the spare
-// bytes that this has made.
-static void collect_file(InstreamFSImpl* file, Buffer* target) {
-  while (fill_block(file)) {
-    target->append(file->position, file->block_remaining);
-    file->block_remaining = 0;
-    if (!std::feof(file->file)) {
-      const unsigned long long spare = target->capacity - target->size;
-      target->size += std::fread(target->array + target->size, 1, spare, file->file);
-    }
-  }
+  return with_variant(this, [](auto* variant) { return variant->available_bytes(); });
 }
 
 char* InstreamCache::read(bool terminate, Buffer* target) {
   if (target == nullptr) {
     target = &collected;
   }
-  switch (kind) {
-    case kMemory: {
-      const auto* memory = static_cast<InstreamMemImpl*>(source);
-      target->append(memory->data, memory->remaining);
-      break;
-    }
-    case kFile:
-      collect_file(static_cast<InstreamFSImpl*>(source), target);
-      break;
-    case kSocketMessage:
-      static_cast<InstreamSockImpl*>(source)->drain_block(target);
-      break;
-    default:
-      throw_unknown_kind();
-  }
+  with_variant(this, [target](auto* variant) { variant->collect(target); });
   if (terminate) {
     target->append("", 1);
   }
@@ -137,10 +58,65 @@ InstreamMemImpl::InstreamMemImpl(const char* bytes, unsigned long long length)
 InstreamMemImpl::InstreamMemImpl(Buffer* buffer)
     : InstreamMemImpl(buffer->get_unmanaged_array(), buffer->length()) {}
 
+long long InstreamMemImpl::read_block(char* destination, unsigned count) {
+  if (remaining == 0) {
+    return -1;
+  }
+  return static_cast<long long>(runenv::take(&data, &remaining, destination, count));
+}
+
+unsigned InstreamMemImpl::available_bytes() const {
+  return static_cast<unsigned>(remaining);
+}
+
+void InstreamMemImpl::collect(Buffer* target) const {
+  target->append(data, remaining);
+}
+
 InstreamFSImpl::InstreamFSImpl(FILE* open_file) : cache(this), file(open_file) {}
 
 InstreamFSImpl::~InstreamFSImpl() {
   std::free(block);
+}
+
+// Holds a block with unread bytes; false at the end of file. A read error leaves the block empty
+// and is tried again, on purpose: only the end of file ends a stream.
+bool InstreamFSImpl::fill_block() {
+  while (block_remaining == 0) {
+    if (std::feof(file)) {
+      return false;
+    }
+    if (block == nullptr) {
+      block = static_cast<char*>(runenv::allocate(kBlockSize));
+    }
+    position = block;
+    block_remaining = static_cast<uint32_t>(std::fread(block, 1, kBlockSize, file));
+  }
+  return true;
+}
+
+long long InstreamFSImpl::read_block(char* destination, unsigned count) {
+  if (!fill_block()) {
+    return -1;
+  }
+  return runenv::take(&position, &block_remaining, destination, count);
+}
+
+unsigned InstreamFSImpl::available_bytes() {
+  fill_block();
+  return block_remaining;
+}
+
+// Appends a block, which makes the target grow, then reads straight into the spare bytes of it.
+void InstreamFSImpl::collect(Buffer* target) {
+  while (fill_block()) {
+    target->append(position, block_remaining);
+    block_remaining = 0;
+    if (!std::feof(file)) {
+      const unsigned long long spare = target->capacity - target->size;
+      target->size += std::fread(target->array + target->size, 1, spare, file);
+    }
+  }
 }
 
 InstreamPathImpl::InstreamPathImpl(const fs::path_t& path)
@@ -154,9 +130,9 @@ InstreamPathImpl::~InstreamPathImpl() {
   std::free(read_ahead);
 }
 
-// Reads as many whole blocks of a file as `count` holds right into `destination`; 0 when a block
-// has unread bytes, at the end of file, and for a short read. Block by block leads to the same
-// position.
+// Reads as many whole blocks of a file as `count` holds right into `destination`. Returns 0 when a
+// block has unread bytes, at the end of file, and for a `count` below a block. The file's position is then the
+// same as after reading block by block.
 static size_t read_whole_blocks(InstreamCache* cache, char* destination, unsigned count) {
   if (cache->kind != InstreamCache::kFile || count < kBlockSize) {
     return 0;

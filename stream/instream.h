@@ -1,10 +1,10 @@
 // Buffered input over memory, a file or an inbound socket message.
 //
 // A reader is an InstreamCache, whose kind tag says which variant object holds its source; readers
-// are handed around as Instream, a one-pointer handle. The variants own the reader and, where said,
-// the source. None of them may be copied or moved.
+// are handed around as Instream, a one-pointer handle. A variant owns its reader. It borrows its
+// source, but for InstreamPathImpl, which owns it. Variants cannot be copied or moved.
 //
-// Read errors of a file are not reported: a read that fails, as on a broken disk, is tried again at
+// Read errors of a file are not reported. A read that fails, as on a broken disk, is tried again at
 // once, for as long as it fails. Only the end of file ends the stream.
 #pragma once
 
@@ -30,23 +30,29 @@ class InstreamCache final {
   InstreamCache(const InstreamCache&) = delete;
   InstreamCache& operator=(const InstreamCache&) = delete;
 
-  // Delivers up to `count` bytes, at most what the current block holds, and says how many; -1 at
+  // Delivers up to `count` bytes, at most what the current block holds, and returns how many; -1 at
   // the end of data.
   long long read_block(char* destination, unsigned count);
 
-  // How many bytes can be read without waiting: what memory has left, or what the current block
-  // holds. A file fetches its next block first; a socket message never does.
+  // How many bytes can be read without waiting: what memory has left, as 32 bits, or what the
+  // current block holds. A file fetches its next block first; a socket message never does.
   unsigned available_bytes();
 
   // Appends the rest of the stream to `target` (null: to `collected`), then one NUL byte when
-  // `terminate` is true. Returns the target's unread bytes, owned by the target. Memory is not
-  // consumed by this; of a socket message only the chunk already held is taken.
+  // `terminate` is true. Returns the target's unread bytes, which the target owns. This does not
+  // consume memory. Of a socket message it takes only the chunk already held.
   char* read(bool terminate, Buffer* target);
 
   uint32_t kind;
   void* source;  // the variant object
   Buffer collected;
+
+ private:
+  InstreamCache(uint32_t variant_kind, void* variant);
 };
+
+// Every variant has read_block, available_bytes and collect, the part of InstreamCache's operations
+// that differs: `collect` appends the rest of the stream to `target`.
 
 // A reader over `remaining` bytes at `data`, which it borrows.
 class InstreamMemImpl final {
@@ -57,6 +63,10 @@ class InstreamMemImpl final {
   explicit InstreamMemImpl(Buffer* buffer);
 
   InstreamCache* stream() { return &cache; }
+
+  long long read_block(char* destination, unsigned count);
+  unsigned available_bytes() const;
+  void collect(Buffer* target) const;
 
   InstreamCache cache;
   const char* data;
@@ -73,11 +83,18 @@ class InstreamFSImpl {
 
   InstreamCache* stream() { return &cache; }
 
+  long long read_block(char* destination, unsigned count);
+  unsigned available_bytes();
+  void collect(Buffer* target);
+
   InstreamCache cache;
   FILE* file;
   char* block = nullptr;     // malloc'ed, null until the first read
   char* position = nullptr;  // the next unread byte of the block
   uint32_t block_remaining = 0;
+
+ private:
+  bool fill_block();
 };
 
 // A reader over the file at a path, which it opens and closes. Throws Error when the file cannot
@@ -102,8 +119,8 @@ class Instream {
   unsigned available_bytes() { return cache->available_bytes(); }
   InstreamCache* cstream() { return cache; }
 
-  // True when exactly `count` bytes were delivered; false when the stream ended first, with what
-  // came so far in `destination`.
+  // True when exactly `count` bytes were delivered. False when the stream ended first; what came so
+  // far is in `destination`.
   bool read_len(char* destination, unsigned count);
 
  private:

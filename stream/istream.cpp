@@ -1,20 +1,22 @@
 #include "stream/istream.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
 #include "core/allocation.h"
-#include "core/short_block.h"
+#include "fs/file_interface.h"
+#include "stream/block.h"
+
+static_assert(sizeof(istream_file) == 32, "C callers rely on four 64-bit words");
+static_assert(SEEK_SET == 0 && SEEK_CUR == 1 && SEEK_END == 2, "C callers give the numbers");
 
 static unsigned long long memory_read_len(istream* stream, char* destination,
                                           unsigned long long count) {
   auto* memory = reinterpret_cast<istream_memory*>(stream);
-  const unsigned long long n = std::min(memory->length - memory->position, count);
-  if (n != 0) {
-    runenv_short_block_copy(destination, memory->data + memory->position, n);
-    memory->position += n;
-  }
+  const char* unread = memory->data + memory->position;
+  unsigned long long remaining = memory->length - memory->position;
+  const unsigned long long n = runenv::take(&unread, &remaining, destination, count);
+  memory->position += n;
   return n;
 }
 
@@ -32,11 +34,11 @@ static int memory_move(istream_memory* memory, unsigned long long start, long lo
 static int memory_seek_pos(istream* stream, int origin, long long offset) {
   auto* memory = reinterpret_cast<istream_memory*>(stream);
   switch (origin) {
-    case 0:
+    case SEEK_SET:
       return memory_move(memory, 0, offset);
-    case 1:
+    case SEEK_CUR:
       return memory_move(memory, memory->position, offset);
-    case 2:
+    case SEEK_END:
       return memory_move(memory, memory->length, offset);
     default:
       return -1;
@@ -60,17 +62,56 @@ void istream_destroy(istream* stream) {
 
 istream* istream_create_memory(const char* data, unsigned long long length) {
   auto* memory = static_cast<istream_memory*>(runenv::allocate(sizeof(istream_memory)));
-  *memory = istream_memory{{memory_read_len, memory_seek_pos, nullptr}, data, length, 0};
+  *memory = istream_memory{
+      .functions = {.read_len = memory_read_len, .seek_pos = memory_seek_pos, .destroy = nullptr},
+      .data = data,
+      .length = length,
+      .position = 0};
   return &memory->functions;
 }
 
-istream* istream_create_stdin(void) {
-  auto* record = static_cast<istream_file*>(runenv::allocate(sizeof(istream_file)));
-  *record = istream_file{{istream_stdio_read_len, nullptr, nullptr}, stdin};
-  return &record->functions;
+static FILE* file_of(istream* stream) {
+  return reinterpret_cast<istream_file*>(stream)->file;
 }
 
 unsigned long long istream_stdio_read_len(istream* stream, char* destination,
                                           unsigned long long count) {
-  return std::fread(destination, 1, count, reinterpret_cast<istream_file*>(stream)->file);
+  return std::fread(destination, 1, count, file_of(stream));
+}
+
+static int file_seek_pos(istream* stream, int origin, long long offset) {
+  switch (origin) {
+    case SEEK_SET:
+    case SEEK_CUR:
+    case SEEK_END:
+      return std::fseek(file_of(stream), offset, origin);
+    default:
+      return static_cast<int>(offset);  // no seek; kept as it is
+  }
+}
+
+static int file_destroy(istream* stream) {
+  return std::fclose(file_of(stream));
+}
+
+static istream* create_file(const istream& functions, FILE* file) {
+  auto* record = static_cast<istream_file*>(runenv::allocate(sizeof(istream_file)));
+  *record = istream_file{.functions = functions, .file = file};
+  return &record->functions;
+}
+
+istream* istream_create_stdin(void) {
+  return create_file({.read_len = istream_stdio_read_len, .seek_pos = nullptr, .destroy = nullptr},
+                     stdin);
+}
+
+// Here and not in fs/, since the record is this folder's.
+istream* fs_open_read(bucket_t* path) {
+  FILE* const file = std::fopen(bucket_cstring(path), "rbe");
+  if (file == nullptr) {
+    return nullptr;
+  }
+  return create_file(
+      {.read_len = istream_stdio_read_len, .seek_pos = file_seek_pos, .destroy = file_destroy},
+      file);
 }

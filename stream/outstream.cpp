@@ -32,7 +32,7 @@ void OutstreamCache::write_pieces(const char* bytes, unsigned long long n) {
   }
 }
 
-// A file that is closed already takes no more.
+// What comes after the file was closed is dropped.
 static void write_file(FILE* file, const char* bytes, uint64_t n) {
   if (file != nullptr) {
     std::fwrite(bytes, 1, n, file);
@@ -81,7 +81,7 @@ OutstreamPathImpl::OutstreamPathImpl(const fs::path_t& path, bool create_parents
 int OutstreamPathImpl::finalize() {
   cache.flush();
   if (file != nullptr) {
-    const bool failed = std::ferror(file) != 0;  // fclose forgets what an earlier write has lost
+    const bool failed = std::ferror(file) != 0;  // fclose does not tell of earlier writes
     const bool closed = std::fclose(file) == 0;
     file = nullptr;
     result = closed && !failed ? 0 : EOF;
@@ -94,7 +94,7 @@ void Outstream::write(const char* text) {
 }
 
 extern "C" void outstream_api_write(OutstreamCache* cache, const char* text) {
-  cache->write(text, std::strlen(text));
+  Outstream(cache).write(text);
 }
 
 extern "C" void outstream_api_write_len(OutstreamCache* cache, const char* bytes,

@@ -1,13 +1,13 @@
 // Staged output to memory, a file or an outbound socket message.
 //
 // A writer is an OutstreamCache, whose kind tag says which variant object holds its sink. It
-// gathers bytes in a stage of 1 MiB, so that the sink sees few and large pieces; a full stage is
+// gathers bytes in a stage of 1 MiB, so that the sink sees few and large pieces. A full stage is
 // handed on by the write that follows. Writers are handed around as Outstream, a one-pointer
-// handle. The variants own the writer and, where said, the sink. None of them may be copied or
-// moved.
+// handle. A variant owns its writer. OutstreamMemImpl and OutstreamPathImpl own their sinks, too;
+// the others borrow theirs. Variants cannot be copied or moved.
 //
-// Write errors of a file are not detected while writing: the file keeps them for ferror, and
-// OutstreamPathImpl::finalize reports them.
+// Write errors of a file are not detected while writing. The file keeps them for ferror, and
+// OutstreamPathImpl::finalize returns them.
 #pragma once
 
 #include <cstdint>
@@ -34,7 +34,7 @@ class OutstreamCache final {
   OutstreamCache(const OutstreamCache&) = delete;
   OutstreamCache& operator=(const OutstreamCache&) = delete;
 
-  // Flushes what is staged; a flush that throws here ends the process.
+  // Flushes what is staged. A flush that throws here ends the process.
   ~OutstreamCache();
 
   // Stages `n` bytes.
@@ -47,7 +47,7 @@ class OutstreamCache final {
     staged += n;
   }
 
-  // Hands the staged bytes, if any, to the sink; an unknown kind drops them.
+  // Hands the staged bytes, if any, to the sink. An unknown kind drops them.
   void flush();
 
   uint32_t kind;
@@ -67,7 +67,7 @@ class OutstreamMemImpl final {
 
   OutstreamCache* stream() { return &cache; }
 
-  // Delivers what is staged, then one NUL byte (counted in the size) when `terminate` is true.
+  // Delivers what is staged, then one NUL byte, counted in the size, when `terminate` is true.
   void finalize(bool terminate);
 
   Buffer buffer;
@@ -88,18 +88,19 @@ class OutstreamFSImpl {
   OutstreamCache cache;
 };
 
-// A writer into the file at a path, created or emptied, after the directories above it when
-// `create_parents` is true. Throws Error when the file cannot be opened. The base is private
-// because a finalize through it would leave the file open.
+// A writer into the file at a path. It creates or empties the file, with `create_parents` after the
+// directories above it. Throws Error when the file cannot be opened. The base is private because a
+// finalize through it would leave the file open.
 class OutstreamPathImpl final : private OutstreamFSImpl {
  public:
   using OutstreamFSImpl::cache, OutstreamFSImpl::file, OutstreamFSImpl::stream;
 
   OutstreamPathImpl(const fs::path_t& path, bool create_parents);
 
-  // Delivers what is staged and closes the file: 0, or EOF when not all that was ever written has
-  // reached the file. A second call changes nothing and returns the same; what is written after the
-  // first, when `file` is null, is dropped. A writer that is never finalised leaves its file open.
+  // Delivers what is staged and closes the file. Returns 0, or EOF when not all that was ever
+  // written has reached the file. A second call changes nothing and returns the same. `file` is
+  // null then, and what is written is dropped. A writer that is never finalised leaves its file
+  // open.
   [[nodiscard]] int finalize();
 
  private:

@@ -1,16 +1,14 @@
 #include "stream/socket_stream.h"
 
-#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include "core/allocation.h"
 #include "core/failure.h"
 #include "socket/message.h"
+#include "stream/block.h"
 
-InstreamCache::InstreamCache(InstreamSockImpl* variant)
-    : kind(kSocketMessage), source(variant), collected(0) {}
+InstreamCache::InstreamCache(InstreamSockImpl* variant) : InstreamCache(kSocketMessage, variant) {}
 
 InstreamSockImpl::InstreamSockImpl(SocketASync::Message::Inbound* inbound)
     : message(inbound), cache(this) {}
@@ -26,7 +24,6 @@ bool InstreamSockImpl::fetch_chunk() {
     return false;
   }
   std::free(block);
-  block = nullptr;
   block = static_cast<char*>(runenv::allocate(size));
   position = block;
   const unsigned received = message->recv_chunk(block, size);
@@ -42,19 +39,12 @@ long long InstreamSockImpl::read_block(char* destination, unsigned count) {
   if (block_remaining == 0 && !fetch_chunk()) {
     return -1;
   }
-  const unsigned n = std::min(block_remaining, count);
-  if (n != 0) {  // a count of 0 may come with no destination
-    std::memcpy(destination, position, n);
-    position += n;
-    block_remaining -= n;
-  }
-  return n;
+  return runenv::take(&position, &block_remaining, destination, count);
 }
 
-void InstreamSockImpl::drain_block(Buffer* target) {
+void InstreamSockImpl::collect(Buffer* target) {
   if (block_remaining != 0) {
     target->append(position, block_remaining);
-    position += block_remaining;
     block_remaining = 0;
   }
 }

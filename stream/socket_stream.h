@@ -1,4 +1,4 @@
-// The socket message variants of the streams: reading the chunks of an inbound message, writing
+// The socket message variants of the streams: they read the chunks of an inbound message and write
 // chunks of an outbound one.
 #pragma once
 
@@ -25,13 +25,14 @@ class InstreamSockImpl final {
 
   InstreamCache* stream() { return &cache; }
 
-  // The reader's part of read_block: waits for a chunk where none is held. Throws Error as
-  // recv_chunk does, and when a chunk arrives short. After the -1 of the message's end do not call
-  // it again: it would wait for the next message and read that.
+  // Waits for a chunk where none is held. Throws Error as recv_chunk does, and when a chunk arrives
+  // short. Do not call it again after the -1 at the message's end: it would wait for the next
+  // message and read that.
   long long read_block(char* destination, unsigned count);
 
-  // Appends what is held of the current chunk to `target`; no further chunk is waited for.
-  void drain_block(Buffer* target);
+  // These two wait for nothing: they see the chunk that is held.
+  unsigned available_bytes() const { return block_remaining; }
+  void collect(Buffer* target);
 
   SocketASync::Message::Inbound* message;
   char* block = nullptr;     // malloc'ed, the current chunk; null at first
@@ -54,10 +55,11 @@ class OutstreamSockImpl final {
 
   OutstreamCache* stream() { return &cache; }
 
-  // Sends what is staged and ends the message, if one was begun; the next write begins another.
+  // Sends what is staged and ends the message, if one was begun. The next write begins another.
   void finalize();
 
-  // The writer's part of a flush: sends `n` bytes as one chunk, beginning a message where none is.
+  // The writer's part of a flush: sends `n` bytes as one chunk, of a new message where none is
+  // begun.
   void send_staged(const char* bytes, uint64_t n);
 
   SocketASync::Connection* connection;

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <array>
@@ -9,6 +10,7 @@
 #include "core/bucket.h"
 #include "core/buffer.h"
 #include "core/c_string.h"
+#include "core/dymarray.h"
 #include "core/dympage.h"
 #include "core/dympool.h"
 #include "core/string.h"
@@ -38,13 +40,28 @@ TEST(Strings, AreComparedCopiedAndReleased) {
   EXPECT_EQ(array.get_unmanaged_strings(), nullptr);
 }
 
+TEST(Strings, UpdatingFreesTheContentBefore) {
+  String text;
+  StringArray array;
+  const std::string content(5000, 'x');  // larger than the blocks that malloc keeps aside
+  const char* const source[] = {content.c_str(), content.c_str()};
+  text.update_from(content.c_str());
+  array.update_from(source, 2);
+  const size_t in_use = mallinfo2().uordblks;  // 0 under a sanitizer, which sees leaks itself
+  text.update_from(content.c_str());
+  array.update_from(source, 2);
+  EXPECT_LT(mallinfo2().uordblks, in_use + content.size());
+}
+
 // How buffers and builders grow is held against models under fuzz/.
 TEST(Buffer, TakesItsOwnBytesAndKeepsItsReadOffset) {
   Buffer buffer(0);
   buffer.append("abcdefgh", 8);
   buffer.append(buffer.array + 1, 3);  // they move as it grows
   EXPECT_EQ(std::string(buffer.array, buffer.size), "abcdefghbcd");
-  buffer.consume(17);  // beyond the capacity of 16
+  buffer.consume(12);  // beyond what is written, but not beyond the capacity of 16
+  EXPECT_EQ(buffer.get_unmanaged_array(), buffer.array + 12);
+  buffer.consume(5);
   EXPECT_STREQ(buffer.get_unmanaged_array(), "");
   buffer.release();
   EXPECT_EQ(buffer.consumed, 17U);
@@ -90,6 +107,13 @@ TEST(Dympage, CarvesAlignedZeroedBlocksFromPages) {
   dympage_destroy(&pages);
   dympage_destroy(&pages);
 
+  dympage_init2(&pages, 99);
+  dympage_alloc(&pages, 98, 1);  // the padding of the next block is larger than the byte left
+  auto* last = static_cast<char*>(dympage_alloc(&pages, 8, 64));
+  const auto padding = last - reinterpret_cast<char*>(pages.page + 1);
+  EXPECT_EQ(dympage_overhead(&pages), static_cast<unsigned long long>(1 + 99 - 8 - padding));
+  dympage_destroy(&pages);
+
   for (int round = 0; round < 2; ++round) {
     dympage_t* own = dympage_create2(4096);
     EXPECT_EQ(dympage_overhead(own), 4080U);  // the handle itself takes 16
@@ -131,4 +155,14 @@ TEST(Dympool, HandsOutFreshPagesFromTheTopAndReusesWhatIsFreed) {
     dympool_init(&refused, size, per_page);
     EXPECT_EQ(dympool_alloc(&refused), nullptr);
   }
+}
+
+TEST(Exhaustion, EndsTheProcessInTheCFamilies) {
+  dymarray_t array;
+  dymarray_init(&array, 1ULL << 32, 1ULL << 32);  // the product is 0 in 64 bits
+  EXPECT_DEATH(dymarray_alloc(&array), "Out of memory!");
+  dympool_t pool;
+  dympool_init(&pool, 1ULL << 32, 1ULL << 32);
+  EXPECT_DEATH(dympool_alloc(&pool), "Out of memory!");
+  EXPECT_DEATH(dympage_create2(~0ULL), "Out of memory!");
 }

@@ -17,6 +17,7 @@
 #include "fs/file_interface.h"
 #include "fs/iterator.h"
 #include "fs/path.h"
+#include "stream/istream.h"
 #include "tests/files.h"
 
 using FsTest = ScratchTest;
@@ -60,12 +61,17 @@ TEST_F(FsTest, FailuresSayWhatAndWhy) {
       {long_name, make_all, "Unable to create directory '" + long_name + "': File name too long"},
       {chain, make_all, "Unable to create directory '" + refused + "': File name too long"},
       {"", make_all, "empty string is not a path"},
-      {"no", [](path_t path) { fs::iterator_t(path, true).get_path(); },
+      {"no",
+       [](path_t path) {
+         fs::iterator_t nothing(path, true);
+         nothing.move_next();
+         nothing.get_path();
+       },
        "Directory iterator is past end"},
   };
   for (const auto& [path, action, message] : kRows) {
     try {
-      action(path.c_str());
+      action(path);
       ADD_FAILURE() << message;
     } catch (const Error& error) {
       EXPECT_EQ(error.type, Error::Type::Failure);
@@ -74,7 +80,8 @@ TEST_F(FsTest, FailuresSayWhatAndWhy) {
   }
   // What was made before the long name, or the long chain, failed.
   EXPECT_TRUE(path_t("x").is_directory());
-  EXPECT_TRUE(path_t(refused.c_str()).dir_name().is_directory());
+  EXPECT_THROW(path_t(nullptr), std::logic_error);
+  EXPECT_TRUE(path_t(refused).dir_name().is_directory());
 }
 
 TEST_F(FsTest, DirectoriesAreMadeQueriedAndRemoved) {
@@ -121,6 +128,7 @@ TEST_F(FsTest, ListingsLeaveOutWhatIsHidden) {
       EXPECT_EQ(it.get_path().cstring(), std::string("d/") + it.get_name());
       names.insert(it.get_name());
     }
+    it.move_next();  // past the end
     EXPECT_THROW(it.get_name(), Error);
     EXPECT_EQ(names, include_hidden ? Names({"...", ".profile", "x"}) : Names({"x"}));
   }
@@ -136,7 +144,7 @@ TEST_F(FsTest, ListingsLeaveOutWhatIsHidden) {
   EXPECT_EQ(fs_dir_read(&listing), 0);  // past the end
 }
 
-TEST_F(FsTest, CFunctionsAnswerPlainIntegers) {
+TEST_F(FsTest, CFunctionsReturnPlainIntegers) {
   write_file("f", "12345");
   ASSERT_EQ(mkfifo("fifo", 0600), 0);
   const sockaddr_un address{AF_UNIX, "sock"};
@@ -152,8 +160,8 @@ TEST_F(FsTest, CFunctionsAnswerPlainIntegers) {
   getrlimit(RLIMIT_STACK, &stack);
   stack.rlim_cur = 1 << 20;
   setrlimit(RLIMIT_STACK, &stack);
-  using Answers = std::vector<std::pair<const char*, long long>>;
-  const std::pair<std::function<long long(bucket_t*)>, Answers> kSteps[] = {
+  using Results = std::vector<std::pair<const char*, long long>>;
+  const std::pair<std::function<long long(bucket_t*)>, Results> kSteps[] = {
       {fs_type, {{"no", 0}, {"fifo", 1}, {"f", 2}, {".", 3}, {"sock", 4}}},
       {fs_exists, {{"no", 0}, {"f", 1}}},
       {fs_realpath, {{"no", -1}}},
@@ -172,12 +180,12 @@ TEST_F(FsTest, CFunctionsAnswerPlainIntegers) {
       {fs_size, {{"m", 0}}},
       {fs_type, {{"f/x", 2}}},
       {fs_remove, {{"m", 0}, {"m", -1}}},
-      // What has been removed whole answers like what has not, as ever.
+      // The result is the same whether or not all was removed.
       {fs_remove_recursive, {{"d", -1}}},
       {fs_exists, {{"d", 0}}},
   };
-  for (const auto& [call, answers] : kSteps) {
-    for (const auto& [path, answer] : answers) EXPECT_EQ(call(Bucket(path)), answer) << path;
+  for (const auto& [call, results] : kSteps) {
+    for (const auto& [path, result] : results) EXPECT_EQ(call(Bucket(path)), result) << path;
   }
   EXPECT_EQ(files::status("fifo").permissions(), files::perms{0640});
   Bucket here(".");

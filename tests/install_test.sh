@@ -52,7 +52,8 @@ versions=$(pkg-config --modversion runenv && moved/bin/runenv-versions --version
   $(pkg-config --cflags runenv) all.cpp
 
 # With pkg-config's words a C compiler links a C program.
-"$CC" $CFLAGS -std=c11 "$tests/c_interface.c" $(pkg-config --cflags --libs runenv) -o linked
+"$CC" $CFLAGS $LINK_CXX -std=c11 "$tests/c_interface.c" $(pkg-config --cflags --libs runenv) \
+  -o linked
 ./linked >log
 
 # The ways of docs/embedding.md: 1 fetches a repository, 2 takes a folder, 3 and 4 what is installed.
@@ -88,7 +89,7 @@ grep -q 'CPACK_GENERATOR "DEB"' "$build/CPackConfig.cmake" || {
 for package in "$archive"/build/*.deb; do
   dpkg-deb -x "$package" unpacked
 done
-dpkg-deb -f "$archive"/build/runenv_*.deb Depends | grep '^curl, tar .*libstdc++6 ' || fail Depends
+dpkg-deb -f "$archive"/build/runenv_*.deb Depends | grep '^curl, tar .*libc6 ' || fail Depends
 unpacked/usr/bin/runenv-bootstrap --help 2>&1 | grep -q 'version info' || fail "the packaged program"
 for page in "$source"/docs/man/*.1; do
   gzip -dc "unpacked/usr/share/man/man1/${page##*/}.gz" | cmp - "$page"

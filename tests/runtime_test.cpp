@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -45,6 +46,7 @@ TEST(Console, WritesMessagesBehindAnOptionalPrefix) {
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     row.action();
+    EXPECT_EQ(lseek(STDOUT_FILENO, 0, SEEK_CUR), std::ssize(row.out));  // it is there at once
     EXPECT_EQ(testing::internal::GetCapturedStdout(), row.out);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), row.err);
     Runtime.reset_prefix();

@@ -2,11 +2,14 @@
 #include <sys/resource.h>
 
 #include <cstring>
+#include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "core/buffer.h"
 #include "core/c_string.h"
+#include "schema/update.h"
 #include "schema/version_info.h"
 #include "schema/version_info_bin.h"
 
@@ -15,7 +18,7 @@ using entry_t = image___version_info___root___system_types_t;
 using iterator_t = image___version_info___root___system_types_t___iterator_t;
 using strings = std::vector<std::string>;
 
-// The families of names.
+// The prefixes of the names.
 #define DOCUMENT(name) image___version_info___##name
 #define ROOT(name) image___version_info___root_t___##name
 #define ENTRY(name) image___version_info___root___system_types_t___##name
@@ -45,6 +48,71 @@ struct Document {
   }
 };
 
+// Parses a line of words. Returns the members of the record: presence, mark and value of each.
+static std::string parse(const std::string& line) {
+  std::istringstream stream(line);
+  const strings words{std::istream_iterator<std::string>(stream), {}};
+  std::vector<const char*> argv;
+  for (const std::string& word : words) argv.push_back(word.c_str());
+  image___update___root_t root;
+  memset(&root, 'x', sizeof root);  // the parser clears the flags itself
+  image___update___do_parse(static_cast<int>(argv.size()), argv.data(), &root);
+  const auto member = [](uint32_t present, char assigned, const char* value) {
+    return std::to_string(present) + assigned + (present != 0 ? value : "") + " ";
+  };
+  return member(root.target.present, root.target.assigned, root.target.value) +
+         member(root.temp_cache.present, root.temp_cache.assigned, root.temp_cache.value) +
+         member(root.skip_platform.present, root.skip_platform.assigned, "") +
+         member(root.lock_latest.present, root.lock_latest.assigned, "") +
+         root.version_info.assigned + root.version_info.value;
+}
+
+TEST(Update, WordsFillTheMembers) {
+  const std::pair<const char*, const char*> kRows[] = {
+      {"p v", "0x 0x 0x 0x %v"},
+      {"p --target mac v", "1%mac 0x 0x 0x %v"},
+      {"p --temp-cache d v", "0x 1%d 0x 0x %v"},
+      {"p --skip-platform v", "0x 0x 1% 0x %v"},
+      {"p --lock-latest v", "0x 0x 0x 1% %v"},
+      {"p --target mac --temp-cache d --skip-platform --lock-latest v", "1%mac 1%d 1% 1% %v"},
+      {"p --target --temp-cache --temp-cache --target --help",
+       "1%--temp-cache 1%--target 0x 0x %--help"},
+      {"p --target=mac", "0x 0x 0x 0x %--target=mac"},
+      {"p --lock-latest --lock-latest", "0x 0x 0x 1% %--lock-latest"}};
+  for (const auto& [line, members] : kRows) EXPECT_EQ(parse(line), members);
+}
+
+TEST(Update, WrongWordsAreReportedWithACaret) {
+  testing::internal::CaptureStderr();
+  image___update___do_document();
+  const std::string usage = testing::internal::GetCapturedStderr();
+  const std::string none = " requires an argument, but no argument is available";
+  const std::string version_info = "path 'version info'" + none;
+  const std::string superfluous = "superfluous command line argument(s)";
+  const std::tuple<std::string, int, std::string> kRows[] = {
+      {"p", 3, version_info},
+      {"p --target mac", 16, version_info},
+      {"p --temp-cache d", 18, version_info},
+      {"p --skip-platform", 19, version_info},
+      {"p --lock-latest", 17, version_info},
+      {"p --target", 12, "text 'platform'" + none},
+      {"p --target mac --temp-cache", 29, "path 'directory'" + none},
+      {"p v more words", 5, superfluous},
+      {"p --help v", 10, superfluous},
+      {"p --target a --target b v", 23, superfluous},
+      {"p --skip-platform --temp-cache d v", 32, superfluous},
+      {"p --lock-latest --target mac v", 26, superfluous}};
+  using namespace testing;
+  for (const auto& [line, column, message] : kRows) {
+    EXPECT_EXIT(parse(line), ExitedWithCode(1),
+                Eq("unable to parse arguments: " + message + "\n\n " + line + "\n" +
+                   std::string(column, ' ') + "^\n\n" + usage));
+  }
+  EXPECT_EXIT(parse(""), ExitedWithCode(1),
+              Eq("unable to parse arguments: no arguments provided to parse\n"));
+  EXPECT_EXIT(parse("p --help"), ExitedWithCode(0), Eq(usage));
+}
+
 static strings hooked;
 
 TEST(VersionInfo, PropertiesAreAssignedOnceAndFailuresGoThroughTheRoot) {
@@ -69,6 +137,9 @@ TEST(VersionInfo, PropertiesAreAssignedOnceAndFailuresGoThroughTheRoot) {
   EXPECT_EQ(std::string(root->platform_version, root->platform_version_len), "2.0");
   EXPECT_EQ(document.lines(), strings{"alpha="});
   EXPECT_EQ(root->system_types_count, 1U);
+  const entry_t* const cut = ENTRY(allocate_f)(pages, root, "a\0b", 3);
+  EXPECT_EQ(std::string(cut->key, 4), std::string("a\0\0", 4));
+  EXPECT_EQ(root->system_types_count, 2U);
 }
 
 TEST(VersionInfo, LengthsThatNoMemoryHoldsEndTheProcess) {
@@ -107,7 +178,7 @@ TEST(VersionInfoBin, TailReaderLeavesWhatFollows) {
   EXPECT_EQ(document.lines(), strings{"alpha=1.4"});
   EXPECT_EQ(document.read(good), "reassigning property: platform_version");
   ROOT(system_types___iwrite_unlink_entry)(document.pages, document.root, "missing");
-  EXPECT_EQ(document.root->system_types_count, 0U);  // kept as it is
+  EXPECT_EQ(document.root->system_types_count, 0U);  // on purpose
 }
 
 TEST(VersionInfoBin, WhatIsCutOrWrongIsRefusedWithItsReason) {
@@ -137,10 +208,11 @@ TEST(VersionInfoBin, ClaimedLengthsAreNotTouched) {
   const std::string claim = number(UINT32_MAX);
   const std::string head = kFingerprint + text("2") + claim;
   EXPECT_EQ(Document().read(kFingerprint + claim + "2"), "insufficient data to read text");
-  EXPECT_EQ(Document().read(head + claim + "a"), "insufficient bytes to read entry key");
+  const std::string key(1 << 20, 'k');  // more than a block of a length that has wrapped could hold
+  EXPECT_EQ(Document().read(head + claim + key), "insufficient bytes to read entry key");
   EXPECT_EQ(Document().read(head + text("a") + claim), "insufficient data to read text");
   getrusage(RUSAGE_SELF, &after);
-  // In KiB; an address sanitizer marks an eighth of a block.
+  // In KiB. An address sanitizer touches an eighth of a block.
   EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 1 << 20);
 }
 
@@ -154,16 +226,21 @@ TEST(VersionInfoBin, WritesWhatIsThere) {
   ROOT(system_types___iwrite_create_entry)(pages, root, "unset");
   entry_t* const entry = ROOT(system_types___iwrite_create_entry)(pages, root, "");
   std::memcpy(ENTRY(version___iwrite_alloc)(pages, entry, 3), "1\0y", 3);
-  root->system_types_count = 9;                       // may be off
+  root->system_types_count = 9;                       // may be wrong
   ASSERT_EQ(DOCUMENT(write_bin_f)(root, &bytes), 0);  // appends
   expected += kFingerprint + text("2.0") + number(2) + text("") + text({"1\0y", 3}) +
               text("unset") + text("");
-  EXPECT_EQ(DOCUMENT(root___system_types_t___find_cf)(root, ""), entry);
+  EXPECT_EQ(ENTRY(find_cf)(root, ""), entry);
   entry->version_len = uint64_t{UINT32_MAX} + 1;
   EXPECT_EQ(DOCUMENT(write_bin_f)(root, &bytes), -1);
   EXPECT_STREQ(root->error, "text too long for binary data");
-  const std::string long_text = kFingerprint + text(std::string(0x10203, 'l')) + number(0);
-  EXPECT_EQ(large.read(long_text), "");
+  std::swap(entry->version_len, root->platform_version_len);
+  EXPECT_EQ(DOCUMENT(write_bin_f)(root, &bytes), -1);
+  // All bytes of a length count. The first key is empty.
+  const std::string again = kFingerprint + text(std::string(0x1020304, 'l')) + number(3) +
+                            text("") + text("1") + text("a") + text("2") + text("b") + text("");
+  EXPECT_EQ(large.read(again), "");
+  EXPECT_EQ(large.lines(), (strings{"=1", "a=2", "b="}));
   EXPECT_EQ(DOCUMENT(write_bin_f)(large.root, &bytes), 0);
-  EXPECT_TRUE(std::string(bytes.array, bytes.size) == expected + long_text);
+  EXPECT_TRUE(std::string(bytes.array, bytes.size) == expected + again);
 }

@@ -41,7 +41,7 @@ TEST_F(SocketStreamTest, InputHoldsOneChunkAtATime) {
 TEST_F(SocketStreamTest, OutputSendsAChunkPerMiBAndAMessagePerFinalize) {
   OutstreamSockImpl output(connections[0]);
   output.finalize();  // nothing written: no message
-  EXPECT_EQ(connections[0]->send_queue_head, nullptr);
+  EXPECT_EQ(connections[0]->send_queue.head, nullptr);
   Outstream stream(output.stream());
   stream.write("abc");
   output.finalize();

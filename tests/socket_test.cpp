@@ -76,16 +76,20 @@ static std::string listen_tcp(SocketTest* test) {
 TEST_F(SocketTest, BytesOnTheWireInBothDirections) {
   const struct {
     void (*encode)(Connection*);
-    std::string first, rest;
+    std::string first;
+    size_t at_once;  // messages out of the first bytes, behind a throw as well
+    std::string rest;
     Messages messages;
     std::string sent;
-  } kRows[] = {{raw, "throw", "a\0b"s, {"throw", "a\0b"s}, "hello"},
-               {zero_terminated, "throw\0b\0c"s, "d\0\0"s, {"throw", "b", "cd", ""}, "hello\0\0"s},
-               {chunked,  // what the thrower leaves unread is the next message
-                chunk("throw") + chunk("b") + "\0\0"s,
-                "\0\1"s + "c" + chunk("de") + kEnd + kEnd + chunk("f") + kEnd,
-                {"throw", "b|c|de|", "", "f|"},
-                chunk("hello") + kEnd + kEnd}};
+  } kRows[] = {
+      {raw, "throw", 1, "a\0b"s, {"throw", "a\0b"s}, "hello"},
+      {zero_terminated, "throw\0b\0c"s, 2, "d\0\0"s, {"throw", "b", "cd", ""}, "hello\0\0"s},
+      {chunked,  // what the thrower leaves unread is lost
+       chunk("throw") + chunk("x") + kEnd + chunk("b") + kEnd + chunk("throw") + "\0\0"s,
+       3,
+       "\0\1"s + "x" + chunk("xx") + kEnd + kEnd + chunk("f") + kEnd,
+       {"throw", "b|", "throw", "", "f|"},
+       chunk("hello") + kEnd + kEnd}};
   const std::string port = listen_tcp(this);
   listen_unix("s");
   for (const auto& row : kRows) {
@@ -95,6 +99,7 @@ TEST_F(SocketTest, BytesOnTheWireInBothDirections) {
       Peer peer = tcp ? Peer(static_cast<uint16_t>(std::stoi(port))) : Peer("s");
       peer.send(row.first);
       EXPECT_THROW(poll_on(), std::runtime_error);
+      EXPECT_EQ(messages.size(), row.at_once);
       peer.send(row.rest);
       EXPECT_TRUE(poll_until([&] { return messages == row.messages; }));
       Connection* const connection = connections.at(0);
@@ -112,6 +117,22 @@ TEST_F(SocketTest, BytesOnTheWireInBothDirections) {
   EXPECT_EQ(closed, 6);
   EXPECT_THROW(create_client(nullptr, port.c_str(), this, ended), std::logic_error);  // no name
   EXPECT_TRUE(poll_until([&] { return closed == 7; }));  // nothing of it stays open
+}
+
+TEST_F(SocketTest, ThrowingChunkedCallbackLosesItsOwnMessageOnly) {
+  static int taken, calls;  // before a throw: nothing, the first chunk, all
+  for (taken = 0; taken <= 2; ++taken) {
+    Connection connection;
+    Encoding::Chunked::create_encoding(&connection, [](void*, Message::Inbound* message) {
+      char byte;
+      for (int i = 0; i < taken; ++i) message->recv_chunk(&byte, 1);
+      runenv::throw_failure(std::to_string(++calls));
+    });
+    std::string bytes = chunk("a") + kEnd + chunk("b") + kEnd;
+    calls = 0;
+    EXPECT_EQ(outcome([&] { connection.receiver(bytes.data(), 18, nullptr, &connection); }), "1");
+    EXPECT_EQ(calls, 2);
+  }
 }
 
 TEST_F(SocketTest, BlockingReadsWaitFailAndExpire) {
@@ -152,7 +173,7 @@ TEST_F(SocketTest, QueuesGoOutWholeButNotToTheDead) {
   mark_close(connections[0]);
   Runtime.poll(0);
   EXPECT_EQ(closed, 0);
-  EXPECT_LT(connections[0]->send_queue_head->bytes.length(), big.size());  // a part is gone
+  EXPECT_LT(connections[0]->send_queue.head->bytes.length(), big.size());  // a part is gone
   std::thread other_side([&] {
     Runtime.sleep(20);
     vanishing.reset();
@@ -161,7 +182,7 @@ TEST_F(SocketTest, QueuesGoOutWholeButNotToTheDead) {
   Runtime.flush();
   EXPECT_EQ(closed, 1);
   Runtime.flush();  // nothing queued: returns without polling
-  EXPECT_EQ(connections.at(0)->send_queue_head, nullptr);
+  EXPECT_EQ(connections.at(0)->send_queue.head, nullptr);
   Runtime.poll(0);
   EXPECT_EQ(closed, 2);
   other_side.join();
@@ -202,6 +223,7 @@ TEST_F(SocketTest, EmptyAndThrowingCallablesPassThroughButNothingRunsTwice) {
   EXPECT_THROW(poll_on(), std::bad_function_call);  // the closed callback
   listener->closed = [&](void*, Connection*) {
     messages.push_back(std::to_string(owned.size()));
+    destroy_listener(listener);  // it ends already
     runenv::throw_failure(messages.back());
   };
   EXPECT_EQ(outcome([&] { destroy_listener(listener); }), "2");  // its first failure
@@ -221,24 +243,52 @@ TEST_F(SocketTest, DestroyingAnEarlierListenerSkipsNone) {
   EXPECT_EQ(connections.size(), 1U);
 }
 
+TEST_F(SocketTest, CallbacksThatPullTheLayerFromUnderThemselvesEndTheProgram) {
+  static Listener* own;
+  const auto destroy_own = [](void*, Connection*) { return destroy_listener(own), nullptr; };
+  const auto poll_again = [](void*, Connection*) { return Runtime.poll(0), nullptr; };
+  const auto ignore = [](void*, Connection*) { return nullptr; };
+  const auto run = [](const auto& on_accept, const auto& on_close) {
+    alarm(10);  // it could as well go on for ever
+    own = create_listener("own", nullptr, on_accept, on_close);
+    {
+      Peer leaving("own");
+      Runtime.poll(1000);
+    }
+    Runtime.poll(1000);
+  };
+  const char* const destroyed = "Listener 'own' destroyed by a callback of its own!\n";
+  const char* const polled = "Sockets polled by a callback of theirs!\n";
+  EXPECT_EXIT(run(destroy_own, ignore), testing::KilledBySignal(SIGABRT), destroyed);
+  EXPECT_EXIT(run(ignore, destroy_own), testing::KilledBySignal(SIGABRT), destroyed);
+  EXPECT_EXIT(run(poll_again, ignore), testing::KilledBySignal(SIGABRT), polled);
+}
+
 TEST_F(SocketTest, DescriptorsThatRunOutCostOneConnection) {
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
   const rlimit full{3, limit.rlim_max}, many{4096, std::max<rlim_t>(4096, limit.rlim_max)};
-  listen_unix("s");
-  Runtime.poll(0);
+  const auto busy = connect_peer();
   Peer peer("s");
-  const std::string dump = outcome([&] {
-    setrlimit(RLIMIT_NOFILE, &full);
-    Runtime.poll(1000);
-    EXPECT_EQ(connections.size(), 1U);  // for the failed accept; it is lost, and not found again
-    const milliseconds pause = elapsed([] { Runtime.poll(1000); });
-    EXPECT_TRUE(pause >= milliseconds(10) && pause < milliseconds(900));
-    EXPECT_EQ(closed, 1);
-    setrlimit(RLIMIT_NOFILE, &limit);
-  });
-  EXPECT_NE(dump.find("Socket error[recv]: Bad file descriptor\n"), std::string::npos);
-  EXPECT_TRUE(poll_until([&] { return connections.size() == 1; }));
+  std::string dump;
+  const auto failures = [&](int wanted, const char* sent) {  // how long they take
+    closed = 0;
+    return elapsed([&] {
+      dump = outcome([&] {
+        setrlimit(RLIMIT_NOFILE, &full);
+        while (closed < wanted) busy->send(sent), Runtime.poll(1000);
+        setrlimit(RLIMIT_NOFILE, &limit);
+      });
+    });
+  };
+  EXPECT_GE(failures(6, "x"), milliseconds(10 + 20 + 40 + 80 + 160));
+  EXPECT_EQ(dump.rfind("Socket error[accept]: Too many open files\nState dump: s:-1\n", 0), 0U);
+  EXPECT_EQ(std::count(dump.begin(), dump.end(), '\n'), 6 * 6);
+  EXPECT_TRUE(poll_until([&] { return connections.size() == 2; }));
+  Peer another("s");
+  EXPECT_LT(failures(2, ""), milliseconds(300));  // the pauses begin anew
+  EXPECT_TRUE(poll_until([&] { return connections.size() == 3; }));
+  closed = 1;
   if (setrlimit(RLIMIT_NOFILE, &many) != 0) GTEST_SKIP() << "no more descriptors here";
   std::vector<runenv::unique_fd> fillers;
   outcome([&] {  // from here on they fit no descriptor set
@@ -258,7 +308,7 @@ static EndPoint* open_endpoint(SocketTest* test, const char* path) {
   const auto receive = [dots = ":"s](void* context, const void* payload, unsigned short n,
                                      const char* sender, EndPoint* self) mutable {
     const std::string text(static_cast<const char*>(payload), n);
-    if (text == "end") endpoint_destroy(self);
+    if (text == "end") endpoint_destroy(self), endpoint_destroy(self);
     dots += ".";
     note(context, sender + dots + text);
     if (text == "throw") throw std::runtime_error(text);
@@ -425,8 +475,7 @@ TEST_F(SocketTest, ErrorsAreClassifiedAndUnusualOnesDumpTheState) {
             head +
                 "5\n  Has receiver\n  Is not marked closed\n  Zero terminated encoder:\n"
                 "    Collected 3 bytes\n");
-  free_encoder_state(connection.encoding_kind, connection.encoder_state);
-  chunked(&connection);
+  chunked(&connection);  // replaces the other encoding and frees what that holds
   Raw::send_raw_block(&connection, "6", 1);
   mark_close(&connection);
   const std::string more = head +
@@ -459,4 +508,35 @@ TEST_F(SocketTest, RuntimeRunsEventsAndWaitsOnlyWithSockets) {
   EXPECT_EQ(std::signal(SIGPIPE, SIG_IGN), SIG_IGN);  // set again by the second start
   EXPECT_LT(elapsed([] { Runtime.sleep(4294968); }), milliseconds(1000));  // wraps to 704 us
   EXPECT_EQ(Runtime.pid(), getpid());
+}
+
+TEST_F(SocketTest, EndOfAMessageGoesOutWithItsLastPiece) {
+  const struct {
+    void (*encode)(Connection*);
+    std::string queued;  // with a bar behind each block
+  } kRows[] = {{raw, "b|c|"},
+               {zero_terminated, "b\0\0\0\0|\0|c|"s},
+               {chunked, "\0\0\2ab"s + kEnd + "|" + kEnd + kEnd + "|" + kEnd + kEnd + "|" +
+                             chunk("c") + "|"}};
+  for (const auto& row : kRows) {
+    Connection connection;
+    row.encode(&connection);
+    auto* message = Message::create_outbound(&connection);
+    message->send_chunk("ab", 2);
+    Buffer& piece = connection.send_queue.tail->bytes;
+    const char* const array = piece.array;
+    piece.consume(1);  // a part is sent
+    finalize_outbound(message);
+    EXPECT_EQ(piece.array, array);  // nothing was copied
+    for (int i = 0; i < 4; ++i) say(&connection, "");
+    message = Message::create_outbound(&connection);
+    message->send_chunk("c", 1);
+    mark_close(&connection);
+    finalize_outbound(message);
+    std::string queued;
+    for (SendBlock* block = connection.send_queue.head; block != nullptr; block = block->next) {
+      queued.append(block->bytes.get_unmanaged_array(), block->bytes.length()).append("|");
+    }
+    EXPECT_EQ(queued, row.queued);
+  }
 }

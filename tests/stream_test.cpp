@@ -58,6 +58,10 @@ TEST_F(StreamTest, AFileIsTheSameInAnyPieces) {
       EXPECT_EQ(all, content + std::string(piece, '-'));  // what came stays
       std::fclose(borrowed);
     }
+    InstreamMemImpl memory(content.data(), size);
+    std::string bytes(size, '-');
+    EXPECT_TRUE(Instream(memory.stream()).read_len(bytes.data(), unsigned(size)));
+    EXPECT_EQ(bytes, content);
   }
 }
 
@@ -135,6 +139,8 @@ TEST(Outstream, StagesExactlyOneMiB) {
   outstream_api_write_len(out.cstream(), content.data() + 2 * kMiB, 1);
   EXPECT_EQ(memory.buffer.size, 2 * kMiB);
   EXPECT_EQ(out.cstream()->staged, 1U);
+  memory.finalize(false);
+  EXPECT_EQ(memory.buffer.size, content.size());
   memory.finalize(true);
   EXPECT_EQ(std::string(memory.buffer.array, memory.buffer.size), content + '\0');
 }

@@ -17,6 +17,7 @@
 #include "fs/path.h"
 #include "schema/version_info.h"
 #include "schema/version_info_bin.h"
+#include "stream/istream.h"
 #include "tools/command_line.h"
 #include "tools/failure.h"
 #include "tools/replacement.h"

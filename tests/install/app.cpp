@@ -5,6 +5,24 @@
 #include <socket/socket_async.h>
 
 #include <cstdio>
+#include <cstdlib>
+
+// Names that the program has for itself. The library calls none of these.
+void* allocate(unsigned long) {
+  std::abort();
+}
+void throw_system_failure(int) {
+  std::abort();
+}
+struct Extent {
+  Extent() { std::abort(); }
+  void cover(unsigned long) { std::abort(); }
+};
+class unique_fd {
+ public:
+  explicit unique_fd(int) { std::abort(); }
+  ~unique_fd() { std::abort(); }
+};
 
 using namespace SocketASync;
 

@@ -1,0 +1,12 @@
+/* A cast for inline functions that C and C++ compile. */
+#ifndef RUNENV_CORE_CAST_H
+#define RUNENV_CORE_CAST_H
+
+/* C++ programs that warn of C's casts include these headers, too. */
+#ifdef __cplusplus
+#define RUNENV_CAST(type, pointer) (reinterpret_cast<type>(pointer))
+#else
+#define RUNENV_CAST(type, pointer) ((type)(pointer))
+#endif
+
+#endif

@@ -1,0 +1,34 @@
+// Internal: callbacks that all have to run, whatever one of them throws.
+#pragma once
+
+#include <exception>
+
+namespace runenv {
+
+// Runs calls one by one and keeps the first exception out of them; later ones are lost.
+class FirstException {
+ public:
+  // False when the call throws.
+  template <typename Call>
+  bool run(const Call& call) {
+    try {
+      call();
+      return true;
+    } catch (...) {
+      first = first ? first : std::current_exception();
+      return false;
+    }
+  }
+
+  // Passes the exception on, if there is one.
+  void rethrow() const {
+    if (first) {
+      std::rethrow_exception(first);
+    }
+  }
+
+ private:
+  std::exception_ptr first;
+};
+
+}  // namespace runenv
