@@ -211,6 +211,7 @@ TEST_F(PublishTest, ASystemCallThatFailsIsToldAndUndone) {
       {"access:error=EIO -P /dev/null", "/dev/null" + failed},
       {"fsync:error=EIO:when=1", kArchive + failed},
       {"pread64:error=EIO:when=20+", kArchive + failed, "big"},
+      {"read:error=EIO:when=3 -P " + directory + "/archive", "archive" + failed, "archive"},
       {"mkdir:error=EIO", release + failed},
       {"mkdir:error=EEXIST", release + ": No such file or directory"},  // it is gone again
       {"fsync:error=EIO:when=2", item + failed},
@@ -246,6 +247,8 @@ TEST_F(PublishTest, ASystemCallThatFailsIsToldAndUndone) {
               row.error == "" || row.error.starts_with(pointer + in_place) ? "r2\n" : "r1\n");
     run("rm -r " + release + "; echo r1 >" + pointer);
   }
+  inject("-e inject=write:error=EIO:when=1");
+  EXPECT_EQ(publish("r1", "--latest-only").err, "runenv-publish: " + pointer + failed + "\n");
   // A write may take a part. Here it only says that it took the first ten bytes.
   EXPECT_EQ(run("ASAN_OPTIONS=detect_leaks=0 strace -o /dev/null -e inject=write:retval=10:when=1"
                 " runenv-versions compose 5 -o part; runenv-versions compose 5 -o whole;"
@@ -371,9 +374,9 @@ TEST_F(PublishTest, ADocumentIsWrittenWhereALinkLeads) {
   }
   EXPECT_EQ(run("runenv-versions compose 5 -o link").status, 0);
   EXPECT_EQ(files::status("document").permissions(), files::perms(0640));
-  // To a file that has lost its name.
+  // To a file that has lost its name, which another one seems to have.
   files::create_symlink("/proc/self/fd/1", "out");
-  EXPECT_EQ(run("exec 8>f 7<f; rm f; runenv-versions compose 6 -o out >&8;"
+  EXPECT_EQ(run("exec 8>f 7<f; rm f; : >'f (deleted)'; runenv-versions compose 6 -o out >&8;"
                 " runenv-versions show /dev/fd/7; readlink out")
                 .out,
             "6\n/proc/self/fd/1\n");

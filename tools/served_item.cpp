@@ -21,8 +21,7 @@ namespace runenv {
 
 namespace {
 
-// Directories that are made for a file. The destructor removes those that are empty: the file did
-// not come.
+// New directories for a file. The destructor removes those that are still empty.
 class NewDirectories {
  public:
   NewDirectories() = default;
@@ -34,7 +33,8 @@ class NewDirectories {
     }
   }
 
-  // Makes what is missing on the way that `names` lead from `path`. Throws Error.
+  // Makes the directory names[0] in `path`, names[1] in that one, and so on, where they are
+  // missing. Throws Error.
   void make(fs::path_t path, const std::vector<std::string>& names) {
     for (const std::string& name : names) {
       const fs::path_t parent = path;
@@ -61,7 +61,7 @@ class NewDirectories {
 
 }  // namespace
 
-// The last directory on the way that `names` lead from `path` that is there already.
+// The last directory that exists of `path`, names[0] in it, names[1] in that one, and so on.
 static fs::path_t existing_directory(const fs::path_t& path,
                                      const std::vector<std::string>& names) {
   fs::path_t result = path;

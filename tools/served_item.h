@@ -15,8 +15,8 @@ namespace runenv {
 // The functions throw Error.
 class ServedItem {
  public:
-  // The item is in the directory that `names` lead to from the directory `tree`. The tree must
-  // exist, the item need not.
+  // The item's directory is names[0] in the directory `tree`, names[1] in that one, and so on. The
+  // tree must exist, the item need not.
   ServedItem(const char* tree, std::vector<std::string> names);
 
   fs::path_t archive_path(const std::string& release, const std::string& platform) const;
