@@ -10,9 +10,9 @@
 
 namespace runenv {
 
-// Ends the connection at `index` of its owner's vector: descriptor, closed callback, vector and
-// flush, record. All but the first two go also when the callback throws, so that it never runs
-// twice.
+// Ends the connection at `index` of its owner's vector: closes the descriptor, calls the closed
+// callback, removes the record from the vector and from a running flush, and frees it. The record
+// goes also when the callback throws, so that the callback never runs twice.
 template <typename Record, typename Closed>
 void end_connection(std::vector<Record*>& owned, size_t index, const Closed& closed) {
   struct Removal {
