@@ -135,7 +135,7 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
       {put + "a --from b", "option '--from' is given twice" + hint},
       {platform + "r --from=", "option '--from' needs a directory or an archive" + hint},
       {platform + "r --replace=x", "unknown option '--replace=x'" + hint},
-      {"p=$(command -v runenv-publish); PATH=/nowhere; $p server/www platform 5 r" + from,
+      {"p=$(command -v runenv-publish); PATH=/nowhere; \"$p\" server/www platform 5 r" + from,
        "tar: No such file or directory"},
       {"mkdir bin; printf 'kill -9 $$' >bin/tar; chmod +x bin/tar; " + put + "source",
        "source: could not be packed (tar: Killed)"},
