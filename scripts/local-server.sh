@@ -1,16 +1,17 @@
 #!/bin/sh
 # A distribution server on loopback, for the demo and the tests.
 #
-#   local-server.sh start DIR   serves DIR/www over https as localhost
+#   local-server.sh start DIR   serves DIR/www over https as localhost, as long as its caller runs
 #   local-server.sh stop DIR    ends it; harmless when it does not run
 #
 # The two take turns: stop waits for a start at work and ends what it has started; start, which
-# replaces a server that runs, fails where another start or stop is at work, and leaves no server
-# when its caller has gone meanwhile.
+# replaces a server that runs, fails where another start or stop is at work. However its caller ends,
+# the server ends within a second.
 #
 # Everything it needs is made in DIR: certificates, nginx's files, DIR/access.log, and
 # DIR/curl/.curlrc, by which curl (with CURL_HOME=DIR/curl) finds the server and trusts it.
-# Directives in DIR/extra.conf become part of the server block.
+# Directives in DIR/extra.conf become part of the server block; DIR/site.conf may have server blocks
+# of its own.
 set -eu
 
 PATH=$PATH:/usr/sbin:/sbin
@@ -35,25 +36,26 @@ write_configuration() {
   cat >nginx.conf <<CONF
 $user
 worker_processes 1;
-pid $dir/nginx.pid;
-error_log $dir/error.log;
+pid "$dir/nginx.pid";
+error_log "$dir/error.log";
 events { worker_connections 512; }
 http {
-  access_log $dir/access.log;
-  client_body_temp_path $dir/temp;
-  proxy_temp_path $dir/temp;
-  fastcgi_temp_path $dir/temp;
-  uwsgi_temp_path $dir/temp;
-  scgi_temp_path $dir/temp;
+  access_log "$dir/access.log";
+  client_body_temp_path "$dir/temp";
+  proxy_temp_path "$dir/temp";
+  fastcgi_temp_path "$dir/temp";
+  uwsgi_temp_path "$dir/temp";
+  scgi_temp_path "$dir/temp";
   default_type application/octet-stream;
   server {
     listen 127.0.0.1:$1 ssl;
     server_name localhost;
-    ssl_certificate $dir/server.pem;
-    ssl_certificate_key $dir/server.key;
-    root $dir/www;
-    include $dir/extra.con[f];
+    ssl_certificate "$dir/server.pem";
+    ssl_certificate_key "$dir/server.key";
+    root "$dir/www";
+    include "$dir/extra.con[f]";
   }
+  include "$dir/site.con[f]";
 }
 CONF
   cat >curl/.curlrc <<CONF
@@ -73,8 +75,11 @@ is_up() {
   return 1
 }
 
-is_caller_alive() {
-  grep -q "^PPid:[[:space:]]*$PPID\$" /proc/$$/status
+# Serves as long as the caller lives: tail waits for its end, and takes its own child with it.
+serve() {
+  trap - HUP INT TERM
+  setpriv --pdeathsig TERM nginx -c "$dir/nginx.conf" -g 'daemon off;' &
+  exec tail --pid="$PPID" -f /dev/null
 }
 
 start() {
@@ -88,8 +93,8 @@ start() {
   make_certificates
   for _ in 1 2 3 4 5 6 7 8 9 10; do
     write_configuration $((20000 + $(od -An -N2 -tu2 /dev/urandom) % 12000))
-    nginx -c "$dir/nginx.conf" -g 'daemon off;' >start.log 2>&1 9>&- & # which keeps no lock
-    if is_up && is_caller_alive; then return 0; fi
+    serve >start.log 2>&1 9>&- & # which keeps no lock
+    if is_up; then return 0; fi
     # Nobody would end it, or find it where the directory is gone.
     { kill $! && wait $!; } 2>/dev/null || true
     grep -q 'Address already in use' start.log || break
@@ -106,9 +111,10 @@ stop() {
 end_server() {
   # A signal to the whole process group may end the server at this moment.
   pid=$(cat nginx.pid 2>/dev/null) || return 0
-  kill "$pid" 2>/dev/null || return 0
+  tail=$(sed -n 's/^PPid:[[:space:]]*//p' "/proc/$pid/status" 2>/dev/null) || return 0
+  ! grep -qsx tail "/proc/$tail/comm" || kill "$tail" 2>/dev/null || true
   # The pid file goes last; the process may stay for a while until its own parent looks after it.
-  while [ -e nginx.pid ] && kill -0 "$pid" 2>/dev/null; do sleep 0.02; done
+  while [ -e nginx.pid ] && grep -qsx nginx "/proc/$pid/comm"; do sleep 0.02; done
 }
 
 case ${1-}:$# in

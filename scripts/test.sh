@@ -6,7 +6,8 @@ cd "$(dirname "$0")/.."
 . scripts/packages.sh
 require c++=g++ cc=gcc cmake=cmake ninja=ninja-build /usr/include/gtest/gtest.h=libgtest-dev \
   curl=curl tar=tar openssl=openssl nginx=nginx-light socat=socat \
-  pkg-config=pkg-config git=git dpkg-shlibdeps=dpkg-dev file=file strace=strace
+  pkg-config=pkg-config git=git python3=python3 dpkg-shlibdeps=dpkg-dev file=file \
+  strace=strace
 
 build=${BUILD_DIR:-build}
 generator='-G Ninja'

@@ -67,7 +67,7 @@ class ServerTest : public ProgramTest {
     publish("platform/5", "r1");
     publish("system-types/alpha/1.4", "a1");
     publish("system-types/beta/0.9", "b1");
-    EXPECT_EQ(run("local-server.sh start server").status, 0);
+    EXPECT_EQ(run("exec local-server.sh start server").status, 0);
   }
   ~ServerTest() override { run("local-server.sh stop server"); }
 

@@ -62,7 +62,7 @@ class PublishTest : public ProgramTest {
 
 TEST_F(PublishTest, TheBootstrapperInstallsWhatIsPublished) {
   const std::string odd = "-r.:@~,;=+!$&'()*|^\"`<>\xc3\xa9";
-  EXPECT_EQ(run("local-server.sh start server").status, 0);
+  EXPECT_EQ(run("exec local-server.sh start server").status, 0);
   EXPECT_EQ(publish(odd, "--platform '-p:;,' --from=source").status, 0);
   for (const std::string source : {"source", "archive"}) {
     const Outcome outcome = run(
@@ -79,7 +79,7 @@ TEST_F(PublishTest, TheBootstrapperInstallsWhatIsPublished) {
 }
 
 TEST_F(PublishTest, ExactlyTheNamesThatReadersTakeAsTheyAreAreAccepted) {
-  EXPECT_EQ(run("local-server.sh start server").status, 0);
+  EXPECT_EQ(run("exec local-server.sh start server").status, 0);
   for (const char c : std::string("\t\n\r\x7f #%?[]{}\\:&*\"~")) {
     const std::string release = std::string("a") + c + "b";
     files::remove_all(kItem);

@@ -1,0 +1,202 @@
+#!/usr/bin/env python3
+"""Holds the documents to their word: docs_test.py SOURCE-DIRECTORY BUILD-DIRECTORY
+
+Does what they say, on a distribution server and machines of its own. docs/testing.md tells what the
+blocks of a document are.
+"""
+import atexit, os, re, sys, tempfile
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+from subprocess import DEVNULL, PIPE, STDOUT, run
+
+SOURCE, BUILD = (Path(word).resolve() for word in sys.argv[1:])
+SCRATCH_OWNER = tempfile.TemporaryDirectory()
+SCRATCH = Path(SCRATCH_OWNER.name)
+DOCUMENTS = [*SOURCE.glob("*.md"), *SOURCE.glob("docs/*.md"), *SOURCE.glob("docs/man/*.1")]
+FILES = ("nginx", "ini", "cron")  # blocks that are one, named in the first line
+SYSTEM = ("useradd", "install", "systemctl", "journalctl")  # what changes it
+# The fixed places and names of the documents, and where they lie here.
+PORT = 12000 + 2 * (os.getpid() % 4000)
+PLACES = {r"(?<=[ =':\"])/tmp/": f"{SCRATCH}/tmp/", r"\b7007\b": f"{PORT}",
+          "/srv/runenv": f"{SCRATCH}/server/www", r"dist\.example\.com": "localhost",
+          r".*\[::\]:443.*\n": "", "listen 443": f"listen 127.0.0.1:{PORT + 1}",
+          "/etc/ssl/localhost": f"{SCRATCH}/server/server", "/usr/local/bin": f"{SCRATCH}/build",
+          "/etc/(?:runenv|nginx|systemd|cron.d)|/var/lib/runenv": rf"{SCRATCH}/machine\g<0>"}
+os.environ.update(HOME=f"{SCRATCH}", CURL_HOME=f"{SCRATCH}/server/curl",
+                  PATH=f"{BUILD}:{os.environ['PATH']}:/usr/sbin")
+
+
+def sh(script, directory=SCRATCH):
+    """What a script of the shell prints. It must succeed, and what it leaves running is ended."""
+    ran = run(["sh", "-euc", 'trap "kill \\${!-} 2>&- || :" EXIT\n' + script], cwd=directory,
+              stdin=DEVNULL, stdout=PIPE, stderr=STDOUT)
+    printed = ran.stdout.decode(errors="replace")
+    assert ran.returncode == 0, f"{script}\n{printed}"
+    return printed
+
+
+def expect(words, text):
+    for word in words:
+        assert re.search(rf"(?<![\w-]){re.escape(word)}(?![\w-])", text), f"nobody knows: {word}"
+
+
+def read(document):
+    text = document.read_text()
+    for place, ours in PLACES.items():
+        text = re.sub(place, ours, text)
+    return text
+
+
+def blocks_of(document):
+    """The blocks of a document in their order, each a kind and a text."""
+    text = read(document)
+    if document.suffix == ".1":  # the examples of a manual page
+        text = re.sub(r"(?ms)^\.Bd.*?\n(.*?)^\.Ed|^\.Dl (.*?)$", r"```sh\n\1\2\n```", text)
+    return re.findall(r"(?m)^```(.*)\n((?:.*\n)*?)(?:```$|\Z)", text)
+
+
+def check_names(document):
+    """The files, headings, options and variables that a document speaks of are there."""
+    text = document.read_text()
+    for path, heading in re.findall(r"\]\(([\w./-]*)#?([\w-]*)\)", text):
+        target = (document.parent / path if path else document).read_text()
+        titles = re.sub(r"[^\w\n -]", "", target).replace(" ", "-").lower()
+        assert f"\n-{heading}\n" in titles + "\n-\n", f"no {path}#{heading}"
+    for path in re.findall(r"`([a-z.]+/[a-z0-9_./-]+)[` ]", text):
+        if path.startswith("build/"):
+            assert (BUILD / path[6:]).exists(), f"no {path}"
+        elif (SOURCE / path.split("/")[0]).is_dir():
+            assert (SOURCE / path).exists(), f"no {path}"
+    quoted = " ".join(re.findall(r"`[^`\n]*`|Fl -[a-z-]+|RUNENV_[A-Z_]+", text))
+    expect(re.findall(r"--[a-z][a-z-]+|RUNENV_[A-Z_]+", quoted.replace("Fl -", "--")), KNOWN)
+
+
+def is_run_here(line):
+    """Whether a line of a block is run. Others are run by CI or install_test.sh, or their words are
+    told by --help."""
+    words = line.split(" #")[0].split() or [""]
+    if words[0] in SYSTEM:
+        expect([word for word in words if "runenv" not in word],
+               sh(f"{words[0]} --help 2>&1 || echo '{line}'"))
+    elif "scripts/" in line or words[0] in ("cmake", "cpack", ".ci/run"):
+        expect([" ".join(words)], ELSEWHERE)
+    else:
+        return True
+
+
+def follow(document):
+    """Does what a document says, in a directory of its own."""
+    directory = SCRATCH / document.name
+    sh(f"rm -rf tmp/* server/www; cp -r www server; mkdir {directory}; ln -s ../build {directory}")
+    if document.suffix == ".1":  # has no words for what its examples begin with
+        sh("mkdir out x64 arm64; tar -czf linker.tar.gz out;"
+           "runenv-versions compose -o versions.bin 5", directory)
+    printed = ""
+    for kind, text in blocks_of(document):
+        if kind == "sh":
+            printed = sh("\n".join(filter(is_run_here, text.split("\n"))), directory)
+            continue
+        holds = {
+            "text": text == printed,
+            "hex": re.sub("(?m)^(.{40}).*", r"\1", text).split() == printed.split(),  # and remarks
+            "cpp": text in EXAMPLES,
+            "": not text.startswith("runenv-") or text.split(" ", 1)[1] in USAGE,
+            "cmake": document.name == "embedding.md",  # which install_test.sh takes
+            "make": document.name == "embedding.md",
+        }.get(kind, kind in FILES)
+        assert holds, f"{kind or 'usage'}:\n{text}after:\n{printed}"
+
+
+def check_setting(row):
+    """A run with a setting of curl's or tar's ends as said, and prints what is said. One before it
+    was killed while it unpacked, and left another archive."""
+    setting, outcome, text = row
+    of_curl, of_tar = ("", setting) if setting.startswith("--") else (setting, "")
+    printed = sh(f"""
+        mkdir -p .update runenv/platform/6/release-2
+        cp ../www/2/runenv/system-types/linker/0.9/build-3/linux-x64.tar.gz .update
+        echo 'the pla' >runenv/platform/6/release-2/README
+        {{ cat ../machine/etc/runenv/.curlrc && echo '{of_curl}'; }} >.curlrc
+        export CURL_HOME="$PWD" TAR_OPTIONS='{of_tar}'
+        timeout {2 if outcome == "hangs" else 60} runenv-bootstrap ../six.bin ||
+          {{ [ $? -ne 124 ] && echo fails || echo hangs; exit 0; }}
+        diff -r ../content runenv/platform/6/release-2 && echo installs || echo damages
+        """, tempfile.mkdtemp(dir=SCRATCH))
+    assert printed.endswith(f"{outcome}\n") and text in printed, f"{setting}:\n{printed}"
+
+
+KNOWN = sh("""env --help && tar --help && curl --help all
+    cat CMakeLists.txt cmake/* scripts/*.sh app/* schema/* tools/* tests/*.*""", SOURCE)
+USAGE = sh("runenv-bootstrap --help")
+ELSEWHERE = sh("cat .ci/run; grep -E '^(cmake|cpack) ' README.md; echo .ci/run", SOURCE)
+EXAMPLES = [path.read_text() for path in SOURCE.glob("examples/*.cpp")]
+
+# The files, and a server that has what the documents speak of.
+for kind, text in (block for document in DOCUMENTS for block in blocks_of(document)):
+    if kind in FILES:
+        file = Path(re.match("# (.*)", text)[1])
+        file.parent.mkdir(parents=True, exist_ok=True)
+        file.write_text(text)
+sh(f"""
+    mkdir tmp server www content
+    ln -s '{BUILD}' build
+    mv machine/etc/nginx/conf.d/runenv.conf server/site.conf
+    publish() {{ echo "$1" >content/README; shift; runenv-publish www "$@" --from content; }}
+    publish 'the platform, release 1' platform 5 release-1
+    publish 'the compiler, build 7' system-type compiler 1.4 build-7
+    publish 'the linker, build 3' system-type linker 0.9 build-3""")
+run([SOURCE / "scripts/local-server.sh", "start", SCRATCH / "server"], check=True)
+atexit.register(run, [SOURCE / "scripts/local-server.sh", "stop", SCRATCH / "server"])
+sh(f"""sed -i 's/127.*/127.0.0.1:{PORT + 1}"/' server/curl/.curlrc
+    cat server/curl/.curlrc >>machine/etc/runenv/.curlrc""")
+
+for document in DOCUMENTS:
+    print(document)
+    check_names(document)
+    follow(document)
+
+# The service and the line of cron bring a machine up to date, with curl's settings.
+curlrc = (SCRATCH / "machine/etc/runenv/.curlrc").read_text()
+expect(["--" + name for name in re.findall("(?m)^[a-z-]+", curlrc)], KNOWN)
+printed = sh(r"""
+    ! command -v systemd-analyze >script ||
+      systemd-analyze verify --man=no machine/etc/systemd/system/*.timer
+    sed -n 's/^Env.*t=//p; s/^WorkingDirectory=/cd /p; s/^ExecStart=//p' \
+      machine/etc/systemd/system/*.service >script
+    echo 'rm -r runenv; unset CURL_HOME; sleep() { :; }' >>script
+    sed 's/^0 \* \* \* \*  runenv //; s/\([^\]\)%/\1\n/g; s/\\%/%/g' machine/etc/cron.d/* >>script
+    runenv-versions compose -o machine/etc/runenv/versions.bin 5 linker=0.9
+    mkdir -p machine/var/lib/runenv
+    env -u CURL_HOME sh -aeu script""")
+assert re.fullmatch("(- 2/runenv.*\n){4}", printed), printed
+
+# What must never be set does what its row says.
+sh("""cp content/README content/README.md
+    head -c 200000 /dev/urandom >content/data
+    runenv-publish server/www platform 6 release-2 --from content
+    runenv-versions compose -o six.bin 6""")
+section = read(SOURCE / "docs/operations.md").split("\n## Never set these\n")[1].split("\n## ")[0]
+rows = [("fail", "installs", "")]
+for settings, outcome, text in re.findall(
+        r"(?m)^\| (`.*) \| ([a-z]+)(?:[^`\n]*`(.*?)`.*|.*) \|$", section):
+    rows += [(setting, outcome, text) for setting in re.findall("`(.*?)`", settings)
+             if "--" + re.search("[a-z]+[a-z-]*", setting)[0] in KNOWN]  # an older curl knows fewer
+assert len(rows) > 30, rows
+with ThreadPoolExecutor(8) as pool:
+    list(pool.map(check_setting, rows))
+
+# No option is missing in a manual page or a completion.
+for program in ("runenv-bootstrap", "runenv-versions", "runenv-publish"):
+    for option in re.findall("--([a-z][a-z-]+)", sh(f"{program} --help")):
+        for file in (f"docs/man/{program}.1", f"scripts/completions/bash/{program}",
+                     "scripts/completions/zsh/_runenv", f"scripts/completions/fish/{program}.fish"):
+            assert re.search(f"-l? ?{option}", (SOURCE / file).read_text()), f"{file}: no {option}"
+
+# Every message of the programs is told: the fixed parts of what the code prints or throws.
+told = " ".join(sh("cat docs/*.md", SOURCE).split())
+code = sh("cat app/*.cpp core/buffer.cpp fs/*.cpp process/*.cpp schema/*.cpp tools/*.cpp", SOURCE)
+for call in re.findall(r"\b(?:throw_failure|throw_errno|fail|fail_on|fail_usage|fail_child|report|"
+                       r"redirect_child|parse_text_option|Runtime\.(?:error|log))\([^;]*;", code):
+    for literal in re.findall(r'"((?:[^"\\]|\\.)*)"', call):
+        for part in re.split(r"%[-0-9.*l]*[a-z]", literal.replace(r"\n", "")):
+            assert len(part) < 6 or part in told, f"nothing is said about: {part}"
