@@ -195,8 +195,8 @@ for program in ("runenv-bootstrap", "runenv-versions", "runenv-publish"):
 # Every message of the programs is told: the fixed parts of what the code prints or throws.
 told = " ".join(sh("cat docs/*.md", SOURCE).split())
 code = sh("cat app/*.cpp core/buffer.cpp fs/*.cpp process/*.cpp schema/*.cpp tools/*.cpp", SOURCE)
-for call in re.findall(r"\b(?:throw_failure|throw_errno|fail|fail_on|fail_usage|fail_child|report|"
-                       r"redirect_child|parse_text_option|Runtime\.(?:error|log))\([^;]*;", code):
+for call in re.findall(r"\b(?:(?:throw|exit|report)_\w+|report|redirect_child|Runtime\.(?:error|log))\([^;]*;",
+                       code):
     for literal in re.findall(r'"((?:[^"\\]|\\.)*)"', call):
         for part in re.split(r"%[-0-9.*l]*[a-z]", literal.replace(r"\n", "")):
             assert len(part) < 6 or part in told, f"nothing is said about: {part}"

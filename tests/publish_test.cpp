@@ -101,7 +101,7 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
   const std::string
       program = "runenv-publish server/www ",
       platform = program + "platform 5 ", put = platform + "r --from ", from = " --from source",
-      nowhere = "p=$(command -v runenv-publish); PATH=/nowhere; $p server/www platform 5 ",
+      nowhere = "p=$(command -v runenv-publish); PATH=/nowhere; \"$p\" server/www platform 5 ",
       otherwise = "in it, which readers would not take as it is",
       no_archive = "is not a .tar.gz archive with files that tar can read (tar: exit status 2)",
       item = kItem.substr(0, kItem.size() - 1), latest_file = kItem + "latest", name(256, 'n'),
