@@ -37,7 +37,7 @@ struct Extent {
 }  // namespace
 
 // Stores the message in the document and returns the result of a function that failed.
-static int report_failure(root_t* root, const char* message) {
+static int report_fault(root_t* root, const char* message) {
   root->root->error = message;
   return -1;
 }
@@ -49,10 +49,10 @@ static bool read_fully(istream* stream, char* destination, uint64_t count) {
 static int read_fingerprint(root_t* root, istream* stream) {
   char fingerprint[kFingerprintLength];
   if (!read_fully(stream, fingerprint, kFingerprintLength)) {
-    return report_failure(root, "insufficient bytes to read fingerprint");
+    return report_fault(root, "insufficient bytes to read fingerprint");
   }
   if (std::memcmp(fingerprint, kFingerprint, kFingerprintLength) != 0) {
-    return report_failure(root, "fingerprint mismatch in binary data");
+    return report_fault(root, "fingerprint mismatch in binary data");
   }
   return 0;
 }
@@ -60,7 +60,7 @@ static int read_fingerprint(root_t* root, istream* stream) {
 static int read_uint32(root_t* root, istream* stream, uint32_t* value) {
   char bytes[sizeof *value];
   if (!read_fully(stream, bytes, sizeof bytes)) {
-    return report_failure(root, "insufficient bytes to read uint32");
+    return report_fault(root, "insufficient bytes to read uint32");
   }
   *value = runenv::read_big_endian(bytes);
   return 0;
@@ -73,7 +73,7 @@ static int read_text(root_t* root, istream* stream, char* text, uint32_t length)
     return -1;
   }
   return read_fully(stream, text, length) ? 0
-                                          : report_failure(root, "insufficient data to read text");
+                                          : report_fault(root, "insufficient data to read text");
 }
 
 static int read_platform_version(dympage_t* allocator, root_t* root, istream* stream) {
@@ -103,13 +103,13 @@ static int read_entry(dympage_t* allocator, root_t* root, istream* stream) {
   }
   const runenv::malloc_ptr<char> key(static_cast<char*>(runenv::allocate(uint64_t{length} + 1)));
   if (!read_fully(stream, key.get(), length)) {
-    return report_failure(root, "insufficient bytes to read entry key");
+    return report_fault(root, "insufficient bytes to read entry key");
   }
   key.get()[length] = '\0';
   entry_t* const entry = image___version_info___root_t___system_types___iwrite_create_entry(
       allocator, root, key.get());
   if (entry == nullptr) {
-    return report_failure(root, "duplicate key");
+    return report_fault(root, "duplicate key");
   }
   return read_version(allocator, root, stream, entry);
 }
@@ -133,7 +133,7 @@ int image___version_info___parse_bin_f(dympage_t* allocator, root_t* root, istre
     return -1;
   }
   char extra;
-  return istream_read_len(stream, &extra, 1) == 0 ? 0 : report_failure(root, "trailing bytes");
+  return istream_read_len(stream, &extra, 1) == 0 ? 0 : report_fault(root, "trailing bytes");
 }
 
 static Extent measure(const root_t* root) {
@@ -162,10 +162,10 @@ static char* put_text(char* end, const char* text, uint64_t length) {
 int image___version_info___write_bin_f(root_t* root, Buffer* target) {
   const Extent extent = measure(root);
   if (extent.longest_text > UINT32_MAX) {
-    return report_failure(root, "text too long for binary data");
+    return report_fault(root, "text too long for binary data");
   }
   if (extent.entries > UINT32_MAX) {
-    return report_failure(root, "too many entries for binary data");
+    return report_fault(root, "too many entries for binary data");
   }
   const runenv::malloc_ptr<char> bytes(static_cast<char*>(runenv::allocate(extent.bytes)));
   char* end = std::copy_n(kFingerprint, kFingerprintLength, bytes.get());
