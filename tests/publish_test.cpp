@@ -15,21 +15,20 @@ static const std::string kArchive = kItem + "r2/linux-x64.tar.gz";
 static const std::string kOrdinary =
     "[ $(id -u) -ne 0 ] || { chown -R 65534 .; as='setpriv --reuid 65534 --clear-groups'; }; ";
 
-// File systems that know no files without a name, as strace has the program see them. The latter
-// knows no second name for a file either.
+// Words for strace that make a file system one without files that have no name, and one that has no
+// links either.
 static const std::string kNamed = "-P /proc/self/fd -e inject=access:error=ENOENT ";
 static const std::string kLinkless = kNamed + "-P " + kArchive + " -e inject=linkat:error=EPERM ";
 
 class PublishTest : public ProgramTest {
  protected:
   PublishTest() {
-    // Not what the tests were started with.
+    // Descriptors and signals that are ignored come from whoever has started the tests.
     close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) signal(number, SIG_DFL);
     run("mkdir -p server/www source && echo content >source/file && tar -C source -czf archive . &&"
-        " ln -s archive alias && echo no archive >text && head -c -9 archive >short && (cat "
-        "archive "
-        "&& echo) >long");
+        " ln -s archive alias && echo no archive >text && head -c -9 archive >short &&"
+        " (cat archive && echo) >long");
   }
   ~PublishTest() override { run("local-server.sh stop server"); }
 
@@ -38,8 +37,8 @@ class PublishTest : public ProgramTest {
     setenv("RELEASE", release.c_str(), 1);
     return run("runenv-publish server/www platform 5 " + options + " -- \"$RELEASE\"");
   }
-  // From here on, strace makes system calls of the program fail as the words say; without words,
-  // none. Returns false where nothing can be traced.
+  // From here on, strace makes system calls of the program fail as the words say. Without words
+  // none fails. Returns false where nothing can be traced.
   bool inject(const std::string& words) {
     files::remove("bin/runenv-publish");
     if (words == "") return true;

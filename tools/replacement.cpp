@@ -81,7 +81,7 @@ void Replacement::take_temporary_name(const fs::path_t& directory) {
       file.reset(open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kPrivate));
       taken = file.get() >= 0;
     } else {
-      taken = link_to(name.c_str());
+      taken = link_to(name);
     }
   } while (!taken && errno == EEXIST);
   if (!taken) {
