@@ -29,6 +29,7 @@ if [ "${1-}" = --quick ]; then
   done
   bench/bootstrap.sh "$build" "$build/bootstrap" quick
   jq -r . "$build/bootstrap.json"
+  "$build/bench/soak" 1
   exit
 fi
 
