@@ -172,7 +172,7 @@ static pid_t start_child(Launch* launch) {
   pthread_sigmask(SIG_BLOCK, &all, &launch->mask);
   const pid_t pid = vfork();  // NOLINT(clang-analyzer-security.insecureAPI.vfork)
   if (pid == 0) {
-    run_child(launch);
+    run_child(launch);  // NOLINT(clang-analyzer-unix.Vfork)
   }
   const int error_number = errno;
   pthread_sigmask(SIG_SETMASK, &launch->mask, nullptr);
