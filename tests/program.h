@@ -1,6 +1,9 @@
 // What the tests of the programs share: running them, and a distribution server of their own.
 #pragma once
 
+#include <csignal>
+#include <memory>
+
 #include "process/child_process.h"
 #include "tests/files.h"
 
@@ -15,27 +18,32 @@ class ProgramTest : public ScratchTest {
   struct Run {
     ChildProcess::process_t* child;
     std::string out, err;  // where it writes to
+    std::shared_ptr<void> owner;
   };
 
   ProgramTest() {
+    // Whoever starts the tests may ignore them, as nohup does.
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) std::signal(signal, SIG_DFL);
     setenv("CURL_HOME", (directory + "/server/curl").c_str(), 1);
     setenv("PATH", (directory + "/bin:" PROGRAM_PATH ":" + search_path).c_str(), 1);
   }
 
-  // In a process group of its own.
+  // In a process group of its own, which is killed where a test does not come to its end.
   Run start(const std::string& command) {
     const std::string name = directory + "/run" + std::to_string(++runs);
-    Run run{nullptr, name + ".out", name + ".err"};
+    Run run{nullptr, name + ".out", name + ".err", {}};
     const char* const argv[] = {"sh", "-c", command.c_str(), nullptr};
     using namespace ChildProcess;
     run.child = create_child(argv, {REDIRECT_INHERIT, nullptr}, {REDIRECT_FILE, run.out.c_str()},
-                             {REDIRECT_FILE, run.err.c_str()}, nullptr, true);
+                             {REDIRECT_FILE, run.err.c_str()}, nullptr, true, true);
+    run.owner.reset(run.child, [](process_t* child) {
+      if (!child->reaped) ::kill(-child->pid, SIGKILL);
+      destroy(child);
+    });
     return run;
   }
   static Outcome finish(const Run& run) {
-    const int status = ChildProcess::wait(run.child);
-    ChildProcess::destroy(run.child);
-    return {status, read_file(run.out), read_file(run.err)};
+    return {ChildProcess::wait(run.child), read_file(run.out), read_file(run.err)};
   }
   Outcome run(const std::string& command) { return finish(start(command)); }
 
@@ -78,9 +86,10 @@ class ServerTest : public ProgramTest {
                const std::string& platform = "linux-x64") {
     write_file("content/file", name + " " + version);
     // The pointer is replaced whole: a run that reads it finds the old version or the new one.
-    const Outcome outcome = run("mkdir -p " + item(name) + "/" + version + " && cd " + item(name) +
-                                " && tar -C \"$OLDPWD/content\" -czf " + version + "/" + platform +
-                                ".tar.gz ." + " && echo " + version + " >new && mv new latest");
+    const Outcome outcome =
+        run("mkdir -p " + item(name) + "/" + version + " && cd " + item(name) +
+            " && /bin/tar -C \"$OLDPWD/content\" -czf " + version + "/" + platform + ".tar.gz ." +
+            " && echo " + version + " >new && mv new latest");
     EXPECT_EQ(outcome.status, 0) << outcome.err;
   }
 };
