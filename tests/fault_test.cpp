@@ -7,7 +7,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <vector>
 
 #include "tests/program.h"
@@ -52,7 +51,7 @@ TEST_F(FaultTest, KilledAtAnyMomentItEndsItsToolAndThePointerNamesACompleteVersi
                     slow = "exec /bin/tar --checkpoint=4 --checkpoint-action='exec=sleep 0.02' $*";
   for (int i = 0; i < 8 * proof_rounds(); ++i) {
     const bool at_work = i < 8;
-    const int signal = std::array{SIGKILL, SIGTERM, SIGINT, SIGHUP}[i % 4];
+    const int signals[] = {SIGKILL, SIGTERM, SIGINT, SIGHUP}, signal = signals[i % 4];
     const std::string newest = "v" + std::to_string(i);
     publish("platform/5", newest);
     if (i % 5 == 0) files::remove_all("runenv");  // a first install now and then

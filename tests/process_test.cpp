@@ -145,7 +145,11 @@ static void replace(unsigned call, unsigned argument, unsigned deed) {
 }
 
 TEST_F(ProcessTest, EveryStepOfAStartThatFailsIsTold) {
-  const std::tuple<unsigned, unsigned, unsigned, int, std::string> kRows[] = {
+  const struct {
+    unsigned call, argument, deed;
+    int status;
+    std::string message;
+  } kRows[] = {
       {SYS_dup2, 0, kRefuse, 1, "Failed to duplicate stdin: Operation not permitted\n"},
       {SYS_dup2, 1, kRefuse, 1, "Failed to duplicate stdout: Operation not permitted\n"},
       {SYS_dup2, 2, kRefuse, 1, "Failed to duplicate stderr: Operation not permitted\n"},
@@ -153,20 +157,20 @@ TEST_F(ProcessTest, EveryStepOfAStartThatFailsIsTold) {
       {SYS_execve, kAny, SECCOMP_RET_TRAP, 256 - SIGSYS, ""},  // the signal, and no handler of ours
       {SYS_vfork, kAny, kRefuse, 2, "Operation not permitted"},
       {SYS_pipe2, O_CLOEXEC, kRefuse, 2, "Operation not permitted"}};
-  for (const auto& [call, argument, deed, status, message] : kRows) {
+  for (const auto& row : kRows) {
     const auto check = [&] {
       limit_time();
       std::signal(SIGSYS, [](int) { _exit(3); });
-      replace(call, argument, deed);
+      replace(row.call, row.argument, row.deed);
       try {
-        const redirect_t err = argument == STDERR_FILENO ? kPipe : kInherit;
+        const redirect_t err = row.argument == STDERR_FILENO ? kPipe : kInherit;
         _exit(wait(start("true", nullptr, kPipe, kPipe, err, nullptr, true)));
       } catch (const Error& error) {
         std::fputs(error.message, stderr);
         _exit(2);
       }
     };
-    EXPECT_EXIT(check(), testing::ExitedWithCode(status), "^" + message + "$") << call;
+    EXPECT_EXIT(check(), testing::ExitedWithCode(row.status), "^" + row.message + "$");
   }
 }
 
