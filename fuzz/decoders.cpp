@@ -1,6 +1,7 @@
 // Both decoders: however the bytes are split, and whether they are fed to the decoder or fetched by
 // it in the middle of a message, they give what a plain look at the whole gives. So they do when a
-// callback throws (at the piece "!") and when it installs the other encoding (at "~").
+// callback throws (at the piece "!", before it takes a chunk of 7 bytes, and after the end behind
+// "?") and when it installs the other encoding (at "~").
 #include <sys/socket.h>
 
 #include <vector>
@@ -15,10 +16,17 @@ using Pieces = std::vector<std::string>;  // messages, or the chunks of all mess
 
 static void install(Connection* connection, bool chunked);
 
+static int rejections = 0;  // in one read
+[[noreturn]] static void reject() {
+  throw ++rejections;
+}
+
 static void take(const std::string& piece, Connection* connection) {
-  static_cast<Pieces*>(connection->context_object)->push_back(piece);
+  auto& pieces = *static_cast<Pieces*>(connection->context_object);
+  const bool after_question = piece.empty() && !pieces.empty() && pieces.back() == "?";
+  pieces.push_back(piece);
   if (piece == "~") install(connection, connection->encoding_kind != EncodingKind::Chunked);
-  if (piece == "!") throw piece;
+  if (piece == "!" || after_question) reject();
 }
 
 static void on_message(Buffer* message, void*, Connection* connection) {
@@ -29,7 +37,9 @@ static void on_chunked(void*, Message::Inbound* message) {
   std::string piece;
   do {
     const unsigned length = message->recv_chunk(nullptr, 0);
+    if (length == 7) reject();
     piece.assign(length, '\0');
+    REQUIRE(length == 0 || message->recv_chunk(piece.data(), length - 1) == length);  // no room
     REQUIRE(length == 0 || message->recv_chunk(piece.data(), length) == length);
     take(piece, message->connection);
   } while (!piece.empty() && piece != "~");
@@ -59,8 +69,8 @@ static Pieces look_at(std::string bytes, bool chunked, bool* open) {
     const std::string piece = bytes.substr(chunked ? framing : 0, length);
     bytes.erase(0, framing + length);
     if (!skipping) {
-      pieces.push_back(piece);
-      skipping = chunked && piece == "!";
+      skipping = chunked && (piece == "!" || length == 7);
+      if (length != 7 || !chunked) pieces.push_back(piece);
       chunked = chunked != (piece == "~");
       *open = chunked && !skipping && !piece.empty() && piece != "~";
     } else {
@@ -92,9 +102,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   char area[4096];
   for (ssize_t n; (n = recv(near.get(), area, sizeof area, 0)) > 0;) {
     std::vector<char> piece(area, area + n);  // nothing readable around it
+    rejections = 0;
     try {
       connection.receiver(piece.data(), static_cast<unsigned>(n), nullptr, &connection);
-    } catch (const std::string&) {
+      REQUIRE(rejections == 0);
+    } catch (int number) {
+      REQUIRE(number == 1);   // the first passes on
     } catch (const Error&) {  // the bytes end inside a message
     }
   }

@@ -30,9 +30,11 @@ version=$(pkg-config --modversion runenv)
 moved/bin/runenv-versions --version | grep -Fw "$version"
 [ -e "source/runenv-$version.tar.gz" ]
 
-# Every header compiles with the installed ones alone, and a C compiler links a C program.
+# Every header, and what the examples include, compiles with the installed ones alone. A C compiler
+# links a C program.
 set -- $(pkg-config --cflags --libs runenv)
 find moved/include/runenv -name '*.h' -printf '#include <%P>\n' >all.cpp
+cat runenv/examples/*.cpp | grep '^#include "' >>all.cpp
 $CXX $CXXFLAGS -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only all.cpp "$@"
 $CC $CFLAGS $LINK_CXX -std=c11 runenv/tests/c_interface.c "$@"
 ./a.out

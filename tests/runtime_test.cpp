@@ -10,19 +10,30 @@ static const char* volatile kOneConversion = "%d\n";
 
 using SGR = RuntimeCore::SGR;
 
-static void double_itself(void* calls) {
-  if (++*static_cast<int*>(calls) < 100) {
-    Runtime.register_event(double_itself, calls);
-  }
+static std::string order;
+static void note(void* name) {
+  order += static_cast<const char*>(name);
+  if (order.size() < 10) Runtime.register_event(note, name);
 }
 
-TEST(Events, ThoseRegisteredInAPassRunInTheNext) {
-  static int calls = 0;  // an event stays for good
-  Runtime.register_event(double_itself, &calls);
-  for (const int expected : {1, 3, 7}) {
+// Events stay registered for good, so they are in a process of their own.
+TEST(Events, RunInOrderAndThoseRegisteredInAPassInTheNext) {
+  const auto run = [] {
+    char names[] = "a\0b\0c";
+    EXPECT_EQ(Runtime.register_event(note, names), 0U);
+    EXPECT_EQ(Runtime.register_event(note, names + 2), 1U);
+    Runtime.deregister_event(0);  // does nothing
+    for (const char* expected : {"ab", "ababab"}) {
+      Runtime.poll(1000);  // without sockets there is no wait
+      EXPECT_EQ(order, expected);
+    }
+    const unsigned empty = Runtime.register_event(nullptr, nullptr);
+    EXPECT_EQ(Runtime.register_event(note, names + 4), empty);  // swallowed
+    order.clear();
     Runtime.poll(0);
-    EXPECT_EQ(calls, expected);
-  }
+    std::exit(testing::Test::HasFailure() || order != "abababab");
+  };
+  EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }
 
 TEST(Console, WritesMessagesBehindAnOptionalPrefix) {
