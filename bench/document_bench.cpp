@@ -160,7 +160,7 @@ static void add(const std::string& contender) {
   const auto add_case = [&](const std::string& name, auto run) {
     benchmark::RegisterBenchmark((name + " entries/" + contender).c_str(), run)->UseRealTime();
   };
-  for (const size_t n : {10, 100, 1000}) {
+  for (const size_t n : {10U, 100U, 1000U}) {
     const std::string number = n < 1000 ? std::to_string(n) : "1,000";
     add_case("read " + number, [=](auto& state) { read<Document>(state, n, false); });
     add_case("read " + number + " shuffled", [=](auto& state) { read<Document>(state, n, true); });
