@@ -89,7 +89,7 @@ TEST(Update, WrongWordsAreReportedWithACaret) {
   const std::string none = " requires an argument, but no argument is available";
   const std::string version_info = "path 'version info'" + none;
   const std::string superfluous = "superfluous command line argument(s)";
-  const std::tuple<std::string, int, std::string> kRows[] = {
+  const std::tuple<std::string, size_t, std::string> kRows[] = {
       {"p", 3, version_info},
       {"p --target mac", 16, version_info},
       {"p --temp-cache d", 18, version_info},
