@@ -170,14 +170,20 @@ int fs_mkdir(bucket_t* path) {
   return mkdir(bucket_cstring(path), runenv::kDirectoryMode);
 }
 
-static runenv::OwnedBucket parent_of(bucket_t* path) {
+// The recursion of fs_mkdir_recursive is as deep as the path has components. Its frames are small
+// only without those of the functions that it calls.
+[[gnu::noinline]] static bool is_there(bucket_t* path) {
+  return fs_exists(path) != 0;
+}
+
+[[gnu::noinline]] static runenv::OwnedBucket parent_of(bucket_t* path) {
   bucket_t parent{};
   fs_dirname(path, &parent);
   return runenv::OwnedBucket(parent);
 }
 
 int fs_mkdir_recursive(bucket_t* path) {
-  if (fs_exists(path) != 0) {
+  if (is_there(path)) {
     return 0;
   }
   runenv::OwnedBucket parent = parent_of(path);
