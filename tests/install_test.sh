@@ -35,7 +35,7 @@ moved/bin/runenv-versions --version | grep -Fw "$version"
 set -- $(pkg-config --cflags --libs runenv)
 find moved/include/runenv -name '*.h' -printf '#include <%P>\n' >all.cpp
 cat runenv/examples/*.cpp | grep '^#include "' >>all.cpp
-$CXX $CXXFLAGS -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only all.cpp "$@"
+$CXX $CXXFLAGS -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only all.cpp $(pkg-config --cflags runenv)
 $CC $CFLAGS $LINK_CXX -std=c11 runenv/tests/c_interface.c "$@"
 ./a.out
 
