@@ -30,16 +30,28 @@ done
 "$server" start "$work/server"
 export CURL_HOME="$work/server/curl"
 
-# list KIND ITEM...: the programs that the bootstrapper starts for items that are current or new.
+# fetch URL NAME, list KIND ITEM...: the steps of the bootstrapper, in the words of back_to_back, for
+# items that are current or new.
+fetch() {
+  printf '%s\n' "mkdir .update" "run .update curl -s -L -o $2 $1/$2"
+}
 list() {
   kind=$1
   shift
   for item in "$@"; do
     url=https://localhost/2/runenv/$item
-    echo "curl -s -L -o .update/latest $url/latest"
-    [ "$kind" = new ] || continue
-    echo "curl -s -L -o .update/linux-x64.tar.gz $url/release-1/linux-x64.tar.gz"
-    echo "tar -x -f .update/linux-x64.tar.gz -C runenv/$item/release-1"
+    local=runenv/$item
+    fetch "$url" latest
+    printf '%s\n' "read .update/latest" "unlink .update/latest"
+    if [ "$kind" = current ]; then
+      echo "read $local/latest"
+    else
+      fetch "$url/release-1" linux-x64.tar.gz | sed 1d
+      printf '%s\n' "mkdir $local" "mkdir $local/release-1" \
+        "run . tar -x -f .update/linux-x64.tar.gz -C $local/release-1" \
+        "unlink .update/linux-x64.tar.gz" "write $local/latest release-1"
+    fi
+    echo "rmdir .update"
   done
 }
 
@@ -51,20 +63,28 @@ compare() {
   # shellcheck disable=SC2086 # lists of words from here on
   "$build/runenv-versions" compose -o versions.bin 5 $types
   # shellcheck disable=SC2086
-  list "$2" $these >programs
+  list "$2" $these >steps
   clean='rm -rf .update'
-  [ "$2" = current ] || clean="$clean runenv"
-  # The floor makes no directories: it finds those that it needs.
-  make=$(for item in $these; do printf ' runenv/%s/release-1' "$item"; done)
+  make=true
+  if [ "$2" = new ]; then
+    clean="$clean runenv"
+    # The floor makes the item's directory; it finds those above.
+    make="mkdir -p$(for item in $these; do printf ' runenv/%s' "${item%/*}"; done)"
+  fi
   "$build/runenv-bootstrap" versions.bin >/dev/null
   "$build/bench/stopwatch" "$1" "$([ "$quick" ] && echo 1 || echo "$4")" \
     runenv "$clean" "$build/runenv-bootstrap versions.bin" \
     "shell script" "$clean" "sh $here/by_hand.sh $these" \
-    "curl and tar alone" "$clean; mkdir -p .update$make" "$build/bench/back_to_back programs" \
+    "the same steps alone" "$clean; $make" "$build/bench/back_to_back steps" \
     >>medians
 }
 
 cd "$work/machine"
+echo "bootstrap: start" >&2
+"$build/bench/stopwatch" "start, --help" "$([ "$quick" ] && echo 1 || echo 301)" \
+  runenv : "$build/runenv-bootstrap --help" \
+  true : /bin/true \
+  "C++ program with shared runtime" : "$build/bench/empty" 2>/dev/null >medians
 compare "1 item up to date" current 1 41
 compare "10 items up to date" current 10 21
 compare "100 items up to date" current 100 9
@@ -82,9 +102,13 @@ chmod +x "$stand_in"
 echo "$items" | tr ' ' '\n' | sed -n 's,system-types/\(.*\)/,\1=,p' |
   xargs "$build/runenv-versions" compose -o versions.bin 5
 PATH=$work/bin:$PATH "$build/runenv-bootstrap" versions.bin >/dev/null
-own_cpu=$(jq -r 'select(.run_name == "100 items up to date/runenv") | .own_cpu / 1e5 | round / 1e3' medians)
+own_cpu() {
+  jq -r --arg who "$1" \
+    'select(.run_name == "100 items up to date/" + $who) | .own_cpu / 1e5 | round / 1e3' medians
+}
 {
-  echo "Own processor time of an item that is up to date (of 100): $own_cpu ms. Peak of the program's own"
-  echo "memory, with 100 items: $(cat "$work/peak") KiB, beside $("$build/bench/empty") KiB of an empty C++ program."
+  echo "Own processor time of an item that is up to date (of 100): $(own_cpu runenv) ms; the same steps"
+  echo "alone take $(own_cpu 'the same steps alone') ms. Peak of the program's own memory, with 100 items:"
+  echo "$(cat "$work/peak") KiB, beside $("$build/bench/empty") KiB of an empty C++ program."
 } >"$out.md"
 jq -s '{benchmarks: .}' medians >"$out.json"

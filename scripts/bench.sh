@@ -1,5 +1,5 @@
 #!/bin/sh
-# Measures the product beside its alternatives and writes the figures into docs/benchmarks.md:
+# Measures the product beside its alternatives and writes docs/benchmark-figures.md:
 # bench.sh [--quick]. With --quick everything runs once, for an instant, and nothing is written.
 # BUILD_DIR names the build directory, "build-bench" unless set.
 set -eu
@@ -42,6 +42,11 @@ bench/bootstrap.sh "$build" "$build/bootstrap"
 
 section() { jq -r --arg title "$2" -f bench/table.jq "$build/$1.json" && echo; }
 {
+  echo '# Benchmark figures'
+  echo
+  echo "Written by \`scripts/bench.sh\`. [benchmarks.md](benchmarks.md) says what they mean. Each row has"
+  echo "the time of runenv, then how many times as much each peer takes."
+  echo
   echo "Measured on $(date -u +%Y-%m-%d) with \`scripts/bench.sh\`: $(nproc) processors"
   echo "($(sed -n 's/^model name[^:]*: //p;T;q' /proc/cpuinfo)), Linux $(uname -r),"
   echo "$(c++ --version | head -n 1), $(curl --version | cut -d ' ' -f 1,2 | head -n 1)."
@@ -59,7 +64,4 @@ section() { jq -r --arg title "$2" -f bench/table.jq "$build/$1.json" && echo; }
   section processes 'Child processes'
   section sockets 'Sockets'
 } >"$build/figures.md"
-# What stands between the two marks is replaced.
-sed -e "/<!-- figures -->/r $build/figures.md" -e '/<!-- figures -->/,/<!-- end of figures -->/{/<!--/!d}' \
-  docs/benchmarks.md >"$build/benchmarks.md"
-cp "$build/benchmarks.md" docs/benchmarks.md
+cp "$build/figures.md" docs/benchmark-figures.md
