@@ -53,7 +53,7 @@ Replacement::Replacement(const fs::path_t& path, const fs::path_t& made_in) : ta
   undo_on_signals();
   // Without /proc, a file without a name could never get one.
   if (access(kDescriptors, X_OK) == 0) {
-    file.reset(open(made_in.cstring(), O_TMPFILE | O_RDWR | O_CLOEXEC, kPrivate));
+    file.reset(open(made_in.cstring(), O_TMPFILE | O_RDWR | O_APPEND | O_CLOEXEC, kPrivate));
   }
   if (file.get() < 0) {
     take_temporary_name(made_in);
@@ -78,7 +78,7 @@ void Replacement::take_temporary_name(const fs::path_t& directory) {
   do {
     name = fs::path_t(directory).join(new_name().c_str()).cstring();
     if (file.get() < 0) {
-      file.reset(open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kPrivate));
+      file.reset(open(name.c_str(), O_RDWR | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC, kPrivate));
       taken = file.get() >= 0;
     } else {
       taken = link_to(name);
@@ -100,6 +100,20 @@ void Replacement::write(const char* bytes, size_t count) {
     bytes += n;
     count -= static_cast<size_t>(n);
   }
+}
+
+void Replacement::truncate(off_t size) {
+  if (ftruncate(file.get(), size) != 0) {
+    throw_errno_of(target.cstring());
+  }
+}
+
+off_t Replacement::size() const {
+  struct stat status;
+  if (fstat(file.get(), &status) != 0) {
+    throw_errno_of(target.cstring());
+  }
+  return status.st_size;
 }
 
 std::string Replacement::read(off_t offset, size_t count) const {

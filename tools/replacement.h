@@ -32,8 +32,16 @@ class Replacement {
   // Appends the bytes.
   void write(const char* bytes, size_t count);
 
+  // Drops what is behind the first `size` bytes.
+  void truncate(off_t size);
+
+  off_t size() const;
+
   // Returns `count` bytes of the content from `offset` on, fewer only at its end.
   std::string read(off_t offset, size_t count) const;
+
+  // Open for reading and appending, as long as this object lives.
+  int descriptor() const { return file.get(); }
 
   // A path that opens this file, whatever its name is. It is for this process only, which may
   // redirect a child there.

@@ -1,6 +1,7 @@
 // runenv-publish: puts releases into the directory tree that a distribution server serves.
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <optional>
@@ -23,6 +24,7 @@ static constexpr char kUsage[] =
     "       runenv-publish TREE system-type NAME VERSION RELEASE --from SOURCE [OPTION ...]\n"
     "       runenv-publish TREE platform VERSION RELEASE --latest-only\n"
     "       runenv-publish TREE system-type NAME VERSION RELEASE --latest-only\n"
+    "       runenv-publish TREE ITEM ... RELEASE --sign KEY [--platform NAME]\n"
     "\n"
     "Puts a release of one item into TREE, the directory that the distribution server serves: "
     "first\n"
@@ -34,6 +36,10 @@ static constexpr char kUsage[] =
     "  --keep-latest     put the archive only and leave the pointer as it is\n"
     "  --latest-only     move the pointer only, to a release that is there\n"
     "  --replace         replace the archive if the release has one for the platform already\n"
+    "  --sign KEY        have minisign sign the archive with this secret key, for runenv-verify;\n"
+    "                    without --from, sign the archive that is published\n"
+    "  --unsigned        move the pointer even if an archive of the release is not signed and the\n"
+    "                    release named now is\n"
     "  --drop-platforms  move the pointer even if the release has no archive for a platform for\n"
     "                    which the release named now has one\n"
     "  --help            print this text\n"
@@ -45,10 +51,15 @@ namespace {
 struct Arguments {
   const char* source = nullptr;
   const char* platform = nullptr;
+  const char* key = nullptr;
   bool keep_latest = false;
   bool latest_only = false;
   bool replace = false;
   bool drop_platforms = false;
+  bool is_unsigned = false;
+
+  bool signs_published() const { return key != nullptr && source == nullptr; }
+  bool moves_pointer() const { return !keep_latest && !signs_published(); }
 
   const char* tree = nullptr;
   std::vector<std::string> item;  // the item's directory in the tree, by its components
@@ -90,15 +101,24 @@ static void take_operands(const std::vector<const char*>& words, Arguments* argu
 }
 
 static void check_options(const Arguments& arguments) {
-  if (!arguments.latest_only && arguments.source == nullptr) {
+  const bool has_source = arguments.source != nullptr;
+  const bool signs = arguments.key != nullptr;
+  if (!arguments.latest_only && !has_source && !signs) {
     throw_usage("--from is needed, or --latest-only");
   }
-  if (arguments.latest_only && (arguments.source != nullptr || arguments.platform != nullptr ||
+  if (arguments.latest_only && (has_source || signs || arguments.platform != nullptr ||
                                 arguments.keep_latest || arguments.replace)) {
-    throw_usage("--latest-only goes with --drop-platforms alone");
+    throw_usage("--latest-only goes with --drop-platforms and --unsigned alone");
   }
-  if (arguments.keep_latest && arguments.drop_platforms) {
-    throw_usage("--drop-platforms says nothing with --keep-latest");
+  if (arguments.keep_latest && (arguments.drop_platforms || arguments.is_unsigned)) {
+    throw_usage("--drop-platforms and --unsigned say nothing with --keep-latest");
+  }
+  if (signs && arguments.is_unsigned) {
+    throw_usage("--sign and --unsigned exclude each other");
+  }
+  if (arguments.signs_published() &&
+      (arguments.keep_latest || arguments.replace || arguments.drop_platforms)) {
+    throw_usage("--sign without --from goes with --platform alone");
   }
 }
 
@@ -107,10 +127,12 @@ static Arguments parse_arguments(int argc, char** argv) {
   const std::vector<Option> options = {
       {.name = "--from", .value = &arguments.source, .needs = "a directory or an archive"},
       {.name = "--platform", .value = &arguments.platform, .needs = "the name of a platform"},
+      {.name = "--sign", .value = &arguments.key, .needs = "the file of a secret key"},
       {.name = "--keep-latest", .flag = &arguments.keep_latest},
       {.name = "--latest-only", .flag = &arguments.latest_only},
       {.name = "--replace", .flag = &arguments.replace},
-      {.name = "--drop-platforms", .flag = &arguments.drop_platforms}};
+      {.name = "--drop-platforms", .flag = &arguments.drop_platforms},
+      {.name = "--unsigned", .flag = &arguments.is_unsigned}};
   take_operands(parse_words(argc, argv, 1, options), &arguments);
   check_options(arguments);
   if (arguments.platform == nullptr) {
@@ -153,10 +175,55 @@ static void check_platforms(const ServedItem& item, const std::string& release,
   }
 }
 
+// Whether the release that is to be named has a signed archive for the platform, or will have one.
+static bool will_be_signed(const ServedItem& item, const Arguments& arguments,
+                           const std::string& platform) {
+  if (arguments.source != nullptr && platform == arguments.platform) {
+    return arguments.key != nullptr || is_signed_archive(fs::path_t(arguments.source));
+  }
+  return is_signed_archive(item.archive_path(arguments.release, platform));
+}
+
+// Whoever verifies signatures now could not follow the pointer to a release without them.
+static void check_signatures(const ServedItem& item, const Arguments& arguments,
+                             const std::set<std::string>& available) {
+  const std::optional<std::string> current = item.latest();
+  const std::set<std::string> before = current ? item.platforms(*current) : std::set<std::string>();
+  if (std::none_of(before.begin(), before.end(), [&](const std::string& platform) {
+        return is_signed_archive(item.archive_path(*current, platform));
+      })) {
+    return;
+  }
+  for (const std::string& platform : available) {
+    if (!will_be_signed(item, arguments, platform)) {
+      throw_failure("release '" + arguments.release + "' is not signed for platform '" +
+                    printable(platform) + "', while '" + printable(*current) +
+                    "', the latest so far, is signed; sign it (--sign), or give --unsigned");
+    }
+  }
+}
+
+// What speaks against letting the pointer name the release, which has, or will have, archives for
+// the platforms `available`.
+static void check_pointer(const ServedItem& item, const Arguments& arguments,
+                          const std::set<std::string>& available) {
+  if (!arguments.drop_platforms) {
+    check_platforms(item, arguments.release, available);
+  }
+  if (!arguments.is_unsigned) {
+    check_signatures(item, arguments, available);
+  }
+}
+
 // Refuses at once what cannot be published.
 static void check_request(const ServedItem& item, const Arguments& arguments) {
   std::set<std::string> available = item.platforms(arguments.release);
-  if (arguments.latest_only) {
+  if (arguments.signs_published()) {
+    if (!available.contains(arguments.platform)) {
+      throw_failure("release '" + arguments.release + "' has no archive for platform '" +
+                    arguments.platform + "'");
+    }
+  } else if (arguments.latest_only) {
     if (available.empty()) {
       throw_failure("release '" + arguments.release + "' has no archive");
     }
@@ -167,8 +234,8 @@ static void check_request(const ServedItem& item, const Arguments& arguments) {
       throw_published(item, arguments);
     }
   }
-  if (!arguments.keep_latest && !arguments.drop_platforms) {
-    check_platforms(item, arguments.release, available);
+  if (arguments.moves_pointer()) {
+    check_pointer(item, arguments, available);
   }
 }
 
@@ -182,10 +249,18 @@ static void move_pointer(const ServedItem& item, const Arguments& arguments,
   if (now && now != before && *now != release) {
     throw_failure("the pointer was moved to '" + printable(*now) + "' meanwhile");
   }
-  if (!arguments.drop_platforms) {
-    check_platforms(item, release, item.platforms(release));
-  }
+  check_pointer(item, arguments, item.platforms(release));
   item.point_at(release);
+}
+
+static void put_archive(const ServedItem& item, const Arguments& arguments) {
+  const fs::path_t published = item.archive_path(arguments.release, arguments.platform);
+  const bool again = arguments.signs_published();
+  if (!item.put_archive(arguments.release, arguments.platform,
+                        again ? published.cstring() : arguments.source, arguments.key,
+                        again || arguments.replace)) {
+    throw_published(item, arguments);
+  }
 }
 
 static void publish(int argc, char** argv) {
@@ -193,11 +268,10 @@ static void publish(int argc, char** argv) {
   const ServedItem item(arguments.tree, arguments.item);
   const std::optional<std::string> before = item.latest();
   check_request(item, arguments);
-  if (!arguments.latest_only && !item.put_archive(arguments.release, arguments.platform,
-                                                  arguments.source, arguments.replace)) {
-    throw_published(item, arguments);
+  if (!arguments.latest_only) {
+    put_archive(item, arguments);
   }
-  if (arguments.keep_latest) {
+  if (!arguments.moves_pointer()) {
     return;
   }
   try {

@@ -15,7 +15,8 @@
 #include "schema/pointer.h"
 #include "tools/archive.h"
 #include "tools/failure.h"
-#include "tools/replacement.h"
+#include "tools/signature.h"
+#include "tools/signing.h"
 
 namespace runenv {
 
@@ -60,6 +61,17 @@ class NewDirectories {
 };
 
 }  // namespace
+
+// How many names lead from the tree to where the items are.
+static constexpr size_t kItemDepth = 2;
+
+static bool is_signed_for(const Purpose& purpose, const CarriedSignature& carried) {
+  const std::optional<Signature> signature = split_signature(carried.text);
+  const std::optional<Purpose> actual =
+      signature ? from_trusted_comment(signature->trusted_comment) : std::nullopt;
+  return actual && actual->item == purpose.item && actual->release == purpose.release &&
+         actual->platform == purpose.platform && actual->bytes == carried.signed_bytes;
+}
 
 // The last directory that exists of `path`, names[0] in it, names[1] in that one, and so on.
 static fs::path_t existing_directory(const fs::path_t& path,
@@ -139,12 +151,47 @@ std::optional<std::string> ServedItem::latest() const {
   return std::string(line.get());
 }
 
+bool is_signed_archive(const fs::path_t& path) {
+  const unique_fd file(open(path.cstring(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  struct stat status;
+  if (file.get() < 0 || fstat(file.get(), &status) != 0) {
+    throw_errno_of(path.cstring());
+  }
+  return S_ISREG(status.st_mode) &&
+         find_signature(file.get(), status.st_size, path.cstring()).has_value();
+}
+
+// Signs the archive, or holds the signature that it came with against its place.
+void ServedItem::settle_signature(const std::string& release, const std::string& platform,
+                                  const char* key, Replacement* archive) const {
+  const fs::path_t place = archive_path(release, platform);
+  const std::optional<CarriedSignature> carried =
+      find_signature(archive->descriptor(), archive->size(), place.cstring());
+  Purpose purpose{.item = "", .release = release, .platform = platform, .time = "", .bytes = 0};
+  for (size_t i = kItemDepth; i < names.size(); ++i) {
+    purpose.item += (i == kItemDepth ? "" : "/") + names[i];
+  }
+  if (key != nullptr) {
+    if (carried) {
+      archive->truncate(carried->signed_bytes);
+    }
+    purpose.time = time_of_signing();
+    purpose.bytes = archive->size();
+    sign_archive(key, purpose, archive);
+    archive->settle();
+  } else if (carried && !is_signed_for(purpose, *carried)) {
+    throw_failure_of(place.cstring(),
+                     "would carry a signature for something else; --sign replaces it");
+  }
+}
+
 bool ServedItem::put_archive(const std::string& release, const std::string& platform,
-                             const char* source, bool replace) const {
+                             const char* source, const char* key, bool replace) const {
   std::vector<std::string> way = names;
   way.push_back(release);
   Replacement archive(archive_path(release, platform), existing_directory(tree, way));
   make_archive(source, &archive);
+  settle_signature(release, platform, key, &archive);
   const SignalsHeld held;  // until the directories hold the archive, or are gone again
   NewDirectories directories;
   directories.make(tree, way);

@@ -9,8 +9,13 @@
 
 #include "core/owner.h"
 #include "fs/path.h"
+#include "tools/replacement.h"
 
 namespace runenv {
+
+// Whether the path is an archive that carries a signature; by whom and for what is not looked at.
+// Throws Error if it cannot be read.
+bool is_signed_archive(const fs::path_t& path);
 
 // The functions throw Error.
 class ServedItem {
@@ -28,11 +33,12 @@ class ServedItem {
   std::optional<std::string> latest() const;
 
   // Makes an archive of the release, and puts it into its place once it is stored and checked. The
-  // `source` is a directory to pack or an archive to copy. Returns false if there is an archive by
-  // now and `replace` is false. After that, or after an Error, the tree is as it was, unless the
-  // message says that the archive is in place.
+  // `source` is a directory to pack or an archive to copy. It is signed with the secret key in the
+  // file `key`, unless that is null; an archive that is signed already must be signed for this.
+  // Returns false if there is an archive by now and `replace` is false. After that, or after an
+  // Error, the tree is as it was, unless the message says that the archive is in place.
   bool put_archive(const std::string& release, const std::string& platform, const char* source,
-                   bool replace) const;
+                   const char* key, bool replace) const;
 
   // Keeps other publishers of the item from moving the pointer, until the descriptor is closed.
   // Waits for one that does.
@@ -45,6 +51,8 @@ class ServedItem {
   fs::path_t path() const;
   fs::path_t pointer_path() const;
   fs::path_t release_path(const std::string& release) const;
+  void settle_signature(const std::string& release, const std::string& platform, const char* key,
+                        Replacement* archive) const;
 
   const fs::path_t tree;
   const std::vector<std::string> names;

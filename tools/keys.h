@@ -1,0 +1,40 @@
+// The producers' public keys, and checking signatures with them.
+#pragma once
+
+#include <sodium.h>
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "tools/signature.h"
+
+namespace runenv {
+
+// The BLAKE2b hash of a content, which is what minisign signs.
+class Digest {
+ public:
+  Digest();
+  void update(const char* bytes, size_t count);
+  std::string finish();
+
+ private:
+  crypto_generichash_state state;
+};
+
+struct PublicKey {
+  std::string file;  // the name of the file that it comes from
+  std::string id;    // as minisign prints it, such as "8A342FC61B762D54"
+  std::array<unsigned char, crypto_sign_PUBLICKEYBYTES> key;
+};
+
+// Reads all files "*.pub" in the directory. Throws Error if there is none, or if one of them cannot
+// be read or is not a public key of minisign's: what an operator believes to be in force is.
+std::vector<PublicKey> load_keys(const std::string& directory);
+
+// Returns the key that has made the signature of the content with this digest, and of its trusted
+// comment. Throws Error "PATH: REASON" if none has.
+const PublicKey& check_signature(const char* path, const Signature& signature,
+                                 const std::string& digest, const std::vector<PublicKey>& keys);
+
+}  // namespace runenv

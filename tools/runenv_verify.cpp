@@ -1,0 +1,300 @@
+// runenv-verify: checks who has signed an archive and for what, by itself or in the place of tar.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/error.h"
+#include "core/failure.h"
+#include "core/owner.h"
+#include "core/retry.h"
+#include "fs/path.h"
+#include "schema/layout.h"
+#include "schema/pointer.h"
+#include "stream/outstream.h"
+#include "tools/command_line.h"
+#include "tools/failure.h"
+#include "tools/keys.h"
+#include "tools/published_name.h"
+#include "tools/replacement.h"
+#include "tools/run_tool.h"
+#include "tools/signature.h"
+#include "tools/unpacking.h"
+
+namespace runenv {
+
+static constexpr char kUsage[] =
+    "usage: runenv-verify [--keys DIRECTORY] ARCHIVE ...\n"
+    "       runenv-verify [--keys DIRECTORY] --tar -x -f ARCHIVE -C RELEASE\n"
+    "       tar -x -f ARCHIVE -C RELEASE\n"
+    "\n"
+    "Checks that archives are signed by a trusted key, and prints which key that is and what the\n"
+    "archive is for.\n"
+    "\n"
+    "With --tar, or under the name tar, it stands in for the tar that runenv-bootstrap starts:\n"
+    "it unpacks the archive if that is signed for exactly this release and platform, and refuses\n"
+    "it otherwise.\n"
+    "\n"
+    "  --keys DIRECTORY  where the trusted keys are, public keys of minisign in files *.pub;\n"
+    "                    " RUNENV_KEYS
+    " unless given\n"
+    "  --tar             stand in for tar; this ends the options\n"
+    "  --help            print this text\n"
+    "  --version         print the version of this program\n"
+    "  --                take every word that follows as it is, even if it begins with \"-\"\n";
+
+// In a release, if the policy asks for it: the signature that its archive had.
+static constexpr char kRememberedSignature[] = ".runenv-signature";
+
+namespace {
+
+struct Trust {
+  std::vector<PublicKey> keys;
+  bool no_rollback = false;
+};
+
+struct Verified {
+  Purpose purpose;
+  PublicKey key;
+  std::string signature;  // its text
+};
+
+}  // namespace
+
+static fs::path_t joined(fs::path_t directory, const char* name) {
+  return directory.join(name);
+}
+
+// The file "policy" beside the keys, which may be missing. Each line is a demand or a remark.
+static bool demands_no_rollback(const std::string& directory) {
+  const fs::path_t path = joined(directory.c_str(), "policy");
+  if (!path.exists()) {
+    return false;
+  }
+  std::ifstream policy(path.cstring());
+  bool result = false;
+  for (std::string line; std::getline(policy, line);) {
+    if (line == "no-rollback") {
+      result = true;
+    } else if (!line.empty() && !line.starts_with('#')) {
+      throw_failure_of(path.cstring(), "unknown demand '" + printable(line) + "'");
+    }
+  }
+  if (!policy.eof()) {
+    throw_failure_of(path.cstring(), "cannot be read");
+  }
+  return result;
+}
+
+static Trust load_trust(const std::string& directory) {
+  return {load_keys(directory), demands_no_rollback(directory)};
+}
+
+static unique_fd open_archive(const char* path) {
+  unique_fd file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (file.get() < 0) {
+    throw_errno_of(path);
+  }
+  struct stat status;
+  if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    throw_failure_of(path, "is not a regular file");
+  }
+  return file;
+}
+
+static CarriedSignature carried_signature(int file, const char* path) {
+  const off_t size = lseek(file, 0, SEEK_END);
+  const std::optional<CarriedSignature> found = find_signature(file, size, path);
+  if (!found) {
+    throw_failure_of(path, has_traces_of_signature(file, size, path)
+                               ? "has a signature that is damaged or not at the end"
+                               : "is not signed");
+  }
+  if (find_signature(file, found->signed_bytes, path)) {
+    throw_failure_of(path, "has more than one signature");
+  }
+  return *found;
+}
+
+// The digest of the first `size` bytes of the file, which go to `copy` too unless it is null.
+static std::string read_content(int file, off_t size, const char* path, Replacement* copy) {
+  static constexpr size_t kBlockSize = 262144;
+  std::vector<char> block(kBlockSize);
+  Digest digest;
+  for (off_t offset = 0; offset < size;) {
+    const auto wanted = static_cast<size_t>(std::min<off_t>(size - offset, kBlockSize));
+    const ssize_t n = retry([&] { return pread(file, block.data(), wanted, offset); });
+    if (n <= 0) {
+      throw_failure_of(path, "cannot be read to its end");
+    }
+    digest.update(block.data(), static_cast<size_t>(n));
+    if (copy != nullptr) {
+      copy->write(block.data(), static_cast<size_t>(n));
+    }
+    offset += n;
+  }
+  return digest.finish();
+}
+
+// Verifies the archive. If `copy` is not null, it gets the bytes that were signed, as they were
+// verified.
+static Verified verify(const char* path, const Trust& trust, Replacement* copy) {
+  const unique_fd file = open_archive(path);
+  const CarriedSignature carried = carried_signature(file.get(), path);
+  const std::optional<Signature> signature = split_signature(carried.text);
+  if (!signature) {
+    throw_failure_of(path, "has a signature that is not in minisign's format");
+  }
+  const std::string digest = read_content(file.get(), carried.signed_bytes, path, copy);
+  const PublicKey& key = check_signature(path, *signature, digest, trust.keys);
+  const std::optional<Purpose> purpose = from_trusted_comment(signature->trusted_comment);
+  if (!purpose || purpose->bytes != carried.signed_bytes) {
+    throw_failure_of(path, "is signed for something else than a release: '" +
+                               printable(signature->trusted_comment) + "'");
+  }
+  return {*purpose, key, carried.text};
+}
+
+// The bootstrapper's words say which item, release and platform it wants.
+static void check_purpose(const Purpose& purpose, const std::string& archive,
+                          const std::string& directory) {
+  const std::string name = purpose.platform + Layout::kArchiveExtension;
+  const std::string place =
+      std::string(Layout::kEnvironment) + "/" + purpose.item + "/" + purpose.release;
+  if (fs::path_t(archive).base_name().cstring() != name || directory != place) {
+    throw_failure_of(archive, "is signed as '" + printable(name) + "' for '" + printable(place) +
+                                  "', not for '" + printable(directory) + "'");
+  }
+}
+
+// The release that the machine has now must not have been signed later.
+static void check_not_older(const Purpose& purpose, const fs::path_t& item, const char* archive) {
+  const fs::path_t pointer = joined(item, Layout::kLatest);
+  if (!pointer.exists()) {
+    return;
+  }
+  const malloc_ptr<char> current(read_pointer_line(pointer.cstring()));
+  const fs::path_t remembered = joined(joined(item, current.get()), kRememberedSignature);
+  if (!remembered.exists()) {
+    return;
+  }
+  std::ifstream file(remembered.cstring());
+  const std::optional<Signature> signature =
+      split_signature({std::istreambuf_iterator<char>(file), {}});
+  const std::optional<Purpose> had =
+      signature ? from_trusted_comment(signature->trusted_comment) : std::nullopt;
+  if (!had) {
+    throw_failure_of(remembered.cstring(), "is not the signature of a release");
+  }
+  if (purpose.time < had->time) {
+    throw_failure_of(archive, "was signed at " + purpose.time + ", before release '" +
+                                  printable(had->release) + "', which is installed (" + had->time +
+                                  ")");
+  }
+}
+
+static void remember(const std::string& signature, const fs::path_t& directory) {
+  const fs::path_t path = joined(directory, kRememberedSignature);
+  if (path.exists(true)) {
+    throw_failure_of(path.cstring(), "is in the archive, but only verifying may put it there");
+  }
+  OutstreamPathImpl file(path, false);
+  Outstream(file.stream()).write(signature.c_str());
+  if (file.finalize() != 0) {
+    throw_failure_of(path.cstring(), "could not be written");
+  }
+}
+
+static void unpack_verified(const char* archive, const char* directory, const Trust& trust) {
+  // Nobody can change what this file holds between the check and its use.
+  Replacement copy{fs::path_t(archive)};
+  const Verified verified = verify(archive, trust, &copy);
+  check_purpose(verified.purpose, archive, directory);
+  if (trust.no_rollback) {
+    check_not_older(verified.purpose, fs::path_t(directory).dir_name(), archive);
+  }
+  Staging staging{fs::path_t(directory)};
+  run_tool({RUNENV_TAR, "-x", "-z", "-f", "-", "--no-same-owner", "--no-same-permissions", "-C",
+            staging.directory().cstring(), nullptr},
+           copy.descriptor_path().c_str(), kNoFile, fs::path_t(archive), "could not be unpacked");
+  staging.check();
+  if (trust.no_rollback) {
+    remember(verified.signature, staging.directory());
+  }
+  staging.commit();
+}
+
+// Takes the words that the bootstrapper gives tar, and no others.
+static void stand_in_for_tar(const std::vector<std::string>& words, const std::string& keys) {
+  if (words.size() != 5 || words[0] != "-x" || words[1] != "-f" || words[3] != "-C") {
+    throw_usage("in the place of tar it takes -x -f ARCHIVE -C RELEASE and nothing else");
+  }
+  const char* const directory = words[4].c_str();
+  try {
+    unpack_verified(words[2].c_str(), directory, load_trust(keys));
+  } catch (const Error&) {
+    rmdir(directory);  // the bootstrapper has made it; it goes if nothing is in it
+    throw;
+  }
+}
+
+static bool report(const char* archive, const Trust& trust) {
+  try {
+    const Verified verified = verify(archive, trust, nullptr);
+    const Purpose& purpose = verified.purpose;
+    std::printf("%s: %s, release %s for %s, signed at %s by key %s (%s)\n", archive,
+                printable(purpose.item).c_str(), printable(purpose.release).c_str(),
+                printable(purpose.platform).c_str(), purpose.time.c_str(), verified.key.id.c_str(),
+                verified.key.file.c_str());
+    return true;
+  } catch (const Error& error) {
+    std::fprintf(stderr, "%s: %s\n", program_name(), error.message);
+    return false;
+  }
+}
+
+static void verify_archives(int argc, char** argv) {
+  const std::string keys = RUNENV_KEYS;
+  if (std::string_view(fs::path_t(argv[0]).base_name().cstring()) == "tar") {
+    stand_in_for_tar({argv + 1, argv + argc}, keys);
+    return;
+  }
+  char** const end = argv + argc;
+  char** const tar = std::find(argv, end, std::string_view("--tar"));
+  const char* other_keys = nullptr;
+  const std::vector<const char*> archives =
+      parse_words(static_cast<int>(tar - argv), argv, 1,
+                  {{.name = "--keys", .value = &other_keys, .needs = "a directory"}});
+  const std::string directory = other_keys != nullptr ? other_keys : keys;
+  if (archives.empty() == (tar == end)) {
+    throw_usage(archives.empty() ? "an archive is needed" : "--tar takes the place of archives");
+  }
+  if (tar != end) {
+    stand_in_for_tar({tar + 1, end}, directory);
+    return;
+  }
+  const Trust trust = load_trust(directory);
+  const auto refused = std::count_if(archives.begin(), archives.end(),
+                                     [&](const char* archive) { return !report(archive, trust); });
+  finish_standard_output();
+  if (refused != 0) {
+    std::exit(1);
+  }
+}
+
+}  // namespace runenv
+
+int main(int argc, char** argv) {
+  return runenv::run_program(
+      {.name = "runenv-verify", .usage = runenv::kUsage, .body = runenv::verify_archives}, argc,
+      argv);
+}

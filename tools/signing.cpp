@@ -1,0 +1,61 @@
+#include "tools/signing.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <array>
+#include <ctime>
+#include <string>
+
+#include "core/owner.h"
+#include "tools/failure.h"
+#include "tools/run_tool.h"
+
+namespace runenv {
+
+// A path by which minisign reaches a descriptor of this process.
+static std::string path_of(int descriptor) {
+  return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(descriptor);
+}
+
+std::string time_of_signing() {
+  const std::time_t now = std::time(nullptr);
+  std::array<char, sizeof "2026-11-21T09:30:00Z"> text;
+  tm parts;
+  std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", gmtime_r(&now, &parts));
+  return text.data();
+}
+
+// What minisign writes in the memory file.
+static std::string signature_in(int file) {
+  static constexpr size_t kLongest = 16384;  // minisign's own limits are below
+  std::string text(kLongest, '\0');
+  const ssize_t size = pread(file, text.data(), text.size(), 0);
+  if (size < 0) {
+    throw_errno_of("signature");
+  }
+  text.resize(static_cast<size_t>(size));
+  return text;
+}
+
+void sign_archive(const char* key, const Purpose& purpose, Replacement* archive) {
+  const unique_fd signature(memfd_create("signature", MFD_CLOEXEC));
+  if (signature.get() < 0) {
+    throw_errno_of("signature");
+  }
+  const std::string comment = to_trusted_comment(purpose);
+  // What minisign says on its standard output is for people who sign by hand.
+  run_tool({"minisign", "-S", "-s", key, "-m", path_of(archive->descriptor()).c_str(), "-x",
+            path_of(signature.get()).c_str(), "-t", comment.c_str(), "-c",
+            "signature of a release for runenv-verify", nullptr},
+           nullptr, nullptr, fs::path_t(key), "could not sign");
+  const std::string text = signature_in(signature.get());
+  const std::optional<Signature> parts = split_signature(text);
+  if (!parts || parts->trusted_comment != comment) {
+    throw_failure_of("minisign", "made something else than the signature that it was asked for");
+  }
+  const std::string member = signature_member(text);
+  archive->write(member.data(), member.size());
+}
+
+}  // namespace runenv

@@ -1,0 +1,39 @@
+// The directory of a release, filled beside its place and put there when it is complete.
+#pragma once
+
+#include "core/owner.h"
+#include "fs/path.h"
+
+namespace runenv {
+
+// A new directory for a release. It is made in another one beside the release's, which only this
+// user may enter. The destructor removes that, and so does the next Staging in the same place if
+// this one is killed. The functions throw Error with the path in front.
+class Staging {
+ public:
+  // The release is to take the place at `path`. Throws Error if another process is at it.
+  explicit Staging(const fs::path_t& path);
+  ~Staging();
+  Staging(const Staging&) = delete;
+  Staging& operator=(const Staging&) = delete;
+
+  // The new directory, empty at first.
+  const fs::path_t& directory() const { return inner; }
+
+  // Throws Error unless all that is in the directory is a file, a directory, or a link that leads
+  // to somewhere in it.
+  void check() const;
+
+  // Puts the directory in its place, in one step. What was there is removed.
+  void commit();
+
+ private:
+  void remove_content() const;
+
+  const fs::path_t target;
+  const fs::path_t outer;
+  const fs::path_t inner;
+  unique_fd lock;  // on `outer`
+};
+
+}  // namespace runenv
