@@ -26,6 +26,10 @@ std::string printable(std::string_view text) {
   return result;
 }
 
+std::string_view last_component(std::string_view path) {
+  return path.substr(path.rfind('/') + 1);
+}
+
 // curl refuses control characters and blanks, and takes "[]{}" for patterns. A URL's path ends at
 // "?" and "#". Servers decode "%". tar takes a backslash in its directory for an escape. A pointer
 // ends at a line end.

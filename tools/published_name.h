@@ -10,6 +10,9 @@ namespace runenv {
 // nothing to a terminal.
 std::string printable(std::string_view text);
 
+// What follows the last "/" of the path.
+std::string_view last_component(std::string_view path);
+
 // Throws Error unless `name` is one path component that every reader takes as it is, curl and tar
 // included. `what` stands for it in the message. `appended` follows it in the name of its file,
 // which must not get too long.

@@ -8,6 +8,7 @@
 #include "core/owner.h"
 #include "process/tool.h"
 #include "tools/failure.h"
+#include "tools/published_name.h"
 
 namespace runenv {
 
@@ -39,7 +40,7 @@ void run_tool(const std::vector<const char*>& argv, const char* in, const char* 
   if (result.kind != 0) {
     const bool exited = result.kind == 1;
     throw_failure_of(subject.cstring(),
-                     problem + " (" + fs::path_t(argv[0]).base_name().cstring() + ": " +
+                     problem + " (" + std::string(last_component(argv[0])) + ": " +
                          (exited ? "exit status " + std::to_string(result.code) : result.message) +
                          ")");
   }

@@ -170,7 +170,7 @@ static void check_purpose(const Purpose& purpose, const std::string& archive,
   const std::string name = purpose.platform + Layout::kArchiveExtension;
   const std::string place =
       std::string(Layout::kEnvironment) + "/" + purpose.item + "/" + purpose.release;
-  if (fs::path_t(archive).base_name().cstring() != name || directory != place) {
+  if (last_component(archive) != name || directory != place) {
     throw_failure_of(archive, "is signed as '" + printable(name) + "' for '" + printable(place) +
                                   "', not for '" + printable(directory) + "'");
   }
@@ -264,7 +264,7 @@ static bool report(const char* archive, const Trust& trust) {
 
 static void verify_archives(int argc, char** argv) {
   const std::string keys = RUNENV_KEYS;
-  if (std::string_view(fs::path_t(argv[0]).base_name().cstring()) == "tar") {
+  if (last_component(argv[0]) == "tar") {
     stand_in_for_tar({argv + 1, argv + argc}, keys);
     return;
   }

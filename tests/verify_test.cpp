@@ -1,0 +1,252 @@
+// Signed releases on their whole road: runenv-publish has the real minisign sign them, a real
+// server serves them, and the bootstrapper unpacks them with runenv-verify in the place of tar.
+#include <algorithm>
+#include <tuple>
+
+#include "tests/program.h"
+#include "tools/signature.h"
+
+static const std::string kItem = "server/www/2/runenv/platform/5/";
+static const std::string kArchive = kItem + "r2/linux-x64.tar.gz";
+
+// The machine has r1, verified. The server has r2 as well, which is the latest there.
+class VerifyTest : public ServerTest {
+ protected:
+  VerifyTest() {
+    stand_in("../verify/tar", "exec runenv-verify --keys keys --tar \"$@\"");
+    stand_in("update", "PATH=$PWD/verify:$PATH exec runenv-bootstrap versions.bin");
+    stand_in("sign",
+             "exec runenv-publish server/www platform ${3-5} --from content --replace "
+             "--sign ${2-our}.key -- \"$1\"");
+    const Outcome made =
+        run("mkdir keys && minisign -GW -p keys/our.pub -s our.key &&"
+            " minisign -GW -p their.pub -s their.key && rm -r server/www/2 &&"
+            " echo r1 >content/file && sign r1 && runenv-versions compose -o versions.bin 5 &&"
+            " update && echo r2 >content/file && sign r2 && cp " +
+            kArchive + " r2");
+    EXPECT_EQ(made.status, 0) << made.err;
+  }
+  // Updates the machine after the change; undo has everything as it was before.
+  Outcome update_after(const std::string& change) {
+    run("mkdir saved && cp -a keys content runenv server/www saved && mv saved/www saved/w");
+    run(change);
+    return run("exec update");
+  }
+  void undo() {
+    run("chmod -R u+w content runenv; rm -rf keys content runenv server/www .update;"
+        " mv saved/w server/www; mv saved/* .; rmdir saved");
+  }
+  std::string machine() { return run("find runenv -printf '%p %s %m %l\\n' | sort").out; }
+  // Publishes as r2 what minisign signs with these options.
+  void sign_by_hand(const std::string& options) {
+    const Outcome outcome = run(
+        "/bin/tar -C content -czf bare . && bytes=$(stat -c %s bare) && comment='runenv archive: "
+        "item=platform/5 release=r2 platform=linux-x64 time=2026-11-21T09:30:00Z bytes=' &&"
+        " minisign -S -s our.key -m bare -x text " +
+        options);
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    write_file(kArchive, read_file("bare") + runenv::signature_member(read_file("text")));
+  }
+};
+
+TEST_F(VerifyTest, NothingButWhatWasSignedForItIsUnpacked) {
+  const std::string alien = " >/dev/null; sign r2 our 6 && cp server/www/2/runenv/platform/6/r2/* ";
+  const std::tuple<std::string, std::string> kRows[] = {
+      {"gzip -dc r2 | gzip >" + kArchive, "is not signed"},
+      {"sign r2 their", ", which is not trusted here"},
+      {"rm keys/our.pub && cp their.pub keys", ", which is not trusted here"},
+      {"rm keys/our.pub", "keys: holds no key (*.pub), so nothing can be verified"},
+      {"rm -r keys", "keys: No such file or directory"},
+      {"echo >keys/b.pub", "keys/b.pub: is not a public key of minisign"},
+      {"cp our.key keys/b.pub", "keys/b.pub: is not a public key of minisign"},
+      {"ln -s /proc/self/mem keys/b.pub", "keys/b.pub: Input/output error"},
+      {"mkdir keys/b.pub", "keys/b.pub: is not a regular file"},
+      {"echo yes >keys/policy", "keys/policy: unknown demand 'yes'"},
+      {"mkdir keys/policy", "keys/policy: cannot be read"},
+      {"cp " + kItem + "r1/* " + kArchive,
+       "for 'runenv/platform/5/r1', not for 'runenv/platform/5/r2'"},
+      {"sign r2 our 6 && cp server/www/2/runenv/platform/6/r2/* " + kArchive,
+       "for 'runenv/platform/6/r2', not for 'runenv/platform/5/r2'"},
+      {"runenv-publish server/www platform 5 r2 --sign our.key --platform arm --from content &&"
+       " cp " +
+           kItem + "r2/arm.tar.gz " + kArchive,
+       "is signed as 'arm.tar.gz' for"},
+      {"head -c -1 r2 >" + kArchive, "has a signature that is damaged or not at the end"},
+      {"echo >>" + kArchive, "has a signature that is damaged or not at the end"},
+      {"tail -c 393 r2 >>" + kArchive, "has more than one signature"},
+      {"printf X | dd conv=notrunc bs=1 seek=20 of=" + kArchive, "was changed after key "},
+      {"ln -s ../../../../up content/link; sign r2",
+       "/r2/link: is a link out of the release, to '.."},
+      {"mkdir content/d && ln -s ../d/../../x content/d/l; sign r2", "/r2/d/l: is a link out of"},
+      {"ln -s /etc/passwd content/link; sign r2", "is a link out of the release, to '/etc/passwd'"},
+      {"mkfifo content/pipe; sign r2", "/r2/pipe: is neither a file nor a directory nor a link"},
+  };
+  const std::string before = machine();
+  for (const auto& [attack, error] : kRows) {
+    const Outcome outcome = update_after(attack);
+    EXPECT_EQ(outcome.status, 1) << attack;
+    EXPECT_NE(outcome.err.find("runenv-verify: "), std::string::npos) << attack;
+    EXPECT_NE(outcome.err.find(error), std::string::npos) << attack << "\n" << outcome.err;
+    EXPECT_NE(outcome.err.find(fatal("tar command failed")), std::string::npos) << attack;
+    EXPECT_EQ(machine(), before) << attack;
+    undo();
+  }
+}
+
+TEST_F(VerifyTest, WhatIsSignedTakesItsPlaceWhole) {
+  const std::string staging = "'runenv/platform/5/.runenv-verify#unpacking'";
+  const std::tuple<std::string, std::string, std::string> kRows[] = {
+      {":", "cat r2/file", "r2\n"},
+      {"mkdir -p runenv/platform/5/r2/old; echo old >runenv/platform/5/r2/file", "ls r2; cat r2/*",
+       "file\nr2\n"},
+      {"mkdir -p " + staging + "/r2/d; chmod 0 " + staging + "/r2/d", "cat r2/file", "r2\n"},
+      {"mkdir -p content/d/e; ln -s ../../d/./e content/d/e/in; ln -s d/e/in content/on; sign r2",
+       "ls r2/on/in/in", "in\n"},
+      {"chmod 4755 content/file; chmod 555 content; sign r2", "stat -c %a r2 r2/file",
+       "555\n755\n"},
+      {"runenv-publish server/www platform 5 r2 --sign our.key", "cat r2/file", "r2\n"},
+  };
+  for (const auto& [change, look, seen] : kRows) {
+    const Outcome outcome = update_after(change);
+    EXPECT_EQ(outcome.out, "- 2/runenv/platform/5 [updating]\n") << outcome.err;
+    const Outcome result = run("cd runenv/platform/5 && " + look + " && ls -A && cat latest");
+    EXPECT_EQ(result.out, seen + "latest\nr1\nr2\nr2") << change;
+    undo();
+  }
+}
+
+// All that is signed, and all that says by whom and for what, is held at every byte.
+TEST_F(VerifyTest, NoByteMayChange) {
+  const std::string whole = read_file("r2");
+  const size_t free = whole.find("untrusted comment: ") + 19, end = whole.find('\n', free);
+  size_t kept = 0;
+  for (size_t i = 0; i < whole.size(); ++i) {
+    std::string changed = whole;
+    changed[i] = static_cast<char>(changed[i] ^ (i % 2 == 0 ? 1 : 0x80));
+    if (i < free || i >= end || changed[i] == '\n') write_file("f/" + std::to_string(i), changed);
+    write_file("f/-" + std::to_string(i), whole.substr(0, i));
+    write_file("f/+" + std::to_string(i), whole.substr(0, i) + whole.substr(i / 2));
+    kept += i < free || i >= end;
+  }
+  const Outcome outcome = run("runenv-verify --keys keys f/* | wc -l; ls f | wc -l");
+  EXPECT_EQ(outcome.out, "0\n" + std::to_string(2 * whole.size() + kept) + "\n");
+}
+
+TEST_F(VerifyTest, WhatIsCheckedIsUnpacked) {
+  run("mkdir -p t/u; cp r2 t; head -c 20 r2 >evil; tail -c +21 r2 | tr r R >>evil");
+  const Run swapping =
+      start("while :; do cat evil >t/linux-x64.tar.gz; cat r2 >t/linux-x64.tar.gz; done");
+  int unpacked = 0;
+  for (int i = 0; i < 60; ++i) {
+    run("mkdir -p runenv/platform/5/r2; verify/tar -x -f t/linux-x64.tar.gz -C "
+        "runenv/platform/5/r2");
+    if (files::exists("runenv/platform/5/r2")) {
+      ++unpacked;
+      EXPECT_EQ(local("platform/5/r2/file"), "r2\n");
+      files::remove_all("runenv/platform/5/r2");
+    }
+  }
+  EXPECT_GT(unpacked, 0);
+}
+
+TEST_F(VerifyTest, SignsAndVerifiesLikeMinisign) {
+  const std::tuple<std::string, std::string> kRows[] = {
+      {"-t \"$comment$bytes\"", ""},
+      {"-t \"$comment$bytes\" -c \"$(head -c 900 /dev/zero | tr '\\0' x)\"", ""},
+      {"-l -t \"$comment$bytes\"", "is signed in a format of minisign's that is not supported"},
+      {"", "is signed for something else than a release: 'timestamp:"},
+      {"-t \"${comment}9\"", "is signed for something else than a release: 'runenv archive: "},
+      {"-t \"$comment$bytes \"", "is signed for something else than a release: 'runenv archive: "},
+  };
+  for (const auto& [options, error] : kRows) {
+    sign_by_hand(options);
+    const Outcome outcome = update_after(":");
+    EXPECT_EQ(outcome.status, error == "" ? 0 : 1) << options << outcome.err;
+    EXPECT_NE(outcome.err.find(error), std::string::npos) << outcome.err;
+    undo();
+  }
+  const Outcome split =
+      run("bytes=$(tail -c 999 r2 | sed -n 's/^trusted comment: .* bytes=//p'); head -c $bytes r2 "
+          ">content.gz;"
+          " tail -c +$((bytes + 17)) r2 | head -c -12 >content.gz.minisig;"
+          " minisign -Q -V -p keys/our.pub -m content.gz");
+  EXPECT_TRUE(
+      split.out.starts_with("runenv archive: item=platform/5 release=r2 platform=linux-x64"))
+      << split.err;
+}
+
+TEST_F(VerifyTest, PolicyForbidsGoingBack) {
+  run("echo '# as the guide says' >keys/policy; echo no-rollback >>keys/policy; update;"
+      " runenv-publish server/www platform 5 r1 --latest-only");
+  EXPECT_TRUE(local("platform/5/r2/.runenv-signature").starts_with("untrusted comment: "));
+  files::remove_all("runenv/platform/5/r1");
+  Outcome outcome = update_after("sleep 1");
+  EXPECT_NE(outcome.err.find(", before release 'r2', which is installed ("), std::string::npos)
+      << outcome.err;
+  undo();
+  EXPECT_EQ(update_after("rm keys/policy").status, 0);
+  undo();
+  EXPECT_EQ(update_after("runenv-publish server/www platform 5 r1 --sign our.key").status, 0);
+  undo();
+  outcome = update_after("touch content/.runenv-signature; sign r1");
+  EXPECT_NE(outcome.err.find("is in the archive, but only verifying may put it"), std::string::npos)
+      << outcome.err;
+}
+
+TEST_F(VerifyTest, ProducerKeepsOnSigning) {
+  const std::string program = "runenv-publish server/www platform 5 ", refused = "runenv-publish: ";
+  const std::tuple<std::string, std::string> kRows[] = {
+      {"r3 --from content",
+       "release 'r3' is not signed for platform 'linux-x64', while 'r2', the "
+       "latest so far, is signed; sign it (--sign), or give --unsigned"},
+      {"r3 --from content --keep-latest", ""},
+      {"r3 --latest-only", "release 'r3' is not signed for platform"},
+      {"r3 --sign our.key --platform arm", "release 'r3' has no archive for platform 'arm'"},
+      {"r3 --sign our.key", ""},
+      {"r3 --latest-only", ""},
+      {"r4 --from r2", "r4/linux-x64.tar.gz: would carry a signature for something else; --sign"},
+      {"r4 --from r2 --sign our.key", ""},
+      {"r4 --from r2 --sign no.key --replace", "no.key: could not sign (minisign: exit status"},
+      {"r5 --from content --unsigned", ""},
+      {"r6 --from content", ""},
+      {"r7 --sign our.key --unsigned", "--sign and --unsigned exclude each other"},
+      {"r7 --sign our.key --latest-only",
+       "--latest-only goes with --drop-platforms and --unsigned"},
+      {"r7 --from content --keep-latest --unsigned", "--drop-platforms and --unsigned say nothing"},
+      {"r7 --sign our.key --replace", "--sign without --from goes with --platform alone"},
+  };
+  for (const auto& [words, error] : kRows) {
+    const Outcome outcome = run(program + words);
+    EXPECT_EQ(outcome.status, error == "" ? 0 : 1) << words << outcome.err;
+    EXPECT_NE(outcome.err.find(error), std::string::npos) << words << outcome.err;
+  }
+  EXPECT_EQ(run("runenv-verify --keys keys " + kItem + "r[34]/*").status, 0);
+}
+
+TEST_F(VerifyTest, CommandLine) {
+  const std::string usage = run("runenv-verify --help").out,
+                    hint = "\nTry 'runenv-verify --help'.\n",
+                    words =
+                        "in the place of tar it takes -x -f ARCHIVE -C RELEASE and nothing else";
+  EXPECT_TRUE(usage.starts_with("usage: runenv-verify [--keys DIRECTORY] ARCHIVE ...\n"));
+  const std::tuple<std::string, std::string> kRows[] = {
+      {"", "an archive is needed" + hint},
+      {"r2 --tar -x -f r2 -C r", "--tar takes the place of archives" + hint},
+      {"--tar -x -f r2 -C", words + hint},
+      {"--tar -x -z -f r2 -C r", words + hint},
+      {"--tar -x -C r -f r2", words + hint},
+      {"--keys", "option '--keys' needs a directory" + hint},
+      {"--keys keys no", "no: No such file or directory\n"},
+      {"--keys keys content", "content: is not a regular file\n"},
+      {"--keys keys keys/our.pub", "keys/our.pub: is not signed\n"},
+  };
+  for (const auto& [arguments, error] : kRows) {
+    const Outcome outcome = run("runenv-verify " + arguments);
+    EXPECT_EQ(outcome.status, 1) << arguments;
+    EXPECT_EQ(outcome.err, "runenv-verify: " + error) << arguments;
+  }
+  // Under the name of tar it takes tar's words, with the keys that are built in.
+  run("ln -s \"$(PATH=${PATH#*:}; command -v runenv-verify)\" tar");
+  EXPECT_EQ(run("./tar --help").err, "runenv-verify: " + words + hint);
+  EXPECT_NE(run("./tar -x -f r2 -C r").err.find("/keys: "), std::string::npos);
+}
