@@ -6,10 +6,12 @@ find_library(SODIUM_LIBRARY sodium)
 mark_as_advanced(SODIUM_INCLUDE_DIR SODIUM_LIBRARY)
 
 if(SODIUM_INCLUDE_DIR AND SODIUM_LIBRARY)
-  add_executable(runenv-verify tools/runenv_verify.cpp tools/keys.cpp tools/published_name.cpp
-                               tools/run_tool.cpp tools/signature.cpp tools/unpacking.cpp)
-  target_include_directories(runenv-verify SYSTEM PRIVATE ${SODIUM_INCLUDE_DIR})
-  target_link_libraries(runenv-verify PRIVATE ${SODIUM_LIBRARY})
+  add_library(runenv_keys STATIC tools/keys.cpp)
+  target_include_directories(runenv_keys SYSTEM PUBLIC ${SODIUM_INCLUDE_DIR})
+  target_link_libraries(runenv_keys PUBLIC runenv_tools ${SODIUM_LIBRARY})
+  runenv_options(runenv_keys)
+  add_executable(runenv-verify tools/runenv_verify.cpp tools/unpacking.cpp)
+  target_link_libraries(runenv-verify PRIVATE runenv_keys)
   target_compile_definitions(runenv-verify PRIVATE "RUNENV_KEYS=\"${RUNENV_KEYS}\""
                                                    "RUNENV_TAR=\"${RUNENV_TAR}\"")
   list(APPEND tools runenv-verify)

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <optional>
-#include <string_view>
 
 #include "core/failure.h"
 #include "core/owner.h"
@@ -63,8 +61,7 @@ std::string Digest::finish() {
   return result;
 }
 
-// The two lines of a key file: a remark, and the key in base64.
-static std::optional<PublicKey> parse_key(std::string_view text, const std::string& file) {
+std::optional<PublicKey> parse_key(std::string_view text, const std::string& file) {
   static constexpr std::string_view kRemark = "untrusted comment: ";
   const size_t end = text.find('\n');
   if (!text.starts_with(kRemark) || end == std::string_view::npos) {

@@ -4,7 +4,9 @@
 #include <sodium.h>
 
 #include <array>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/signature.h"
@@ -27,6 +29,10 @@ struct PublicKey {
   std::string id;    // as minisign prints it, such as "8A342FC61B762D54"
   std::array<unsigned char, crypto_sign_PUBLICKEYBYTES> key;
 };
+
+// Reads the two lines of a key file: a remark, and the key in base64. None if it is anything else.
+// `file` is the name of the file.
+std::optional<PublicKey> parse_key(std::string_view text, const std::string& file);
 
 // Reads all files "*.pub" in the directory. Throws Error if there is none, or if one of them cannot
 // be read or is not a public key of minisign's: what an operator believes to be in force is.
