@@ -90,6 +90,24 @@ compare "10 items up to date" current 10 21
 compare "100 items up to date" current 100 9
 compare "10 first installs of 1 MiB" new 10 11
 
+# Verifying and unpacking beside unpacking alone, of a release that holds programs and libraries.
+if [ -x "$build/runenv-verify" ]; then
+  echo "bootstrap: verifying" >&2
+  mkdir -p tree keys
+  minisign -G -W -p keys/key.pub -s secret.key >/dev/null
+  find /usr/bin -type f -readable -name "$([ "$quick" ] && echo 'z*' || echo '*')" |
+    tar -P -czf all.tar.gz --transform='s,/usr/,,' -T -
+  "$build/runenv-publish" tree platform 5 r1 --from all.tar.gz --sign secret.key
+  mv tree/2/runenv/platform/5/r1/linux-x64.tar.gz .
+  size=$(($(stat -c %s linux-x64.tar.gz) / 1000000))
+  "$build/bench/stopwatch" "unpack an archive of $size MB" "$([ "$quick" ] && echo 1 || echo 5)" \
+    runenv "rm -rf runenv; mkdir -p runenv/platform/5/r1; sync" \
+    "$build/runenv-verify --keys keys --tar -x -f linux-x64.tar.gz -C runenv/platform/5/r1" \
+    "tar alone" "rm -rf runenv; mkdir -p runenv/platform/5/r1; sync" \
+    "tar -x -f linux-x64.tar.gz -C runenv/platform/5/r1" >>medians
+  rm -rf runenv tree all.tar.gz
+fi
+
 # The peak of the program's own memory, read by its last child, in a run that installs ten items and
 # finds ninety current; the program's processor time is that of a run in which all are.
 stand_in=$work/bin/curl

@@ -4,10 +4,13 @@
 option(RUNENV_INSTALL "Install the programs and the library" ${PROJECT_IS_TOP_LEVEL})
 
 set(programs runenv-bootstrap runenv-versions runenv-publish)
+if(TARGET runenv-verify)
+  set(verifying runenv-verify)
+endif()
 
 if(NOT RUNENV_INSTALL)
   if(NOT PROJECT_IS_TOP_LEVEL)
-    set_target_properties(${programs} PROPERTIES EXCLUDE_FROM_ALL ON)
+    set_target_properties(${programs} ${verifying} PROPERTIES EXCLUDE_FROM_ALL ON)
   endif()
   return()
 endif()
@@ -18,13 +21,32 @@ include(GNUInstallDirs)
 # The programs. What does not come from the compiler is looked up when it is installed.
 install(TARGETS ${programs} COMPONENT runtime)
 install(DIRECTORY docs/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime
-        FILES_MATCHING PATTERN "*.1")
-install(DIRECTORY scripts/completions/bash/
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT runtime)
+        FILES_MATCHING PATTERN "*.1" PATTERN "runenv-verify*" EXCLUDE)
+set(bash_dir ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+set(fish_dir ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+install(DIRECTORY scripts/completions/bash/ DESTINATION ${bash_dir} COMPONENT runtime
+        PATTERN "runenv-verify*" EXCLUDE)
+install(DIRECTORY scripts/completions/fish/ DESTINATION ${fish_dir} COMPONENT runtime
+        PATTERN "runenv-verify*" EXCLUDE)
 install(DIRECTORY scripts/completions/zsh/
         DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT runtime)
-install(DIRECTORY scripts/completions/fish/
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT runtime)
+
+# The program that verifies has a component of its own, since it alone needs libsodium. Under the
+# name of tar it stands where nobody meets it by accident.
+if(verifying)
+  install(TARGETS runenv-verify COMPONENT verify)
+  install(FILES docs/man/runenv-verify.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT verify)
+  install(FILES scripts/completions/bash/runenv-verify DESTINATION ${bash_dir} COMPONENT verify)
+  install(FILES scripts/completions/fish/runenv-verify.fish DESTINATION ${fish_dir} COMPONENT verify)
+  set(libexec_dir ${CMAKE_INSTALL_FULL_LIBEXECDIR}/runenv)
+  cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_BINDIR BASE_DIRECTORY "${libexec_dir}"
+             OUTPUT_VARIABLE way_to_bin)
+  file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/libexec)
+  file(CREATE_LINK "${way_to_bin}/runenv-verify" ${PROJECT_BINARY_DIR}/libexec/tar SYMBOLIC)
+  install(FILES ${PROJECT_BINARY_DIR}/libexec/tar DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/runenv
+          COMPONENT verify)
+endif()
+
 # The README's links into docs/ hold.
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
         COMPONENT runtime)

@@ -1,5 +1,5 @@
-# Packages of what RunenvInstall.cmake installs. The target "package" makes "runenv" and
-# "runenv-dev" for Debian where its tools are at hand, an archive elsewhere; the target
+# Packages of what RunenvInstall.cmake installs. The target "package" makes "runenv", "runenv-verify"
+# and "runenv-dev" for Debian where its tools are at hand, an archive elsewhere; the target
 # "package_source" makes the source archive.
 set(RUNENV_MAINTAINER "runenv maintainers <maintainers@runenv.invalid>" CACHE STRING
     "Whom the packages name as responsible for them")
@@ -23,6 +23,9 @@ else()
   set(CPACK_GENERATOR TGZ)
 endif()
 set(CPACK_COMPONENTS_ALL runtime development)
+if(TARGET runenv-verify)
+  list(APPEND CPACK_COMPONENTS_ALL verify)
+endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 
@@ -32,6 +35,7 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 # tar tells compressed archives by itself since 1.15.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "curl, tar (>= 1.15)")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS ca-certificates)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS "runenv-verify, minisign")
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION
     "bring a local run-time environment up to date
 runenv-bootstrap reads a small binary document that names one platform
@@ -40,6 +44,17 @@ server offers, and downloads and unpacks what has changed.
 .
 runenv-versions writes and prints such documents, runenv-publish puts
 releases into the tree that a distribution server serves.")
+
+set(CPACK_DEBIAN_VERIFY_PACKAGE_NAME runenv-verify)
+set(CPACK_DEBIAN_VERIFY_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_VERIFY_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_VERIFY_PACKAGE_DEPENDS "tar, gzip")
+set(CPACK_DEBIAN_VERIFY_PACKAGE_ENHANCES runenv)
+set(CPACK_DEBIAN_VERIFY_DESCRIPTION
+    "check the signatures of releases before they are unpacked
+runenv-verify checks that the archive of a release is signed by a trusted
+key, for the item, release and platform that it is unpacked as. In the place
+of the tar that runenv-bootstrap starts, it refuses all others.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME runenv-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)

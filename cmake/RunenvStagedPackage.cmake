@@ -18,12 +18,16 @@ elseif(CPACK_GENERATOR STREQUAL DEB)
   string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
   set(changelogs "${share}/doc/runenv/changelog"
                  "${CPACK_TEMPORARY_DIRECTORY}/development/usr/share/doc/runenv-dev/changelog")
+  if(EXISTS "${CPACK_TEMPORARY_DIRECTORY}/verify")
+    list(APPEND changelogs
+         "${CPACK_TEMPORARY_DIRECTORY}/verify/usr/share/doc/runenv-verify/changelog")
+  endif()
   foreach(changelog ${changelogs})
     file(WRITE "${changelog}" "runenv (${CPACK_PACKAGE_VERSION}) unstable; urgency=medium\n\n"
          "  * What changed is told in /usr/share/doc/runenv/CHANGELOG.md.\n\n"
          " -- ${CPACK_PACKAGE_CONTACT}  ${date}\n")
   endforeach()
-  file(GLOB pages "${share}/man/man1/*.1")
+  file(GLOB pages "${CPACK_TEMPORARY_DIRECTORY}/*/usr/share/man/man1/*.1")
   execute_process(COMMAND gzip -9nf ${pages} ${changelogs} COMMAND_ERROR_IS_FATAL ANY)
   if(EXISTS "${share}/zsh/site-functions")
     file(RENAME "${share}/zsh/site-functions" "${share}/zsh/vendor-completions")

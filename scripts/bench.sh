@@ -6,7 +6,8 @@ set -eu
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
 require c++=g++ cmake=cmake ninja=ninja-build pkg-config=pkg-config curl=curl tar=tar \
-  openssl=openssl nginx=nginx-light jq=jq /usr/include/benchmark/benchmark.h=libbenchmark-dev
+  openssl=openssl nginx=nginx-light jq=jq \
+  minisign=minisign /usr/include/sodium.h=libsodium-dev /usr/include/benchmark/benchmark.h=libbenchmark-dev
 # The peers are wanted, not needed.
 for peer in /usr/include/uv.h=libuv1-dev /usr/include/event2/event.h=libevent-dev \
   /usr/include/boost/pool/pool.hpp=libboost-dev \

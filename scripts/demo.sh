@@ -1,11 +1,12 @@
 #!/bin/sh
 # Shows the programs at work on this machine: builds them, publishes a small run-time environment on
-# a web server of its own, installs it, rolls out a release and rolls it back. Leaves nothing behind
-# but build-demo/.
+# a web server of its own, installs it, rolls out a release, rolls it back and verifies a signed one.
+# Leaves nothing behind but build-demo/.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
-require c++=g++ cmake=cmake ninja=ninja-build curl=curl tar=tar openssl=openssl nginx=nginx-light
+require c++=g++ cmake=cmake ninja=ninja-build curl=curl tar=tar openssl=openssl nginx=nginx-light \
+  /usr/include/sodium.h=libsodium-dev minisign=minisign
 
 say() { printf '\n== %s\n' "$*"; }
 run() {
@@ -26,12 +27,14 @@ mkdir -p "$demo/server/www" "$demo/content" "$demo/machine"
 trap 'trap "" HUP INT TERM; "$server_script" stop "$demo/server"; rm -rf "$demo"' EXIT
 trap 'exit 1' HUP INT TERM
 
-# publish RELEASE TEXT ITEM...: publishes a directory with one file for an item.
+# publish RELEASE TEXT ITEM...: publishes a directory with one file for an item, and signs it with
+# the key that $key names.
+key=
 publish() {
   release=$1
   echo "$2" >../content/README
   shift 2
-  run runenv-publish ../server/www "$@" "$release" --from ../content
+  run runenv-publish ../server/www "$@" "$release" --from ../content ${key:+--sign "$key"}
 }
 
 show_environment() {
@@ -73,3 +76,20 @@ run runenv-publish ../server/www system-type linker 0.9 build-3 --latest-only
 run runenv-bootstrap versions.bin
 run cat runenv/system-types/linker/0.9/latest
 echo
+
+say "Signed releases: with the producer's key the machine verifies before it unpacks"
+mkdir ../keys ../bin
+run minisign -G -W -p ../keys/producer.pub -s ../producer.key >/dev/null
+printf '#!/bin/sh\nexec runenv-verify --keys "%s/keys" --tar "$@"\n' "$demo" >../bin/tar
+chmod +x ../bin/tar
+# What an installation has ready: a tar that verifies, for the bootstrapper to find first.
+verifying() {
+  printf '$ %s\n' "PATH=../bin:\$PATH $*"
+  PATH=$demo/bin:$PATH "$@"
+}
+publish build-5 "the linker, build 5, not signed" system-type linker 0.9
+! verifying runenv-bootstrap versions.bin 2>&1 || exit 1
+key=../producer.key
+publish build-6 "the linker, build 6" system-type linker 0.9
+verifying runenv-bootstrap versions.bin
+run runenv-verify --keys ../keys ../server/www/2/runenv/system-types/linker/0.9/build-6/linux-x64.tar.gz

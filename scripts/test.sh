@@ -7,7 +7,8 @@ cd "$(dirname "$0")/.."
 require c++=g++ cc=gcc cmake=cmake ninja=ninja-build /usr/include/gtest/gtest.h=libgtest-dev \
   curl=curl tar=tar openssl=openssl nginx=nginx-light socat=socat \
   pkg-config=pkg-config git=git python3=python3 dpkg-shlibdeps=dpkg-dev file=file \
-  strace=strace
+  strace=strace \
+  /usr/include/sodium.h=libsodium-dev minisign=minisign
 
 build=${BUILD_DIR:-build}
 generator='-G Ninja'

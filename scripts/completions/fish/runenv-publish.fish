@@ -5,7 +5,7 @@ function __runenv_publish_operands
     set -l words (commandline -opc)[2..]
     while set -q words[1]
         switch $words[1]
-            case --from --platform
+            case --from --platform --sign
                 set -e words[1]
             case '-*'
             case '*'
@@ -41,5 +41,7 @@ complete -c runenv-publish -l keep-latest -d 'Leave the pointer as it is'
 complete -c runenv-publish -l latest-only -d 'Move the pointer only'
 complete -c runenv-publish -l replace -d 'Replace a published archive'
 complete -c runenv-publish -l drop-platforms -d 'Move the pointer though platforms lack'
+complete -c runenv-publish -l sign -rF -d 'Sign with the key in a file'
+complete -c runenv-publish -l unsigned -d 'Move the pointer though archives are not signed'
 complete -c runenv-publish -l help -d 'Print the usage'
 complete -c runenv-publish -l version -d 'Print the version'
