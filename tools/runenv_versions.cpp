@@ -12,12 +12,10 @@
 #include "core/buffer.h"
 #include "core/failure.h"
 #include "core/owner.h"
-#include "fs/file_interface.h"
 #include "fs/path.h"
-#include "schema/version_info.h"
 #include "schema/version_info_bin.h"
-#include "stream/istream.h"
 #include "tools/command_line.h"
+#include "tools/document.h"
 #include "tools/failure.h"
 #include "tools/replacement.h"
 
@@ -37,16 +35,6 @@ static constexpr char kUsage[] =
     "  --help             print this text\n"
     "  --version          print the version of this program\n"
     "  --                 take every word that follows as it is, even if it begins with \"-\"\n";
-
-namespace {
-
-struct Document {
-  owner<dympage_t, image___version_info___destroy_allocator_f> allocator{
-      image___version_info___create_allocator_f()};
-  image___version_info___root_t* root = image___version_info___root_t___allocate_f(allocator.get());
-};
-
-}  // namespace
 
 // Takes the word NAME=VERSION. The version may have a "=" in it.
 static void add_system_type(const Document& document, const char* word) {
@@ -141,23 +129,6 @@ static void compose(int argc, char** argv) {
     throw_failure(document.root->error);
   }
   write_document(bytes, output);
-}
-
-static void read_document(const char* path, const Document& document) {
-  OwnedBucket name(fs_init(path));
-  const owner<istream, istream_destroy> stream(fs_open_read(&name));
-  if (stream == nullptr) {
-    throw_errno_of(path);
-  }
-  const int result =
-      image___version_info___parse_bin_f(document.allocator.get(), document.root, stream.get());
-  // To the parser a failure to read is the end of the file.
-  if (std::ferror(reinterpret_cast<istream_file*>(stream.get())->file) != 0) {
-    throw_errno_of(path);
-  }
-  if (result != 0) {
-    throw_failure_of(path, document.root->error);
-  }
 }
 
 // Texts may have NULs in them.
