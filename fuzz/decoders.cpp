@@ -17,28 +17,27 @@ using Pieces = std::vector<std::string>;  // messages, or the chunks of all mess
 static void install(Connection* connection, bool chunked);
 
 static int rejections = 0;  // in one read
-[[noreturn]] static void reject() {
-  throw ++rejections;
-}
 
 static void take(const std::string& piece, Connection* connection) {
   auto& pieces = *static_cast<Pieces*>(connection->context_object);
   const bool after_question = piece.empty() && !pieces.empty() && pieces.back() == "?";
   pieces.push_back(piece);
   if (piece == "~") install(connection, connection->encoding_kind != EncodingKind::Chunked);
-  if (piece == "!" || after_question) reject();
+  if (piece == "!" || after_question) throw ++rejections;
 }
 
 static void on_message(Buffer* message, void*, Connection* connection) {
-  take({message->get_unmanaged_array(), message->length()}, connection);
+  const std::string text(message->get_unmanaged_array(), message->length());
+  message->consume(text.size());  // as a callback may
+  take(text, connection);
 }
 
 static void on_chunked(void*, Message::Inbound* message) {
   std::string piece;
   do {
-    const unsigned length = message->recv_chunk(nullptr, 0);
-    if (length == 7) reject();
-    piece.assign(length, '\0');
+    piece.assign(message->recv_chunk(nullptr, 0), '\0');
+    const auto length = static_cast<unsigned>(piece.size());
+    if (length == 7) throw ++rejections;
     REQUIRE(length == 0 || message->recv_chunk(piece.data(), length - 1) == length);  // no room
     REQUIRE(length == 0 || message->recv_chunk(piece.data(), length) == length);
     take(piece, message->connection);
@@ -46,11 +45,8 @@ static void on_chunked(void*, Message::Inbound* message) {
 }
 
 static void install(Connection* connection, bool chunked) {
-  if (chunked) {
-    Encoding::Chunked::create_encoding(connection, on_chunked);
-  } else {
-    Encoding::ZeroTerminated::create_encoding(connection, on_message);
-  }
+  if (chunked) return Encoding::Chunked::create_encoding(connection, on_chunked);
+  Encoding::ZeroTerminated::create_encoding(connection, on_message);
 }
 
 // The pieces; `open` becomes whether they end inside a chunked message that a callback waits for.
@@ -63,9 +59,7 @@ static Pieces look_at(std::string bytes, bool chunked, bool* open) {
     for (size_t i = 0; chunked && i < framing; ++i) {
       length = length << 8 | static_cast<uint8_t>(bytes[i]);
     }
-    if (bytes.size() - framing < length) {
-      break;
-    }
+    if (bytes.size() - framing < length) break;
     const std::string piece = bytes.substr(chunked ? framing : 0, length);
     bytes.erase(0, framing + length);
     if (!skipping) {
@@ -88,10 +82,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   REQUIRE(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) == 0);  // which keeps the pieces apart
   const runenv::unique_fd near(ends[0]), far(ends[1]);
   for (size_t at = 0, i = 0; at < bytes.size(); ++i) {
-    const size_t wanted = i < splits.size() ? 1 + static_cast<uint8_t>(splits[i]) : 4096;
-    const size_t n = std::min(wanted, bytes.size() - at);
-    REQUIRE(send(far.get(), &bytes[at], n, 0) == static_cast<ssize_t>(n));
-    at += n;
+    const std::string sent = bytes.substr(at, i < splits.size() ? 1 + uint8_t(splits[i]) : 4096);
+    REQUIRE(send(far.get(), sent.data(), sent.size(), 0) == std::ssize(sent));
+    at += sent.size();
   }
   REQUIRE(shutdown(far.get(), SHUT_WR) == 0);
   Pieces pieces;

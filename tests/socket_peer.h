@@ -1,7 +1,7 @@
-// What the socket tests share: the layer's side of a conversation, and raw sockets for the other.
+// What the socket tests share: a connection in memory, and raw sockets for the other side of one.
 #pragma once
 
-#include <netinet/in.h>
+#include <arpa/inet.h>
 #include <sys/un.h>
 
 #include <chrono>
@@ -12,17 +12,9 @@
 #include "socket/socket_async.h"
 #include "tests/files.h"
 
+using namespace SocketASync;
 using namespace std::string_literals;
-using SocketASync::Connection;
 using Messages = std::vector<std::string>;
-using Clock = std::chrono::steady_clock;
-
-// Runs the loop until `done`, at most ten seconds.
-inline bool poll_until(const auto& done) {
-  const auto deadline = Clock::now() + std::chrono::seconds(10);
-  while (!done() && Clock::now() < deadline) Runtime.poll(10);
-  return done();
-}
 
 inline std::string chunk(const std::string& bytes) {
   const uint32_t n = htonl(static_cast<uint32_t>(bytes.size()));
@@ -30,39 +22,61 @@ inline std::string chunk(const std::string& bytes) {
 }
 static const std::string kEnd = chunk("");
 
+inline void say(Connection* connection, const std::string& text) {
+  auto* const message = Message::create_outbound(connection);
+  if (!text.empty()) message->send_chunk(text.data(), static_cast<unsigned>(text.size()));
+  finalize_outbound(message);
+}
+
+// Gives bytes to the receiver of a connection as poll does.
+inline void feed(Connection* connection, std::string bytes) {
+  connection->receiver(bytes.data(), static_cast<unsigned>(bytes.size()),
+                       connection->context_object, connection);
+}
+
+// What is queued on a connection, block by block.
+inline Messages queued(const Connection& connection) {
+  Messages blocks;
+  for (auto* block = connection.send_queue.head; block != nullptr; block = block->next) {
+    blocks.emplace_back(block->bytes.get_unmanaged_array(), block->bytes.length());
+  }
+  return blocks;
+}
+
+// Runs the loop until `done`, at most ten seconds.
+inline bool poll_until(const auto& done) {
+  using Clock = std::chrono::steady_clock;
+  const auto deadline = Clock::now() + std::chrono::seconds(10);
+  while (!done() && Clock::now() < deadline) Runtime.poll(10);
+  return done();
+}
+
 inline sockaddr_un unix_address(const std::string& path) {
   sockaddr_un address{AF_UNIX, {}};
-  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  path.copy(address.sun_path, sizeof address.sun_path);
   return address;
 }
 
 // A raw socket of the test's own.
 struct Peer {
-  explicit Peer(uint16_t port)
-      : Peer(sockaddr_in{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}}) {}
-  explicit Peer(const char* path) : Peer(unix_address(path)) {}
-  explicit Peer(const auto& address)
-      : fd(socket(reinterpret_cast<const sockaddr&>(address).sa_family, SOCK_STREAM, 0)) {
+  explicit Peer(const char* path, int type = SOCK_STREAM) : fd(socket(AF_UNIX, type, 0)) {
+    const sockaddr_un address = unix_address(path);
     EXPECT_EQ(connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
   }
-
-  void send(const std::string& bytes) {
+  void send(const std::string& bytes) const {
     const auto n = static_cast<ssize_t>(bytes.size());
     EXPECT_EQ(::send(fd.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), n);
   }
-
-  // Reads what is there; true once the other side has closed.
-  bool read_available() {
-    char bytes[65536];
-    ssize_t n;
-    while ((n = recv(fd.get(), bytes, sizeof bytes, MSG_DONTWAIT)) > 0) {
-      received.append(bytes, static_cast<size_t>(n));
+  // Whatever comes until the other side closes.
+  std::string receive() const {
+    std::string bytes;
+    char area[65536];
+    for (ssize_t n; (n = recv(fd.get(), area, sizeof area, 0)) > 0;) {
+      bytes.append(area, static_cast<size_t>(n));
     }
-    return n == 0;
+    return bytes;
   }
-
   runenv::unique_fd fd;
-  std::string received;
 };
 
 class SocketTest : public ScratchTest {
@@ -73,35 +87,36 @@ class SocketTest : public ScratchTest {
   ~SocketTest() override {
     genv_debug_info = genv_debug_verbose = false;
     Runtime.poll(0);
-    auto& active = SocketASync::active_state;
-    while (!active.listeners.empty()) SocketASync::destroy_listener(active.listeners.front());
-    for (auto* client : active.clients) mark_close(client);
-    for (auto* endpoint : active.endpoints) endpoint_destroy(endpoint);
+    auto& active = active_state;
+    while (!active.listeners.empty()) destroy_listener(active.listeners.front());
+    for (Client* client : active.clients) mark_close(client);
+    for (EndPoint* endpoint : active.endpoints) endpoint_destroy(endpoint);
     EXPECT_TRUE(poll_until([&] { return active.clients.empty() && active.endpoints.empty(); }));
   }
 
-  // A listener that sets up each connection with `accepted` and counts those that have ended.
-  SocketASync::Listener* listen_unix(const char* path) {
-    return SocketASync::create_listener(path, this, factory, ended);
-  }
+  Listener* listen_unix(const char* path) { return create_listener(path, this, factory, ended); }
 
   // A peer on a fresh unix listener, accepted.
-  std::unique_ptr<Peer> connect_peer(void (*encode)(Connection*) = [](Connection*) {}) {
-    accepted = encode;
+  std::unique_ptr<Peer> connect_peer() {
     listen_unix("s");
     auto peer = std::make_unique<Peer>("s");
     EXPECT_TRUE(poll_until([&] { return connections.size() == 1; }));
     return peer;
   }
 
-  static SocketTest* of(void* context) { return static_cast<SocketTest*>(context); }
+  static void note(void* test, const std::string& text) {
+    static_cast<SocketTest*>(test)->messages.push_back(text);
+  }
 
-  void (*accepted)(Connection*) = [](Connection*) {};
+  Messages messages;  // what comes in raw connections
   std::vector<Connection*> connections;
-  Messages messages;
   int closed = 0;
+  std::function<void(Connection*)> accepted = [](Connection*) {};
   const std::function<void*(void*, Connection*)> factory = [this](void* context, Connection* c) {
     connections.push_back(c);
+    Raw::register_raw_receiver(c, [](const char* data, unsigned n, void* test, Connection*) {
+      note(test, std::string(data, n));
+    });
     accepted(c);
     return context;
   };
@@ -111,9 +126,3 @@ class SocketTest : public ScratchTest {
     std::erase(connections, c);
   };
 };
-
-inline void say(Connection* connection, const std::string& text) {
-  auto* const message = SocketASync::Message::create_outbound(connection);
-  if (!text.empty()) message->send_chunk(text.data(), static_cast<unsigned>(text.size()));
-  finalize_outbound(message);
-}
