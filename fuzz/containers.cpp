@@ -39,7 +39,7 @@ static void fuzz_strings(Input* input) {
   }
   copy.release();
   array.release();
-  REQUIRE(copy.get_unmanaged_string() == nullptr && array.get_unmanaged_strings() == nullptr);
+  REQUIRE(copy.get_unmanaged_string() == nullptr && array.get_size() == 0);
 }
 
 static void fuzz_buffer(Input* input) {

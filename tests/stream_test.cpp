@@ -113,7 +113,7 @@ TEST_F(StreamTest, RecordsReadAndSeek) {
       EXPECT_EQ(istream_seek_pos(stream, 3, 7), memory ? -1 : 7);  // no such origin
       EXPECT_EQ(istream_seek_pos(stream, origin, offset), target < 0 ? -1 : 0) << offset;
       char bytes[16] = {};
-      const std::string rest = content.substr(target < 0 ? 4 : std::min(target, 10));
+      const std::string rest = content.substr(target < 0 ? 4U : size_t(std::min(target, 10)));
       EXPECT_EQ(istream_read_len(stream, bytes, 16), rest.size());
       EXPECT_EQ(bytes, rest);
       istream_destroy(stream);
