@@ -164,10 +164,13 @@ static void fuzz_array(Input* input) {
     REQUIRE(size == model.size() && dymarray_overhead(&array) == capacity - size);
     REQUIRE((dymarray_clast(&array) == nullptr) == (size == 0));
     REQUIRE((dymarray_last(&array) == nullptr) == (size == 0));
-    const void* element = dymarray_cbegin(&array);
+    void* element = dymarray_begin(&array);
+    REQUIRE(element == dymarray_cbegin(&array));
     for (const Element& expected : model) {
-      REQUIRE(*static_cast<const Element*>(element) == expected);
-      element = dymarray_cnext(&array, element);
+      REQUIRE(*static_cast<Element*>(element) == expected);
+      const void* const next = dymarray_cnext(&array, element);
+      element = dymarray_next(&array, element);
+      REQUIRE(element == next);
     }
     REQUIRE(element == dymarray_cend(&array) && element == dymarray_end(&array));
   }
@@ -215,6 +218,7 @@ static void fuzz_pages(Input* input) {
   const size_t page_size = 16 + input->byte() * 4;
   dympage_t* const handle = dympage_create2(page_size);
   size_t usage = 24 + page_size, overhead = page_size - 16;  // the handle itself takes 16
+  const char* last = nullptr;                                // byte of the block before
   while (!input->empty()) {
     const size_t size = input->byte() * 4 + input->byte() % 4, alignment = 1 << input->byte() % 13;
     const dympage_page_t before = *handle->page;
@@ -233,6 +237,8 @@ static void fuzz_pages(Input* input) {
               reinterpret_cast<char*>(handle->page + 1) + payload);
     }
     REQUIRE(reinterpret_cast<uintptr_t>(block) % alignment == 0 && take_zeroes(block, size));
+    REQUIRE(last == nullptr || *last == '\xff');
+    last = size == 0 ? nullptr : block + size - 1;
     REQUIRE(dympage_usage(handle) == usage && dympage_overhead(handle) == overhead);
   }
   dympage_destroy(handle);
