@@ -41,8 +41,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       const char* const end = text + model->text.size() - std::min(model->text.size(), name.size());
       const char* const first = decision % 2 == 0 ? end : name.c_str();
       const char* const second = decision % 3 == 0 ? end : ext.c_str();
-      model->join(std::string(first), components ? "" : std::string(second));
-      if (components) model->join(std::string(second));
+      model->join(first, components ? "" : second);
+      if (components) model->join(second);
       call(first, second);
     };
     join(&object, path.cstring(), false,

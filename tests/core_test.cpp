@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <string>
+#include <utility>
 
 #include "core/bucket.h"
 #include "core/buffer.h"

@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 
 #include <cstring>
+#include <iostream>
 #include <sstream>
 #include <string>
 #include <tuple>
