@@ -1,5 +1,8 @@
-// The document reader and writer. A document that is accepted is written again whole and in order.
-// Every other one is refused with a reason.
+// The document reader and writer against a model: whole documents, cut ones, ones with a wrong
+// fingerprint, with a key twice and with bytes behind them.
+#include <map>
+#include <vector>
+
 #include "core/buffer.h"
 #include "fuzz/input.h"
 #include "schema/version_info.h"
@@ -8,57 +11,83 @@
 
 #define DOCUMENT(name) image___version_info___##name
 
-static const std::string kFingerprint =
-    "d95b246cca0c3b04d105771d58246fa0e706a6d44ac97d6cb4bab99390a02582";
+// The bytes of a document, and for each of them why a reader fails that does not get it.
+struct Model {
+  std::string bytes, failure;  // of a reader that gets all bytes
+  std::vector<std::string> reasons;
 
-// Whether a text claims far more bytes than there are. Reserving memory for it costs time and shows
-// nothing new.
-static bool claims_much(const std::string& bytes) {
-  size_t at = kFingerprint.size();
-  for (int field = 0; at + 4 <= bytes.size(); ++field) {
-    size_t number = 0;
-    for (int i = 0; i < 4; ++i) number = number << 8 | static_cast<uint8_t>(bytes[at++]);
-    at += field == 1 ? 0 : number;  // the second number is a count
+  void put(const std::string& more, const char* reason) {
+    bytes += more;
+    reasons.resize(bytes.size(), failure.empty() ? reason : failure);
   }
-  return at > bytes.size() + (1 << 20);
-}
-
-// Reads a document and returns what the writer makes of it, "" for a document that is refused.
-static std::string read_and_write(const std::string& bytes) {
-  dympage_t* const allocator = dympage_create2(512);  // most documents need several pages
-  auto* const root = DOCUMENT(root_t___allocate_f)(allocator);
-  istream* const stream = istream_create_memory(bytes.data(), bytes.size());
-  const int result = DOCUMENT(parse_bin_f)(allocator, root, stream);
-  REQUIRE(result == (root->error == nullptr ? 0 : -1));
-  Buffer written(0);
-  if (result == 0) {
-    DOCUMENT(root___system_types_t___iterator_t) it;
-    auto* entry = DOCUMENT(root___system_types_t___it_init)(root->system_types, &it);
-    for (std::string last; entry != nullptr; --root->system_types_count) {
-      REQUIRE((last.empty() || last < entry->key) && entry->version[entry->version_len] == '\0');
-      last = entry->key;
-      entry = DOCUMENT(root___system_types_t___it_next)(&it);
-    }
-    REQUIRE(root->system_types_count == 0 && DOCUMENT(write_bin_f)(root, &written) == 0);
+  void put_fingerprint() {
+    put("d95b246cca0c3b04d105771d58246fa0e706a6d44ac97d6cb4bab99390a02582",
+        "insufficient bytes to read fingerprint");
   }
-  istream_destroy(stream);
-  DOCUMENT(destroy_allocator_f)(allocator);
-  return {written.get_unmanaged_array(), written.length()};
-}
+  void put_number(size_t n) {
+    put({char(n >> 24), char(n >> 16), char(n >> 8), char(n)}, "insufficient bytes to read uint32");
+  }
+  void put_text(const std::string& text, const char* reason = "insufficient data to read text") {
+    put_number(text.size());
+    put(text, reason);
+  }
+};
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Input input(data, size);
-  // Most inputs get a correct fingerprint.
-  const std::string document = (input.byte() != '-' ? kFingerprint : "") + input.text(size);
-  if (claims_much(document)) return 0;
-  const std::string written = read_and_write(document);
-  if (!written.empty()) {
-    // A key ends at its first NUL. Otherwise only the order may change.
-    REQUIRE(written.size() < document.size() ||
-            std::is_permutation(written.begin(), written.end(), document.begin(), document.end()));
-    REQUIRE(read_and_write(written) == written);
-    REQUIRE(read_and_write(written + "x").empty());
-    REQUIRE(read_and_write(written.substr(0, written.size() - 1)).empty());
+  const uint8_t kind = input.byte(), place = input.byte();
+  Model model, sorted;
+  std::map<std::string, std::string> entries;
+  model.put_fingerprint();
+  if (kind % 8 == 0) {
+    model.bytes[place % 64] ^= 1;
+    model.failure = "fingerprint mismatch in binary data";
   }
+  const std::string platform = input.text(input.byte() % 8);
+  model.put_text(platform);
+  const unsigned count = input.byte() % 8;
+  model.put_number(count);
+  for (unsigned i = 0; i < count; ++i) {
+    const std::string key = input.text(input.byte() % 4), version = input.text(input.byte());
+    model.put_text(key, "insufficient bytes to read entry key");
+    const bool is_new = entries.emplace(key.c_str(), version).second;  // ends at its first NUL
+    if (!is_new && model.failure.empty()) model.failure = "duplicate key";
+    model.put_text(version);
+  }
+  const bool cut = kind % 8 < 4 && place < model.bytes.size(), tail = kind % 16 < 8;
+  const std::string rest = cut ? "" : input.text(kind / 16 % 4);
+  std::string reason = cut ? model.reasons[place] : model.failure;
+  if (reason.empty() && !tail && !rest.empty()) reason = "trailing bytes";
+
+  const std::string bytes = cut ? model.bytes.substr(0, place) : model.bytes + rest;
+  dympage_t* const allocator = dympage_create2(512);  // most documents need several pages
+  auto* const root = DOCUMENT(root_t___allocate_f)(allocator);
+  istream* const stream = istream_create_memory(bytes.data(), bytes.size());
+  const auto parse = tail ? DOCUMENT(parse_bin_tail_f) : DOCUMENT(parse_bin_f);
+  REQUIRE(parse(allocator, root, stream) == (reason.empty() ? 0 : -1));
+  REQUIRE(reason == (root->error == nullptr ? "" : root->error));
+  if (reason.empty()) {
+    char area[4] = {};
+    REQUIRE(istream_read_len(stream, area, 4) == (tail ? rest.size() : 0));
+    DOCUMENT(finalize_f)(root);
+    sorted.put_fingerprint();
+    sorted.put_text(platform);
+    sorted.put_number(entries.size());
+    DOCUMENT(root___system_types_t___iterator_t) it;
+    const auto* entry = DOCUMENT(root___system_types_t___it_init)(root->system_types, &it);
+    for (const auto& [key, version] : entries) {
+      sorted.put_text(key);
+      sorted.put_text(version);
+      REQUIRE(entry->key == key &&
+              std::string(entry->version, version.size() + 1) == version + '\0');
+      entry = DOCUMENT(root___system_types_t___it_next)(&it);
+    }
+    Buffer written(0);
+    REQUIRE(entry == nullptr && root->system_types_count == entries.size());
+    REQUIRE(DOCUMENT(write_bin_f)(root, &written) == 0);
+    REQUIRE(std::string(written.array, written.size) == sorted.bytes);
+  }
+  istream_destroy(stream);
+  DOCUMENT(destroy_allocator_f)(allocator);
   return 0;
 }

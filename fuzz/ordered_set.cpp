@@ -2,6 +2,7 @@
 // After every operation the balance of the tree and every walk over it are checked.
 #include <cstring>
 #include <map>
+#include <utility>
 #include <vector>
 
 #include "fuzz/input.h"
@@ -46,46 +47,48 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   entry_t** const top = &root->system_types;
   std::multimap<std::string, entry_t*> model;
   entry_t* out = nullptr;  // an entry that was taken out
+  SET(iterator) it;
   while (!input.empty()) {
-    const uint8_t decision = input.byte();
-    std::string key = input.c_text(decision / 8 % 4);
-    if (decision / 8 % 4 == 3 && !model.empty()) {
-      key.insert(0, model.rbegin()->first);  // the greatest key or one behind it
-    }
+    const uint8_t decision = input.byte(), operation = decision % 8, choice = decision / 8;
+    std::string key = input.c_text(choice % 4);
+    // The greatest key or one behind it.
+    if (choice % 4 == 3 && !model.empty()) key.insert(0, model.rbegin()->first);
     const size_t known = model.count(key);
+    entry_t probe{};
+    probe.key = key.data();
     entry_t* const found = DOCUMENT(root___system_types_t___find_f)(root, key.c_str());
     REQUIRE(found == nullptr ? known == 0 : found->key == key);
     REQUIRE(found == DOCUMENT(root___system_types_t___find_cf)(root, key.c_str()));
     entry_t *added = nullptr, *removed = nullptr;
-    if (decision % 8 == 0 && !model.empty()) {  // one of several with the same key, too
-      removed = std::next(model.begin(), decision / 8 % static_cast<int>(model.size()))->second;
+    if (operation == 0 && !model.empty()) {  // one of several with the same key, too
+      removed = std::next(model.begin(), choice % static_cast<int>(model.size()))->second;
       REQUIRE(SET(is_member)(*top, removed) == 1);
       SET(delete)(top, removed);
-    } else if (decision % 8 == 1 && known != 0) {
+    } else if (operation == 1) {
+      REQUIRE(SET(delete_if_member)(top, &probe, &removed) == (known != 0 ? 1 : 0));
+      REQUIRE(removed == found);
+    } else if (operation == 4 && known != 0) {
       DOCUMENT(root_t___system_types___iwrite_unlink_entry)(allocator, root, key.c_str());
       removed = found;
-    } else if (decision % 8 == 2 && out != nullptr) {
+    } else if (operation == 2 && out != nullptr) {
       REQUIRE(SET(is_member)(*top, out) == 0);
       SET(delete)(top, out);  // changes nothing
       entry_t* existing;
       const bool is_new = SET(add_if_not_member)(top, out, &existing) == 1;
       REQUIRE(is_new == (model.count(out->key) == 0) && is_new == (existing == nullptr));
       REQUIRE(is_new || strcmp(existing->key, out->key) == 0);
-      added = is_new ? out : nullptr;
-    } else if (decision % 8 == 3) {
-      added =
-          DOCUMENT(root___system_types_t___allocate_f)(allocator, root, key.c_str(), key.size());
+      added = is_new ? std::exchange(out, nullptr) : nullptr;
+    } else if (operation == 3) {
+      const auto add = DOCUMENT(root___system_types_t___allocate_f);
+      added = add(allocator, root, key.c_str(), key.size());
     } else {
       added = DOCUMENT(root_t___system_types___iwrite_create_entry)(allocator, root, key.c_str());
       REQUIRE((added != nullptr) == (known == 0));
     }
+    if (added != nullptr) model.emplace(added->key, added);
     if (removed != nullptr) {
-      const auto same = [&](const auto& pair) { return pair.second == removed; };
-      model.erase(std::find_if(model.begin(), model.end(), same));
+      std::erase_if(model, [&](const auto& pair) { return pair.second == removed; });
       out = removed;
-    } else if (added != nullptr) {
-      model.emplace(added->key, added);
-      out = added == out ? nullptr : out;
     }
 
     Entries orders[3], in_order, equal, same_start;
@@ -95,9 +98,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       if (name == key) equal.push_back(entry);
       if (strncmp(name.c_str(), key.c_str(), 1) == 0) same_start.push_back(entry);
     }
-    entry_t probe{};
-    probe.key = key.data();
-    SET(iterator) it;
     REQUIRE(in_order == orders[1] && SET(len)(*top) == static_cast<int>(model.size()));
     SET(it_init_preorder)(&it, *top);  // a walk that ends early leaves nothing for the next one
     check_walk(&it, SET(it_init)(&it, *top), orders[2]);
@@ -108,12 +108,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     check_walk(&it, SET(it_init_on_equal)(&it, *top, compare_first_bytes, &probe), same_start);
   }
   // A post-order walk does not look at an entry again.
-  SET(iterator) it;
-  for (entry_t* entry = SET(it_init)(&it, *top); entry != nullptr; model.erase(model.begin())) {
+  for (entry_t* entry = SET(it_init)(&it, *top); entry != nullptr; entry = SET(it_next)(&it)) {
     memset(static_cast<void*>(entry), 0xff, sizeof *entry);
-    entry = SET(it_next)(&it);
   }
-  REQUIRE(model.empty());
   DOCUMENT(destroy_allocator_f)(allocator);
   return 0;
 }

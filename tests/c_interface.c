@@ -13,8 +13,7 @@
 
 int main(void) {
   dymarray_t array;
-  dymarray_init(&array, 1, 0);
-  assert(dymarray_begin(&array) == dymarray_end(&array));
+  assert(dymarray_init(&array, 1, 0) == 64 && dymarray_begin(&array) == dymarray_end(&array));
   *(char*)dymarray_alloc(&array) = 'a';
   assert(*(const char*)dymarray_cat(&array, 0) == 'a');
   dymarray_destroy(&array);
@@ -22,21 +21,21 @@ int main(void) {
   dympool_init(&pool, 16, 8);
   assert(dympool_free(&pool, dympool_alloc(&pool)) != NULL);
   dympool_destroy(&pool);
-  dympage_t* pages = dympage_create();
-  assert(*(char*)dympage_alloc(pages, 1, 1) == 0 && dympage_usage(pages) == 10485784);
+  dympage_t own, *pages = dympage_create();
+  dympage_init(&own);
+  assert(dympage_usage(pages) == 10485784 && dympage_usage(&own) == dympage_usage(pages));
   dympage_destroy(pages);
+  dympage_destroy(&own);
 
   char directory[] = "/tmp/runenv-c-XXXXXX";
   bucket_t path = fs_init(mkdtemp(directory));
-  fs_joinv(&path, "c", "", "file", NULL);
-  assert(fs_touch_path(&path) == 0);
+  fs_join(&path, "file");
+  assert(fs_touch(&path) == 0);
   istream* in = fs_open_read(&path);
   char byte;
   assert(istream_read_len(in, &byte, 1) == 0);
   istream_destroy(in);
-  bucket_release(&path);
-  bucket_append(&path, directory);
-  fs_remove_recursive(&path);
+  fs_remove_recursive(fs_dirname(&path, &path));
   assert(fs_exists(&path) == 0);
   bucket_release(&path);
   return 0;
