@@ -1,6 +1,8 @@
 // What the tests of the programs share: running them, and a distribution server of their own.
 #pragma once
 
+#include <unistd.h>
+
 #include <csignal>
 #include <memory>
 
@@ -12,13 +14,18 @@ struct Outcome {
   std::string out, err;
 };
 
+// A command, what it prints, and the error that ends it with status 1, if any.
+struct Row {
+  std::string command, out = "", error = "";
+};
+
 // Runs commands of the shell, which finds the programs by name.
 class ProgramTest : public ScratchTest {
  protected:
+  // A command in a process group of its own, which is killed where it outlives this.
   struct Run {
-    ChildProcess::process_t* child;
+    std::shared_ptr<ChildProcess::process_t> child;
     std::string out, err;  // where it writes to
-    std::shared_ptr<void> owner;
   };
 
   ProgramTest() {
@@ -28,24 +35,40 @@ class ProgramTest : public ScratchTest {
     setenv("PATH", (directory + "/bin:" PROGRAM_PATH ":" + search_path).c_str(), 1);
   }
 
-  // In a process group of its own, which is killed where a test does not come to its end.
   Run start(const std::string& command) {
-    const std::string name = directory + "/run" + std::to_string(++runs);
-    Run run{nullptr, name + ".out", name + ".err", {}};
-    const char* const argv[] = {"sh", "-c", command.c_str(), nullptr};
     using namespace ChildProcess;
-    run.child = create_child(argv, {REDIRECT_INHERIT, nullptr}, {REDIRECT_FILE, run.out.c_str()},
-                             {REDIRECT_FILE, run.err.c_str()}, nullptr, true, true);
-    run.owner.reset(run.child, [](process_t* child) {
+    const std::string name = directory + "/run" + std::to_string(++runs), out = name + ".out",
+                      err = name + ".err";
+    const char* const argv[] = {"sh", "-c", command.c_str(), nullptr};
+    const auto end = [](process_t* child) {
       if (!child->reaped) ::kill(-child->pid, SIGKILL);
       destroy(child);
-    });
-    return run;
+    };
+    return {{create_child(argv, {REDIRECT_INHERIT, nullptr}, {REDIRECT_FILE, out.c_str()},
+                          {REDIRECT_FILE, err.c_str()}, nullptr, true, true),
+             end},
+            out,
+            err};
   }
+  // Waits, but not for ever.
   static Outcome finish(const Run& run) {
-    return {ChildProcess::wait(run.child), read_file(run.out), read_file(run.err)};
+    ChildProcess::process_t* const child = run.child.get();
+    for (int i = 0; i < 100000 && ChildProcess::is_alive(child); ++i) usleep(1000);
+    if (!child->reaped) ::kill(-child->pid, SIGKILL);
+    return {ChildProcess::wait(child), read_file(run.out), read_file(run.err)};
   }
   Outcome run(const std::string& command) { return finish(start(command)); }
+
+  // The error stands behind the name of the program, and behind what `tools` say for themselves.
+  void check(const std::string& program, const Row& row, bool tools = false) {
+    const Outcome outcome = run(row.command);
+    const std::string error = row.error == "" ? "" : program + row.error + "\n";
+    EXPECT_EQ(outcome.status, row.error == "" ? 0 : 1) << row.command;
+    EXPECT_EQ(outcome.out, row.out) << row.command;
+    if (!tools || !("\n" + outcome.err).ends_with("\n" + error)) {
+      EXPECT_EQ(outcome.err, error) << row.command;
+    }
+  }
 
   // Runs the bootstrapper on a document of the platform at 5 and the given types.
   Outcome bootstrap(const std::string& options = "", const std::string& types = "") {
@@ -60,10 +83,10 @@ class ProgramTest : public ScratchTest {
   }
 
   static std::string local(const std::string& file) { return read_file("runenv/" + file); }
-  static std::string fatal(const std::string& message) {
-    return "Fatal error[uncaught exception]: " + message + "\n";
-  }
 
+  // For the rest of the command after $as: an ordinary user.
+  static inline const std::string ordinary =
+      "[ $(id -u) -ne 0 ] || { chown -R 65534 .; as='setpriv --reuid 65534 --clear-groups'; }; ";
   static inline const std::string search_path = getenv("PATH");
   int runs = 0;
 };
@@ -81,15 +104,13 @@ class ServerTest : public ProgramTest {
 
   static std::string item(const std::string& name) { return "server/www/2/runenv/" + name; }
 
-  // Publishes what is in the directory "content", with a file that names the version.
+  // Publishes what is in the directory "content", with a file that names the version. The pointer
+  // is replaced whole: a run that reads it finds the old version or the new one.
   void publish(const std::string& name, const std::string& version,
                const std::string& platform = "linux-x64") {
     write_file("content/file", name + " " + version);
-    // The pointer is replaced whole: a run that reads it finds the old version or the new one.
-    const Outcome outcome =
-        run("mkdir -p " + item(name) + "/" + version + " && cd " + item(name) +
-            " && /bin/tar -C \"$OLDPWD/content\" -czf " + version + "/" + platform + ".tar.gz ." +
-            " && echo " + version + " >new && mv new latest");
-    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    check("", {"mkdir -p " + item(name) + "/" + version + " && cd " + item(name) +
+               " && /bin/tar -C \"$OLDPWD/content\" -czf " + version + "/" + platform +
+               ".tar.gz . && echo " + version + " >new && mv new latest"});
   }
 };
