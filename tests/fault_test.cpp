@@ -18,39 +18,47 @@ class FaultTest : public ServerTest {
     run("runenv-versions compose -o versions.bin 5 alpha=1.4 &&"
         " head -c 300000 /dev/urandom | split -b 10000 - content/part");
   }
-  // Whether the local pointer names the version, and all of it is there.
-  bool is_installed(const std::string& version) {
-    return local("platform/5/latest") == version &&
-           local("platform/5/" + version + "/file") == "platform/5 " + version &&
+  bool is_complete(const std::string& version) {
+    return local("platform/5/" + version + "/file") == "platform 5 " + version &&
            run("diff -rx file content runenv/platform/5/" + version).status == 0;
   }
 };
 
-TEST_F(FaultTest, KilledItEndsItsToolAndThePointerNamesACompleteVersion) {
+TEST_F(FaultTest, KilledAtAnyMomentItEndsItsToolAndThePointerNamesACompleteVersion) {
   std::string installed;  // by the run before
-  for (const std::string tool : {"curl", "tar"}) {
+  // At work it is with a tool, which is stopped meanwhile.
+  for (const std::string tool : {"curl", "tar", "none"}) {
     for (const int signal : {SIGKILL, SIGTERM, SIGINT, SIGHUP}) {
       const std::string newest = tool + std::to_string(signal);
-      publish("platform/5", newest);
+      publish("platform 5", newest);
       stand_in(tool, "echo >" + directory + "/begun; kill -STOP $$; exec sleep 1000");
       const Run killed = start("exec runenv-bootstrap versions.bin");
-      EXPECT_EQ(run("timeout 60 sh -c 'until [ -e begun ]; do sleep 0.01; done'").status, 0);
       const pid_t group = killed.child->pid;
+      const bool at_work = tool != "none";
+      if (at_work) {
+        run("timeout 60 sh -c 'until [ -e begun ]; do sleep 0.01; done'");
+      } else {
+        usleep(static_cast<useconds_t>(random() % 50000));
+      }
       kill(group, signal);
       const Outcome outcome = finish(killed);
-      EXPECT_EQ(outcome.status, -signal);
-      EXPECT_EQ(outcome.out.empty(), tool == "curl") << newest;  // it is flushed at once
       // The tools that it has not waited for are killed; SIGUSR1 says that one has outlived it.
       kill(-group, SIGUSR1);
       kill(-group, SIGCONT);
       std::vector<int> ends;
       for (int status; waitpid(-group, &status, 0) > 0;) ends.push_back(status);
-      EXPECT_EQ(ends, std::vector(signal == SIGKILL, SIGKILL)) << newest;
-      EXPECT_TRUE(installed.empty() ? local("platform/5/latest").empty() : is_installed(installed));
+      if (at_work) {
+        EXPECT_EQ(outcome.status, -signal);
+        EXPECT_EQ(outcome.out.empty(), tool == "curl") << newest;  // it is flushed at once
+        EXPECT_EQ(ends, std::vector(signal == SIGKILL, SIGKILL)) << newest;
+      }
+      const std::string pointer = local("platform/5/latest");
+      EXPECT_TRUE(pointer == installed || (!at_work && pointer == newest)) << pointer;
+      EXPECT_TRUE(pointer.empty() || is_complete(pointer)) << pointer;
       run("rm -r bin begun");
       EXPECT_EQ(run("runenv-bootstrap versions.bin").status, 0);
-      EXPECT_TRUE(is_installed(newest)) << newest;
-      installed = newest;
+      installed = local("platform/5/latest");
+      EXPECT_TRUE(installed == newest && is_complete(newest)) << installed << ", not " << newest;
     }
   }
   for (const std::string ignored : {"TERM", "INT", "HUP"}) {
@@ -68,7 +76,7 @@ TEST_F(FaultTest, ManyProcessesUnpackAVersionOnceAndAnItemOneAtATime) {
   for (int i = 0; i < 16; ++i) {
     contenders.push_back(start("exec runenv-bootstrap --temp-cache cache" + std::to_string(i) +
                                " --lock-latest versions.bin"));
-    if (i % 4 == 3) publish("platform/5", "n" + std::to_string(i));
+    if (i % 4 == 3) publish("platform 5", "n" + std::to_string(i));
   }
   for (const Run& contender : contenders) EXPECT_EQ(finish(contender).status, 0);
   EXPECT_EQ(run("runenv-bootstrap --lock-latest versions.bin").status, 0);
@@ -108,13 +116,13 @@ TEST_F(FaultTest, FailuresEndTheRunAndKeepWhatIsInstalled) {
       {"ulimit -f 100", updating, "curl exit code: -25" + curl_fails},
   };
   for (const Row& row : kRows) {
-    run("rm -rf .update bin; mkdir bin");
-    publish("platform/5", "r2");
+    run("rm -rf .update bin " + item("platform/5/latest") + "; mkdir bin");
+    publish("platform 5", "r2");
     check("",
           {begin + row.command + "\nexec \"$program\" $options versions.bin", row.out, row.error},
           true);
     EXPECT_EQ(local("platform/5/latest"), "r1") << row.command;
-    EXPECT_EQ(local("platform/5/r1/file"), "platform/5 r1") << row.command;
+    EXPECT_EQ(local("platform/5/r1/file"), "platform 5 r1") << row.command;
   }
   rusage most;  // of all programs: the bootstrapper holds a version once
   getrusage(RUSAGE_CHILDREN, &most);
@@ -129,12 +137,12 @@ TEST_F(FaultTest, FailuresEndTheRunAndKeepWhatIsInstalled) {
   EXPECT_EQ(local("platform/5/latest"), "");
   // The next run gets over what was left behind. Servers may redirect, too.
   files::remove_all("bin");
-  publish("platform/5", "r3");
+  publish("platform 5", "r3");
   write_file("server/extra.conf", "rewrite 5/(r3/.*) /2/runenv/platform/$1 redirect;");
   run("mv " + item("platform/5/r3 ") + item("platform") + "; exec local-server.sh start server");
   EXPECT_EQ(run("runenv-bootstrap versions.bin").status, 0);
   EXPECT_EQ(local("platform/5/latest"), "r3");
-  EXPECT_EQ(local("platform/5/r3/file"), "platform/5 r3");
+  EXPECT_EQ(local("platform/5/r3/file"), "platform 5 r3");
   // A pointer that fails to be read, as from a broken disk, or to be locked.
   check("", {"ln -sf /proc/self/mem runenv/platform/5/latest; runenv-bootstrap versions.bin", "",
              fatal + "Unable to open 'runenv/platform/5/latest' for reading: Input/output error"});

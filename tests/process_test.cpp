@@ -15,37 +15,25 @@
 
 #include "core/buffer.h"
 #include "core/error.h"
-#include "process/child_process.h"
 #include "process/interruption.h"
 #include "process/tool.h"
+#include "tests/child.h"
 #include "tests/files.h"
 
 using namespace ChildProcess;
 
-static constexpr redirect_t kInherit{REDIRECT_INHERIT, nullptr}, kPipe{REDIRECT_PIPE, nullptr};
+static constexpr redirect_t kPipe{REDIRECT_PIPE, nullptr};
 
-// A program, or the shell with a script. It does not outlive the tests.
-struct Child {
-  Child(const char* program, const char* script, redirect_t in = kInherit,
-        redirect_t out = kInherit, redirect_t err = kInherit, const char* cwd = nullptr,
-        bool new_group = false) {
-    const char* const argv[] = {program, script == nullptr ? nullptr : "-c", script, nullptr};
-    record = create_child(argv, in, out, err, cwd, new_group, true);
-  }
-  ~Child() { destroy(record); }
-  operator process_t*() const { return record; }
-  process_t* operator->() const { return record; }
-  std::string output(channel_t channel = CHANNEL_STDOUT) const {
-    Buffer bytes(0);
-    read_all(record, channel, bytes);
-    return {bytes.get_unmanaged_array(), bytes.length()};
-  }
-  std::tuple<int, int, std::string> result() const {
-    const auto [kind, code, message] = wait2(record);
-    return {kind, code, message};
-  }
-  process_t* record;
-};
+static std::string all_of(process_t* child, channel_t channel = CHANNEL_STDOUT) {
+  Buffer output(0);
+  read_all(child, channel, output);
+  return {output.get_unmanaged_array(), output.length()};
+}
+
+static std::tuple<int, int, std::string> result_of(process_t* child) {
+  const auto [kind, code, message] = wait2(child);
+  return {kind, code, message};
+}
 
 // No test leaves a child behind, and each goes on in spite of signals that break into every wait,
 // but not for ever.
@@ -93,7 +81,7 @@ TEST_F(ProcessTest, ResultsTellExitStatusAndSignal) {
     const Child child("sh", script);
     EXPECT_EQ(wait(child), folded) << script;
     child->pid = getpid();  // whose id it is by now does not matter: the record tells
-    EXPECT_EQ(child.result(), result);
+    EXPECT_EQ(result_of(child), result);
     EXPECT_FALSE(is_alive(child) || kill(child));
   }
 }
@@ -155,7 +143,7 @@ TEST_F(ProcessTest, EveryStepOfAStartThatFailsIsToldAndNothingIsRepeated) {
       try {
         const Child child(row.program, nullptr, row.in, kPipe, kPipe, row.cwd, true);
         status = wait(child);
-        std::fprintf(stderr, "<%s>", child.output(CHANNEL_STDERR).c_str());
+        std::fprintf(stderr, "<%s>", all_of(child, CHANNEL_STDERR).c_str());
       } catch (const Error& error) {
         std::fputs(error.message, stderr);
       }
@@ -175,7 +163,7 @@ TEST_F(ProcessTest, ProgramsAreFoundFromTheChildsDirectory) {
   for (const char* name : {"./here", "here", "./here.sh", "here.sh"}) {
     const Child child(name, nullptr, kInherit, kPipe, kInherit, "d", true);
     EXPECT_EQ(getpgid(child->pid), child->pid);
-    EXPECT_EQ(child.output(), directory + "/d\n") << name;
+    EXPECT_EQ(all_of(child), directory + "/d\n") << name;
   }
 }
 
@@ -197,14 +185,14 @@ TEST_F(ProcessTest, PipesCarryEverything) {
     write(child, "never");
     EXPECT_EQ(wait(child), 0);
     const Child copy("sh", "cat out", kInherit, kPipe);
-    EXPECT_TRUE(copy.output() == text + "the end");
+    EXPECT_TRUE(all_of(copy) == text + "the end");
     EXPECT_EQ(read(copy, CHANNEL_STDOUT, line, 5), 0);  // at the end
     EXPECT_EQ(read(copy, CHANNEL_STDERR, line, 5), 0);
-    EXPECT_EQ(copy.output(CHANNEL_STDERR), "");
+    EXPECT_EQ(all_of(copy, CHANNEL_STDERR), "");
     copy->in.mode = copy->err.mode = REDIRECT_PIPE;  // of bad descriptors
     EXPECT_THROW(write(copy, "x"), Error);
     EXPECT_EQ(read(copy, CHANNEL_STDERR, line, 5), -1);
-    EXPECT_THROW(copy.output(CHANNEL_STDERR), Error);
+    EXPECT_THROW(all_of(copy, CHANNEL_STDERR), Error);
   }
 }
 
@@ -214,15 +202,15 @@ TEST_F(ProcessTest, FilesAreRedirectedAndReadableByTheParent) {
   umask(0);
   const Child child("sh", "cat; echo bad >&2", {REDIRECT_FILE, "in"}, {REDIRECT_FILE, "out"},
                     {REDIRECT_FILE, "err"});
-  EXPECT_EQ(child.output(CHANNEL_STDERR), "bad\n");
-  EXPECT_EQ(child.output(), "from a file");
+  EXPECT_EQ(all_of(child, CHANNEL_STDERR), "bad\n");
+  EXPECT_EQ(all_of(child), "from a file");
   write_len(child, "seen, too", 4);  // the parent's own descriptor stands at the start
   EXPECT_EQ(read_file("in"), "seen a file");
   EXPECT_EQ(files::status("err").permissions(), files::perms::all);
   mkfifo("fifo", 0600);  // opening it waits
   const Child writer("sh", "sleep 0.05; echo late >fifo");
   const Child reader("sh", "read x; echo $x", {REDIRECT_FILE, "fifo"}, kPipe);
-  EXPECT_EQ(reader.output(), "late\n");
+  EXPECT_EQ(all_of(reader), "late\n");
 }
 
 TEST_F(ProcessTest, SignalsReachTheChildOrItsWholeGroup) {
@@ -235,7 +223,8 @@ TEST_F(ProcessTest, SignalsReachTheChildOrItsWholeGroup) {
   EXPECT_TRUE(kill(alone));
   EXPECT_EQ(wait(alone), -SIGTERM);
   // The grandchild holds the pipe open: its end shows that the whole group got the signal.
-  const Child group("sh", "sleep 1000 & echo; wait", kInherit, kPipe, kInherit, nullptr, true);
+  const Child group("sh", R"(sleep 1000 & printf '\nx'; wait)", kInherit, kPipe, kInherit, nullptr,
+                    true);
   char line;
   while (read(group, CHANNEL_STDOUT, &line, 1) == 0) {
   }
@@ -243,7 +232,7 @@ TEST_F(ProcessTest, SignalsReachTheChildOrItsWholeGroup) {
   EXPECT_FALSE(kill_job(group));
   group->new_group = 1;
   EXPECT_TRUE(kill_job(group));
-  EXPECT_EQ(group.output(), "");
+  EXPECT_EQ(all_of(group), "x");
   EXPECT_EQ(wait(group), -SIGTERM);
 }
 
@@ -266,13 +255,13 @@ TEST_F(ProcessTest, AChildReapedBehindOurBackIsTakenToBeDead) {
   for (const bool reading : {false, true}) {
     const Child child("true", nullptr, kInherit, kPipe);
     EXPECT_EQ(TEMP_FAILURE_RETRY(waitpid(child->pid, nullptr, 0)), child->pid);
-    EXPECT_EQ(child.result(), std::tuple(2, -1, cause));
+    EXPECT_EQ(result_of(child), std::tuple(2, -1, cause));
     EXPECT_FALSE(child->reaped);
     testing::internal::CaptureStderr();
-    EXPECT_TRUE(reading ? child.output().empty() : !is_alive(child));
+    EXPECT_TRUE(reading ? all_of(child).empty() : !is_alive(child));
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "Wait failed, assuming child is dead: " + cause + "\n");
-    EXPECT_EQ(child.result(), std::tuple(2, -1, "Child process status unknown"));
+    EXPECT_EQ(result_of(child), std::tuple(2, -1, "Child process status unknown"));
     EXPECT_EQ(wait(child), -1);
   }
 }
@@ -290,8 +279,8 @@ TEST_F(ProcessTest, ChildrenGetTheirStandardChannelsOnly) {
       write(child, "through");
       shutdown(child, CHANNEL_STDIN);
       // 3 is the listing.
-      const bool right = child.output() == "through0\n1\n2\n3\n";
-      _exit(right && child.output(CHANNEL_STDERR) == "err\n" ? 0 : 1);
+      const bool right = all_of(child) == "through0\n1\n2\n3\n";
+      _exit(right && all_of(child, CHANNEL_STDERR) == "err\n" ? 0 : 1);
     };
     EXPECT_EXIT(check(), testing::ExitedWithCode(0), "") << missing;
   }

@@ -4,9 +4,8 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <memory>
 
-#include "process/child_process.h"
+#include "tests/child.h"
 #include "tests/files.h"
 
 struct Outcome {
@@ -22,9 +21,8 @@ struct Row {
 // Runs commands of the shell, which finds the programs by name.
 class ProgramTest : public ScratchTest {
  protected:
-  // A command in a process group of its own, which is killed where it outlives this.
   struct Run {
-    std::shared_ptr<ChildProcess::process_t> child;
+    Child child;
     std::string out, err;  // where it writes to
   };
 
@@ -39,23 +37,15 @@ class ProgramTest : public ScratchTest {
     using namespace ChildProcess;
     const std::string name = directory + "/run" + std::to_string(++runs), out = name + ".out",
                       err = name + ".err";
-    const char* const argv[] = {"sh", "-c", command.c_str(), nullptr};
-    const auto end = [](process_t* child) {
-      if (!child->reaped) ::kill(-child->pid, SIGKILL);
-      destroy(child);
-    };
-    return {{create_child(argv, {REDIRECT_INHERIT, nullptr}, {REDIRECT_FILE, out.c_str()},
-                          {REDIRECT_FILE, err.c_str()}, nullptr, true, true),
-             end},
-            out,
-            err};
+    return {Child("sh", command.c_str(), kInherit, {REDIRECT_FILE, out.c_str()},
+                  {REDIRECT_FILE, err.c_str()}, nullptr, true),
+            out, err};
   }
   // Waits, but not for ever.
   static Outcome finish(const Run& run) {
-    ChildProcess::process_t* const child = run.child.get();
-    for (int i = 0; i < 100000 && ChildProcess::is_alive(child); ++i) usleep(1000);
-    if (!child->reaped) ::kill(-child->pid, SIGKILL);
-    return {ChildProcess::wait(child), read_file(run.out), read_file(run.err)};
+    for (int i = 0; i < 100000 && ChildProcess::is_alive(run.child); ++i) usleep(1000);
+    if (!run.child->reaped) ::kill(-run.child->pid, SIGKILL);
+    return {ChildProcess::wait(run.child), read_file(run.out), read_file(run.err)};
   }
   Outcome run(const std::string& command) { return finish(start(command)); }
 
@@ -95,22 +85,19 @@ class ProgramTest : public ScratchTest {
 class ServerTest : public ProgramTest {
  protected:
   ServerTest() {
-    publish("platform/5", "r1");
-    publish("system-types/alpha/1.4", "a1");
-    publish("system-types/beta/0.9", "b1");
+    publish("platform 5", "r1");
+    publish("system-type alpha 1.4", "a1");
+    publish("system-type beta 0.9", "b1");
     EXPECT_EQ(run("exec local-server.sh start server").status, 0);
   }
   ~ServerTest() override { run("local-server.sh stop server"); }
 
   static std::string item(const std::string& name) { return "server/www/2/runenv/" + name; }
 
-  // Publishes what is in the directory "content", with a file that names the version. The pointer
-  // is replaced whole: a run that reads it finds the old version or the new one.
-  void publish(const std::string& name, const std::string& version,
-               const std::string& platform = "linux-x64") {
-    write_file("content/file", name + " " + version);
-    check("", {"mkdir -p " + item(name) + "/" + version + " && cd " + item(name) +
-               " && /bin/tar -C \"$OLDPWD/content\" -czf " + version + "/" + platform +
-               ".tar.gz . && echo " + version + " >new && mv new latest"});
+  // Publishes what is in the directory "content", with a file that names the release.
+  void publish(const std::string& item, const std::string& release) {
+    write_file("content/file", item + " " + release);
+    check("", {"PATH=${PATH#*:}; mkdir -p server/www; runenv-publish server/www " + item + " " +
+               release + " --from content --replace --drop-platforms"});
   }
 };

@@ -90,21 +90,21 @@ TEST_F(ServerTest, InstallsOnceAndThenOnlyWhatHasChanged) {
              "- 2/runenv/platform/5\n- 2/runenv/system-types/alpha/1.4\n"
              "- 2/runenv/system-types/beta/0.9\n"});
   EXPECT_EQ(local("platform/5/latest"), "r1");
-  EXPECT_EQ(local("platform/5/r1/file"), "platform/5 r1");
-  EXPECT_EQ(local("system-types/alpha/1.4/a1/file"), "system-types/alpha/1.4 a1");
+  EXPECT_EQ(local("platform/5/r1/file"), "platform 5 r1");
+  EXPECT_EQ(local("system-types/alpha/1.4/a1/file"), "system-type alpha 1.4 a1");
   EXPECT_FALSE(files::exists(".update"));
 
   write_file(item("platform/5/latest"), "r1\r\nignored\n");
   check("", {run_again});
   EXPECT_FALSE(files::exists(".update"));
 
-  publish("system-types/beta/0.9", "b2");
+  publish("system-type beta 0.9", "b2");
   check("", {"mkdir real; touch real/other; ln -s real cache;"
              " runenv-bootstrap --temp-cache cache versions.bin; readlink cache; ls cache",
              "- 2/runenv/system-types/beta/0.9 [updating]\nreal\nother\n"});
   EXPECT_EQ(local("system-types/beta/0.9/latest"), "b2");
-  EXPECT_EQ(local("system-types/beta/0.9/b2/file"), "system-types/beta/0.9 b2");
-  EXPECT_EQ(local("system-types/beta/0.9/b1/file"), "system-types/beta/0.9 b1");  // kept
+  EXPECT_EQ(local("system-types/beta/0.9/b2/file"), "system-type beta 0.9 b2");
+  EXPECT_EQ(local("system-types/beta/0.9/b1/file"), "system-type beta 0.9 b1");  // kept
 }
 
 TEST_F(ServerTest, OptionsChangeWhatIsInstalled) {
@@ -112,13 +112,13 @@ TEST_F(ServerTest, OptionsChangeWhatIsInstalled) {
   EXPECT_EQ(bootstrap("--skip-platform").out, "");
   EXPECT_EQ(bootstrap("--temp-cache a:b").err, "");
   files::remove_all("runenv");
-  publish("platform/5", "r2", "other");
+  publish("platform 5", "r2 --platform other");
   // The lock makes an empty pointer, which the group may write to as well.
   const std::string command = "umask 0; runenv-bootstrap --target other --lock-latest versions.bin";
   check("", {command, "- 2/runenv/platform/5 [updating]\n"});
   EXPECT_EQ(files::status("runenv/platform/5/latest").permissions(), files::perms{0660});
   EXPECT_EQ(local("platform/5/latest"), "r2");
-  EXPECT_EQ(local("platform/5/r2/file"), "platform/5 r2");
+  EXPECT_EQ(local("platform/5/r2/file"), "platform 5 r2 --platform other");
   write_file("runenv/platform/5/latest", "");
   write_file(item("platform/5/latest"), std::string("\0r1", 3));
   check("", {command});

@@ -13,15 +13,14 @@ static const std::string kArchive = kItem + "r2/linux-x64.tar.gz";
 static const std::string kNamed = "-P /proc/self/fd -e inject=access:error=ENOENT ";
 static const std::string kLinkless = kNamed + "-P " + kArchive + " -e inject=linkat:error=EPERM ";
 
-class PublishTest : public ProgramTest {
+class PublishTest : public ServerTest {
  protected:
   PublishTest() {
     close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);  // of whoever has started the tests
-    run("mkdir -p server/www source && echo content >source/file && tar -C source -czf archive . &&"
+    run("mkdir source && echo content >source/file && tar -C source -czf archive . &&"
         " ln -s archive alias && head -c -9 archive >short && (cat archive && echo) >long");
     setenv("p", "runenv-publish server/www platform 5", 1);
   }
-  ~PublishTest() override { run("local-server.sh stop server"); }
 
   // Publishes a release of the platform at 5.
   Outcome publish(const std::string& release, const std::string& options = "--from source") {
@@ -49,8 +48,7 @@ class PublishTest : public ProgramTest {
 
 TEST_F(PublishTest, TheBootstrapperInstallsWhatIsPublished) {
   const std::string odd = "-r.:@~,;=+!$&'()*|^\"`<>\xc3\xa9";
-  EXPECT_EQ(run("exec local-server.sh start server").status, 0);
-  EXPECT_EQ(publish(odd, "--platform '-p:;,' --from=source").status, 0);
+  EXPECT_EQ(publish(odd, "--platform '-p:;,' --from=source --drop-platforms").status, 0);
   for (const std::string source : {"source", "archive"}) {
     check("",
           {"ulimit -n 8; TAR_OPTIONS=--exclude=file runenv-publish server/www system-type a 1 " +
@@ -65,7 +63,6 @@ TEST_F(PublishTest, TheBootstrapperInstallsWhatIsPublished) {
 }
 
 TEST_F(PublishTest, ExactlyTheNamesThatReadersTakeAsTheyAreAreAccepted) {
-  EXPECT_EQ(run("exec local-server.sh start server").status, 0);
   for (const char c : std::string("\t\n\r\x7f #%?[]{}\\:&*\"~")) {
     const std::string release = std::string("a") + c + "b";
     files::remove_all(kItem);
@@ -82,7 +79,6 @@ TEST_F(PublishTest, ExactlyTheNamesThatReadersTakeAsTheyAreAreAccepted) {
 }
 
 TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
-  EXPECT_EQ(publish("r1").status, 0);
   files::create_symlink("loop", kItem + "loop");
   write_file(kItem + "e\x1b/a\x1b.tar.gz", "");
   const std::string from = " --from source", put = "$p r --from ", name(256, 'n'),
@@ -178,7 +174,6 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
 TEST_F(PublishTest, ASystemCallThatFailsIsToldAndUndone) {
   if (!has_unnamed_files() || !inject(kNamed)) GTEST_SKIP() << "other calls, or no strace";
   inject("");
-  EXPECT_EQ(publish("r1").status, 0);
   const std::string pointer = kItem + "latest", release = kItem + "r2",
                     item = kItem.substr(0, kItem.size() - 1), failed = ": Input/output error",
                     in_place = ": is in place, but its directory could not be stored" + failed,
@@ -250,8 +245,9 @@ TEST_F(PublishTest, ThePointerMovesWhenAllPlatformsAreThere) {
       {"r2", "--from archive --platform .b --replace", "r2\n", 0},
   };
   // Only archives make a platform.
-  run("for file in c b a; do touch source/$file; done; chown 1:1 source/b; mkdir -p " + kItem +
-      "r1/dir.tar.gz; touch " + kItem + "r1/stray " + kItem + "r1/c.tar.gz.part");
+  run("for file in c b a; do touch source/$file; done; chown 1:1 source/b; rm -r " + kItem +
+      "; mkdir -p " + kItem + "r1/dir.tar.gz; touch " + kItem + "r1/stray " + kItem +
+      "r1/c.tar.gz.part");
   for (const auto& step : kSteps) {
     EXPECT_EQ(publish(step.release, step.options).status, step.status);
     EXPECT_EQ(latest(), step.latest);
@@ -302,7 +298,6 @@ TEST_F(PublishTest, WhatAnotherPublisherDoesMeanwhileCounts) {
 }
 
 TEST_F(PublishTest, InterruptedItLeavesTheTreeAsItWas) {
-  EXPECT_EQ(publish("r1").status, 0);
   const std::string before = tree();
   for (const std::string& file_system : {std::string(), kNamed}) {
     if (!inject(file_system)) continue;
