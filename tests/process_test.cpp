@@ -139,6 +139,7 @@ TEST_F(ProcessTest, EveryStepOfAStartThatFailsIsToldAndNothingIsRepeated) {
       std::printf("last");  // what is buffered must not come out once more in a child
       std::fprintf(stderr, "first ");
       row.replaced.start();
+      const auto open = open_descriptors();
       int status = 100;
       try {
         const Child child(row.program, nullptr, row.in, kPipe, kPipe, row.cwd, true);
@@ -147,6 +148,7 @@ TEST_F(ProcessTest, EveryStepOfAStartThatFailsIsToldAndNothingIsRepeated) {
       } catch (const Error& error) {
         std::fputs(error.message, stderr);
       }
+      if (waitpid(-1, nullptr, WNOHANG) != -1 || open_descriptors() != open) status = 99;
       std::fflush(stderr);
       std::fflush(stdout);
       _exit(status & 0xff);
@@ -274,13 +276,13 @@ TEST_F(ProcessTest, ChildrenGetTheirStandardChannelsOnly) {
       }
       close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);  // what we were started with
       limit_time();
+      const std::string errors =
+          all_of(Child("sh", "echo err >&2", kInherit, kInherit, kPipe), CHANNEL_STDERR);
+      const Child child("sh", "cat; ls /proc/self/fd", kPipe, kPipe, kPipe);
       const Child sibling("cat", nullptr, kPipe, {REDIRECT_FILE, "/dev/null"});
-      const Child child("sh", "cat; ls /proc/self/fd; echo err >&2", kPipe, kPipe, kPipe);
       write(child, "through");
       shutdown(child, CHANNEL_STDIN);
-      // 3 is the listing.
-      const bool right = all_of(child) == "through0\n1\n2\n3\n";
-      _exit(right && all_of(child, CHANNEL_STDERR) == "err\n" ? 0 : 1);
+      _exit(all_of(child) == "through0\n1\n2\n3\n" && errors == "err\n" ? 0 : 1);  // 3: the listing
     };
     EXPECT_EXIT(check(), testing::ExitedWithCode(0), "") << missing;
   }
