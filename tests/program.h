@@ -49,14 +49,16 @@ class ProgramTest : public ScratchTest {
   }
   Outcome run(const std::string& command) { return finish(start(command)); }
 
-  // The error stands behind the name of the program, and behind what `tools` say for themselves.
-  void check(const std::string& program, const Row& row, bool tools = false) {
-    const Outcome outcome = run(row.command);
-    const std::string error = row.error == "" ? "" : program + row.error + "\n";
-    EXPECT_EQ(outcome.status, row.error == "" ? 0 : 1) << row.command;
-    EXPECT_EQ(outcome.out, row.out) << row.command;
+  // Runs a command, which prints `out` and succeeds, or fails with an error behind what `teller`
+  // says. With `tools` there may be more before that.
+  void check(const std::string& command, const std::string& out = "", std::string error = "",
+             bool tools = false) {
+    const Outcome outcome = run(command);
+    EXPECT_EQ(outcome.status, error == "" ? 0 : 1) << command;
+    EXPECT_EQ(outcome.out, out) << command;
+    if (error != "") error = teller + error + "\n";
     if (!tools || !("\n" + outcome.err).ends_with("\n" + error)) {
-      EXPECT_EQ(outcome.err, error) << row.command;
+      EXPECT_EQ(outcome.err, error) << command;
     }
   }
 
@@ -78,6 +80,7 @@ class ProgramTest : public ScratchTest {
   static inline const std::string ordinary =
       "[ $(id -u) -ne 0 ] || { chown -R 65534 .; as='setpriv --reuid 65534 --clear-groups'; }; ";
   static inline const std::string search_path = getenv("PATH");
+  std::string teller;  // such as "PROGRAM: "
   int runs = 0;
 };
 
@@ -97,7 +100,7 @@ class ServerTest : public ProgramTest {
   // Publishes what is in the directory "content", with a file that names the release.
   void publish(const std::string& item, const std::string& release) {
     write_file("content/file", item + " " + release);
-    check("", {"PATH=${PATH#*:}; mkdir -p server/www; runenv-publish server/www " + item + " " +
-               release + " --from content --replace --drop-platforms"});
+    check("PATH=${PATH#*:}; mkdir -p server/www; runenv-publish server/www " + item + " " +
+          release + " --from content --replace --drop-platforms");
   }
 };

@@ -25,7 +25,7 @@ TEST_F(ProgramTest, BadInputEndsTheRunBeforeAnything) {
       {"mkdir d; runenv-bootstrap d", "",
        "Unable to parse versions: insufficient bytes to read fingerprint"},
   };
-  for (const Row& row : kRows) check("", row);
+  for (const Row& row : kRows) check(row.command, row.out, row.error);
   EXPECT_FALSE(files::exists(".update"));
 }
 
@@ -36,6 +36,7 @@ TEST_F(ProgramTest, DocumentToolWritesAndPrints) {
                     closed = ordinary + "$as runenv-versions compose 5 -o closed/";
   EXPECT_TRUE(usage.starts_with("usage: runenv-versions compose [-o FILE] PLATFORM_VERSION"));
   setenv("v", "runenv-versions", 1);
+  teller = "runenv-versions: ";
   const Row kRows[] = {
       {"mkdir d; $v compose 2.0 beta=0=9 empty= alpha=1.4 --output=d/v"},
       {"$v show d/v", listing},
@@ -81,47 +82,46 @@ TEST_F(ProgramTest, DocumentToolWritesAndPrints) {
       {"$v show d/v; ls -A d; chmod 700 closed; wc -c closed/*", listing + "l\nv\n0 closed/v\n",
        ""},
   };
-  for (const Row& row : kRows) check("runenv-versions: ", row);
+  for (const Row& row : kRows) check(row.command, row.out, row.error);
 }
 
 TEST_F(ServerTest, InstallsOnceAndThenOnlyWhatHasChanged) {
-  const std::string run_again = "runenv-bootstrap versions.bin";
-  check("", {"runenv-versions compose -o versions.bin 5 beta=0.9 alpha=1.4; " + run_again,
-             "- 2/runenv/platform/5\n- 2/runenv/system-types/alpha/1.4\n"
-             "- 2/runenv/system-types/beta/0.9\n"});
-  EXPECT_EQ(local("platform/5/latest"), "r1");
-  EXPECT_EQ(local("platform/5/r1/file"), "platform 5 r1");
-  EXPECT_EQ(local("system-types/alpha/1.4/a1/file"), "system-type alpha 1.4 a1");
+  const auto installed = [](const std::string& item, const std::string& release) {
+    return local(item + "/latest") + ": " + local(item + "/" + release + "/file");
+  };
+  const std::string beta = "system-types/beta/0.9";
+  check(
+      "runenv-versions compose -o versions.bin 5 beta=0.9 alpha=1.4;"
+      " runenv-bootstrap versions.bin",
+      "- 2/runenv/platform/5\n- 2/runenv/system-types/alpha/1.4\n"
+      "- 2/runenv/system-types/beta/0.9\n");
+  EXPECT_EQ(installed("platform/5", "r1"), "r1: platform 5 r1");
+  EXPECT_EQ(installed("system-types/alpha/1.4", "a1"), "a1: system-type alpha 1.4 a1");
   EXPECT_FALSE(files::exists(".update"));
 
   write_file(item("platform/5/latest"), "r1\r\nignored\n");
-  check("", {run_again});
+  check("runenv-bootstrap versions.bin");
   EXPECT_FALSE(files::exists(".update"));
 
   publish("system-type beta 0.9", "b2");
-  check("", {"mkdir real; touch real/other; ln -s real cache;"
-             " runenv-bootstrap --temp-cache cache versions.bin; readlink cache; ls cache",
-             "- 2/runenv/system-types/beta/0.9 [updating]\nreal\nother\n"});
-  EXPECT_EQ(local("system-types/beta/0.9/latest"), "b2");
-  EXPECT_EQ(local("system-types/beta/0.9/b2/file"), "system-type beta 0.9 b2");
-  EXPECT_EQ(local("system-types/beta/0.9/b1/file"), "system-type beta 0.9 b1");  // kept
-}
+  check(
+      "mkdir real; touch real/other; ln -s real cache;"
+      " runenv-bootstrap --temp-cache cache versions.bin; readlink cache; ls cache",
+      "- 2/runenv/system-types/beta/0.9 [updating]\nreal\nother\n");
+  EXPECT_EQ(installed(beta, "b2"), "b2: system-type beta 0.9 b2");
+  EXPECT_EQ(installed(beta, "b1"), "b2: system-type beta 0.9 b1");  // which is kept
 
-TEST_F(ServerTest, OptionsChangeWhatIsInstalled) {
-  EXPECT_EQ(bootstrap("--skip-platform", "alpha=1.4").out, "- 2/runenv/system-types/alpha/1.4\n");
-  EXPECT_EQ(bootstrap("--skip-platform").out, "");
-  EXPECT_EQ(bootstrap("--temp-cache a:b").err, "");
-  files::remove_all("runenv");
-  publish("platform 5", "r2 --platform other");
   // The lock makes an empty pointer, which the group may write to as well.
-  const std::string command = "umask 0; runenv-bootstrap --target other --lock-latest versions.bin";
-  check("", {command, "- 2/runenv/platform/5 [updating]\n"});
-  EXPECT_EQ(files::status("runenv/platform/5/latest").permissions(), files::perms{0660});
-  EXPECT_EQ(local("platform/5/latest"), "r2");
-  EXPECT_EQ(local("platform/5/r2/file"), "platform 5 r2 --platform other");
-  write_file("runenv/platform/5/latest", "");
+  publish("platform 5", "r2 --platform other");
+  const std::string locking =
+      "umask 0; runenv-bootstrap --target other --lock-latest versions.bin; ";
+  check("rm -r runenv/platform; " + locking + "stat -c %a runenv/platform/5/latest",
+        "- 2/runenv/platform/5 [updating]\n660\n");
+  EXPECT_EQ(installed("platform/5", "r2"), "r2: platform 5 r2 --platform other");
   write_file(item("platform/5/latest"), std::string("\0r1", 3));
-  check("", {command});
+  check(": >runenv/platform/5/latest; " + locking);
+  EXPECT_EQ(bootstrap("--temp-cache a:b --skip-platform", "alpha=1.4").out, "");
+  EXPECT_EQ(bootstrap("--temp-cache a:b").err, "");
 }
 
 TEST_F(ServerTest, OnlyTheLocksStayOpen) {
@@ -144,22 +144,18 @@ TEST_F(ServerTest, OnlyTheLocksStayOpen) {
 }
 
 TEST_F(ServerTest, ClosedDescriptorsBecomeNobodysFile) {
+  const std::string pointer = "runenv/system-types/alpha/1.4/latest";
   bootstrap();
-  run("runenv-versions compose -o alpha.bin 5 alpha=1.4");
-  const std::string pointer = "runenv/system-types/alpha/1.4/latest",
-                    served = item("platform/6/latest");
-  const std::tuple<std::string, std::string, std::string, int> kRows[] = {
-      {"runenv-bootstrap --lock-latest alpha.bin", pointer, "a1", 0},
-      {"runenv-bootstrap --target none --lock-latest alpha.bin", pointer, "", 1},
-      {"runenv-versions compose 5 -o new.bin", "new.bin", read_file("versions.bin"), 0},
-      {"runenv-publish server/www platform 6 r1 --from content", served, "r1\n", 0},
-  };
   for (const std::string closed : {" <&-", " >&-", " 2>&-", " <&- >&- 2>&-"}) {
-    for (const auto& [command, file, content, status] : kRows) {
-      run("rm -rf runenv/system-types new.bin " + item("platform/6"));
-      EXPECT_EQ(run(command + closed).status, status) << command << closed;
-      EXPECT_EQ(read_file(file), content) << command << closed;
-      EXPECT_EQ(local("platform/5/latest"), "r1") << command << closed;
-    }
+    const std::string log =
+        closed.find(" >&-") != closed.npos ? "" : "- 2/runenv/system-types/alpha/1.4 [updating]\n";
+    check("rm -rf runenv/system-types new.bin " + item("platform/6") +
+              "; runenv-versions compose -o alpha.bin 5 alpha=1.4" + closed +
+              " && runenv-bootstrap --lock-latest alpha.bin" + closed + " && cat " + pointer +
+              "; rm " + pointer + "; runenv-bootstrap --target none --lock-latest alpha.bin" +
+              closed + " || cat " + pointer +
+              "; runenv-publish server/www platform 6 r1 --from content" + closed + " && cat " +
+              item("platform/6/latest") + " runenv/platform/5/latest",
+          log + "a1" + log + "r1\nr1", "", true);
   }
 }
