@@ -62,6 +62,9 @@ TEST_F(ProgramTest, DocumentToolWritesAndPrints) {
       {"$v compose 1 >/dev/full", "", "standard output: " + full},
       {"$v compose $(head -c 9999 /dev/zero | tr '\\0' 1) >/dev/full", "",
        "standard output: " + full},
+      {"$v compose 1 a=$(head -c 999 /dev/zero | tr '\\0' 1) -o long;"
+       " (ulimit -f 1; $v show long >cut)",
+       "", "standard output: File too large"},
       {"$v --help >/dev/full", "", "standard output: " + full},
       {"$v show d/v >&-", "", "standard output: Bad file descriptor"},
       {"ln -s none d/l; (ulimit -f 0; $v compose 5 -o d/v; $v compose 5 -o d/l) 2>&1 | cat",
@@ -120,8 +123,11 @@ TEST_F(ServerTest, InstallsOnceAndThenOnlyWhatHasChanged) {
   EXPECT_EQ(installed("platform/5", "r2"), "r2: platform 5 r2 --platform other");
   write_file(item("platform/5/latest"), std::string("\0r1", 3));
   check(": >runenv/platform/5/latest; " + locking);
-  EXPECT_EQ(bootstrap("--temp-cache a:b --skip-platform", "alpha=1.4").out, "");
-  EXPECT_EQ(bootstrap("--temp-cache a:b").err, "");
+  EXPECT_EQ(bootstrap("--skip-platform").out, "");
+  files::remove_all("runenv");
+  EXPECT_EQ(bootstrap("--temp-cache a:b --skip-platform", "alpha=1.4").out,
+            "- 2/runenv/system-types/alpha/1.4\n");
+  EXPECT_EQ(installed("system-types/alpha/1.4", "a1"), "a1: system-type alpha 1.4 a1");
 }
 
 TEST_F(ServerTest, OnlyTheLocksStayOpen) {
