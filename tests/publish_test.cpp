@@ -95,9 +95,9 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
                     item = kItem.substr(0, kItem.size() - 1), latest_file = kItem + "latest",
                     uuid = "/proc/sys/kernel/random/uuid",
                     alone = "--latest-only goes with --drop-platforms alone";
-  // As an ordinary user, with other permissions for a directory.
-  const auto permit = [&](const std::string& mode, const std::string& path) {
-    return ordinary + "trap 'chmod 755 " + path + "' EXIT; chmod " + mode + " " + path + "; $as ";
+  // As an ordinary user who may not list the directory.
+  const auto unlisted = [&](const std::string& path) {
+    return ordinary + "trap 'chmod 755 " + path + "' EXIT; chmod 300 " + path + "; $as ";
   };
   // With something else in the place of the pointer.
   const auto pointing = [&](const std::string& put_there) {
@@ -131,8 +131,8 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
       {nowhere + "r1" + from, kItem + "r1/linux-x64.tar.gz: is published already; --replace "
                                       "replaces it, --latest-only moves the pointer to it"},
       {"$p loop --latest-only", kItem + "loop: Too many levels of symbolic links"},
-      {permit("300", item) + put + "source", item + ": Permission denied"},
-      {permit("300", item + "/r1") + "$p r1 --latest-only", item + "/r1: Permission denied"},
+      {unlisted(item) + put + "source", item + ": Permission denied"},
+      {unlisted(item + "/r1") + "$p r1 --latest-only", item + "/r1: Permission denied"},
       {ordinary + "umask 777; $as " + put + "source", item + "/r: Permission denied"},
       {pointing("ln -s /proc/self/mem"),
        "Unable to open '" + latest_file + "' for reading: Input/output error"},
