@@ -79,6 +79,7 @@ TEST_F(ProgramTest, DocumentToolWritesAndPrints) {
       {"$v compose 1 =1", "", "system type '=1' has no name" + hint},
       {"$v compose -x", "", "unknown option '-x'" + hint},
       {"$v compose 1 -o", "", "option '-o' needs a file" + hint},
+      {"$v compose 1 --output=", "", "option '--output' needs a file" + hint},
       {"$v compose 1 -o a --output b", "", "option '--output' is given twice" + hint},
       // All is as it was.
       {"$v show d/v; ls -A d; chmod 700 closed; wc -c closed/*", listing + "l\nv\n0 closed/v\n"},
