@@ -46,7 +46,7 @@ cp runenv/tests/install/* .
 make -f 4 CXX="$CXX $CFLAGS" app
 [ "$(./app | paste -sd '|')" = 'before main|received hello' ]
 cmake -S . -B found -DWAY=3
-cmake --build found
+cmake --build found --target app
 found/app
 for other in 0.0 0.999 999.0; do
   sed "s/(runenv [0-9.]*/(runenv $other/" 3 >refused
@@ -55,9 +55,8 @@ for other in 0.0 0.999 999.0; do
 done
 cmake -S . -B folder -DWAY=2
 export GIT_CONFIG_GLOBAL="$scratch/gitconfig"
-git config --global user.email x
-git config --global user.name x
-git config --global "url.$scratch/runenv.insteadOf" https://git.example.com/runenv.git
+printf '[user]\nname = x\nemail = x\n[url "%s"]\ninsteadOf = https://git.example.com/runenv.git\n' \
+  "$scratch/runenv" >gitconfig
 (cd runenv && git init -q && git add . && git commit -q -m x && git tag "v$version")
 cmake -S . -B fetched -DWAY=1 -DCMAKE_UNITY_BUILD=ON
 cmake --build fetched --parallel 2

@@ -1,10 +1,11 @@
 // What the tests of the programs share: running them, and a distribution server of their own.
 #pragma once
 
-#include <csignal>
-#include <memory>
+#include <unistd.h>
 
-#include "process/child_process.h"
+#include <csignal>
+
+#include "tests/child.h"
 #include "tests/files.h"
 
 struct Outcome {
@@ -12,13 +13,17 @@ struct Outcome {
   std::string out, err;
 };
 
+// A command, what it prints, and the error that ends it with status 1, if any.
+struct Row {
+  std::string command, out = "", error = "";
+};
+
 // Runs commands of the shell, which finds the programs by name.
 class ProgramTest : public ScratchTest {
  protected:
   struct Run {
-    ChildProcess::process_t* child;
+    Child child;
     std::string out, err;  // where it writes to
-    std::shared_ptr<void> owner;
   };
 
   ProgramTest() {
@@ -28,24 +33,34 @@ class ProgramTest : public ScratchTest {
     setenv("PATH", (directory + "/bin:" PROGRAM_PATH ":" + search_path).c_str(), 1);
   }
 
-  // In a process group of its own, which is killed where a test does not come to its end.
   Run start(const std::string& command) {
-    const std::string name = directory + "/run" + std::to_string(++runs);
-    Run run{nullptr, name + ".out", name + ".err", {}};
-    const char* const argv[] = {"sh", "-c", command.c_str(), nullptr};
     using namespace ChildProcess;
-    run.child = create_child(argv, {REDIRECT_INHERIT, nullptr}, {REDIRECT_FILE, run.out.c_str()},
-                             {REDIRECT_FILE, run.err.c_str()}, nullptr, true, true);
-    run.owner.reset(run.child, [](process_t* child) {
-      if (!child->reaped) ::kill(-child->pid, SIGKILL);
-      destroy(child);
-    });
-    return run;
+    const std::string name = directory + "/run" + std::to_string(++runs), out = name + ".out",
+                      err = name + ".err";
+    return {Child("sh", command.c_str(), kInherit, {REDIRECT_FILE, out.c_str()},
+                  {REDIRECT_FILE, err.c_str()}, nullptr, true),
+            out, err};
   }
+  // Waits, but not for ever.
   static Outcome finish(const Run& run) {
+    for (int i = 0; i < 100000 && ChildProcess::is_alive(run.child); ++i) usleep(1000);
+    if (!run.child->reaped) ::kill(-run.child->pid, SIGKILL);
     return {ChildProcess::wait(run.child), read_file(run.out), read_file(run.err)};
   }
   Outcome run(const std::string& command) { return finish(start(command)); }
+
+  // Runs a command, which prints `out` and succeeds, or fails with an error behind what `teller`
+  // says. With `tools` there may be more before that.
+  void check(const std::string& command, const std::string& out = "", std::string error = "",
+             bool tools = false) {
+    const Outcome outcome = run(command);
+    EXPECT_EQ(outcome.status, error == "" ? 0 : 1) << command;
+    EXPECT_EQ(outcome.out, out) << command;
+    if (error != "") error = teller + error + "\n";
+    if (!tools || !("\n" + outcome.err).ends_with("\n" + error)) {
+      EXPECT_EQ(outcome.err, error) << command;
+    }
+  }
 
   // Runs the bootstrapper on a document of the platform at 5 and the given types.
   Outcome bootstrap(const std::string& options = "", const std::string& types = "") {
@@ -60,11 +75,12 @@ class ProgramTest : public ScratchTest {
   }
 
   static std::string local(const std::string& file) { return read_file("runenv/" + file); }
-  static std::string fatal(const std::string& message) {
-    return "Fatal error[uncaught exception]: " + message + "\n";
-  }
 
+  // For the rest of the command after $as: an ordinary user.
+  static inline const std::string ordinary =
+      "[ $(id -u) -ne 0 ] || { chown -R 65534 .; as='setpriv --reuid 65534 --clear-groups'; }; ";
   static inline const std::string search_path = getenv("PATH");
+  std::string teller;  // such as "PROGRAM: "
   int runs = 0;
 };
 
@@ -72,24 +88,19 @@ class ProgramTest : public ScratchTest {
 class ServerTest : public ProgramTest {
  protected:
   ServerTest() {
-    publish("platform/5", "r1");
-    publish("system-types/alpha/1.4", "a1");
-    publish("system-types/beta/0.9", "b1");
+    publish("platform 5", "r1");
+    publish("system-type alpha 1.4", "a1");
+    publish("system-type beta 0.9", "b1");
     EXPECT_EQ(run("exec local-server.sh start server").status, 0);
   }
   ~ServerTest() override { run("local-server.sh stop server"); }
 
   static std::string item(const std::string& name) { return "server/www/2/runenv/" + name; }
 
-  // Publishes what is in the directory "content", with a file that names the version.
-  void publish(const std::string& name, const std::string& version,
-               const std::string& platform = "linux-x64") {
-    write_file("content/file", name + " " + version);
-    // The pointer is replaced whole: a run that reads it finds the old version or the new one.
-    const Outcome outcome =
-        run("mkdir -p " + item(name) + "/" + version + " && cd " + item(name) +
-            " && /bin/tar -C \"$OLDPWD/content\" -czf " + version + "/" + platform + ".tar.gz ." +
-            " && echo " + version + " >new && mv new latest");
-    EXPECT_EQ(outcome.status, 0) << outcome.err;
+  // Publishes what is in the directory "content", with a file that names the release.
+  void publish(const std::string& item, const std::string& release) {
+    write_file("content/file", item + " " + release);
+    check("PATH=${PATH#*:}; mkdir -p server/www; runenv-publish server/www " + item + " " +
+          release + " --from content --replace --drop-platforms");
   }
 };

@@ -3,10 +3,6 @@
 #include "tests/program.h"
 
 #include <linux/close_range.h>
-#include <unistd.h>
-
-#include <tuple>
-#include <utility>
 
 // schema_test has the other command lines and documents that are refused.
 TEST_F(ProgramTest, BadInputEndsTheRunBeforeAnything) {
@@ -21,110 +17,116 @@ TEST_F(ProgramTest, BadInputEndsTheRunBeforeAnything) {
       "   --skip-platform       -> \x1b[1moption\x1b[0m flag to skip platform download\n"
       "   --lock-latest         -> \x1b[1moption\x1b[0m flag to control locking behavior\n"
       "   version info          -> \x1b[1mfile-path\x1b[0m binary version info\n";
-  run("runenv-versions compose -o long.bin 5 && echo >>long.bin && mkdir folder");
-  const std::tuple<std::string, int, std::string> kRows[] = {
-      {"--help", 0, usage},
-      {"missing.bin", 1, "Unable to open versions 'missing.bin'\n"},
-      {"long.bin", 1, "Unable to parse versions: trailing bytes\n"},
-      {"folder", 1, "Unable to parse versions: insufficient bytes to read fingerprint\n"},
+  const Row kRows[] = {
+      {"runenv-bootstrap --help 2>&1 >&-", usage},
+      {"runenv-bootstrap missing.bin", "", "Unable to open versions 'missing.bin'"},
+      {"(runenv-versions compose 5; echo) >long; runenv-bootstrap long", "",
+       "Unable to parse versions: trailing bytes"},
+      {"mkdir d; runenv-bootstrap d", "",
+       "Unable to parse versions: insufficient bytes to read fingerprint"},
   };
-  for (const auto& [words, status, err] : kRows) {
-    const Outcome outcome = run("runenv-bootstrap " + words);
-    EXPECT_EQ(outcome.status, status);
-    EXPECT_EQ(outcome.out, "");
-    EXPECT_EQ(outcome.err, err);
-    EXPECT_FALSE(files::exists(".update"));
-  }
+  for (const Row& row : kRows) check(row.command, row.out, row.error);
+  EXPECT_FALSE(files::exists(".update"));
 }
 
 TEST_F(ProgramTest, DocumentToolWritesAndPrints) {
   const std::string listing = "2.0\nalpha=1.4\nbeta=0=9\nempty=\n",
                     usage = run("runenv-versions --help").out,
-                    hint = "\nTry 'runenv-versions --help'.", full = "No space left on device";
+                    hint = "\nTry 'runenv-versions --help'.", full = "No space left on device",
+                    closed = ordinary + "$as runenv-versions compose 5 -o closed/";
   EXPECT_TRUE(usage.starts_with("usage: runenv-versions compose [-o FILE] PLATFORM_VERSION"));
-  const std::tuple<std::string, std::string, std::string> kRows[] = {
-      {"compose 2.0 beta=0=9 empty= alpha=1.4 --output=d/v", "", ""},
-      {"show d/v", listing, ""},
-      {"compose 2.0 beta=0=9 alpha=1.4 empty= | cmp - d/v", "", ""},
-      {"compose -o dash -- -5 -o=1 && runenv-versions show dash", "-5\n-o=1\n", ""},
-      {"show --help", usage, ""},
-      {"compose --version | grep -c '^runenv-versions [0-9.]*$'", "1\n", ""},
-      {"show bad", "", "bad: trailing bytes"},
-      {"show no", "", "no: No such file or directory"},
-      {"show /proc/self/mem", "", "/proc/self/mem: Input/output error"},
-      {"compose 1 a=1 b=2 a=3 -o d/v", "", "system type 'a' is given twice"},
-      {"compose 1 -o /dev/full", "", "/dev/full: " + full},
-      {"compose 1 -o d", "", "d: Is a directory"},
-      {"compose 1 -o d/v/w", "", "d/v/w: Not a directory"},
-      {"compose 1 -o no/v", "", "no/v: No such file or directory"},
-      {"compose 1 >/dev/full", "", "standard output: " + full},
-      {"compose $(head -c 9999 /dev/zero | tr '\\0' 1) >/dev/full", "", "standard output: " + full},
-      {"--help >/dev/full", "", "standard output: " + full},
-      {"", "", "a command is needed, compose or show" + hint},
-      {"print", "", "unknown command 'print'" + hint},
-      {"show", "", "show needs one file" + hint},
-      {"show d/v d/v", "", "show needs one file" + hint},
-      {"compose", "", "compose needs a platform version" + hint},
-      {"compose 1 a", "", "system type 'a' is not of the form NAME=VERSION" + hint},
-      {"compose 1 =1", "", "system type '=1' has no name" + hint},
-      {"compose -x", "", "unknown option '-x'" + hint},
-      {"compose 1 -o", "", "option '-o' needs a file" + hint},
-      {"compose 1 -o a --output b", "", "option '--output' is given twice" + hint},
+  setenv("v", "runenv-versions", 1);
+  teller = "runenv-versions: ";
+  const Row kRows[] = {
+      {"mkdir d; $v compose 2.0 beta=0=9 empty= alpha=1.4 --output=d/v"},
+      {"$v show d/v", listing},
+      {"$v compose 2.0 beta=0=9 alpha=1.4 empty= | cmp - d/v"},
+      {"$v compose -o dash -- -5 -o=1 && $v show dash", "-5\n-o=1\n"},
+      {"$v show --help", usage},
+      {"$v compose --version | grep -c '^runenv-versions [0-9.]*$'", "1\n"},
+      // Where a link leads, and to a file whose name another one seems to have.
+      {"ln -s f last; ln -s ././././last l; $v compose 5 -o l; $v show f", "5\n"},
+      {"chmod 640 f; $v compose 6 -o l; stat -c %a f; readlink l", "640\n././././last\n"},
+      {"ln -s /proc/self/fd/1 out; exec 8>f 7<f; rm f; : >'f (deleted)'; $v compose 7 -o out >&8 &&"
+       " $v show /dev/fd/7; readlink out",
+       "7\n/proc/self/fd/1\n"},
+      {"(cat d/v; echo) >bad; $v show bad", "", "bad: trailing bytes"},
+      {"$v show no", "", "no: No such file or directory"},
+      {"$v show /proc/self/mem", "", "/proc/self/mem: Input/output error"},
+      {"$v compose 1 a=1 b=2 a=3 -o d/v", "", "system type 'a' is given twice"},
+      {"$v compose 1 -o /dev/full", "", "/dev/full: " + full},
+      {"$v compose 1 -o d", "", "d: Is a directory"},
+      {"$v compose 1 -o d/v/w", "", "d/v/w: Not a directory"},
+      {"$v compose 1 -o no/v", "", "no/v: No such file or directory"},
+      {"$v compose 1 >/dev/full", "", "standard output: " + full},
+      {"$v compose $(head -c 9999 /dev/zero | tr '\\0' 1) >/dev/full", "",
+       "standard output: " + full},
+      {"$v compose 1 a=$(head -c 999 /dev/zero | tr '\\0' 1) -o long;"
+       " (ulimit -f 1; $v show long >cut)",
+       "", "standard output: File too large"},
+      {"$v --help >/dev/full", "", "standard output: " + full},
+      {"$v show d/v >&-", "", "standard output: Bad file descriptor"},
+      {"ln -s none d/l; (ulimit -f 0; $v compose 5 -o d/v; $v compose 5 -o d/l) 2>&1 | cat",
+       "runenv-versions: d/v: File too large\nrunenv-versions: d/none: File too large\n"},
+      {"mkdir -m 300 closed; " + closed + "v", "", "closed: Permission denied"},
+      {"umask 0; : >closed/v; " + closed + "v", "", "closed: Permission denied"},
+      {"$v", "", "a command is needed, compose or show" + hint},
+      {"$v print", "", "unknown command 'print'" + hint},
+      {"$v show", "", "show needs one file" + hint},
+      {"$v show d/v d/v", "", "show needs one file" + hint},
+      {"$v compose", "", "compose needs a platform version" + hint},
+      {"$v compose 1 a", "", "system type 'a' is not of the form NAME=VERSION" + hint},
+      {"$v compose 1 =1", "", "system type '=1' has no name" + hint},
+      {"$v compose -x", "", "unknown option '-x'" + hint},
+      {"$v compose 1 -o", "", "option '-o' needs a file" + hint},
+      {"$v compose 1 --output=", "", "option '--output' needs a file" + hint},
+      {"$v compose 1 -o a --output b", "", "option '--output' is given twice" + hint},
+      // All is as it was.
+      {"$v show d/v; ls -A d; chmod 700 closed; wc -c closed/*", listing + "l\nv\n0 closed/v\n"},
   };
-  run("mkdir d && runenv-versions compose 2.0 >bad && echo >>bad");
-  for (const auto& [words, out, error] : kRows) {
-    const Outcome outcome = run("runenv-versions " + words);
-    EXPECT_EQ(outcome.status, error == "" ? 0 : 1) << words;
-    EXPECT_EQ(outcome.out, out) << words;
-    EXPECT_EQ(outcome.err, error == "" ? "" : "runenv-versions: " + error + "\n") << words;
-  }
-  EXPECT_EQ(run("runenv-versions show d/v; ls -A d").out, listing + "v\n");  // as it was
+  for (const Row& row : kRows) check(row.command, row.out, row.error);
 }
 
 TEST_F(ServerTest, InstallsOnceAndThenOnlyWhatHasChanged) {
-  const std::string types = "beta=0.9 alpha=1.4";
-  Outcome outcome = bootstrap("", types);
-  EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(outcome.err, "");
-  EXPECT_EQ(outcome.out,
-            "- 2/runenv/platform/5\n- 2/runenv/system-types/alpha/1.4\n"
-            "- 2/runenv/system-types/beta/0.9\n");
-  EXPECT_EQ(local("platform/5/latest"), "r1");
-  EXPECT_EQ(local("platform/5/r1/file"), "platform/5 r1");
-  EXPECT_EQ(local("system-types/alpha/1.4/a1/file"), "system-types/alpha/1.4 a1");
+  const auto installed = [](const std::string& item, const std::string& release) {
+    return local(item + "/latest") + ": " + local(item + "/" + release + "/file");
+  };
+  const std::string beta = "system-types/beta/0.9";
+  check(
+      "runenv-versions compose -o versions.bin 5 beta=0.9 alpha=1.4;"
+      " runenv-bootstrap versions.bin",
+      "- 2/runenv/platform/5\n- 2/runenv/system-types/alpha/1.4\n"
+      "- 2/runenv/system-types/beta/0.9\n");
+  EXPECT_EQ(installed("platform/5", "r1"), "r1: platform 5 r1");
+  EXPECT_EQ(installed("system-types/alpha/1.4", "a1"), "a1: system-type alpha 1.4 a1");
   EXPECT_FALSE(files::exists(".update"));
 
   write_file(item("platform/5/latest"), "r1\r\nignored\n");
-  outcome = bootstrap("", types);
-  EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(outcome.out + outcome.err, "");
+  check("runenv-bootstrap versions.bin");
   EXPECT_FALSE(files::exists(".update"));
 
-  publish("system-types/beta/0.9", "b2");
-  run("mkdir real; touch real/other; ln -s real cache");
-  outcome = bootstrap("--temp-cache cache", types);
-  EXPECT_EQ(outcome.out, "- 2/runenv/system-types/beta/0.9 [updating]\n");
-  EXPECT_EQ(local("system-types/beta/0.9/latest"), "b2");
-  EXPECT_EQ(local("system-types/beta/0.9/b2/file"), "system-types/beta/0.9 b2");
-  EXPECT_EQ(local("system-types/beta/0.9/b1/file"), "system-types/beta/0.9 b1");  // kept
-  EXPECT_EQ(run("readlink cache; ls cache").out, "real\nother\n");
-}
+  publish("system-type beta 0.9", "b2");
+  check(
+      "mkdir real; touch real/other; ln -s real cache;"
+      " runenv-bootstrap --temp-cache cache versions.bin; readlink cache; ls cache",
+      "- 2/runenv/system-types/beta/0.9 [updating]\nreal\nother\n");
+  EXPECT_EQ(installed(beta, "b2"), "b2: system-type beta 0.9 b2");
+  EXPECT_EQ(installed(beta, "b1"), "b2: system-type beta 0.9 b1");  // which is kept
 
-TEST_F(ServerTest, OptionsChangeWhatIsInstalled) {
-  EXPECT_EQ(bootstrap("--skip-platform", "alpha=1.4").out, "- 2/runenv/system-types/alpha/1.4\n");
-  EXPECT_EQ(bootstrap("--skip-platform").out, "");
-  EXPECT_EQ(bootstrap("--temp-cache a:b").err, "");
-  files::remove_all("runenv");
-  publish("platform/5", "r2", "other");
   // The lock makes an empty pointer, which the group may write to as well.
-  const std::string command = "umask 0; runenv-bootstrap --target other --lock-latest versions.bin";
-  EXPECT_EQ(run(command).out, "- 2/runenv/platform/5 [updating]\n");
-  EXPECT_EQ(files::status("runenv/platform/5/latest").permissions(), files::perms{0660});
-  EXPECT_EQ(local("platform/5/latest"), "r2");
-  EXPECT_EQ(local("platform/5/r2/file"), "platform/5 r2");
-  write_file("runenv/platform/5/latest", "");
+  publish("platform 5", "r2 --platform other");
+  const std::string locking =
+      "umask 0; runenv-bootstrap --target other --lock-latest versions.bin; ";
+  check("rm -r runenv/platform; " + locking + "stat -c %a runenv/platform/5/latest",
+        "- 2/runenv/platform/5 [updating]\n660\n");
+  EXPECT_EQ(installed("platform/5", "r2"), "r2: platform 5 r2 --platform other");
   write_file(item("platform/5/latest"), std::string("\0r1", 3));
-  EXPECT_EQ(run(command).out, "");
+  check(": >runenv/platform/5/latest; " + locking);
+  EXPECT_EQ(bootstrap("--skip-platform").out, "");
+  files::remove_all("runenv");
+  EXPECT_EQ(bootstrap("--temp-cache a:b --skip-platform", "alpha=1.4").out,
+            "- 2/runenv/system-types/alpha/1.4\n");
+  EXPECT_EQ(installed("system-types/alpha/1.4", "a1"), "a1: system-type alpha 1.4 a1");
 }
 
 TEST_F(ServerTest, OnlyTheLocksStayOpen) {
@@ -135,37 +137,30 @@ TEST_F(ServerTest, OnlyTheLocksStayOpen) {
            "ls /proc/self/fd | tr '\\n' ' ' >../log; until grep -q '^State:.S' /proc/$PPID/status; "
            "do :; done; ls /proc/$PPID/fd | wc -l >>../log; exec /usr/bin/curl $*");
   stand_in("tar", "ls /proc/self/fd | tr '\\n' ' ' >tar.log; exec /bin/tar \"$@\"");
-  // What there is at the last download of a run.
-  const auto held = [&](const char* options) {
+  // What there is at the last download of a run: three channels and two pipes to curl. Who has
+  // updated an item lets go of its lock; who has found it up to date relies on it.
+  const std::pair<std::string, std::string> kRuns[] = {
+      {"--lock-latest", "0 1 2 3 6\n"}, {"", "0 1 2 3 5\n"}, {"--lock-latest", "0 1 2 3 8\n"}};
+  for (const auto& [options, held] : kRuns) {
     EXPECT_EQ(bootstrap(options, "alpha=1.4 beta=0.9").status, 0);
-    return read_file("log");
-  };
-  // The program has three channels and two pipes to curl.
-  EXPECT_EQ(held("--lock-latest"), "0 1 2 3 6\n");  // who has updated an item lets go of it
+    EXPECT_EQ(read_file("log"), held);
+  }
   EXPECT_EQ(read_file("tar.log"), "0 1 2 3 ");
-  EXPECT_EQ(held(""), "0 1 2 3 5\n");
-  EXPECT_EQ(held("--lock-latest"), "0 1 2 3 8\n");  // who has found it up to date relies on it
 }
 
 TEST_F(ServerTest, ClosedDescriptorsBecomeNobodysFile) {
+  const std::string pointer = "runenv/system-types/alpha/1.4/latest";
   bootstrap();
-  run("runenv-versions compose -o alpha.bin 5 alpha=1.4");
-  const std::string pointer = "runenv/system-types/alpha/1.4/latest",
-                    served = item("platform/6/latest");
-  const std::tuple<std::string, std::string, std::string, int> kRows[] = {
-      {"runenv-bootstrap --lock-latest alpha.bin", pointer, "a1", 0},
-      {"runenv-bootstrap --target none --lock-latest alpha.bin", pointer, "", 1},
-      {"runenv-versions compose 5 -o new.bin", "new.bin", read_file("versions.bin"), 0},
-      {"runenv-publish server/www platform 6 r1 --from content", served, "r1\n", 0},
-  };
   for (const std::string closed : {" <&-", " >&-", " 2>&-", " <&- >&- 2>&-"}) {
-    for (const auto& [command, file, content, status] : kRows) {
-      run("rm -rf runenv/system-types new.bin " + item("platform/6"));
-      EXPECT_EQ(run(command + closed).status, status) << command << closed;
-      EXPECT_EQ(read_file(file), content) << command << closed;
-      EXPECT_EQ(local("platform/5/latest"), "r1") << command << closed;
-    }
+    const std::string log =
+        closed.find(" >&-") != closed.npos ? "" : "- 2/runenv/system-types/alpha/1.4 [updating]\n";
+    check("rm -rf runenv/system-types " + item("platform/6") +
+              "; runenv-versions compose -o alpha.bin 5 alpha=1.4" + closed +
+              " && runenv-bootstrap --lock-latest alpha.bin" + closed + " && cat " + pointer +
+              "; rm " + pointer + "; runenv-bootstrap --target none --lock-latest alpha.bin" +
+              closed + " || cat " + pointer +
+              "; runenv-publish server/www platform 6 r1 --from content" + closed + " && cat " +
+              item("platform/6/latest") + " runenv/platform/5/latest",
+          log + "a1" + log + "r1\nr1", "", true);
   }
-  EXPECT_EQ(run("runenv-versions show alpha.bin >&-").err,
-            "runenv-versions: standard output: Bad file descriptor\n");
 }

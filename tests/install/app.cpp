@@ -5,24 +5,10 @@
 #include <socket/socket_async.h>
 
 #include <cstdio>
-#include <cstdlib>
 
-// Names that the program has for itself. The library calls none of these.
-void* allocate(unsigned long) {
-  std::abort();
-}
-void throw_system_failure(int) {
-  std::abort();
-}
-struct Extent {
-  Extent() { std::abort(); }
-  void cover(unsigned long) { std::abort(); }
-};
-class unique_fd {
- public:
-  explicit unique_fd(int) { std::abort(); }
-  ~unique_fd() { std::abort(); }
-};
+// Names that the program has for itself.
+struct unique_fd {};
+struct Extent {};
 
 using namespace SocketASync;
 
@@ -41,25 +27,17 @@ static void* accept_connection(void*, Connection* connection) {
 
 static void ended(void*, Connection*) {}
 
-static Listener* listen_early() {
-  Runtime.log("before main\n");
-  return create_listener("consumer.sock", nullptr, accept_connection, ended);
-}
-
-static Listener* const listener = listen_early();
+static Listener* const listener =
+    (Runtime.log("before main\n"), create_listener("app.sock", nullptr, accept_connection, ended));
 
 int main() {
   Runtime.startsocket();
-  Client* const client = create_client("consumer.sock", nullptr, ended);
-  if (listener == nullptr || client == nullptr) {
-    return 1;
-  }
+  Client* const client = create_client("app.sock", nullptr, ended);
+  if (listener == nullptr || client == nullptr) return 1;
   Raw::send_raw_block(client, "hello", sizeof "hello");
-  for (int i = 0; i < 100 && !answered; ++i) {
-    Runtime.poll(100);
-  }
+  for (int i = 0; i < 100 && !answered; ++i) Runtime.poll(100);
   mark_close(client);
   Runtime.poll(0);
-  std::remove("consumer.sock");
+  std::remove("app.sock");
   return answered ? 0 : 1;
 }
