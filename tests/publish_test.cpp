@@ -94,7 +94,7 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
                         "(tar: exit status 2)",
                     item = kItem.substr(0, kItem.size() - 1), latest_file = kItem + "latest",
                     uuid = "/proc/sys/kernel/random/uuid",
-                    alone = "--latest-only goes with --drop-platforms alone";
+                    alone = "--latest-only goes with --drop-platforms and --unsigned alone";
   // As an ordinary user who may not list the directory.
   const auto unlisted = [&](const std::string& path) {
     return ordinary + "trap 'chmod 755 " + path + "' EXIT; chmod 300 " + path + "; $as ";
@@ -162,7 +162,7 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
       {"$p r --latest-only --keep-latest", alone},
       {"$p r --latest-only --replace", alone},
       {put + "a --keep-latest --drop-platforms",
-       "--drop-platforms says nothing with --keep-latest"},
+       "--drop-platforms and --unsigned say nothing with --keep-latest"},
   };
   const auto before = tree();
   std::string hint;

@@ -87,7 +87,7 @@ TEST_F(VerifyTest, NothingButWhatWasSignedForItIsUnpacked) {
     EXPECT_EQ(outcome.status, 1) << attack;
     EXPECT_NE(outcome.err.find("runenv-verify: "), std::string::npos) << attack;
     EXPECT_NE(outcome.err.find(error), std::string::npos) << attack << "\n" << outcome.err;
-    EXPECT_NE(outcome.err.find(fatal("tar command failed")), std::string::npos) << attack;
+    EXPECT_NE(outcome.err.find("tar command failed\n"), std::string::npos) << attack;
     EXPECT_EQ(machine(), before) << attack;
     undo();
   }
@@ -170,11 +170,12 @@ TEST_F(VerifyTest, SignsAndVerifiesLikeMinisign) {
 }
 
 TEST_F(VerifyTest, PolicyForbidsGoingBack) {
-  run("echo '# as the guide says' >keys/policy; echo no-rollback >>keys/policy; update;"
+  run("echo '# as the guide says' >keys/policy; echo no-rollback >>keys/policy; sleep 1;"
+      " sign r2; update;"
       " runenv-publish server/www platform 5 r1 --latest-only");
   EXPECT_TRUE(local("platform/5/r2/.runenv-signature").starts_with("untrusted comment: "));
   files::remove_all("runenv/platform/5/r1");
-  Outcome outcome = update_after("sleep 1");
+  Outcome outcome = update_after(":");
   EXPECT_NE(outcome.err.find(", before release 'r2', which is installed ("), std::string::npos)
       << outcome.err;
   undo();
@@ -218,29 +219,25 @@ TEST_F(VerifyTest, ProducerKeepsOnSigning) {
 }
 
 TEST_F(VerifyTest, CommandLine) {
-  const std::string usage = run("runenv-verify --help").out,
-                    hint = "\nTry 'runenv-verify --help'.\n",
+  const std::string hint = "\nTry 'runenv-verify --help'.", program = "runenv-verify ",
                     words =
                         "in the place of tar it takes -x -f ARCHIVE -C RELEASE and nothing else";
-  EXPECT_TRUE(usage.starts_with("usage: runenv-verify [--keys DIRECTORY] ARCHIVE ...\n"));
-  const std::tuple<std::string, std::string> kRows[] = {
-      {"", "an archive is needed" + hint},
-      {"r2 --tar -x -f r2 -C r", "--tar takes the place of archives" + hint},
-      {"--tar -x -f r2 -C", words + hint},
-      {"--tar -x -z -f r2 -C r", words + hint},
-      {"--tar -x -C r -f r2", words + hint},
-      {"--keys", "option '--keys' needs a directory" + hint},
-      {"--keys keys no", "no: No such file or directory\n"},
-      {"--keys keys content", "content: is not a regular file\n"},
-      {"--keys keys keys/our.pub", "keys/our.pub: is not signed\n"},
+  EXPECT_TRUE(run("runenv-verify --help").out.starts_with("usage: runenv-verify [--keys DIREC"));
+  teller = "runenv-verify: ";
+  const Row kRows[] = {
+      {"", "", "an archive is needed" + hint},
+      {"r2 --tar -x -f r2 -C r", "", "--tar takes the place of archives" + hint},
+      {"--tar -x -f r2 -C", "", words + hint},
+      {"--tar -x -z -f r2 -C r", "", words + hint},
+      {"--tar -x -C r -f r2", "", words + hint},
+      {"--keys", "", "option '--keys' needs a directory" + hint},
+      {"--keys keys no", "", "no: No such file or directory"},
+      {"--keys keys content", "", "content: is not a regular file"},
+      {"--keys keys keys/our.pub", "", "keys/our.pub: is not signed"},
   };
-  for (const auto& [arguments, error] : kRows) {
-    const Outcome outcome = run("runenv-verify " + arguments);
-    EXPECT_EQ(outcome.status, 1) << arguments;
-    EXPECT_EQ(outcome.err, "runenv-verify: " + error) << arguments;
-  }
+  for (const auto& [arguments, out, error] : kRows) check(program + arguments, out, error);
   // Under the name of tar it takes tar's words, with the keys that are built in.
   run("ln -s \"$(PATH=${PATH#*:}; command -v runenv-verify)\" tar");
-  EXPECT_EQ(run("./tar --help").err, "runenv-verify: " + words + hint);
+  check("./tar --help", "", words + hint);
   EXPECT_NE(run("./tar -x -f r2 -C r").err.find("/keys: "), std::string::npos);
 }

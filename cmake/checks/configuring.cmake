@@ -5,7 +5,7 @@
 # refusal says.
 function(check module accepted refusal)
   execute_process(COMMAND ${CMAKE_COMMAND} ${ARGN}
-                          -P "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/../cmake/${module}.cmake"
+                          -P "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/../${module}.cmake"
                   RESULT_VARIABLE status ERROR_VARIABLE message OUTPUT_QUIET)
   string(REGEX REPLACE "[ \n]+" " " message "${message}") # cmake wraps it
   if(accepted AND NOT status EQUAL 0)
@@ -44,7 +44,7 @@ check_platform(FALSE Darwin x86_64 8)
 # does not matter.
 foreach(flag -m32 -mx32)
   file(REMOVE_RECURSE refused)
-  execute_process(COMMAND ${CMAKE_COMMAND} -S "${CMAKE_CURRENT_LIST_DIR}/.." -B refused
+  execute_process(COMMAND ${CMAKE_COMMAND} -S "${CMAKE_CURRENT_LIST_DIR}/../.." -B refused
                           -DCMAKE_TRY_COMPILE_TARGET_TYPE=STATIC_LIBRARY
                           -DCMAKE_C_FLAGS=${flag} -DCMAKE_CXX_FLAGS=${flag}
                   RESULT_VARIABLE status ERROR_VARIABLE message OUTPUT_QUIET)

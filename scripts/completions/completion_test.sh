@@ -2,7 +2,7 @@
 # What the completions offer in each shell that is here.
 # shellcheck disable=SC2016,SC2046,SC2086,SC2317 # for other shells, in words, called by their names
 set -eu
-completions=$(cd "$(dirname "$0")/../scripts/completions" && pwd) HOME=$(mktemp -d)
+completions=$(cd "$(dirname "$0")" && pwd) HOME=$(mktemp -d)
 export HOME
 trap 'rm -rf "$HOME"' EXIT
 cd
@@ -32,6 +32,10 @@ runenv-publish tree system-type linker 0.9 b: build-3
 runenv-publish tree --from d: document
 runenv-publish --from=folder tree s: system-type
 runenv-publish tree --k: --keep-latest
+runenv-publish --sign document tree p: platform
+runenv-verify --: --help --keys --tar --version
+runenv-verify --keys f: folder/
+runenv-verify d: document
 END
 
 in_bash() {

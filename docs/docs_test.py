@@ -21,9 +21,10 @@ PLACES = {r"(?<=[ =':\"])/tmp/": f"{SCRATCH}/tmp/", r"\b7007\b": f"{PORT}",
           "/srv/runenv": f"{SCRATCH}/server/www", r"dist\.example\.com": "localhost",
           r".*\[::\]:443.*\n": "", "listen 443": f"listen 127.0.0.1:{PORT + 1}",
           "/etc/ssl/localhost": f"{SCRATCH}/server/server", "/usr/local/bin": f"{SCRATCH}/build",
+          "/usr/local/libexec/runenv": f"{SCRATCH}/libexec",
           "/etc/(?:runenv|nginx|systemd|cron.d)|/var/lib/runenv": rf"{SCRATCH}/machine\g<0>"}
 os.environ.update(HOME=f"{SCRATCH}", CURL_HOME=f"{SCRATCH}/server/curl",
-                  PATH=f"{BUILD}:{os.environ['PATH']}:/usr/sbin")
+                  PATH=f"{SCRATCH}/bin:{BUILD}:{os.environ['PATH']}:/usr/sbin")
 
 
 def sh(script, directory=SCRATCH):
@@ -126,7 +127,7 @@ def check_setting(row):
 
 
 KNOWN = sh("""env --help && tar --help && curl --help all
-    cat CMakeLists.txt cmake/* scripts/*.sh app/* schema/* tools/* tests/*.*""", SOURCE)
+    cat CMakeLists.txt cmake/*.cmake cmake/checks/*.sh scripts/*.sh app/* schema/* tools/* tests/*.*""", SOURCE)
 USAGE = sh("runenv-bootstrap --help")
 ELSEWHERE = sh("cat .ci/run; grep -E '^(cmake|cpack) ' README.md; echo .ci/run", SOURCE)
 EXAMPLES = [path.read_text() for path in SOURCE.glob("examples/*.cpp")]
@@ -138,7 +139,12 @@ for kind, text in (block for document in DOCUMENTS for block in blocks_of(docume
         file.parent.mkdir(parents=True, exist_ok=True)
         file.write_text(text)
 sh(f"""
-    mkdir tmp server www content
+    mkdir tmp server www content bin libexec
+    keys="--keys '$PWD/machine/etc/runenv/keys'"  # instead of those that are built in
+    printf '#!/bin/sh\\ncase $* in *--keys*) keys= ;; *) keys=1 ;; esac\\nexec "%s" ${{keys:+%s}} "$@"\\n' \\
+      '{BUILD}/runenv-verify' "$keys" >bin/runenv-verify
+    printf '#!/bin/sh\\nexec runenv-verify --tar "$@"\\n' >libexec/tar
+    chmod +x bin/* libexec/*
     ln -s '{BUILD}' build
     mv machine/etc/nginx/conf.d/runenv.conf server/site.conf
     publish() {{ echo "$1" >content/README; shift; runenv-publish www "$@" --from content; }}
@@ -186,7 +192,7 @@ with ThreadPoolExecutor(8) as pool:
     list(pool.map(check_setting, rows))
 
 # No option is missing in a manual page or a completion.
-for program in ("runenv-bootstrap", "runenv-versions", "runenv-publish"):
+for program in ("runenv-bootstrap", "runenv-versions", "runenv-publish", "runenv-verify"):
     for option in re.findall("--([a-z][a-z-]+)", sh(f"{program} --help")):
         for file in (f"docs/man/{program}.1", f"scripts/completions/bash/{program}",
                      "scripts/completions/zsh/_runenv", f"scripts/completions/fish/{program}.fish"):

@@ -4,7 +4,7 @@
 # shows is the one that failed.
 # shellcheck disable=SC2016,SC2046,SC2086 # "$" for another shell; words of pkg-config and the flags
 set -eux
-BUILT=$(cd "$1" && pwd) source=$(cd "$(dirname "$0")/.." && pwd) scratch=$(mktemp -d)
+BUILT=$(cd "$1" && pwd) source=$(cd "$(dirname "$0")/../.." && pwd) scratch=$(mktemp -d)
 export BUILT
 trap 'rm -rf "$scratch"' EXIT
 cd "$scratch"
@@ -42,7 +42,7 @@ $CC $CFLAGS $LINK_CXX -std=c11 runenv/tests/c_interface.c "$@"
 # The ways of docs/embedding.md: 1 fetches a repository, 2 takes a folder, 3 and 4 what is installed.
 awk '/^```(cmake|make)$/ { file = ++n; next } /^```/ { file = "" } file { print >file }' \
   runenv/docs/embedding.md
-cp runenv/tests/install/* .
+cp runenv/cmake/checks/consumer/* .
 make -f 4 CXX="$CXX $CFLAGS" app
 [ "$(./app | paste -sd '|')" = 'before main|received hello' ]
 cmake -S . -B found -DWAY=3
