@@ -1,7 +1,6 @@
 #include "tools/unpacking.h"
 
 #include <fcntl.h>
-#include <fts.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 
@@ -13,11 +12,11 @@
 #include <string>
 #include <string_view>
 
-#include "core/error.h"
 #include "fs/iterator.h"
 #include "fs/tree.h"
 #include "tools/failure.h"
 #include "tools/published_name.h"
+#include "tools/tree.h"
 
 namespace runenv {
 
@@ -26,22 +25,6 @@ static constexpr char kStagingName[] = ".runenv-verify#unpacking";
 
 static fs::path_t joined(fs::path_t directory, const char* name) {
   return directory.join(name);
-}
-
-// Calls `visit` with each entry of the tree, directories before what is in them. Follows no links.
-template <typename Visit>
-static void walk(const fs::path_t& root, const Visit& visit) {
-  char* const roots[] = {const_cast<char*>(root.cstring()), nullptr};
-  const owner<FTS, fts_close> tree(fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, nullptr));
-  if (tree == nullptr) {
-    throw_errno_of(root.cstring());
-  }
-  for (errno = 0; FTSENT* entry = fts_read(tree.get()); errno = 0) {
-    visit(*entry);
-  }
-  if (errno != 0) {
-    throw_errno_of(root.cstring());
-  }
 }
 
 Staging::Staging(const fs::path_t& path)
@@ -74,16 +57,8 @@ Staging::~Staging() {
 
 // What stays is said by whoever needs its place.
 void Staging::remove_content() const {
-  try {
-    walk(outer, [](const FTSENT& entry) {
-      if (entry.fts_info == FTS_D) {
-        chmod(entry.fts_path, S_IRWXU);  // a release may forbid its owner to remove its files
-      }
-    });
-  } catch (const Error&) {
-  }
   for (fs::iterator_t entry(outer, true); entry.has_item(); entry.move_next()) {
-    remove_tree(entry.get_path().cstring());
+    remove_whole_tree(entry.get_path().cstring());
   }
 }
 
@@ -122,24 +97,28 @@ static void check_link(const FTSENT& entry) {
   }
 }
 
+static void check_entry(const FTSENT& entry) {
+  switch (entry.fts_info) {
+    case FTS_D:
+    case FTS_DP:
+    case FTS_F:
+      break;
+    case FTS_SL:
+      check_link(entry);
+      break;
+    case FTS_DNR:
+    case FTS_ERR:
+    case FTS_NS:
+      throw_failure_of(printable(entry.fts_path), std::strerror(entry.fts_errno));
+    default:
+      throw_failure_of(printable(entry.fts_path), "is neither a file nor a directory nor a link");
+  }
+}
+
 void Staging::check() const {
-  walk(inner, [](const FTSENT& entry) {
-    switch (entry.fts_info) {
-      case FTS_D:
-      case FTS_DP:
-      case FTS_F:
-        break;
-      case FTS_SL:
-        check_link(entry);
-        break;
-      case FTS_DNR:
-      case FTS_ERR:
-      case FTS_NS:
-        throw_failure_of(printable(entry.fts_path), std::strerror(entry.fts_errno));
-      default:
-        throw_failure_of(printable(entry.fts_path), "is neither a file nor a directory nor a link");
-    }
-  });
+  if (!walk_tree(inner.cstring(), check_entry)) {
+    throw_errno_of(inner.cstring());
+  }
 }
 
 void Staging::commit() {

@@ -1,0 +1,25 @@
+// Whole directory trees. Nothing here follows a link.
+#pragma once
+
+#include <fts.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace runenv {
+
+// Calls `visit` with each entry of the tree at `path`, which begins with it; directories come
+// before what is in them, and after it. Returns false, with errno, if the tree could not be gone
+// through. An entry that could not be looked at says so itself.
+bool walk_tree(const std::string& path, const std::function<void(const FTSENT&)>& visit);
+
+// How many bytes of the disk the tree takes. What has several names in it counts once. What cannot
+// be looked at counts nothing.
+uint64_t size_on_disk(const std::string& path);
+
+// Removes the tree, also directories that forbid their owner to change them. Returns 0, or non-zero
+// with errno.
+int remove_whole_tree(const std::string& path);
+
+}  // namespace runenv
