@@ -3,7 +3,8 @@
 # nothing of it, and builds of its programs only what it asks for, unless it sets RUNENV_INSTALL.
 option(RUNENV_INSTALL "Install the programs and the library" ${PROJECT_IS_TOP_LEVEL})
 
-set(programs runenv-bootstrap runenv-versions runenv-publish)
+set(programs runenv-bootstrap ${tools})
+list(REMOVE_ITEM programs runenv-verify)
 if(TARGET runenv-verify)
   set(verifying runenv-verify)
 endif()

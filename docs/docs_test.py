@@ -192,8 +192,9 @@ with ThreadPoolExecutor(8) as pool:
     list(pool.map(check_setting, rows))
 
 # No option is missing in a manual page or a completion.
-for program in ("runenv-bootstrap", "runenv-versions", "runenv-publish", "runenv-verify"):
-    for option in re.findall("--([a-z][a-z-]+)", sh(f"{program} --help")):
+for program in ("runenv-bootstrap", "runenv-versions", "runenv-publish", "runenv-verify",
+                "runenv-prune"):
+    for option in re.findall(r"(?m)^ +(?:-\w, )?--([a-z][a-z-]+)", sh(f"{program} --help")):
         for file in (f"docs/man/{program}.1", f"scripts/completions/bash/{program}",
                      "scripts/completions/zsh/_runenv", f"scripts/completions/fish/{program}.fish"):
             assert re.search(f"-l? ?{option}", (SOURCE / file).read_text()), f"{file}: no {option}"

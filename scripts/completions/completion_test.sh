@@ -36,6 +36,9 @@ runenv-publish --sign document tree p: platform
 runenv-verify --: --help --keys --tar --version
 runenv-verify --keys f: folder/
 runenv-verify d: document
+runenv-prune --d: --directory --dry-run
+runenv-prune --keep 1 --temp-cache f: folder/
+runenv-prune d: document
 END
 
 in_bash() {

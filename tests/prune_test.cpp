@@ -1,0 +1,149 @@
+// runenv-prune on trees made at random, against a simple description of what it removes, and beside
+// a bootstrapper at work.
+#include <map>
+#include <random>
+#include <string>
+
+#include "tests/program.h"
+
+using namespace std::string_literals;
+
+static const std::string kHere = "runenv/system-types/a/1/";
+
+class PruneTest : public ServerTest {
+ protected:
+  PruneTest() {
+    teller = "runenv-prune: ";
+    // Sizes depend on the file system: N.
+    stand_in("prune",
+             "runenv-prune \"$@\" >said; status=$?; sed 's/[0-9.]* k*B\\>/N/' said; exit $status");
+  }
+  // Everything below a directory, by path, with what links lead to.
+  std::string all(const std::string& path) {
+    return run("cd " + path + " && find . -printf '%P %y %l\\0' | LC_ALL=C sort -z").out;
+  }
+};
+
+// A pointer, and whether releases beside it may go.
+struct Pointer {
+  const char* make;  // by a command of the shell, in the item's directory
+  bool good;
+};
+static const Pointer kPointers[] = {
+    {"printf r1 >latest", true},
+    {"echo r1 >latest", true},
+    {":", false},
+    {": >latest", false},
+    {"printf .. >latest", false},
+    {"printf /etc >latest", false},
+    {"printf r1/x >latest", false},
+    {"printf none >latest", false},
+    {"printf link >latest", false},
+    {"ln -s r1/file latest", false},
+};
+// What may lie beside a pointer: how it is made, and whether it is a release.
+static const std::map<std::string, std::pair<const char*, bool>> kEntries = {
+    {"r1", {"mkdir -p r1/x; echo 1 >r1/file", true}},
+    {"r2", {"mkdir r2; echo 2 >r2/file; chmod 555 r2", true}},
+    {"-rf", {"mkdir -p ./-rf/x; ln -s ../../../../../../outside ./-rf/x/y", true}},
+    {"a\nb", {"mkdir 'a\nb'", true}},
+    {".r", {"mkdir .r; chmod 0 .r", true}},
+    {"link", {"ln -s ../../../../../outside link", false}},
+    {"file", {"echo >file", false}},
+    {"nested", {"mkdir nested; : >nested/latest", false}},
+    {"o#p", {"mkdir 'o#p'", false}},
+};
+
+TEST_F(PruneTest, OnlyWhatNoPointerNamesIsRemoved) {
+  std::mt19937 random(7);
+  run("mkdir outside; echo mine >outside/file; runenv-versions compose -o versions.bin 5 a=1");
+  for (int round = 0; round < 60; ++round) {
+    const Pointer& pointer = kPointers[random() % 3 == 0 ? random() % std::size(kPointers) : 0];
+    const bool old = random() % 4 != 0, dry = random() % 4 == 0, unlisted = random() % 2 == 0;
+    const size_t keep = random() % 3;
+    std::vector<std::string> releases;  // the newest last
+    std::string make = "chmod -R u+w runenv; rm -rf runenv; mkdir -p " + kHere +
+                       " runenv/system-types/b/2/r1; echo r1 >runenv/system-types/b/2/latest;"
+                       " touch -d '10 days ago' runenv/system-types/b/2/latest; cd " +
+                       kHere + "; ";
+    for (const auto& [name, entry] : kEntries) {
+      if (random() % 2 == 0) continue;
+      make += std::string(entry.first) + "; ";
+      if (entry.second) releases.push_back(name);
+    }
+    const bool named = make.find("mkdir -p r1/x") != std::string::npos;
+    run(make + pointer.make + (old ? "; touch -hd '8 days ago' latest" : ""));
+    const bool prunes = pointer.good && named && old;
+    std::erase(releases, "r1");
+    const std::string before = all("runenv"),
+                      command = "runenv-prune versions.bin --keep " + std::to_string(keep) +
+                                (dry ? " --dry-run" : "") + (unlisted ? " --unlisted" : "");
+    const Outcome outcome = run(command);
+    const std::string context = make + pointer.make + "\n" + command + "\n" + outcome.out;
+    EXPECT_EQ(outcome.status, std::string(pointer.make).starts_with("ln") ? 1 : 0)
+        << context << outcome.err;
+    for (size_t i = 0; i < releases.size(); ++i) {
+      const bool goes = prunes && !dry && i + keep < releases.size();
+      EXPECT_EQ(files::exists(kHere + releases[i]), !goes) << context;
+    }
+    EXPECT_EQ(files::exists("runenv/system-types/b"), true);
+    EXPECT_EQ(files::exists("runenv/system-types/b/2"), dry || !unlisted) << context;
+    EXPECT_TRUE(!dry || all("runenv") == before) << context;
+    EXPECT_EQ(all("outside"), " d \0file f \0"s) << context;
+  }
+  run("chmod -R u+w runenv");
+}
+
+TEST_F(PruneTest, TellsWhatItDoesAndWaitsForRuns) {
+  const std::string leaving = "leaving runenv/platform/5: there is no latest\n",
+                    hint = "\nTry 'runenv-prune --help'.", type = "runenv/system-types/";
+  run("for v in r1 r2; do mkdir -p " + kHere + "$v; done; printf r2 >" + kHere +
+      "latest; touch -d '8 days ago' " + kHere +
+      "latest; mkdir -p runenv/platform/5 .update down;"
+      " ln -s 5 runenv/platform/6; for d in .update down; do touch $d/latest $d/l.tar.gz $d/mine;"
+      " touch -d '8 days ago' $d/*; touch $d/new.tar.gz; done");
+  const Row kRows[] = {
+      {"", "", "one document is needed" + hint},
+      {"a b", "", "one document is needed" + hint},
+      {"--keep x v", "", "option '--keep' needs a number, not 'x'" + hint},
+      {"--keep -1 v", "", "option '--keep' needs a number, not '-1'" + hint},
+      {"--older-than 4294967296 v", "",
+       "option '--older-than' needs a number, not '4294967296'" + hint},
+      {"none", "", "none: No such file or directory"},
+      {"up --directory none", "", "none/runenv: No such file or directory"},
+      {"up --temp-cache no", leaving + "freed N\n",
+       type + "../../..: leads out of the environment"},
+      {"six --temp-cache no", "freed N\n", "runenv/platform/6: is behind a symbolic link"},
+      {"versions.bin --dry-run --temp-cache down",
+       leaving + "would remove " + kHere +
+           "r1 (N)\nwould remove down/l.tar.gz (N)\nwould remove down/latest (N)\n"
+           "would free N\n"},
+      {"versions.bin --older-than 9", leaving + "freed N\n"},
+      {"versions.bin; ls -A .update",
+       leaving + "removing " + kHere +
+           "r1 (N)\nremoving .update/l.tar.gz (N)\nremoving .update/latest (N)\n"
+           "freed N\nmine\nnew.tar.gz\n"},
+      {"versions.bin --older-than 0 --temp-cache down; ls -A down",
+       leaving + "removing down/l.tar.gz (N)\nremoving down/latest (N)\n"
+                 "removing down/new.tar.gz (N)\nfreed N\nmine\n"},
+  };
+  run("runenv-versions compose -o versions.bin 5 a=1; runenv-versions compose -o up 5 ..=../..;"
+      " runenv-versions compose -o six 6; rm -r runenv/platform/5/latest");
+  for (const auto& [words, out, error] : kRows) check("prune " + words, out, error);
+  // What interrupted programs have left goes; what is at work stays, and is waited for.
+  check("mkdir -p " + kHere + "'.runenv-prune#removing/x' " + kHere +
+            "'.runenv-verify#unpacking/x';"
+            " flock " +
+            kHere + "'.runenv-verify#unpacking' prune versions.bin; ls -A " + kHere +
+            "; prune versions.bin | tail -n 2; ls -A " + kHere,
+        leaving + "removing " + kHere +
+            ".runenv-prune#removing (N)\nfreed N\n.runenv-verify#unpacking\nlatest\nr2\n"
+            "removing " +
+            kHere + ".runenv-verify#unpacking (N)\nfreed N\nlatest\nr2\n");
+  check("mkdir " + kHere + "r3; exec 9<>" + kHere +
+            "latest; flock 9;"
+            " prune versions.bin >out 9<&- & sleep 0.3; ls " +
+            kHere + "; printf r3 >&9; touch -d '9 days ago' " + kHere +
+            "latest; exec 9<&-; wait; ls " + kHere,
+        "latest\nr2\nr3\nlatest\nr3\n");
+}

@@ -1,0 +1,159 @@
+#include "tools/environment.h"
+
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "core/retry.h"
+#include "fs/iterator.h"
+#include "schema/layout.h"
+#include "schema/pointer.h"
+#include "tools/failure.h"
+#include "tools/published_name.h"
+
+namespace runenv {
+
+// Opens a directory below another one, and nothing that lies anywhere else.
+static int open_below(int root, const char* path) {
+  open_how how{};
+  how.flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
+  return static_cast<int>(syscall(SYS_openat2, root, path, &how, sizeof how));
+}
+
+static std::string descriptor_path(int descriptor) {
+  return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
+unique_fd open_environment(const std::string& directory) {
+  const std::string path = fs::path_t(directory.c_str()).join(Layout::kEnvironment).cstring();
+  unique_fd root(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (root.get() < 0) {
+    throw_errno_of(path);
+  }
+  return root;
+}
+
+LocalItem::LocalItem(int root, const std::string& item)
+    : shown(std::string(Layout::kEnvironment) + "/" + printable(item)),
+      directory(open_below(root, item.c_str())) {
+  if (directory.get() < 0 && errno == EXDEV) {
+    throw_failure_of(shown, "leads out of the environment");
+  }
+  if (directory.get() < 0 && errno == ELOOP) {
+    throw_failure_of(shown, "is behind a symbolic link");
+  }
+  if (directory.get() < 0 && errno != ENOENT) {
+    throw_errno_of(shown);
+  }
+}
+
+std::string LocalItem::path_of(const std::string& name) const {
+  return descriptor_path(directory.get()) + "/" + name;
+}
+
+bool LocalItem::lock() {
+  for (;;) {
+    pointer.reset(
+        openat(directory.get(), Layout::kLatest, O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (pointer.get() < 0 && errno == ENOENT) {
+      return false;
+    }
+    if (pointer.get() < 0 || retry([&] { return flock(pointer.get(), LOCK_EX); }) != 0) {
+      throw_errno_of(shown + "/" + Layout::kLatest);
+    }
+    // While waiting, somebody may have put another file in its place.
+    struct stat locked, named;
+    if (fstat(pointer.get(), &locked) == 0 &&
+        fstatat(directory.get(), Layout::kLatest, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+        locked.st_ino == named.st_ino && locked.st_dev == named.st_dev) {
+      return true;
+    }
+  }
+}
+
+std::optional<std::string> LocalItem::current(std::string* problem) const {
+  const std::string path = path_of(Layout::kLatest);
+  struct stat status;
+  if (lstat(path.c_str(), &status) != 0) {
+    *problem = errno == ENOENT ? "" : std::string("latest: ") + std::strerror(errno);
+    return std::nullopt;
+  }
+  if (!S_ISREG(status.st_mode)) {
+    *problem = "latest is not a file";
+    return std::nullopt;
+  }
+  const malloc_ptr<char> line(read_pointer_line(path.c_str()));
+  const std::string name = line.get();
+  if (name.empty()) {
+    *problem = "latest is empty";
+  } else if (name == "." || name == ".." || name.find('/') != std::string::npos) {
+    *problem = "latest names '" + printable(name) + "', which is not a release";
+  } else if (lstat(path_of(name).c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+    *problem = "latest names '" + printable(name) + "', which is not there";
+  } else {
+    return name;
+  }
+  return std::nullopt;
+}
+
+std::time_t LocalItem::switched() const {
+  struct stat status;
+  return lstat(path_of(Layout::kLatest).c_str(), &status) == 0 ? status.st_mtime : 0;
+}
+
+std::vector<Release> LocalItem::releases() const {
+  std::vector<Release> result;
+  for (fs::iterator_t entry(path_of(".").c_str(), true); entry.has_item(); entry.move_next()) {
+    const std::string name = entry.get_name();
+    struct stat status, pointer_status;
+    if (name.find('#') == std::string::npos && lstat(path_of(name).c_str(), &status) == 0 &&
+        S_ISDIR(status.st_mode) &&
+        lstat(path_of(name + "/" + Layout::kLatest).c_str(), &pointer_status) != 0) {
+      result.push_back({name, status.st_ctim});
+    }
+  }
+  std::sort(result.begin(), result.end(),
+            [](const Release& a, const Release& b) { return a.name < b.name; });
+  return result;
+}
+
+// Adds the directories in `directory`, `depth` levels below it, whose names begin with `prefix`.
+static void add_items(int root, const std::string& directory, int depth,
+                      std::vector<std::string>* items) {
+  const unique_fd descriptor(open_below(root, directory.c_str()));
+  if (descriptor.get() < 0) {
+    return;
+  }
+  for (fs::iterator_t entry(descriptor_path(descriptor.get()).c_str(), true); entry.has_item();
+       entry.move_next()) {
+    const std::string path = directory + "/" + entry.get_name();
+    struct stat status;
+    if (fstatat(descriptor.get(), entry.get_name(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+        !S_ISDIR(status.st_mode) || path.find('#') != std::string::npos) {
+      continue;
+    }
+    if (depth > 1) {
+      add_items(root, path, depth - 1, items);
+    } else {
+      items->push_back(path);
+    }
+  }
+}
+
+std::vector<std::string> items_present(int root) {
+  std::vector<std::string> result;
+  add_items(root, Layout::kPlatform, 1, &result);
+  add_items(root, Layout::kSystemTypes, 2, &result);
+  std::sort(result.begin(), result.end());
+  return result;
+}
+
+}  // namespace runenv

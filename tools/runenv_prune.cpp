@@ -1,0 +1,289 @@
+// runenv-prune: removes releases that no pointer names, and what interrupted runs have left.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "core/error.h"
+#include "fs/iterator.h"
+#include "fs/path.h"
+#include "schema/layout.h"
+#include "tools/command_line.h"
+#include "tools/document.h"
+#include "tools/environment.h"
+#include "tools/failure.h"
+#include "tools/published_name.h"
+#include "tools/size_text.h"
+#include "tools/tree.h"
+
+namespace runenv {
+
+static constexpr char kUsage[] =
+    "usage: runenv-prune [OPTION ...] DOCUMENT\n"
+    "\n"
+    "Removes the releases that no pointer names, of the items that the document names, and what\n"
+    "interrupted runs have left. Takes the lock of each item meanwhile, as runenv-bootstrap does\n"
+    "with --lock-latest.\n"
+    "\n"
+    "  --keep N           keep the N newest of the other releases of each item, 0 unless given\n"
+    "  --older-than DAYS  leave an item alone whose pointer has moved within so many days, since\n"
+    "                     programs may still run from the release before; 7 unless given\n"
+    "  --unlisted         remove the items that the document does not name, with all releases\n"
+    "  --dry-run          say what would be removed, and remove nothing\n"
+    "  --directory DIR    where \"runenv\" is, the working directory unless given\n"
+    "  --temp-cache DIR   the bootstrapper's directory for downloads, .update unless given\n"
+    "  --help             print this text\n"
+    "  --version          print the version of this program\n"
+    "  --                 take every word that follows as it is, even if it begins with \"-\"\n";
+
+// What is being removed has this name, which no release can have.
+static constexpr char kRemoving[] = ".runenv-prune#removing";
+// What runenv-verify unpacks into.
+static constexpr char kUnpacking[] = ".runenv-verify#unpacking";
+
+namespace {
+
+struct Arguments {
+  unsigned keep = 0;
+  unsigned days = 7;
+  bool unlisted = false;
+  bool dry_run = false;
+  std::string directory;  // empty: the working directory
+  std::string temp_cache = ".update";
+  const char* document = nullptr;
+};
+
+// Removes what it is told to, unless it is a dry run; says so, and counts.
+class Remover {
+ public:
+  explicit Remover(bool dry) : is_dry(dry) {}
+
+  // Removes an entry of the directory, which goes by `shown` in messages. The entry gets another
+  // name first: whoever looks meanwhile, or after an interruption, never takes a part for a whole.
+  void remove_from(const LocalItem& directory, const std::string& name, const std::string& shown) {
+    tell(directory.path_of(name), shown + "/" + name);
+    const std::string removing = directory.path_of(kRemoving);
+    if (!is_dry &&
+        ((name != kRemoving && rename(directory.path_of(name).c_str(), removing.c_str()) != 0) ||
+         remove_whole_tree(removing) != 0)) {
+      throw_errno_of(printable(shown + "/" + name));
+    }
+  }
+
+  void remove_file(const std::string& path) {
+    tell(path, path);
+    if (!is_dry && unlink(path.c_str()) != 0) {
+      throw_errno_of(printable(path));
+    }
+  }
+
+  void sum_up() const {
+    std::printf("%s %s\n", is_dry ? "would free" : "freed", size_text(freed).c_str());
+  }
+
+ private:
+  void tell(const std::string& path, const std::string& shown) {
+    const uint64_t bytes = size_on_disk(path);
+    std::printf("%s %s (%s)\n", is_dry ? "would remove" : "removing", printable(shown).c_str(),
+                size_text(bytes).c_str());
+    freed += bytes;
+  }
+
+  const bool is_dry;
+  uint64_t freed = 0;
+};
+
+}  // namespace
+
+static bool exists(const std::string& path) {
+  struct stat status;
+  return lstat(path.c_str(), &status) == 0;
+}
+
+static bool is_older(std::time_t time, unsigned days) {
+  static constexpr std::time_t kDay = 24 * 60 * 60;
+  return std::time(nullptr) - time >= kDay * days;
+}
+
+static std::string shown(const std::string& item) {
+  return std::string(Layout::kEnvironment) + "/" + item;
+}
+
+// What earlier runs have left in the item's directory. Whoever unpacks there holds another lock.
+static void remove_leftovers(const LocalItem& item, const std::string& name, Remover* remover) {
+  if (exists(item.path_of(kRemoving))) {
+    remover->remove_from(item, kRemoving, shown(name));
+  }
+  const unique_fd unpacking(
+      openat(item.descriptor(), kUnpacking, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (unpacking.get() >= 0 && flock(unpacking.get(), LOCK_EX | LOCK_NB) == 0) {
+    remover->remove_from(item, kUnpacking, shown(name));
+  }
+}
+
+// Locks the item. Returns whether its pointer has stood for long enough.
+static bool take(LocalItem* item, const std::string& name, const Arguments& arguments) {
+  if (!item->exists()) {
+    return false;
+  }
+  if (!item->lock()) {
+    std::printf("leaving %s: there is no latest\n", printable(shown(name)).c_str());
+    return false;
+  }
+  return is_older(item->switched(), arguments.days);
+}
+
+static void prune_item(int root, const std::string& name, const Arguments& arguments,
+                       Remover* remover) {
+  LocalItem item(root, name);
+  if (!take(&item, name, arguments)) {
+    return;
+  }
+  remove_leftovers(item, name, remover);
+  std::string problem;
+  const std::optional<std::string> current = item.current(&problem);
+  if (!current) {
+    std::printf("leaving %s: %s\n", printable(shown(name)).c_str(), problem.c_str());
+    return;
+  }
+  std::vector<Release> others = item.releases();
+  std::erase_if(others, [&](const Release& release) { return release.name == *current; });
+  std::sort(others.begin(), others.end(), [](const Release& a, const Release& b) {
+    return std::tie(a.changed.tv_sec, a.changed.tv_nsec) >
+           std::tie(b.changed.tv_sec, b.changed.tv_nsec);
+  });
+  for (size_t i = arguments.keep; i < others.size(); ++i) {
+    remover->remove_from(item, others[i].name, shown(name));
+  }
+}
+
+static void remove_item(int root, const std::string& name, const Arguments& arguments,
+                        Remover* remover) {
+  LocalItem item(root, name);
+  const size_t slash = name.rfind('/');
+  const LocalItem parent(root, name.substr(0, slash));
+  if (take(&item, name, arguments)) {
+    remover->remove_from(parent, name.substr(slash + 1), shown(name.substr(0, slash)));
+  }
+}
+
+// Whether the document names the item, or one in its directory.
+static bool is_wanted(const std::string& name, const std::vector<std::string>& listed) {
+  return std::any_of(listed.begin(), listed.end(),
+                     [&](const std::string& item) { return (item + "/").starts_with(name + "/"); });
+}
+
+// Downloads that nobody has written to for long enough.
+static void clean_temp_cache(const Arguments& arguments, Remover* remover) {
+  const fs::path_t cache =
+      fs::path_t(arguments.directory.c_str()).join(arguments.temp_cache.c_str());
+  if (!cache.is_directory()) {
+    return;
+  }
+  std::vector<std::string> old;
+  for (fs::iterator_t entry(cache, true); entry.has_item(); entry.move_next()) {
+    const std::string name = entry.get_name();
+    const fs::path_t path = entry.get_path();
+    struct stat status;
+    if ((name == Layout::kLatest || name.ends_with(Layout::kArchiveExtension)) &&
+        lstat(path.cstring(), &status) == 0 && S_ISREG(status.st_mode) &&
+        is_older(status.st_mtime, arguments.days)) {
+      old.emplace_back(path.cstring());
+    }
+  }
+  std::sort(old.begin(), old.end());
+  for (const std::string& path : old) {
+    remover->remove_file(path);
+  }
+  if (!arguments.dry_run) {
+    rmdir(cache.cstring());  // as the bootstrapper does: only if it is empty
+  }
+}
+
+static unsigned number(const char* text, const char* option) {
+  unsigned result = 0;
+  const char* const end = text + std::strlen(text);
+  const auto [rest, error] = std::from_chars(text, end, result);
+  if (error != std::errc() || rest != end) {
+    throw_usage(std::string("option '") + option + "' needs a number, not '" + text + "'");
+  }
+  return result;
+}
+
+static Arguments parse_arguments(int argc, char** argv) {
+  Arguments result;
+  const char *keep = nullptr, *days = nullptr, *directory = nullptr, *temp_cache = nullptr;
+  const std::vector<const char*> words =
+      parse_words(argc, argv, 1,
+                  {{.name = "--keep", .value = &keep, .needs = "a number"},
+                   {.name = "--older-than", .value = &days, .needs = "a number of days"},
+                   {.name = "--unlisted", .flag = &result.unlisted},
+                   {.name = "--dry-run", .flag = &result.dry_run},
+                   {.name = "--directory", .value = &directory, .needs = "a directory"},
+                   {.name = "--temp-cache", .value = &temp_cache, .needs = "a directory"}});
+  if (words.size() != 1) {
+    throw_usage("one document is needed");
+  }
+  result.document = words[0];
+  result.keep = keep != nullptr ? number(keep, "--keep") : result.keep;
+  result.days = days != nullptr ? number(days, "--older-than") : result.days;
+  result.directory = directory != nullptr ? directory : result.directory;
+  result.temp_cache = temp_cache != nullptr ? temp_cache : result.temp_cache;
+  return result;
+}
+
+// What cannot be done for one item is told, and keeps nothing from being done for the others.
+// Returns whether all went well.
+template <typename Step>
+static bool attempt(const Step& step) {
+  try {
+    step();
+    return true;
+  } catch (const Error& error) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "%s: %s\n", program_name(), error.message);
+    return false;
+  }
+}
+
+static void prune(int argc, char** argv) {
+  const Arguments arguments = parse_arguments(argc, argv);
+  const Document document;
+  read_document(arguments.document, document);
+  const std::vector<std::string> listed = item_directories(document);
+  const unique_fd root = open_environment(arguments.directory);
+  Remover remover(arguments.dry_run);
+  bool well = true;
+  for (const std::string& name : listed) {
+    well &= attempt([&] { prune_item(root.get(), name, arguments, &remover); });
+  }
+  if (arguments.unlisted) {
+    for (const std::string& name : items_present(root.get())) {
+      well &= is_wanted(name, listed) ||
+              attempt([&] { remove_item(root.get(), name, arguments, &remover); });
+    }
+  }
+  well &= attempt([&] { clean_temp_cache(arguments, &remover); });
+  remover.sum_up();
+  finish_standard_output();
+  if (!well) {
+    std::exit(1);
+  }
+}
+
+}  // namespace runenv
+
+int main(int argc, char** argv) {
+  return runenv::run_program(
+      {.name = "runenv-prune", .usage = runenv::kUsage, .body = runenv::prune}, argc, argv);
+}
