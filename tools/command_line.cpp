@@ -28,10 +28,10 @@ int run_program(const Program& program, int argc, char** argv) {
     program.body(argc, argv);
   } catch (const UsageError& error) {
     std::fprintf(stderr, "%s: %s\nTry '%s --help'.\n", program.name, error.message, program.name);
-    return 1;
+    return program.failure_status;
   } catch (const Error& error) {
     std::fprintf(stderr, "%s: %s\n", program.name, error.message);
-    return 1;
+    return program.failure_status;
   }
   return 0;
 }
@@ -48,7 +48,7 @@ void exit_on_help(std::string_view word) {
   if (word == "--help") {
     std::fputs(running->usage, stdout);
   } else if (word == "--version") {
-    std::printf("%s %s\n", running->name, RUNENV_VERSION);
+    std::printf("%s %s\n%s", running->name, RUNENV_VERSION, running->about_version);
   } else {
     return;
   }

@@ -11,10 +11,12 @@ struct Program {
   const char* name;
   const char* usage;  // what --help prints
   void (*body)(int argc, char** argv);
+  const char* about_version = "";  // what --version prints behind the version, with a line end
+  int failure_status = 1;
 };
 
-// Runs the body of the program and returns its exit status. That is 1 if the body throws Error; the
-// message goes to standard error. A program calls it once, from main.
+// Runs the body of the program and returns its exit status. That is failure_status if the body
+// throws Error; the message goes to standard error. A program calls it once, from main.
 int run_program(const Program& program, int argc, char** argv);
 
 // The name of the program that run_program runs.

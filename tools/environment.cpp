@@ -125,6 +125,24 @@ std::vector<Release> LocalItem::releases() const {
   return result;
 }
 
+std::vector<std::string> LocalItem::leftovers() const {
+  std::vector<std::string> result;
+  for (fs::iterator_t entry(path_of(".").c_str(), true); entry.has_item(); entry.move_next()) {
+    const std::string name = entry.get_name();
+    if (name.starts_with(".runenv-") && name.find('#') != std::string::npos) {
+      result.push_back(name);
+    }
+  }
+  std::sort(result.begin(), result.end());
+  return result;
+}
+
+bool is_wanted(const std::string& item, const std::vector<std::string>& listed) {
+  return std::any_of(listed.begin(), listed.end(), [&](const std::string& wanted) {
+    return (wanted + "/").starts_with(item + "/");
+  });
+}
+
 // Adds the directories in `directory`, `depth` levels below it, whose names begin with `prefix`.
 static void add_items(int root, const std::string& directory, int depth,
                       std::vector<std::string>* items) {

@@ -44,6 +44,9 @@ class LocalItem {
   // themselves, and nothing with a "#" in its name, which is what programs leave.
   std::vector<Release> releases() const;
 
+  // What programs have left there, or are at work on.
+  std::vector<std::string> leftovers() const;
+
   // The path of an entry, for the functions of the C library.
   std::string path_of(const std::string& name) const;
 
@@ -55,6 +58,9 @@ class LocalItem {
 
 // Opens the directory "runenv" in `directory`; empty is the working directory. Throws Error.
 unique_fd open_environment(const std::string& directory);
+
+// Whether one of the items `listed` is `item` or lies in its directory.
+bool is_wanted(const std::string& item, const std::vector<std::string>& listed);
 
 // The items that are there, whether anybody wants them or not, in order of name.
 std::vector<std::string> items_present(int root);

@@ -177,12 +177,6 @@ static void remove_item(int root, const std::string& name, const Arguments& argu
   }
 }
 
-// Whether the document names the item, or one in its directory.
-static bool is_wanted(const std::string& name, const std::vector<std::string>& listed) {
-  return std::any_of(listed.begin(), listed.end(),
-                     [&](const std::string& item) { return (item + "/").starts_with(name + "/"); });
-}
-
 // Downloads that nobody has written to for long enough.
 static void clean_temp_cache(const Arguments& arguments, Remover* remover) {
   const fs::path_t cache =

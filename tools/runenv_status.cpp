@@ -1,0 +1,365 @@
+// runenv-status: says what a machine has, what is wrong with it, and whether the server is ahead.
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/error.h"
+#include "fs/iterator.h"
+#include "fs/path.h"
+#include "schema/layout.h"
+#include "tools/command_line.h"
+#include "tools/document.h"
+#include "tools/environment.h"
+#include "tools/published_name.h"
+#include "tools/served_pointers.h"
+#include "tools/size_text.h"
+#include "tools/tree.h"
+
+namespace runenv {
+
+static constexpr char kUsage[] =
+    "usage: runenv-status [OPTION ...] DOCUMENT\n"
+    "\n"
+    "Says which releases of the items that the document names are installed, what is broken, and\n"
+    "what lies about besides.\n"
+    "\n"
+    "  --check           ask the distribution server too which releases it names\n"
+    "  --json            print one JSON object\n"
+    "  --quiet           print nothing; the status tells\n"
+    "  --directory DIR   where \"runenv\" is, the working directory unless given\n"
+    "  --temp-cache DIR  the bootstrapper's directory for downloads, .update unless given\n"
+    "  --help            print this text\n"
+    "  --version         print the version of this program and the server that it asks\n"
+    "  --                take every word that follows as it is, even if it begins with \"-\"\n"
+    "\n"
+    "The status is 0 if all is up to date, 1 if something is not installed or behind, 2 if\n"
+    "something is broken, 3 if it could not be found out.\n";
+
+namespace {
+
+struct Arguments {
+  bool check = false;
+  bool json = false;
+  bool quiet = false;
+  const char* directory = nullptr;
+  const char* temp_cache = nullptr;
+  const char* document = nullptr;
+};
+
+enum class State { kInstalled, kBehind, kMissing, kBroken, kUnknown };
+
+struct Item {
+  std::string name;  // such as "platform/5"
+  State state = State::kMissing;
+  std::string problem;                // what is broken
+  std::string release;                // that the local pointer names, if all is well
+  std::optional<std::string> served;  // that the server names, if it was asked
+  std::time_t since = 0;              // when the local pointer was written
+  uint64_t bytes = 0;                 // of the release
+};
+
+// Something that no pointer leads to.
+struct Other {
+  std::string path;
+  uint64_t bytes = 0;
+};
+
+struct Report {
+  std::vector<Item> items;
+  std::vector<Other> releases;
+  std::vector<Other> unlisted;
+  std::vector<Other> leftovers;
+};
+
+}  // namespace
+
+static constexpr const char* kStateNames[] = {"installed", "behind", "not installed", "broken",
+                                              "unknown"};
+static constexpr const char* kColours[] = {"32", "33", "33", "31", "35"};
+
+static const char* name_of(State state) {
+  return kStateNames[static_cast<size_t>(state)];
+}
+
+static std::string below_environment(const std::string& path) {
+  return std::string(Layout::kEnvironment) + "/" + path;
+}
+
+// The item's state on the disk, and what lies in its directory besides.
+static Item look_at(int root, const std::string& name, Report* report) {
+  Item item;
+  item.name = name;
+  try {
+    const LocalItem local(root, name);
+    if (!local.exists()) {
+      return item;
+    }
+    const std::optional<std::string> current = local.current(&item.problem);
+    item.since = local.switched();
+    if (current) {
+      item.state = State::kInstalled;
+      item.release = *current;
+      item.bytes = size_on_disk(local.path_of(*current));
+    } else if (!item.problem.empty()) {
+      item.state = State::kBroken;
+    }
+    for (const Release& release : local.releases()) {
+      if (release.name != item.release) {
+        report->releases.push_back({below_environment(name + "/" + release.name),
+                                    size_on_disk(local.path_of(release.name))});
+      }
+    }
+    for (const std::string& left : local.leftovers()) {
+      report->leftovers.push_back(
+          {below_environment(name + "/" + left), size_on_disk(local.path_of(left))});
+    }
+  } catch (const Error& error) {
+    item.state = State::kBroken;
+    item.problem = error.message;
+  }
+  return item;
+}
+
+static void look_at_temp_cache(const fs::path_t& cache, Report* report) {
+  for (fs::iterator_t entry(cache, true); entry.has_item(); entry.move_next()) {
+    const std::string path = entry.get_path().cstring();
+    report->leftovers.push_back({path, size_on_disk(path)});
+  }
+}
+
+static Report look_around(const Arguments& arguments, const std::vector<std::string>& listed) {
+  const std::string directory = arguments.directory != nullptr ? arguments.directory : "";
+  Report report;
+  const bool is_new = !fs::path_t(directory.c_str()).join(Layout::kEnvironment).exists(true);
+  const unique_fd root = is_new ? unique_fd() : open_environment(directory);
+  for (const std::string& name : listed) {
+    report.items.push_back(is_new ? Item{} : look_at(root.get(), name, &report));
+    report.items.back().name = name;
+  }
+  for (const std::string& name : is_new ? listed : items_present(root.get())) {
+    if (!is_wanted(name, listed)) {
+      const LocalItem item(root.get(), name);
+      report.unlisted.push_back({below_environment(name), size_on_disk(item.path_of("."))});
+    }
+  }
+  const char* const cache = arguments.temp_cache != nullptr ? arguments.temp_cache : ".update";
+  look_at_temp_cache(fs::path_t(directory.c_str()).join(cache), &report);
+  return report;
+}
+
+static void ask_server(const std::vector<std::string>& listed, Report* report) {
+  const std::vector<std::optional<std::string>> served = fetch_pointers(RUNENV_BASE_URL, listed);
+  for (size_t i = 0; i < served.size(); ++i) {
+    Item& item = report->items[i];
+    item.served = served[i];
+    if (item.state == State::kInstalled && served[i] != item.release) {
+      item.state = served[i] ? State::kBehind : State::kUnknown;
+    }
+  }
+}
+
+static bool any(const Report& report, State state) {
+  return std::any_of(report.items.begin(), report.items.end(),
+                     [&](const Item& item) { return item.state == state; });
+}
+
+static int exit_status(const Report& report) {
+  return any(report, State::kBroken)                                   ? 2
+         : any(report, State::kMissing) || any(report, State::kBehind) ? 1
+         : any(report, State::kUnknown)                                ? 3
+                                                                       : 0;
+}
+
+static std::string time_text(std::time_t time, const char* format, bool utc) {
+  char text[sizeof "2026-11-21T09:30:00Z"];
+  tm parts;
+  std::strftime(text, sizeof text, format,
+                utc ? gmtime_r(&time, &parts) : localtime_r(&time, &parts));
+  return text;
+}
+
+static nlohmann::ordered_json to_json(const std::vector<Other>& others) {
+  auto result = nlohmann::ordered_json::array();
+  for (const Other& other : others) {
+    result.push_back({{"path", other.path}, {"bytes", other.bytes}});
+  }
+  return result;
+}
+
+static nlohmann::ordered_json to_json(const Item& item) {
+  nlohmann::ordered_json result{{"name", item.name}, {"state", name_of(item.state)}};
+  if (!item.problem.empty()) {
+    result["problem"] = item.problem;
+  }
+  if (!item.release.empty()) {
+    result["release"] = item.release;
+    result["since"] = time_text(item.since, "%Y-%m-%dT%H:%M:%SZ", true);
+    result["bytes"] = item.bytes;
+  }
+  if (item.served) {
+    result["served"] = *item.served;
+  }
+  return result;
+}
+
+static void print_json(const Arguments& arguments, const Report& report) {
+  nlohmann::ordered_json result{{"document", arguments.document},
+                                {"server", RUNENV_BASE_URL},
+                                {"status", exit_status(report)},
+                                {"items", nlohmann::ordered_json::array()}};
+  for (const Item& item : report.items) {
+    result["items"].push_back(to_json(item));
+  }
+  result["other_releases"] = to_json(report.releases);
+  result["unlisted_items"] = to_json(report.unlisted);
+  result["leftovers"] = to_json(report.leftovers);
+  // Names are bytes; what is no UTF-8 in them is replaced.
+  const std::string text =
+      result.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+  std::printf("%s\n", text.c_str());
+}
+
+// The table: a row for each item, as wide as its widest cells, or narrower on a narrow terminal.
+static constexpr size_t kColumns = 5;
+using Row = std::array<std::string, kColumns>;
+
+static size_t width_of(const std::string& text) {
+  // Each character is taken to be one column wide.
+  return static_cast<size_t>(
+      std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xc0) != 0x80; }));
+}
+
+static Row row_of(const Item& item) {
+  const bool installed = !item.release.empty();
+  std::string release = printable(item.release);
+  if (item.served && *item.served != item.release) {
+    release += (installed ? " -> " : "-> ") + printable(*item.served);
+  }
+  return {printable(item.name), name_of(item.state),
+          item.state == State::kBroken ? printable(item.problem) : release,
+          installed ? time_text(item.since, "%Y-%m-%d %H:%M", false) : "",
+          installed ? size_text(item.bytes) : ""};
+}
+
+// Which columns there is room for: on a narrow terminal the last ones go first.
+static size_t columns_shown(const std::array<size_t, kColumns>& widths) {
+  winsize size;
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) {
+    return kColumns;
+  }
+  size_t total = 0, shown = 0;
+  while (shown < kColumns && (total += widths[shown] + 2) <= size.ws_col + size_t{2}) {
+    ++shown;
+  }
+  return std::max<size_t>(shown, 3);  // name, state and release in any case
+}
+
+static void print_table(const std::vector<Item>& items) {
+  const char* const no_colour = std::getenv("NO_COLOR");
+  const bool coloured = isatty(STDOUT_FILENO) == 1 && (no_colour == nullptr || *no_colour == '\0');
+  std::vector<Row> rows{{"ITEM", "STATE", "RELEASE", "SINCE", "SIZE"}};
+  std::array<size_t, kColumns> widths{};
+  for (const Item& item : items) {
+    rows.push_back(row_of(item));
+  }
+  for (const Row& row : rows) {
+    for (size_t i = 0; i < kColumns; ++i) {
+      widths[i] = std::max(widths[i], width_of(row[i]));
+    }
+  }
+  const size_t shown = columns_shown(widths);
+  for (size_t r = 0; r < rows.size(); ++r) {
+    std::string line;
+    for (size_t i = 0; i < shown; ++i) {
+      const std::string padding(widths[i] - width_of(rows[r][i]) + 2, ' ');
+      const bool marked = coloured && r != 0 && i == 1;
+      line +=
+          (marked ? std::string("\x1b[") + kColours[static_cast<size_t>(items[r - 1].state)] + "m"
+                  : "") +
+          rows[r][i] + (marked ? "\x1b[0m" : "") + padding;
+    }
+    line.resize(line.find_last_not_of(' ') + 1);
+    std::printf("%s\n", line.c_str());
+  }
+}
+
+static void print_others(const char* what, const std::vector<Other>& others) {
+  for (const Other& other : others) {
+    std::printf("%s: %s (%s)\n", what, printable(other.path).c_str(),
+                size_text(other.bytes).c_str());
+  }
+}
+
+static void print_text(const Report& report) {
+  print_table(report.items);
+  print_others("other release", report.releases);
+  print_others("item not in the document", report.unlisted);
+  print_others("leftover", report.leftovers);
+  std::printf("%zu items", report.items.size());
+  for (size_t i = 0; i < std::size(kStateNames); ++i) {
+    const auto count =
+        std::count_if(report.items.begin(), report.items.end(),
+                      [&](const Item& item) { return item.state == static_cast<State>(i); });
+    if (count != 0) {
+      std::printf(", %td %s", count, kStateNames[i]);
+    }
+  }
+  std::printf("\n");
+}
+
+static Arguments parse_arguments(int argc, char** argv) {
+  Arguments result;
+  const std::vector<const char*> words =
+      parse_words(argc, argv, 1,
+                  {{.name = "--check", .flag = &result.check},
+                   {.name = "--json", .flag = &result.json},
+                   {.name = "--quiet", .flag = &result.quiet},
+                   {.name = "--directory", .value = &result.directory, .needs = "a directory"},
+                   {.name = "--temp-cache", .value = &result.temp_cache, .needs = "a directory"}});
+  if (words.size() != 1) {
+    throw_usage("one document is needed");
+  }
+  if (result.json && result.quiet) {
+    throw_usage("--json and --quiet exclude each other");
+  }
+  result.document = words[0];
+  return result;
+}
+
+static void tell_status(int argc, char** argv) {
+  const Arguments arguments = parse_arguments(argc, argv);
+  const Document document;
+  read_document(arguments.document, document);
+  const std::vector<std::string> listed = item_directories(document);
+  Report report = look_around(arguments, listed);
+  if (arguments.check) {
+    ask_server(listed, &report);
+  }
+  if (arguments.json) {
+    print_json(arguments, report);
+  } else if (!arguments.quiet) {
+    print_text(report);
+  }
+  finish_standard_output();
+  std::exit(exit_status(report));
+}
+
+}  // namespace runenv
+
+int main(int argc, char** argv) {
+  return runenv::run_program({.name = "runenv-status",
+                              .usage = runenv::kUsage,
+                              .body = runenv::tell_status,
+                              .about_version = "server: " RUNENV_BASE_URL "\n",
+                              .failure_status = 3},
+                             argc, argv);
+}
