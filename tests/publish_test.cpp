@@ -162,7 +162,7 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
       {"$p r --latest-only --keep-latest", alone},
       {"$p r --latest-only --replace", alone},
       {put + "a --keep-latest --drop-platforms",
-       "--drop-platforms and --unsigned say nothing with --keep-latest"},
+       "--drop-platforms says nothing with --keep-latest"},
   };
   const auto before = tree();
   std::string hint;

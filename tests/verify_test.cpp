@@ -9,6 +9,10 @@
 static const std::string kItem = "server/www/2/runenv/platform/5/";
 static const std::string kArchive = kItem + "r2/linux-x64.tar.gz";
 
+// Prints the member that carries the signature.
+static const std::string member =
+    "tail -c +$(($(tail -c 999 r2 | sed -n 's/^trusted.* bytes=//p') + 1)) r2";
+
 // The machine has r1, verified. The server has r2 as well, which is the latest there.
 class VerifyTest : public ServerTest {
  protected:
@@ -30,13 +34,15 @@ class VerifyTest : public ServerTest {
   Outcome update_after(const std::string& change) {
     run("mkdir saved && cp -a keys content runenv server/www saved && mv saved/www saved/w");
     run(change);
-    return run("exec update");
+    return run(ordinary + "exec $as update");
   }
   void undo() {
     run("chmod -R u+w content runenv; rm -rf keys content runenv server/www .update;"
         " mv saved/w server/www; mv saved/* .; rmdir saved");
   }
-  std::string machine() { return run("find runenv -printf '%p %s %m %l\\n' | sort").out; }
+  std::string machine() {
+    return run("find runenv -printf '%p %m %l\\n' -type f -exec cat {} + | sort").out;
+  }
   // Publishes as r2 what minisign signs with these options.
   void sign_by_hand(const std::string& options) {
     const Outcome outcome = run(
@@ -50,8 +56,8 @@ class VerifyTest : public ServerTest {
 };
 
 TEST_F(VerifyTest, NothingButWhatWasSignedForItIsUnpacked) {
-  const std::string alien = " >/dev/null; sign r2 our 6 && cp server/www/2/runenv/platform/6/r2/* ";
   const std::tuple<std::string, std::string> kRows[] = {
+      {"ln -s nowhere keys/policy", "keys/policy: cannot be read"},
       {"gzip -dc r2 | gzip >" + kArchive, "is not signed"},
       {"sign r2 their", ", which is not trusted here"},
       {"rm keys/our.pub && cp their.pub keys", ", which is not trusted here"},
@@ -64,21 +70,27 @@ TEST_F(VerifyTest, NothingButWhatWasSignedForItIsUnpacked) {
       {"echo yes >keys/policy", "keys/policy: unknown demand 'yes'"},
       {"mkdir keys/policy", "keys/policy: cannot be read"},
       {"cp " + kItem + "r1/* " + kArchive,
-       "for 'runenv/platform/5/r1', not for 'runenv/platform/5/r2'"},
+       "for 'runenv/platform/5/r1', not as 'linux-x64.tar.gz' for 'runenv/platform/5/r2'"},
       {"sign r2 our 6 && cp server/www/2/runenv/platform/6/r2/* " + kArchive,
-       "for 'runenv/platform/6/r2', not for 'runenv/platform/5/r2'"},
+       "for 'runenv/platform/6/r2', not as 'linux-x64.tar.gz' for 'runenv/platform/5/r2'"},
       {"runenv-publish server/www platform 5 r2 --sign our.key --platform arm --from content &&"
        " cp " +
            kItem + "r2/arm.tar.gz " + kArchive,
        "is signed as 'arm.tar.gz' for"},
       {"head -c -1 r2 >" + kArchive, "has a signature that is damaged or not at the end"},
       {"echo >>" + kArchive, "has a signature that is damaged or not at the end"},
-      {"tail -c 393 r2 >>" + kArchive, "has more than one signature"},
-      {"printf X | dd conv=notrunc bs=1 seek=20 of=" + kArchive, "was changed after key "},
+      {member + " >>" + kArchive, "has more than one signature"},
+      {"(head -c 20 r2; printf '\\1'; tail -c +22 r2) >" + kArchive, "was changed after key "},
+      {"printf '\\x1f\\x8b\\x08\\x04\\0\\0\\0\\0\\0\\xff' >" + kArchive, "is not signed"},
+      {"echo up >up; tar -P -C content -czf evil ../up; cd content; runenv-publish ../server/www"
+       " platform 5 r2 --from ../evil --replace --sign ../our.key",
+       "could not be unpacked (tar: "},
       {"ln -s ../../../../up content/link; sign r2",
-       "/r2/link: is a link out of the release, to '.."},
-      {"mkdir content/d && ln -s ../d/../../x content/d/l; sign r2", "/r2/d/l: is a link out of"},
-      {"ln -s /etc/passwd content/link; sign r2", "is a link out of the release, to '/etc/passwd'"},
+       "/r2/link: is a link that could lead out of the release, to '.."},
+      {"mkdir content/d && ln -s ../d/../../x content/d/l; sign r2",
+       "/r2/d/l: is a link that could"},
+      {"ln -s /etc/passwd content/link; sign r2",
+       "is a link that could lead out of the release, to '/etc/passwd'"},
       {"mkfifo content/pipe; sign r2", "/r2/pipe: is neither a file nor a directory nor a link"},
   };
   const std::string before = machine();
@@ -104,6 +116,10 @@ TEST_F(VerifyTest, WhatIsSignedTakesItsPlaceWhole) {
        "ls r2/on/in/in", "in\n"},
       {"chmod 4755 content/file; chmod 555 content; sign r2", "stat -c %a r2 r2/file",
        "555\n755\n"},
+      {"chmod 555 content; sign r2; mkdir -p runenv/platform/5/r2/d; chmod 555 "
+       "runenv/platform/5/r2;"
+       " echo no-rollback >keys/policy",
+       "stat -c %a r2; ls -A r2", "555\n.runenv-signature\nfile\n"},
       {"runenv-publish server/www platform 5 r2 --sign our.key", "cat r2/file", "r2\n"},
   };
   for (const auto& [change, look, seen] : kRows) {
@@ -119,17 +135,21 @@ TEST_F(VerifyTest, WhatIsSignedTakesItsPlaceWhole) {
 TEST_F(VerifyTest, NoByteMayChange) {
   const std::string whole = read_file("r2");
   const size_t free = whole.find("untrusted comment: ") + 19, end = whole.find('\n', free);
-  size_t kept = 0;
-  for (size_t i = 0; i < whole.size(); ++i) {
+  int files = 0;
+  const auto write = [&](const std::string& bytes) {
+    write_file("f/" + std::to_string(++files), bytes);
+  };
+  for (size_t i = 1; i < whole.size(); ++i) {
     std::string changed = whole;
     changed[i] = static_cast<char>(changed[i] ^ (i % 2 == 0 ? 1 : 0x80));
-    if (i < free || i >= end || changed[i] == '\n') write_file("f/" + std::to_string(i), changed);
-    write_file("f/-" + std::to_string(i), whole.substr(0, i));
-    write_file("f/+" + std::to_string(i), whole.substr(0, i) + whole.substr(i / 2));
-    kept += i < free || i >= end;
+    if (i < free || i >= end) write(changed);
+    write(whole.substr(0, i));
+    write(whole.substr(0, i) + whole.substr(i / 2));
   }
-  const Outcome outcome = run("runenv-verify --keys keys f/* | wc -l; ls f | wc -l");
-  EXPECT_EQ(outcome.out, "0\n" + std::to_string(2 * whole.size() + kept) + "\n");
+  const Outcome outcome = run("runenv-verify --keys keys f/* r2 2>refused");
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_TRUE(outcome.out.starts_with("r2: platform/5, release r2 for linux-x64, signed at 20"));
+  EXPECT_EQ(run("wc -l <refused").out, std::to_string(files) + "\n");
 }
 
 TEST_F(VerifyTest, WhatIsCheckedIsUnpacked) {
@@ -181,6 +201,11 @@ TEST_F(VerifyTest, PolicyForbidsGoingBack) {
   undo();
   EXPECT_EQ(update_after("rm keys/policy").status, 0);
   undo();
+  // A directory of that name can be the server's doing.
+  EXPECT_EQ(
+      update_after("cd runenv/platform/5/r2; rm .runenv-signature; mkdir .runenv-signature").status,
+      0);
+  undo();
   EXPECT_EQ(update_after("runenv-publish server/www platform 5 r1 --sign our.key").status, 0);
   undo();
   outcome = update_after("touch content/.runenv-signature; sign r1");
@@ -189,8 +214,10 @@ TEST_F(VerifyTest, PolicyForbidsGoingBack) {
 }
 
 TEST_F(VerifyTest, ProducerKeepsOnSigning) {
-  const std::string program = "runenv-publish server/www platform 5 ", refused = "runenv-publish: ";
+  const std::string program = "runenv-publish server/www platform 5 ";
   const std::tuple<std::string, std::string> kRows[] = {
+      {"r2 --sign our.key", ""},
+      {"r2 --from content --replace --keep-latest", "release 'r2' is not signed for platform"},
       {"r3 --from content",
        "release 'r3' is not signed for platform 'linux-x64', while 'r2', the "
        "latest so far, is signed; sign it (--sign), or give --unsigned"},
@@ -207,15 +234,18 @@ TEST_F(VerifyTest, ProducerKeepsOnSigning) {
       {"r7 --sign our.key --unsigned", "--sign and --unsigned exclude each other"},
       {"r7 --sign our.key --latest-only",
        "--latest-only goes with --drop-platforms and --unsigned"},
-      {"r7 --from content --keep-latest --unsigned", "--drop-platforms and --unsigned say nothing"},
       {"r7 --sign our.key --replace", "--sign without --from goes with --platform alone"},
   };
+  run(member + " >>" + kArchive);  // signed twice: to sign it again mends that
   for (const auto& [words, error] : kRows) {
     const Outcome outcome = run(program + words);
     EXPECT_EQ(outcome.status, error == "" ? 0 : 1) << words << outcome.err;
     EXPECT_NE(outcome.err.find(error), std::string::npos) << words << outcome.err;
   }
-  EXPECT_EQ(run("runenv-verify --keys keys " + kItem + "r[34]/*").status, 0);
+  EXPECT_EQ(run("runenv-verify --keys keys " + kItem + "r[234]/*").status, 0);
+  stand_in("minisign", "touch " + kArchive + "; PATH=${PATH#*:}; exec minisign \"$@\"");
+  EXPECT_NE(run(program + "r2 --sign our.key").err.find("r2/linux-x64.tar.gz: was replaced meanwh"),
+            std::string::npos);
 }
 
 TEST_F(VerifyTest, CommandLine) {
@@ -231,12 +261,14 @@ TEST_F(VerifyTest, CommandLine) {
       {"--tar -x -z -f r2 -C r", "", words + hint},
       {"--tar -x -C r -f r2", "", words + hint},
       {"--keys", "", "option '--keys' needs a directory" + hint},
+      {"--keys keys -- --tar", "", "--tar: No such file or directory"},
       {"--keys keys no", "", "no: No such file or directory"},
       {"--keys keys content", "", "content: is not a regular file"},
       {"--keys keys keys/our.pub", "", "keys/our.pub: is not signed"},
   };
   for (const auto& [arguments, out, error] : kRows) check(program + arguments, out, error);
   // Under the name of tar it takes tar's words, with the keys that are built in.
+  check("mkdir victim; verify/tar -x -f r2 -C victim 2>&-; rmdir victim", "");
   run("ln -s \"$(PATH=${PATH#*:}; command -v runenv-verify)\" tar");
   check("./tar --help", "", words + hint);
   EXPECT_NE(run("./tar -x -f r2 -C r").err.find("/keys: "), std::string::npos);

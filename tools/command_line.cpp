@@ -3,6 +3,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 
 #include "core/error.h"
 #include "process/standard_descriptors.h"
@@ -31,6 +32,9 @@ int run_program(const Program& program, int argc, char** argv) {
     return program.failure_status;
   } catch (const Error& error) {
     std::fprintf(stderr, "%s: %s\n", program.name, error.message);
+    return program.failure_status;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "%s: %s\n", program.name, error.what());
     return program.failure_status;
   }
   return 0;

@@ -14,19 +14,26 @@ namespace runenv {
 
 static constexpr size_t kAlgorithmSize = 2;
 static constexpr size_t kIdSize = 8;
+static constexpr size_t kHeadSize = kAlgorithmSize + kIdSize;
 static constexpr std::string_view kEd25519 = "Ed";
 static constexpr std::string_view kPrehashedEd25519 = "ED";
-static constexpr size_t kPublicKeySize = kAlgorithmSize + kIdSize + crypto_sign_PUBLICKEYBYTES;
-static constexpr size_t kSignatureSize = kAlgorithmSize + kIdSize + crypto_sign_BYTES;
+static constexpr size_t kPublicKeySize = kHeadSize + crypto_sign_PUBLICKEYBYTES;
+static constexpr size_t kSignatureSize = kHeadSize + crypto_sign_BYTES;
 
-// The bytes that the base64 text stands for. None unless there are exactly `size` of them.
+// The bytes that the base64 text stands for. None unless there are exactly `size` of them, and the
+// text is the only one that stands for them: libsodium lets some odd characters pass.
 static std::optional<std::string> decode(std::string_view text, size_t size) {
   std::string bytes(size, '\0');
+  auto* const begin = reinterpret_cast<unsigned char*>(bytes.data());
   size_t decoded;
-  if (sodium_base642bin(reinterpret_cast<unsigned char*>(bytes.data()), size, text.data(),
-                        text.size(), nullptr, &decoded, nullptr,
+  if (sodium_base642bin(begin, size, text.data(), text.size(), nullptr, &decoded, nullptr,
                         sodium_base64_VARIANT_ORIGINAL) != 0 ||
       decoded != size) {
+    return std::nullopt;
+  }
+  std::vector<char> again(sodium_base64_encoded_len(size, sodium_base64_VARIANT_ORIGINAL));
+  sodium_bin2base64(again.data(), again.size(), begin, size, sodium_base64_VARIANT_ORIGINAL);
+  if (text != again.data()) {
     return std::nullopt;
   }
   return bytes;
@@ -39,7 +46,7 @@ static const unsigned char* raw(const std::string& bytes) {
 // minisign prints the id as a number, whose lowest byte comes first in the files.
 static std::string printed_id(std::string_view decoded) {
   std::string result;
-  for (size_t i = kAlgorithmSize + kIdSize; i-- > kAlgorithmSize;) {
+  for (size_t i = kHeadSize; i-- > kAlgorithmSize;) {
     char digits[3];
     std::snprintf(digits, sizeof digits, "%02X", static_cast<unsigned char>(decoded[i]));
     result += digits;
@@ -76,7 +83,7 @@ std::optional<PublicKey> parse_key(std::string_view text, const std::string& fil
     return std::nullopt;
   }
   PublicKey key{file, printed_id(*decoded), {}};
-  std::copy_n(raw(*decoded) + kAlgorithmSize + kIdSize, key.key.size(), key.key.begin());
+  std::copy_n(raw(*decoded) + kHeadSize, key.key.size(), key.key.begin());
   return key;
 }
 
@@ -84,15 +91,15 @@ static PublicKey load_key(const fs::path_t& path, const std::string& name) {
   if (!path.is_regular_file()) {
     throw_failure_of(path.cstring(), "is not a regular file");
   }
-  static constexpr size_t kLongestKeyFile = 4096;
-  char text[kLongestKeyFile];
+  static constexpr size_t kTooLong = 4096;
+  char text[kTooLong];
   const owner<FILE, std::fclose> file(path.open_read());
   const size_t size = std::fread(text, 1, sizeof text, file.get());
   if (std::ferror(file.get()) != 0) {
     throw_errno_of(path.cstring());
   }
-  std::optional<PublicKey> key = parse_key({text, size}, name);
-  if (!key) {
+  const std::optional<PublicKey> key = parse_key({text, size}, name);
+  if (!key || size == kTooLong) {
     throw_failure_of(path.cstring(), "is not a public key of minisign");
   }
   return *key;
@@ -117,14 +124,18 @@ std::vector<PublicKey> load_keys(const std::string& directory) {
   return result;
 }
 
+static std::string changed_after(const std::string& id) {
+  return "was changed after key " + id + " signed it";
+}
+
 static bool signed_by(const PublicKey& key, const std::string& signature,
                       const std::string& message) {
   return crypto_sign_verify_detached(raw(signature), raw(message), message.size(),
                                      key.key.data()) == 0;
 }
 
-const PublicKey& check_signature(const char* path, const Signature& signature,
-                                 const std::string& digest, const std::vector<PublicKey>& keys) {
+const PublicKey& check_comment(const char* path, const Signature& signature,
+                               const std::vector<PublicKey>& keys) {
   const std::optional<std::string> decoded = decode(signature.of_content, kSignatureSize);
   const std::optional<std::string> of_comment = decode(signature.of_comment, crypto_sign_BYTES);
   if (!decoded || !of_comment) {
@@ -135,17 +146,24 @@ const PublicKey& check_signature(const char* path, const Signature& signature,
         path, "is signed in a format of minisign's that is not supported, such as the legacy one");
   }
   const std::string id = printed_id(*decoded);
-  const std::string of_content = decoded->substr(kAlgorithmSize + kIdSize);
+  const std::string comment = decoded->substr(kHeadSize) + signature.trusted_comment;
   bool is_known = false;
   for (const PublicKey& key : keys) {
     is_known = is_known || key.id == id;
-    if (key.id == id && signed_by(key, of_content, digest) &&
-        signed_by(key, *of_comment, of_content + signature.trusted_comment)) {
+    if (key.id == id && signed_by(key, *of_comment, comment)) {
       return key;
     }
   }
-  throw_failure_of(path, is_known ? "was changed after key " + id + " signed it"
+  throw_failure_of(path, is_known ? changed_after(id)
                                   : "is signed by key " + id + ", which is not trusted here");
+}
+
+void check_content(const char* path, const Signature& signature, const std::string& digest,
+                   const PublicKey& key) {
+  const std::optional<std::string> decoded = decode(signature.of_content, kSignatureSize);
+  if (!decoded || !signed_by(key, decoded->substr(kHeadSize), digest)) {
+    throw_failure_of(path, changed_after(key.id));
+  }
 }
 
 }  // namespace runenv

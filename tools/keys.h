@@ -38,9 +38,13 @@ std::optional<PublicKey> parse_key(std::string_view text, const std::string& fil
 // be read or is not a public key of minisign's: what an operator believes to be in force is.
 std::vector<PublicKey> load_keys(const std::string& directory);
 
-// Returns the key that has made the signature of the content with this digest, and of its trusted
-// comment. Throws Error "PATH: REASON" if none has.
-const PublicKey& check_signature(const char* path, const Signature& signature,
-                                 const std::string& digest, const std::vector<PublicKey>& keys);
+// Returns the key that has signed the trusted comment, and with it the signature of the content.
+// Needs nothing of the content. Throws Error "PATH: REASON" if none has.
+const PublicKey& check_comment(const char* path, const Signature& signature,
+                               const std::vector<PublicKey>& keys);
+
+// Throws Error "PATH: REASON" unless the key has signed the content with this digest.
+void check_content(const char* path, const Signature& signature, const std::string& digest,
+                   const PublicKey& key);
 
 }  // namespace runenv

@@ -110,8 +110,8 @@ static void check_options(const Arguments& arguments) {
                                 arguments.keep_latest || arguments.replace)) {
     throw_usage("--latest-only goes with --drop-platforms and --unsigned alone");
   }
-  if (arguments.keep_latest && (arguments.drop_platforms || arguments.is_unsigned)) {
-    throw_usage("--drop-platforms and --unsigned say nothing with --keep-latest");
+  if (arguments.keep_latest && arguments.drop_platforms) {
+    throw_usage("--drop-platforms says nothing with --keep-latest");
   }
   if (signs && arguments.is_unsigned) {
     throw_usage("--sign and --unsigned exclude each other");
@@ -236,6 +236,9 @@ static void check_request(const ServedItem& item, const Arguments& arguments) {
   }
   if (arguments.moves_pointer()) {
     check_pointer(item, arguments, available);
+  } else if (arguments.source != nullptr && !arguments.is_unsigned &&
+             item.latest() == arguments.release) {
+    check_signatures(item, arguments, {arguments.platform});
   }
 }
 
@@ -249,7 +252,9 @@ static void move_pointer(const ServedItem& item, const Arguments& arguments,
   if (now && now != before && *now != release) {
     throw_failure("the pointer was moved to '" + printable(*now) + "' meanwhile");
   }
-  check_pointer(item, arguments, item.platforms(release));
+  Arguments published = arguments;
+  published.source = nullptr;  // what counts now is what is there
+  check_pointer(item, published, item.platforms(release));
   item.point_at(release);
 }
 

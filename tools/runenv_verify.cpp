@@ -62,10 +62,12 @@ struct Trust {
   bool no_rollback = false;
 };
 
-struct Verified {
+// What an archive says of itself, with a trusted key behind it. Its content is not looked at yet.
+struct Claim {
   Purpose purpose;
   PublicKey key;
-  std::string signature;  // its text
+  Signature signature;
+  std::string text;  // of the signature
 };
 
 }  // namespace
@@ -77,7 +79,7 @@ static fs::path_t joined(fs::path_t directory, const char* name) {
 // The file "policy" beside the keys, which may be missing. Each line is a demand or a remark.
 static bool demands_no_rollback(const std::string& directory) {
   const fs::path_t path = joined(directory.c_str(), "policy");
-  if (!path.exists()) {
+  if (!path.exists(true)) {
     return false;
   }
   std::ifstream policy(path.cstring());
@@ -145,34 +147,38 @@ static std::string read_content(int file, off_t size, const char* path, Replacem
   return digest.finish();
 }
 
-// Verifies the archive. If `copy` is not null, it gets the bytes that were signed, as they were
-// verified.
-static Verified verify(const char* path, const Trust& trust, Replacement* copy) {
-  const unique_fd file = open_archive(path);
-  const CarriedSignature carried = carried_signature(file.get(), path);
+static Claim read_claim(int file, const char* path, const Trust& trust) {
+  const CarriedSignature carried = carried_signature(file, path);
   const std::optional<Signature> signature = split_signature(carried.text);
   if (!signature) {
     throw_failure_of(path, "has a signature that is not in minisign's format");
   }
-  const std::string digest = read_content(file.get(), carried.signed_bytes, path, copy);
-  const PublicKey& key = check_signature(path, *signature, digest, trust.keys);
+  const PublicKey& key = check_comment(path, *signature, trust.keys);
   const std::optional<Purpose> purpose = from_trusted_comment(signature->trusted_comment);
   if (!purpose || purpose->bytes != carried.signed_bytes) {
     throw_failure_of(path, "is signed for something else than a release: '" +
                                printable(signature->trusted_comment) + "'");
   }
-  return {*purpose, key, carried.text};
+  return {*purpose, key, *signature, carried.text};
+}
+
+// If `copy` is not null, it gets the bytes that were signed, as they were verified.
+static void verify_content(int file, const char* path, const Claim& claim, Replacement* copy) {
+  const std::string digest = read_content(file, claim.purpose.bytes, path, copy);
+  check_content(path, claim.signature, digest, claim.key);
 }
 
 // The bootstrapper's words say which item, release and platform it wants.
 static void check_purpose(const Purpose& purpose, const std::string& archive,
                           const std::string& directory) {
+  const std::string_view wanted = last_component(archive);
   const std::string name = purpose.platform + Layout::kArchiveExtension;
   const std::string place =
       std::string(Layout::kEnvironment) + "/" + purpose.item + "/" + purpose.release;
-  if (last_component(archive) != name || directory != place) {
+  if (wanted != name || directory != place) {
     throw_failure_of(archive, "is signed as '" + printable(name) + "' for '" + printable(place) +
-                                  "', not for '" + printable(directory) + "'");
+                                  "', not as '" + printable(wanted) + "' for '" +
+                                  printable(directory) + "'");
   }
 }
 
@@ -184,7 +190,8 @@ static void check_not_older(const Purpose& purpose, const fs::path_t& item, cons
   }
   const malloc_ptr<char> current(read_pointer_line(pointer.cstring()));
   const fs::path_t remembered = joined(joined(item, current.get()), kRememberedSignature);
-  if (!remembered.exists()) {
+  // Only a file is of our making: the server's pointer can have a directory of this name made.
+  if (!remembered.is_regular_file()) {
     return;
   }
   std::ifstream file(remembered.cstring());
@@ -215,12 +222,15 @@ static void remember(const std::string& signature, const fs::path_t& directory) 
 }
 
 static void unpack_verified(const char* archive, const char* directory, const Trust& trust) {
-  // Nobody can change what this file holds between the check and its use.
-  Replacement copy{fs::path_t(archive)};
-  const Verified verified = verify(archive, trust, &copy);
-  check_purpose(verified.purpose, archive, directory);
+  const unique_fd file = open_archive(archive);
+  const Claim claim = read_claim(file.get(), archive, trust);
+  check_purpose(claim.purpose, archive, directory);
+  // Nobody can change what this file holds between the check and its use. It has no name, and lies
+  // where nobody else may write, unlike the archive.
+  Replacement copy(fs::path_t(archive), fs::path_t(Layout::kEnvironment));
+  verify_content(file.get(), archive, claim, &copy);
   if (trust.no_rollback) {
-    check_not_older(verified.purpose, fs::path_t(directory).dir_name(), archive);
+    check_not_older(claim.purpose, fs::path_t(directory).dir_name(), archive);
   }
   Staging staging{fs::path_t(directory)};
   run_tool({RUNENV_TAR, "-x", "-z", "-f", "-", "--no-same-owner", "--no-same-permissions", "-C",
@@ -228,9 +238,18 @@ static void unpack_verified(const char* archive, const char* directory, const Tr
            copy.descriptor_path().c_str(), kNoFile, fs::path_t(archive), "could not be unpacked");
   staging.check();
   if (trust.no_rollback) {
-    remember(verified.signature, staging.directory());
+    remember(claim.text, staging.directory());
   }
   staging.commit();
+}
+
+// The directory that the bootstrapper has made for the release. Only inside the environment: the
+// server's pointer may name any other.
+static void remove_if_empty(const std::string& directory) {
+  const std::string inside = std::string(Layout::kEnvironment) + "/";
+  if (directory.starts_with(inside) && (directory + "/").find("/../") == std::string::npos) {
+    rmdir(directory.c_str());
+  }
 }
 
 // Takes the words that the bootstrapper gives tar, and no others.
@@ -242,19 +261,21 @@ static void stand_in_for_tar(const std::vector<std::string>& words, const std::s
   try {
     unpack_verified(words[2].c_str(), directory, load_trust(keys));
   } catch (const Error&) {
-    rmdir(directory);  // the bootstrapper has made it; it goes if nothing is in it
+    remove_if_empty(directory);
     throw;
   }
 }
 
 static bool report(const char* archive, const Trust& trust) {
   try {
-    const Verified verified = verify(archive, trust, nullptr);
-    const Purpose& purpose = verified.purpose;
+    const unique_fd file = open_archive(archive);
+    const Claim claim = read_claim(file.get(), archive, trust);
+    verify_content(file.get(), archive, claim, nullptr);
+    const Purpose& purpose = claim.purpose;
     std::printf("%s: %s, release %s for %s, signed at %s by key %s (%s)\n", archive,
                 printable(purpose.item).c_str(), printable(purpose.release).c_str(),
-                printable(purpose.platform).c_str(), purpose.time.c_str(), verified.key.id.c_str(),
-                verified.key.file.c_str());
+                printable(purpose.platform).c_str(), purpose.time.c_str(), claim.key.id.c_str(),
+                claim.key.file.c_str());
     return true;
   } catch (const Error& error) {
     std::fprintf(stderr, "%s: %s\n", program_name(), error.message);
@@ -269,7 +290,9 @@ static void verify_archives(int argc, char** argv) {
     return;
   }
   char** const end = argv + argc;
-  char** const tar = std::find(argv, end, std::string_view("--tar"));
+  char** const words_end = std::find(argv, end, std::string_view("--"));
+  char** tar = std::find(argv, words_end, std::string_view("--tar"));
+  tar = tar == words_end ? end : tar;
   const char* other_keys = nullptr;
   const std::vector<const char*> archives =
       parse_words(static_cast<int>(tar - argv), argv, 1,

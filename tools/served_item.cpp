@@ -6,6 +6,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string_view>
+#include <tuple>
 #include <utility>
 
 #include "core/retry.h"
@@ -61,6 +63,14 @@ class NewDirectories {
 };
 
 }  // namespace
+
+// Tells one file from those that take its place; zeros if there is none.
+using FileId = std::tuple<dev_t, ino_t, time_t, long>;
+static FileId id_of(const fs::path_t& path) {
+  struct stat status {};
+  lstat(path.cstring(), &status);
+  return {status.st_dev, status.st_ino, status.st_ctim.tv_sec, status.st_ctim.tv_nsec};
+}
 
 // How many names lead from the tree to where the items are.
 static constexpr size_t kItemDepth = 2;
@@ -165,14 +175,15 @@ bool is_signed_archive(const fs::path_t& path) {
 void ServedItem::settle_signature(const std::string& release, const std::string& platform,
                                   const char* key, Replacement* archive) const {
   const fs::path_t place = archive_path(release, platform);
-  const std::optional<CarriedSignature> carried =
+  std::optional<CarriedSignature> carried =
       find_signature(archive->descriptor(), archive->size(), place.cstring());
   Purpose purpose{.item = "", .release = release, .platform = platform, .time = "", .bytes = 0};
   for (size_t i = kItemDepth; i < names.size(); ++i) {
     purpose.item += (i == kItemDepth ? "" : "/") + names[i];
   }
   if (key != nullptr) {
-    if (carried) {
+    for (; carried;
+         carried = find_signature(archive->descriptor(), archive->size(), place.cstring())) {
       archive->truncate(carried->signed_bytes);
     }
     purpose.time = time_of_signing();
@@ -189,12 +200,19 @@ bool ServedItem::put_archive(const std::string& release, const std::string& plat
                              const char* source, const char* key, bool replace) const {
   std::vector<std::string> way = names;
   way.push_back(release);
-  Replacement archive(archive_path(release, platform), existing_directory(tree, way));
+  const fs::path_t place = archive_path(release, platform);
+  const bool again = place.cstring() == std::string_view(source);  // an archive is signed in place
+  const FileId before = id_of(place);
+  Replacement archive(place, existing_directory(tree, way));
   make_archive(source, &archive);
   settle_signature(release, platform, key, &archive);
   const SignalsHeld held;  // until the directories hold the archive, or are gone again
   NewDirectories directories;
   directories.make(tree, way);
+  const unique_fd locked = lock();
+  if (again && id_of(place) != before) {
+    throw_failure_of(place.cstring(), "was replaced meanwhile");
+  }
   return archive.commit(replace);
 }
 

@@ -144,10 +144,11 @@ std::optional<CarriedSignature> find_signature(int file, off_t size, const char*
 
 bool has_traces_of_signature(int file, off_t size, const char* path) {
   static constexpr size_t kNear = 2 * kLongestField;
-  const std::string end = read_end(file, size, kNear, path);
-  for (size_t at = end.find(kMemberStart); at != std::string::npos;
-       at = end.find(kMemberStart, at + 1)) {
-    if (end.compare(at + kMemberStart.size() + kLengthSize, kSubfield.size(), kSubfield) == 0) {
+  const std::string bytes = read_end(file, size, kNear, path);
+  std::string_view rest = bytes;
+  for (size_t at; (at = rest.find(kMemberStart)) != std::string_view::npos;) {
+    rest.remove_prefix(at + kMemberStart.size());
+    if (rest.size() >= kLengthSize && rest.substr(kLengthSize).starts_with(kSubfield)) {
       return true;
     }
   }

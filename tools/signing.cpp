@@ -45,13 +45,14 @@ void sign_archive(const char* key, const Purpose& purpose, Replacement* archive)
   }
   const std::string comment = to_trusted_comment(purpose);
   // What minisign says on its standard output is for people who sign by hand.
-  run_tool({"minisign", "-S", "-s", key, "-m", path_of(archive->descriptor()).c_str(), "-x",
+  run_tool({"minisign", "-S", "-H", "-s", key, "-m", path_of(archive->descriptor()).c_str(), "-x",
             path_of(signature.get()).c_str(), "-t", comment.c_str(), "-c",
             "signature of a release for runenv-verify", nullptr},
            nullptr, nullptr, fs::path_t(key), "could not sign");
   const std::string text = signature_in(signature.get());
   const std::optional<Signature> parts = split_signature(text);
-  if (!parts || parts->trusted_comment != comment) {
+  static constexpr char kPrehashed[] = "RU";  // "ED" in base64
+  if (!parts || parts->trusted_comment != comment || !parts->of_content.starts_with(kPrehashed)) {
     throw_failure_of("minisign", "made something else than the signature that it was asked for");
   }
   const std::string member = signature_member(text);

@@ -27,32 +27,48 @@ static fs::path_t joined(fs::path_t directory, const char* name) {
   return directory.join(name);
 }
 
+// Opens the directory, which is made if it is missing, for this user alone.
+static unique_fd open_private(const fs::path_t& path) {
+  static constexpr mode_t kPrivate = 0700;
+  if (mkdir(path.cstring(), kPrivate) != 0 && errno != EEXIST) {
+    throw_errno_of(path.cstring());
+  }
+  unique_fd directory(open(path.cstring(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (directory.get() < 0 || fchmod(directory.get(), kPrivate) != 0) {  // also one that was there
+    throw_errno_of(path.cstring());
+  }
+  return directory;
+}
+
+// Whether the path still leads to the open directory.
+static bool is_at(int directory, const fs::path_t& path) {
+  struct stat opened, named;
+  return fstat(directory, &opened) == 0 && lstat(path.cstring(), &named) == 0 &&
+         opened.st_ino == named.st_ino && opened.st_dev == named.st_dev;
+}
+
 Staging::Staging(const fs::path_t& path)
     : target(path),
       outer(joined(path.dir_name(), kStagingName)),
-      inner(joined(outer, path.base_name().cstring())) {
-  static constexpr mode_t kPrivate = 0700;
-  if (mkdir(outer.cstring(), kPrivate) != 0 && errno != EEXIST) {
-    throw_errno_of(outer.cstring());
-  }
-  lock.reset(open(outer.cstring(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (lock.get() < 0) {
-    throw_errno_of(outer.cstring());
-  }
-  if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+      inner(joined(outer, path.base_name().cstring())),
+      lock(open_private(outer)) {
+  // Some network file systems cannot lock a directory. There it goes without the lock.
+  const bool taken = flock(lock.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  if (taken || !is_at(lock.get(), outer)) {
     throw_failure_of(target.cstring(), "another process is unpacking there");
   }
   remove_content();  // what a killed run has left
   if (mkdir(inner.cstring(), kDirectoryMode) != 0) {
+    const int error = errno;
+    rmdir(outer.cstring());
+    errno = error;
     throw_errno_of(inner.cstring());
   }
 }
 
 Staging::~Staging() {
-  if (lock.get() >= 0) {
-    remove_content();
-    rmdir(outer.cstring());
-  }
+  remove_content();
+  rmdir(outer.cstring());
 }
 
 // What stays is said by whoever needs its place.
@@ -93,7 +109,16 @@ static void check_link(const FTSENT& entry) {
   const std::string_view text(link, static_cast<size_t>(size));
   if (!stays_inside(text, entry.fts_level - 1)) {
     throw_failure_of(printable(entry.fts_path),
-                     "is a link out of the release, to '" + printable(text) + "'");
+                     "is a link that could lead out of the release, to '" + printable(text) + "'");
+  }
+}
+
+// A directory that its owner may not write to takes no file and cannot move to another directory.
+static void make_writable(const fs::path_t& directory) {
+  struct stat status;
+  if (stat(directory.cstring(), &status) != 0 ||
+      chmod(directory.cstring(), status.st_mode | S_IWUSR) != 0) {
+    throw_errno_of(directory.cstring());
   }
 }
 
@@ -115,25 +140,26 @@ static void check_entry(const FTSENT& entry) {
   }
 }
 
-void Staging::check() const {
-  if (!walk_tree(inner.cstring(), check_entry)) {
+void Staging::check() {
+  struct stat status;
+  if (!walk_tree(inner.cstring(), check_entry) || stat(inner.cstring(), &status) != 0) {
     throw_errno_of(inner.cstring());
   }
+  mode = status.st_mode;
+  make_writable(inner);
 }
 
 void Staging::commit() {
-  // A directory that its owner may not write to cannot move to another one.
-  struct stat status;
-  if (stat(inner.cstring(), &status) != 0 ||
-      chmod(inner.cstring(), status.st_mode | S_IWUSR) != 0) {
-    throw_errno_of(inner.cstring());
+  if (std::rename(inner.cstring(), target.cstring()) != 0) {
+    if (errno != ENOTEMPTY && errno != EEXIST) {
+      throw_errno_of(target.cstring());
+    }
+    make_writable(target);
+    if (renameat2(AT_FDCWD, inner.cstring(), AT_FDCWD, target.cstring(), RENAME_EXCHANGE) != 0) {
+      throw_errno_of(target.cstring());
+    }
   }
-  if (std::rename(inner.cstring(), target.cstring()) != 0 &&
-      ((errno != ENOTEMPTY && errno != EEXIST) ||
-       renameat2(AT_FDCWD, inner.cstring(), AT_FDCWD, target.cstring(), RENAME_EXCHANGE) != 0)) {
-    throw_errno_of(target.cstring());
-  }
-  if (chmod(target.cstring(), status.st_mode) != 0) {
+  if (chmod(target.cstring(), mode) != 0) {
     throw_errno_of(target.cstring());
   }
 }

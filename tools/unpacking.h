@@ -1,6 +1,8 @@
 // The directory of a release, filled beside its place and put there when it is complete.
 #pragma once
 
+#include <sys/types.h>
+
 #include "core/owner.h"
 #include "fs/path.h"
 
@@ -21,10 +23,11 @@ class Staging {
   const fs::path_t& directory() const { return inner; }
 
   // Throws Error unless all that is in the directory is a file, a directory, or a link that leads
-  // to somewhere in it.
-  void check() const;
+  // to somewhere in it. After it the owner may write to the directory.
+  void check();
 
-  // Puts the directory in its place, in one step. What was there is removed.
+  // Puts the directory in its place, in one step, with the mode that it had when it was checked.
+  // What was there is removed.
   void commit();
 
  private:
@@ -33,7 +36,8 @@ class Staging {
   const fs::path_t target;
   const fs::path_t outer;
   const fs::path_t inner;
-  unique_fd lock;  // on `outer`
+  const unique_fd lock;  // on `outer`
+  mode_t mode = 0;
 };
 
 }  // namespace runenv

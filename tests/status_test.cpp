@@ -1,0 +1,114 @@
+// runenv-status on every kind of damage, for people and for programs, and beside the server.
+#include <tuple>
+
+#include "tests/program.h"
+
+class StatusTest : public ServerTest {
+ protected:
+  StatusTest() {
+    teller = "runenv-status: ";
+    // Sizes and times depend on the machine.
+    stand_in("status",
+             "runenv-status \"$@\" versions.bin >said; status=$?; sed -E 's/[0-9.]+ k?B\\>/N/;"
+             " s/[0-9-]{10} [0-9:]{5}/WHEN/; s/ +/ /g; s/ $//' said; exit $status");
+    bootstrap("", "alpha=1.4 beta=0.9");
+  }
+};
+
+// Each row: what is done to the machine, the status, the item's state, and what is printed of it.
+TEST_F(StatusTest, TellsEveryState) {
+  const std::string item = "runenv/platform/5", latest = item + "/latest";
+  const std::tuple<std::string, int, std::string, std::string> kRows[] = {
+      {":", 0, "installed", "r1 WHEN N"},
+      {"rm -r " + item, 1, "not installed", ""},
+      {"rm " + latest, 1, "not installed", "\nother release: " + item + "/r1 (N)"},
+      {": >" + latest, 2, "broken", "latest is empty\nother release: " + item + "/r1 (N)"},
+      {"rm -r " + item + "/r1", 2, "broken", "latest names 'r1', which is not there"},
+      {"printf '../5' >" + latest, 2, "broken",
+       "latest names '../5', which is not a release\nother release: " + item + "/r1 (N)"},
+      {"printf '\\033' >" + latest, 2, "broken",
+       "latest names '\\x1b', which is not there\nother release: " + item + "/r1 (N)"},
+      {"ln -sf r1/file " + latest, 2, "broken",
+       "latest is not a file\nother release: " + item + "/r1 (N)"},
+      {"mv " + item + " x; ln -s ../../x " + item, 2, "broken",
+       item + ": is behind a symbolic link"},
+      {"mkdir -p " + item + "/{r0,q,.runenv-verify#unpacking}; touch " + item + "/q/latest", 0,
+       "installed",
+       "r1 WHEN N\nother release: " + item + "/r0 (N)\nleftover: " + item +
+           "/.runenv-verify#unpacking (N)"},
+      {"mkdir -p runenv/platform/4 .update; touch .update/latest", 0, "installed",
+       "r1 WHEN N\nitem not in the document: runenv/platform/4 (N)\nleftover: .update/latest (N)"},
+  };
+  const std::string others =
+      "\nsystem-types/alpha/1.4 installed a1 WHEN N\n"
+      "system-types/beta/0.9 installed b1 WHEN N";
+  run("cp -a runenv whole");
+  for (auto [damage, status, state, told] : kRows) {
+    run("bash -c \"" + damage + "\"");
+    const size_t besides = std::min(told.find('\n'), told.size());
+    std::string row = "platform/5 " + state + (besides == 0 ? "" : " ") + told.substr(0, besides);
+    const Outcome outcome = run("status");
+    EXPECT_EQ(outcome.status, status) << damage;
+    EXPECT_EQ(outcome.out, "ITEM STATE RELEASE SINCE SIZE\n" + row + others + told.substr(besides) +
+                               "\n3 items, " + (state == "installed" ? "3" : "2") + " installed" +
+                               (state == "installed" ? "" : ", 1 " + state) + "\n")
+        << damage;
+    EXPECT_EQ(run("runenv-status --json versions.bin | jq -r '.status, .items[0].state, "
+                  "(.items | length)' | paste -sd ' '")
+                  .out,
+              std::to_string(status) + " " + state + " 3\n");
+    EXPECT_EQ(run("runenv-status --quiet versions.bin").status, status);
+    run("rm -rf runenv .update x; cp -a whole runenv");
+  }
+}
+
+TEST_F(StatusTest, AsksTheServerForAllAtOnce) {
+  run("cd " + item("system-types/alpha/1.4") + "; mkdir a2; cp a1/* a2; echo a2 >latest");
+  run("rm " + item("system-types/beta/0.9") + "/latest");
+  const Outcome outcome = run("status --check");
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.out,
+            "ITEM STATE RELEASE SINCE SIZE\nplatform/5 installed r1 WHEN N\n"
+            "system-types/alpha/1.4 behind a1 -> a2 WHEN N\n"
+            "system-types/beta/0.9 unknown b1 WHEN N\n"
+            "3 items, 1 installed, 1 behind, 1 unknown\n");
+  EXPECT_NE(outcome.err.find("404"), std::string::npos);
+  run("rm -r runenv/system-types/alpha");
+  check("runenv-status --check --json versions.bin 2>&- | jq -c '.items | map([.state, .served])'",
+        R"([["installed","r1"],["not installed","a2"],["unknown",null]])"
+        "\n");
+  // One connection, whatever curl's own file says besides.
+  run("for i in $(seq 50); do cp -r " + item("system-types/alpha") + " " + item("system-types/t") +
+      "$i; done; runenv-versions compose -o many 5 $(seq -f t%g=1.4 50);"
+      " echo verbose >>server/curl/.curlrc");
+  EXPECT_EQ(run("runenv-status --check --quiet many 2>&1 | grep -c '^[*] SSL connection'").out,
+            "1\n");
+}
+
+TEST_F(StatusTest, PrintsForTerminalsAndPrograms) {
+  run("runenv-versions compose -o hostile 5 $(printf 'a\\377\\033=1') \\\"=1 alpha=1.4");
+  check(
+      "runenv-status --json hostile | jq -r '.items[].name' | od -An -c | tr -d ' \\n'",
+      "platform/5\\nsystem-types/\"/1\\nsystem-types/alpha/1.4\\nsystem-types/a357277275033/1\\n");
+  const auto on_terminal = [&](const std::string& setting) {
+    return run("script -qec \"" + setting + "; runenv-status versions.bin\" /dev/null").out;
+  };
+  EXPECT_NE(on_terminal("stty cols 200").find("\x1b[32minstalled\x1b[0m"), std::string::npos);
+  EXPECT_EQ(on_terminal("stty cols 200; export NO_COLOR=1").find('\x1b'), std::string::npos);
+  EXPECT_NE(on_terminal("stty cols 200").find("SIZE\r\n"), std::string::npos);
+  EXPECT_NE(on_terminal("stty cols 40").find("RELEASE\r\n"), std::string::npos);
+  const std::string hint = "\nTry 'runenv-status --help'.";
+  const Row kRows[] = {
+      {"", "", "one document is needed" + hint},
+      {"--json --quiet v", "", "--json and --quiet exclude each other" + hint},
+      {"none", "", "none: No such file or directory"},
+  };
+  for (const auto& [words, out, error] : kRows) {
+    const Outcome outcome = run("runenv-status " + words);
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_EQ(outcome.err, teller + error + "\n");
+  }
+  check("mkdir new; runenv-status --directory new versions.bin | tail -n 1",
+        "3 items, 3 not installed\n");
+  check("runenv-status --version | tail -n 1", "server: https://localhost\n");
+}
