@@ -43,8 +43,9 @@ version and a set of system types, compares each with what a distribution
 server offers, and downloads and unpacks what has changed.
 .
 runenv-versions writes and prints such documents, runenv-publish puts
-releases into the tree that a distribution server serves, runenv-prune
-removes releases that are not needed any more.")
+releases into the tree that a distribution server serves, runenv-status
+tells what is installed and whether it is whole, runenv-prune removes
+releases that are not needed any more.")
 
 set(CPACK_DEBIAN_VERIFY_PACKAGE_NAME runenv-verify)
 set(CPACK_DEBIAN_VERIFY_PACKAGE_SECTION utils)

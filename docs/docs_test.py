@@ -193,7 +193,7 @@ with ThreadPoolExecutor(8) as pool:
 
 # No option is missing in a manual page or a completion.
 for program in ("runenv-bootstrap", "runenv-versions", "runenv-publish", "runenv-verify",
-                "runenv-prune"):
+                "runenv-prune", "runenv-status"):
     for option in re.findall(r"(?m)^ +(?:-\w, )?--([a-z][a-z-]+)", sh(f"{program} --help")):
         for file in (f"docs/man/{program}.1", f"scripts/completions/bash/{program}",
                      "scripts/completions/zsh/_runenv", f"scripts/completions/fish/{program}.fish"):

@@ -8,7 +8,8 @@ require c++=g++ cc=gcc cmake=cmake ninja=ninja-build /usr/include/gtest/gtest.h=
   curl=curl tar=tar openssl=openssl nginx=nginx-light socat=socat \
   pkg-config=pkg-config git=git python3=python3 dpkg-shlibdeps=dpkg-dev file=file \
   strace=strace \
-  /usr/include/sodium.h=libsodium-dev minisign=minisign
+  /usr/include/sodium.h=libsodium-dev minisign=minisign \
+  /usr/include/nlohmann/json.hpp=nlohmann-json3-dev jq=jq
 
 build=${BUILD_DIR:-build}
 generator='-G Ninja'

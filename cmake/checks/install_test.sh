@@ -76,3 +76,7 @@ unpacked/usr/bin/runenv-bootstrap --help 2>&1 | grep 'version info'
 for page in runenv/docs/man/*.1; do
   gzip -dc "unpacked/usr/share/man/man1/${page##*/}.gz" | cmp - "$page"
 done
+# The program that verifies comes by itself, and under the name of tar out of everybody's way.
+[ "$(readlink -f unpacked/usr/libexec/runenv/tar)" = "$PWD/unpacked/usr/bin/runenv-verify" ]
+dpkg-deb -f runenv/build/runenv-verify_*.deb Depends | grep libsodium
+dpkg-deb -c runenv/build/runenv_*.deb | grep bin/runenv-status

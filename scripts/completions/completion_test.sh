@@ -39,6 +39,8 @@ runenv-verify d: document
 runenv-prune --d: --directory --dry-run
 runenv-prune --keep 1 --temp-cache f: folder/
 runenv-prune d: document
+runenv-status --check --t: --temp-cache
+runenv-status --directory f: folder/
 END
 
 in_bash() {

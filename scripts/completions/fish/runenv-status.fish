@@ -1,0 +1,9 @@
+# Completion for runenv-status.
+
+complete -c runenv-status -l check -d 'Ask the server too'
+complete -c runenv-status -l json -d 'Print one JSON object'
+complete -c runenv-status -l quiet -d 'Print nothing'
+complete -c runenv-status -l directory -xa '(__fish_complete_directories)' -d 'Name where runenv is'
+complete -c runenv-status -l temp-cache -xa '(__fish_complete_directories)' -d 'Name the directory for downloads'
+complete -c runenv-status -l help -d 'Print the usage'
+complete -c runenv-status -l version -d 'Print the version and the server'
