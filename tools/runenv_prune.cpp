@@ -111,7 +111,7 @@ static bool exists(const std::string& path) {
 }
 
 static bool is_older(std::time_t time, unsigned days) {
-  static constexpr std::time_t kDay = 24 * 60 * 60;
+  static constexpr std::time_t kDay = 86400;
   return std::time(nullptr) - time >= kDay * days;
 }
 

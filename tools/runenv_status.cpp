@@ -44,6 +44,8 @@ static constexpr char kUsage[] =
     "The status is 0 if all is up to date, 1 if something is not installed or behind, 2 if\n"
     "something is broken, 3 if it could not be found out.\n";
 
+static constexpr char kAboutVersion[] = "server: " RUNENV_BASE_URL "\n";
+
 namespace {
 
 struct Arguments {
@@ -90,8 +92,9 @@ static const char* name_of(State state) {
   return kStateNames[static_cast<size_t>(state)];
 }
 
-static std::string below_environment(const std::string& path) {
-  return std::string(Layout::kEnvironment) + "/" + path;
+// The path of an item, or of an entry of its directory.
+static std::string below_environment(const std::string& item, const std::string& entry = "") {
+  return fs::path_t(Layout::kEnvironment).join(item.c_str()).join(entry.c_str()).cstring();
 }
 
 // The item's state on the disk, and what lies in its directory besides.
@@ -114,13 +117,13 @@ static Item look_at(int root, const std::string& name, Report* report) {
     }
     for (const Release& release : local.releases()) {
       if (release.name != item.release) {
-        report->releases.push_back({below_environment(name + "/" + release.name),
-                                    size_on_disk(local.path_of(release.name))});
+        report->releases.push_back(
+            {below_environment(name, release.name), size_on_disk(local.path_of(release.name))});
       }
     }
     for (const std::string& left : local.leftovers()) {
       report->leftovers.push_back(
-          {below_environment(name + "/" + left), size_on_disk(local.path_of(left))});
+          {below_environment(name, left), size_on_disk(local.path_of(left))});
     }
   } catch (const Error& error) {
     item.state = State::kBroken;
@@ -359,7 +362,7 @@ int main(int argc, char** argv) {
   return runenv::run_program({.name = "runenv-status",
                               .usage = runenv::kUsage,
                               .body = runenv::tell_status,
-                              .about_version = "server: " RUNENV_BASE_URL "\n",
+                              .about_version = runenv::kAboutVersion,
                               .failure_status = 3},
                              argc, argv);
 }

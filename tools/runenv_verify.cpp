@@ -227,7 +227,7 @@ static void unpack_verified(const char* archive, const char* directory, const Tr
   check_purpose(claim.purpose, archive, directory);
   // Nobody can change what this file holds between the check and its use. It has no name, and lies
   // where nobody else may write, unlike the archive.
-  Replacement copy(fs::path_t(archive), fs::path_t(Layout::kEnvironment));
+  Replacement copy{fs::path_t(archive), fs::path_t(Layout::kEnvironment)};
   verify_content(file.get(), archive, claim, &copy);
   if (trust.no_rollback) {
     check_not_older(claim.purpose, fs::path_t(directory).dir_name(), archive);
