@@ -5,7 +5,8 @@ set -eu
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
 require clang++=clang clang-format=clang-format clang-tidy=clang-tidy cppcheck=cppcheck \
-  shellcheck=shellcheck mandoc=mandoc cmake=cmake ninja=ninja-build
+  shellcheck=shellcheck mandoc=mandoc cmake=cmake ninja=ninja-build \
+  /usr/include/sodium.h=libsodium-dev /usr/include/nlohmann/json.hpp=nlohmann-json3-dev
 
 scripts/floors.sh
 sources=$(git ls-files '*.cpp' '*.h' '*.c')
