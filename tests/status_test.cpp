@@ -2,6 +2,7 @@
 #include <tuple>
 
 #include "tests/program.h"
+#include "tools/size_text.h"
 
 class StatusTest : public ServerTest {
  protected:
@@ -90,6 +91,23 @@ TEST_F(StatusTest, PrintsForTerminalsAndPrograms) {
   check(
       "runenv-status --json hostile | jq -r '.items[].name' | od -An -c | tr -d ' \\n'",
       "platform/5\\nsystem-types/\"/1\\nsystem-types/alpha/1.4\\nsystem-types/a357277275033/1\\n");
+  check("runenv-status --json versions.bin | jq -c '[keys_unsorted, (.items[0] | keys_unsorted)]'",
+        R"([["document","server","status","items","other_releases","unlisted_items","leftovers"],)"
+        R"(["name","state","release","since","bytes"]])"
+        "\n");
+  check(
+      "TZ=EST5 runenv-status --json versions.bin | jq -r '.items[0].since';"
+      " date -u -r runenv/platform/5/latest +%FT%TZ | sed 's/^/-/'",
+      run("date -u -r runenv/platform/5/latest '+%FT%TZ%n-%FT%TZ'").out);
+  run("cp -r " + item("system-types/alpha") + " '" + item("system-types/q\"\\b") +
+      "'; runenv-versions compose -o quoted 5 'q\"\\b=1.4'");
+  check("TMPDIR= runenv-status --check --json quoted | jq -c '.items[1].served'", "\"a1\"\n");
+  EXPECT_EQ(run("TMPDIR=/no/such runenv-status --check versions.bin").status, 3);
+  const std::pair<uint64_t, const char*> kSizes[] = {
+      {0, "0 B"},      {999, "999 B"},     {1000, "1.0 kB"},   {9949, "9.9 kB"},
+      {9950, "10 kB"}, {999499, "999 kB"}, {999500, "1.0 MB"}, {UINT64_MAX, "18 EB"},
+  };
+  for (const auto& [bytes, text] : kSizes) EXPECT_EQ(runenv::size_text(bytes), text);
   const auto on_terminal = [&](const std::string& setting) {
     return run("script -qec \"" + setting + "; runenv-status versions.bin\" /dev/null").out;
   };
