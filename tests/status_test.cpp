@@ -99,6 +99,8 @@ TEST_F(StatusTest, PrintsForTerminalsAndPrograms) {
       "TZ=EST5 runenv-status --json versions.bin | jq -r '.items[0].since';"
       " date -u -r runenv/platform/5/latest +%FT%TZ | sed 's/^/-/'",
       run("date -u -r runenv/platform/5/latest '+%FT%TZ%n-%FT%TZ'").out);
+  check("runenv-status --json versions.bin | jq '.items[0].bytes'",
+        run("du -sB1 runenv/platform/5/r1 | cut -f 1").out);
   run("cp -r " + item("system-types/alpha") + " '" + item("system-types/q\"\\b") +
       "'; runenv-versions compose -o quoted 5 'q\"\\b=1.4'");
   check("TMPDIR= runenv-status --check --json quoted | jq -c '.items[1].served'", "\"a1\"\n");
