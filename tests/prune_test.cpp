@@ -57,7 +57,7 @@ TEST_F(PruneTest, OnlyWhatNoPointerNamesIsRemoved) {
                fresh = random() % 3 == 0;
     const size_t keep = random() % 3;
     std::vector<std::string> releases;  // the newest last
-    std::string make = "chmod -R u+w runenv; rm -rf runenv; mkdir -p " + kHere +
+    std::string make = "chmod -R u+rwx runenv; rm -rf runenv; mkdir -p " + kHere +
                        " runenv/system-types/b/2/r1; echo r1 >runenv/system-types/b/2/latest;"
                        " mkdir -p runenv/platform/4; touch -d '" +
                        std::string(fresh ? "6" : "8") +
@@ -87,7 +87,7 @@ TEST_F(PruneTest, OnlyWhatNoPointerNamesIsRemoved) {
     EXPECT_TRUE(!dry || all("runenv") == before) << context;
     EXPECT_EQ(all("outside"), " d \0file f \0"s) << context;
   }
-  run("chmod -R u+w runenv");
+  run("chmod -R u+rwx runenv");
 }
 
 TEST_F(PruneTest, TellsWhatItDoesAndWaitsForRuns) {
