@@ -277,6 +277,10 @@ TEST_F(VerifyTest, CommandLine) {
   };
   for (const auto& [arguments, out, error] : kRows) check(program + arguments, out, error);
   // Under the name of tar it takes tar's words, with the keys that are built in.
+  check(
+      "d=runenv/platform/5; mkdir -p $d/r2 $d/.runenv-verify#unpacking; cp r2 linux-x64.tar.gz;"
+      " flock $d/.runenv-verify#unpacking verify/tar -x -f linux-x64.tar.gz -C $d/r2",
+      "", "runenv/platform/5/r2: another process is unpacking there");
   check("mkdir victim; verify/tar -x -f r2 -C victim 2>&-; rmdir victim", "");
   run("ln -s \"$(PATH=${PATH#*:}; command -v runenv-verify)\" tar");
   check("./tar --help", "", words + hint);
