@@ -6,7 +6,7 @@ find_library(SODIUM_LIBRARY sodium)
 mark_as_advanced(SODIUM_INCLUDE_DIR SODIUM_LIBRARY)
 
 if(SODIUM_INCLUDE_DIR AND SODIUM_LIBRARY)
-  add_library(runenv_keys STATIC tools/keys.cpp)
+  add_library(runenv_keys STATIC EXCLUDE_FROM_ALL tools/keys.cpp)
   target_include_directories(runenv_keys SYSTEM PUBLIC ${SODIUM_INCLUDE_DIR})
   target_link_libraries(runenv_keys PUBLIC runenv_tools ${SODIUM_LIBRARY})
   runenv_options(runenv_keys)

@@ -57,11 +57,13 @@ TEST_F(PruneTest, OnlyWhatNoPointerNamesIsRemoved) {
                fresh = random() % 3 == 0;
     const size_t keep = random() % 3;
     std::vector<std::string> releases;  // the newest last
-    std::string make = "chmod -R u+rwx runenv; rm -rf runenv; mkdir -p " + kHere +
-                       " runenv/system-types/b/2/r1; echo r1 >runenv/system-types/b/2/latest;"
-                       " mkdir -p runenv/platform/4; touch -d '" +
-                       std::string(fresh ? "6" : "8") +
-                       " days ago' runenv/system-types/b/2/latest; cd " + kHere + "; ";
+    std::string make =
+        "chmod -R u+rwx runenv; rm -rf runenv; mkdir -p " + kHere +
+        " runenv/system-types/b/2/r1 runenv/system-types/b/.runenv-prune#removing/x; echo r1 "
+        ">runenv/system-types/b/2/latest;"
+        " mkdir -p runenv/platform/4; touch -d '" +
+        std::string(fresh ? "6" : "8") + " days ago' runenv/system-types/b/2/latest; cd " + kHere +
+        "; ";
     for (const auto& [name, entry] : kEntries) {
       if (random() % 2 == 0) continue;
       make += std::string(entry.first) + "; ";

@@ -143,7 +143,7 @@ bool is_wanted(const std::string& item, const std::vector<std::string>& listed) 
   });
 }
 
-// Adds the directories in `directory`, `depth` levels below it, whose names begin with `prefix`.
+// Adds the paths of the directories that are `depth` levels below `directory`.
 static void add_items(int root, const std::string& directory, int depth,
                       std::vector<std::string>* items) {
   const unique_fd descriptor(open_below(root, directory.c_str()));

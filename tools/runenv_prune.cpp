@@ -72,10 +72,15 @@ class Remover {
   // name first: whoever looks meanwhile, or after an interruption, never takes a part for a whole.
   void remove_from(const LocalItem& directory, const std::string& name, const std::string& shown) {
     tell(directory.path_of(name), shown + "/" + name);
+    if (is_dry) {
+      return;
+    }
     const std::string removing = directory.path_of(kRemoving);
-    if (!is_dry &&
-        ((name != kRemoving && rename(directory.path_of(name).c_str(), removing.c_str()) != 0) ||
-         remove_whole_tree(removing) != 0)) {
+    if (name != kRemoving) {
+      remove_whole_tree(removing);  // what an interrupted run has left would be in the way
+    }
+    if ((name != kRemoving && rename(directory.path_of(name).c_str(), removing.c_str()) != 0) ||
+        remove_whole_tree(removing) != 0) {
       throw_errno_of(printable(shown + "/" + name));
     }
   }

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 
@@ -10,6 +11,7 @@
 #include "core/owner.h"
 #include "schema/layout.h"
 #include "schema/pointer.h"
+#include "tools/command_line.h"
 #include "tools/failure.h"
 #include "tools/run_tool.h"
 #include "tools/tree.h"
@@ -48,7 +50,7 @@ static std::string quoted(const std::string& text) {
     if (c == '"' || c == '\\') {
       result += '\\';
     }
-    result += c;
+    result += c == '\n' ? "\\n" : c == '\r' ? "\\r" : std::string(1, c);  // a line is one setting
   }
   return result + '"';
 }
@@ -68,8 +70,9 @@ std::vector<std::optional<std::string>> fetch_pointers(const std::string& base_u
   try {
     run_tool({"curl", "-s", "-S", "-f", "-L", "-g", "-K", wanted.c_str(), nullptr}, kNoFile,
              kNoFile, fs::path_t("curl"), "failed");
-  } catch (const Error&) {
+  } catch (const Error& error) {
     // One transfer that fails does not keep the others from being made.
+    std::fprintf(stderr, "%s: %s\n", program_name(), error.message);
   }
   std::vector<std::optional<std::string>> result(items.size());
   for (size_t i = 0; i < items.size(); ++i) {
