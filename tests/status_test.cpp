@@ -104,9 +104,6 @@ TEST_F(StatusTest, PrintsForTerminalsAndPrograms) {
   run("cp -r " + item("system-types/alpha") + " '" + item("system-types/q\"\\b") +
       "'; runenv-versions compose -o quoted 5 'q\"\\b=1.4'");
   check("TMPDIR= runenv-status --check --json quoted | jq -c '.items[1].served'", "\"a1\"\n");
-  // A name cannot give curl a setting.
-  run("runenv-versions compose -o lines 5 'a\noutput = victim\n=1'; runenv-status --check lines");
-  EXPECT_FALSE(files::exists("victim"));
   EXPECT_EQ(run("TMPDIR=/no/such runenv-status --check versions.bin").status, 3);
   const std::pair<uint64_t, const char*> kSizes[] = {
       {0, "0 B"},      {999, "999 B"},     {1000, "1.0 kB"},   {9949, "9.9 kB"},
