@@ -100,7 +100,7 @@ class ServerTest : public ProgramTest {
   // Publishes what is in the directory "content", with a file that names the release.
   void publish(const std::string& item, const std::string& release) {
     write_file("content/file", item + " " + release);
-    check("PATH=${PATH#*:}; mkdir -p server/www; runenv-publish server/www " + item + " " +
+    check("PATH=${PATH#*:}; mkdir -p server/www; runenv-publish --quiet server/www " + item + " " +
           release + " --from content --replace --drop-platforms");
   }
 };

@@ -159,8 +159,8 @@ TEST_F(ServerTest, ClosedDescriptorsBecomeNobodysFile) {
               " && runenv-bootstrap --lock-latest alpha.bin" + closed + " && cat " + pointer +
               "; rm " + pointer + "; runenv-bootstrap --target none --lock-latest alpha.bin" +
               closed + " || cat " + pointer +
-              "; runenv-publish server/www platform 6 r1 --from content" + closed + " && cat " +
-              item("platform/6/latest") + " runenv/platform/5/latest",
+              "; runenv-publish --quiet server/www platform 6 r1 --from content" + closed +
+              " && cat " + item("platform/6/latest") + " runenv/platform/5/latest",
           log + "a1" + log + "r1\nr1", "", true);
   }
 }

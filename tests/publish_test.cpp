@@ -23,7 +23,7 @@ class PublishTest : public ServerTest {
     run("mkdir source && echo content >source/file && tar -C source -czf archive . &&"
         " ln -s archive alias && head -c -9 archive >short && (cat archive && echo) >long");
     teller = "runenv-publish: ";
-    setenv("p", "runenv-publish server/www platform 5", 1);
+    setenv("p", "runenv-publish --quiet server/www platform 5", 1);
   }
 
   // Publishes a release of the platform at 5.
@@ -67,10 +67,10 @@ TEST_F(PublishTest, ExactlyTheNamesThatTheBootstrapperTakesAsTheyAreAreAccepted)
 }
 
 TEST_F(PublishTest, TheBootstrapperInstallsWhatIsPublished) {
-  const std::string publish_type = "runenv-publish server/www system-type a 1 ";
+  const std::string publish_type = "runenv-publish --quiet server/www system-type a 1 ";
   for (const std::string source : {"source", "archive"}) {
-    check("ulimit -n 8; TAR_OPTIONS=--exclude=file " + publish_type + source + " --from " + source +
-          " --platform '-p:;,'");
+    check("ulimit -n 11; TAR_OPTIONS=--exclude=file " + publish_type + source + " --from " +
+          source + " --platform '-p:;,'");
     EXPECT_EQ(bootstrap("--target '-p:;,' --skip-platform", "a=1").status, 0);
     EXPECT_EQ(local("system-types/a/1/" + source + "/file"), "content\n");
   }
@@ -84,7 +84,7 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
   files::create_symlink("loop", kItem + "loop");
   write_file(kItem + "e\x1b/a\x1b.tar.gz", "");
   const std::string from = " --from source", put = "$p r --from ", name(256, 'n'),
-                    program = "runenv-publish server/www ",
+                    program = "runenv-publish --quiet server/www ",
                     nowhere =
                         "p=$(command -v runenv-publish); PATH=/nowhere; \"$p\" server/www"
                         " platform 5 ",
@@ -133,7 +133,6 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
       {"$p loop --latest-only", kItem + "loop: Too many levels of symbolic links"},
       {unlisted(item) + put + "source", item + ": Permission denied"},
       {unlisted(item + "/r1") + "$p r1 --latest-only", item + "/r1: Permission denied"},
-      {ordinary + "umask 777; $as " + put + "source", item + "/r: Permission denied"},
       {pointing("ln -s /proc/self/mem"),
        "Unable to open '" + latest_file + "' for reading: Input/output error"},
       {pointing("ln -s /dev/zero"), latest_file + ": is not a regular file"},
@@ -173,6 +172,90 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
   }
 }
 
+TEST_F(PublishTest, WhatIsHardlyMeantIsRefusedInDirectoriesAndArchives) {
+  const std::string
+      kUnreadable =
+          "cannot be read by others: on a client, only the user who updates could use "
+          "it; permit it (chmod a+rX)",
+      kSetId =
+          "is a set-user-ID or set-group-ID file: everybody on a client that root "
+          "updates could run it as root; take that away (chmod ug-s)",
+      kAround =
+          "is a directory around everything: a client would find the files in it, "
+          "one level down; publish what is in it",
+      kKind = "is neither a file nor a directory nor a link";
+  const auto leads_to = [](const std::string& target) {
+    return "is a link that could lead out of the release, to '" + target +
+           "': a client would find its own file there, or none; link to something in the release";
+  };
+  const struct {
+    std::string made, name, why;  // by this script, in a directory with a file and a directory
+  } kRows[] = {
+      {"touch d/f; chmod 640 d/f", "d/f", kUnreadable},
+      {"chmod 754 d", "d", kUnreadable},
+      {"touch f; chmod 4755 f", "f", kSetId},
+      {"touch f; chmod 2745 f", "f", kSetId},
+      {R"(ln -s /etc/a 'l -> "k"')", R"(l -> "k")", leads_to("/etc/a")},
+      {R"(ln -s ../../a $'d/\\\n\t\e\303')", "d/\\\\x0a\\x09\\x1b\303", leads_to("../../a")},
+      {"ln -s a/../../x d/l", "d/l", leads_to("a/../../x")},
+      {"rm keep", "d", kAround},
+      {"mkfifo f", "f", kKind},
+      {R"(ln -s ../keep d/l; ln keep d/h; mkdir e; chmod 3777 e; touch $'a\tb"')", "", ""},
+  };
+  for (const auto& [made, name, why] : kRows) {
+    SCOPED_TRACE(made);
+    write_file("make", made);
+    run("rm -rf source; mkdir -p source/d; cd source; touch keep; bash ../make");
+    for (const std::string from : {"source", "archive"}) {
+      const std::string put = "$p r2 --replace --from " + from, error = from + ": '" + name + "' ";
+      check(put, "", why == "" ? "" : error + why + (why == kKind ? "" : ", or give --as-is"));
+      check(put + " --as-is", "", why == kKind ? error + why : "");
+      run("tar -C source -czf archive .");
+    }
+  }
+  for (const std::string name : {"a/../b", "/b", ".."}) {
+    run("cp archive kept; tar -czPf archive --transform='s,.*," + name + ",' kept");
+    check("$p r2 --replace --as-is --from archive", "",
+          "archive: '" + name + "' is a place outside the release");
+    run("tar -czPf archive --transform='flags=h;s,.*," + name +
+        ",' kept archive; ln -f kept k;"
+        "tar -czPf archive --transform='flags=h;s,.*," +
+        name + ",' kept k");
+    check("$p r2 --replace --as-is --from archive", "",
+          "archive: 'k' is a place outside the release");
+  }
+}
+
+// A producer reads how it goes on, and where things are afterwards.
+TEST_F(PublishTest, ItTellsWhatIsWhereAndHowFarItIs) {
+  const std::string loud = "runenv-publish server/www platform 5 ", path = "2/runenv/platform/5",
+                    archive = "/linux-x64.tar.gz (136 B); ";
+  run("rm -r " + kItem + "; touch -d @0 source/file source");
+  check(loud + "r1 --from source --keep-latest", path + "/r1" + archive + "no latest yet\n");
+  check(loud + "r1 --latest-only", path + "; latest is r1\n");
+  check(loud + "r2 --from source", path + "/r2" + archive + "latest is r2, was r1\n");
+  // Where the pointer leads nowhere, nobody knows what it led to.
+  check("rm -r " + kItem + "r2; " + loud + "r1 --latest-only", "",
+        "'r2', the latest so far, has no archive any more, so nobody knows which platforms it had; "
+        "if release 'r1' has them all, give --drop-platforms");
+  check("exec >/dev/full; " + loud + "r1 --latest-only --drop-platforms", "",
+        "standard output: No space left on device");
+  check("cat " + kItem + "latest", "r1\n");
+  check("runenv-publish server/www platform 5 r3 --compress 'gzip -1' --from source | wc -l",
+        "1\n");
+  check("$p r4 --compress nowhere --from source", "",
+        "source: could not be packed (tar: exit status 2)", true);
+  check("$p r4 --compress cat --from source", "",
+        "source: is not a .tar.gz archive with files that tar can read (tar: exit status 2)", true);
+  // A slow tar, on a terminal and not.
+  stand_in("tar", "sleep 0.5; exec /bin/tar \"$@\"");
+  check("$p r5 --from source 2>&1");
+  const Outcome shown = run("script -qec '$p r6 --from source' /dev/null");
+  EXPECT_NE(shown.out.find("\rpacking: "), std::string::npos) << shown.out;
+  EXPECT_NE(shown.out.find(" of 8 B, "), std::string::npos) << shown.out;
+  EXPECT_TRUE(shown.out.ends_with("\r\033[K")) << shown.out;
+}
+
 TEST_F(PublishTest, ASystemCallThatFailsIsToldAndUndone) {
   if (!has_unnamed_files() || !inject(kNamed)) GTEST_SKIP() << "other calls, or no strace";
   inject("");
@@ -183,19 +266,19 @@ TEST_F(PublishTest, ASystemCallThatFailsIsToldAndUndone) {
   const struct {
     std::string words, error, source = "source";
   } kRows[] = {
-      {"access:error=EIO -P /dev/null", "/dev/null" + failed},
+      {"access:error=EIO:when=4", "/proc/self/fd/3" + failed},
       {"fsync:error=EIO:when=1", kArchive + failed},
       {"pread64:error=EIO:when=20+", kArchive + failed, "big"},
       {"read:error=EIO:when=3 -P " + directory + "/archive", "archive" + failed, "archive"},
-      {"mkdir:error=EIO", release + failed},
-      {"mkdir:error=EEXIST", release + ": No such file or directory"},  // it is gone again
+      {"mkdir:error=EIO:when=2", release + failed},
+      {"mkdir:error=EEXIST:when=2", release + ": No such file or directory"},  // it is gone again
       {"fsync:error=EIO:when=2", item + failed},
       {"fchmod:error=EIO:when=2", kArchive + failed},
       {"fsync:error=EIO:when=3", kArchive + failed},
       {"linkat:error=EIO:when=1", kArchive + failed},
       {"fsync:error=EIO:when=4", kArchive + in_place},
-      {"write:error=EIO:when=1", pointer + failed + later},
-      {"write:retval=1:when=1", pointer + ": reads differently from what was written" + later},
+      {"write:error=EIO:when=2", pointer + failed + later},
+      {"write:retval=1:when=2", pointer + ": reads differently from what was written" + later},
       {"fsync:error=EIO:when=5", pointer + failed + later},
       {"fsync:error=EIO:when=6", pointer + failed + later},
       {"linkat:error=EIO:when=3", pointer + failed + later},
@@ -204,6 +287,8 @@ TEST_F(PublishTest, ASystemCallThatFailsIsToldAndUndone) {
       {"fsync:error=EIO:when=8", ""},
       {"linkat:error=EEXIST:when=3", ""},  // the temporary name was taken
       {"write:error=EINTR:when=1", ""},
+      {"write:error=EINTR:when=2", ""},
+      {"utimensat:error=EIO", "source" + failed},
       {"pread64:error=EINTR:when=20", "", "big"},
       {"flock:error=EINTR:when=1", ""},
       {"flock:error=ENOLCK", ""},
@@ -256,10 +341,10 @@ TEST_F(PublishTest, ThePointerMovesWhenAllPlatformsAreThere) {
         "r2\nr1\n");
   check(
       "echo r >open; chmod 666 open; cd server/www/2; mkdir -m 750 runenv/platform/6;"
-      " ln -s $OLDPWD/open runenv/platform/6/latest; ln -s .. tree; umask 027;"
-      " runenv-publish tree platform 6 r --from $OLDPWD/source &&"
+      " ln -s $OLDPWD/open runenv/platform/6/latest; ln -s .. tree; umask 777;"
+      " runenv-publish --quiet tree platform 6 r --from $OLDPWD/source &&"
       " find runenv/platform/6 -printf '%m %P\n' | sort",
-      "640 latest\n640 r/linux-x64.tar.gz\n750 \n750 r\n");
+      "644 latest\n644 r/linux-x64.tar.gz\n750 \n755 r\n");
 }
 
 TEST_F(PublishTest, WhatAnotherPublisherDoesMeanwhileCounts) {
@@ -286,7 +371,7 @@ TEST_F(PublishTest, WhatAnotherPublisherDoesMeanwhileCounts) {
     }
   }
   check("cd " + kItem +
-            "; exec 9<.; flock -s 9; timeout 60 runenv-publish ../../../.. platform 5 r2"
+            "; exec 9<.; flock -s 9; timeout 60 runenv-publish --quiet ../../../.. platform 5 r2"
             " --latest-only --drop-platforms 9<&- &"
             " sleep 0.2; cat latest; exec 9<&-; wait; cat latest",
         "r1\nr2\n", "", true);
@@ -317,7 +402,7 @@ TEST_F(PublishTest, InterruptedItLeavesTheTreeAsItWas) {
     EXPECT_EQ(run("rm " + kItem + ".runenv-publish#??????").status == 0, !unnamed);
   }
   // A signal between the steps that put an archive into its place waits for the last.
-  if (inject("-e inject=mkdir:signal=TERM")) {
+  if (inject("-e inject=mkdir:signal=TERM:when=2")) {
     files::remove("bin/tar");
     EXPECT_EQ(run("exec $p r3 --from source").status, -SIGTERM);
     EXPECT_TRUE(files::exists(kItem + "r3/linux-x64.tar.gz"));

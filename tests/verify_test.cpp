@@ -21,8 +21,10 @@ class VerifyTest : public ServerTest {
     stand_in("../verify/tar", "exec runenv-verify --keys keys --tar \"$@\"");
     stand_in("update", "PATH=$PWD/verify:$PATH exec runenv-bootstrap versions.bin");
     stand_in("sign",
-             "exec runenv-publish server/www platform ${3-5} --from content --replace "
-             "--sign ${2-our}.key -- \"$1\"");
+             "exec runenv-publish server/www platform ${3-5} --from ${from-content} --as-is "
+             "--replace --sign ${2-our}.key -- \"$1\"");
+    // By it, a producer publishes what nobody should.
+    stand_in("../blind/tar", "[ $1 = -t ] || exec /bin/tar \"$@\"");
     const Outcome made =
         run("mkdir keys && minisign -GW -p keys/our.pub -s our.key &&"
             " minisign -GW -p their.pub -s their.key && rm -r server/www/2 &&"
@@ -87,15 +89,15 @@ TEST_F(VerifyTest, NothingButWhatWasSignedForItIsUnpacked) {
       {member + " >>" + kArchive, "has more than one signature"},
       {"(head -c 20 r2; printf '\\1'; tail -c +22 r2) >" + kArchive, "was changed after key "},
       {"printf '\\037\\213\\010\\004\\0\\0\\0\\0\\0\\377' >" + kArchive, "is not signed"},
-      {"echo up >up; tar -P -C content -czf evil ../up; cd content; runenv-publish ../server/www"
-       " platform 5 r2 --from ../evil --replace --sign ../our.key",
+      {"echo up >up; tar -P -C content -czf evil ../up; PATH=$PWD/blind:$PATH from=evil sign r2",
        "could not be unpacked (tar: "},
       {"ln -s ../../../../up content/link; sign r2",
        "/r2/link: is a link that could lead out of the release, to '.."},
       {"mkdir content/d && ln -s x/../y content/d/l; sign r2", "/r2/d/l: is a link that could"},
       {"ln -s /etc/passwd content/link; sign r2",
        "is a link that could lead out of the release, to '/etc/passwd'"},
-      {"mkfifo content/pipe; sign r2", "/r2/pipe: is neither a file nor a directory nor a link"},
+      {"mkfifo content/pipe; tar -C content -czf evil .; PATH=$PWD/blind:$PATH from=evil sign r2",
+       "/r2/pipe: is neither a file nor a directory nor a link"},
   };
   const std::string before = machine();
   for (const auto& [attack, error] : kRows) {
@@ -118,9 +120,10 @@ TEST_F(VerifyTest, WhatIsSignedTakesItsPlaceWhole) {
       {"mkdir -p " + staging + "/r2/d; chmod 0 " + staging + "/r2/d", "cat r2/file", "r2\n"},
       {"mkdir -p content/d/e; ln -s ../../d/./e content/d/e/in; ln -s d/e/in content/on; sign r2",
        "ls r2/on/in/in", "in\n"},
-      {"chmod 4755 content/file; chmod 555 content; sign r2", "stat -c %a r2 r2/file",
-       "555\n755\n"},
-      {"chmod 555 content; sign r2; mkdir -p runenv/platform/5/r2/d; chmod 555 "
+      {"chmod 4755 content/file; chmod 555 content; tar -C content -czf a .; from=a sign r2",
+       "stat -c %a r2 r2/file", "555\n755\n"},
+      {"chmod 555 content; tar -C content -czf a .; from=a sign r2; mkdir -p "
+       "runenv/platform/5/r2/d; chmod 555 "
        "runenv/platform/5/r2;"
        " echo no-rollback >keys/policy",
        "stat -c %a r2; ls -A r2", "555\n.runenv-signature\nfile\n"},
@@ -238,8 +241,10 @@ TEST_F(VerifyTest, ProducerKeepsOnSigning) {
       {"r4 --from r2", "r4/linux-x64.tar.gz: would carry a signature for something else; --sign"},
       {"r4 --from r2 --sign our.key", ""},
       {"r4 --from r2 --sign no.key --replace", "no.key: could not sign (minisign: exit status"},
-      {"r5 --from content --unsigned", ""},
-      {"r6 --from content", ""},
+      {"r5 --from content --unsigned; mv " + kItem + "r5 gone", ""},
+      {"r6 --from content --drop-platforms", "release 'r6' is not signed for platform 'linux-x64'"},
+      {"r6 --from content --drop-platforms --unsigned", ""},
+      {"r7 --from content", ""},
       {"r7 --sign our.key --unsigned", "--sign and --unsigned exclude each other"},
       {"r7 --sign our.key --latest-only",
        "--latest-only goes with --drop-platforms and --unsigned"},

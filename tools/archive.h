@@ -6,9 +6,18 @@
 
 namespace runenv {
 
-// Fills the new file `archive` from `source`, a directory to pack or a .tar.gz archive to copy, and
-// stores it on the disk. The same files always make the same archive. Throws Error if any of that
-// fails, if a copy reads differently, or if tar cannot read the archive or finds no file in it.
-void make_archive(const fs::path_t& source, Replacement* archive);
+// How the archive of a release is made.
+struct Making {
+  const char* source = nullptr;  // a directory to pack or a .tar.gz archive to copy
+  const char* compress =
+      nullptr;         // a program that makes gzip's format, and its options; null: gzip
+  bool as_is = false;  // whether what is hardly meant is published all the same
+};
+
+// Fills the new file `archive` and stores it on the disk. The same files, packed by the same
+// programs, always make the same archive. Shows how far it is if standard error is a terminal.
+// Throws Error if any of that fails, if a copy reads differently, if tar cannot read the archive or
+// finds no file in it, or if the content cannot be meant (see ContentCheck).
+void make_archive(const Making& making, Replacement* archive);
 
 }  // namespace runenv

@@ -172,11 +172,11 @@ bool Replacement::take_free_place() {
   return true;
 }
 
-bool Replacement::commit(bool over_existing) {
+bool Replacement::commit(bool over_existing, mode_t at_least) {
   const SignalsHeld held;
   // Opened while nothing has changed yet: a directory that may not be read is found out here.
   const unique_fd directory = open_directory(target.dir_name());
-  if (fchmod(file.get(), mode_for(target)) != 0 || !sync(file.get())) {
+  if (fchmod(file.get(), mode_for(target) | at_least) != 0 || !sync(file.get())) {
     throw_errno_of(target.cstring());
   }
   if (!take_free_place()) {

@@ -51,9 +51,10 @@ class Replacement {
   void settle();
 
   // Puts the file in its place and stores its name on the disk too. The file gets the permissions
-  // of the file that it replaces, or those of any new file. Returns false if there is a file by now
-  // and `over_existing` is false. After an Error it is not in place, unless the message says so.
-  bool commit(bool over_existing);
+  // of the file that it replaces, or those of any new file, and those in `at_least`. Returns false
+  // if there is a file by now and `over_existing` is false. After an Error it is not in place,
+  // unless the message says so.
+  bool commit(bool over_existing, mode_t at_least = 0);
 
  private:
   void take_temporary_name(const fs::path_t& directory);

@@ -1,11 +1,16 @@
 #include "tools/run_tool.h"
 
+#include <poll.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 
 #include "core/error.h"
 #include "core/owner.h"
+#include "core/retry.h"
 #include "process/tool.h"
 #include "tools/failure.h"
 #include "tools/published_name.h"
@@ -24,11 +29,56 @@ static ChildProcess::redirect_t redirect(const char* file) {
   return {ChildProcess::REDIRECT_FILE, file};
 }
 
+static void take_lines(std::string* text, const std::function<void(std::string_view)>& take) {
+  size_t begin = 0;
+  for (size_t end; (end = text->find('\n', begin)) != text->npos; begin = end + 1) {
+    take(std::string_view(*text).substr(begin, end - begin));
+  }
+  text->erase(0, begin);
+}
+
+// Waits until the descriptor is ready. Returns false if it never will be.
+static bool wait_until_ready(int descriptor, pid_t tool, const ToolWatch& watch) {
+  static constexpr int kTick = 200;  // in milliseconds
+  pollfd ready{.fd = descriptor, .events = POLLIN, .revents = 0};
+  int count;
+  while ((count = retry([&] { return poll(&ready, 1, watch.tick ? kTick : -1); })) == 0) {
+    watch.tick(tool);
+  }
+  return count > 0;
+}
+
+// Passes on what the tool says, to its end.
+static void follow_lines(const ChildProcess::process_t& tool, const ToolWatch& watch) {
+  static constexpr size_t kBlockSize = 65536;
+  std::string text;
+  while (wait_until_ready(tool.out.fd, tool.pid, watch)) {
+    const size_t before = text.size();
+    text.resize(before + kBlockSize);
+    const ssize_t n = retry([&] { return read(tool.out.fd, &text[before], kBlockSize); });
+    if (n == 0 || (n < 0 && errno != EAGAIN)) {
+      return;
+    }
+    text.resize(before + static_cast<size_t>(std::max<ssize_t>(n, 0)));
+    take_lines(&text, watch.line);
+  }
+}
+
+// Looks after the tool while it runs, as far as anybody watches it.
+static void follow(const ChildProcess::process_t& tool, const ToolWatch& watch) {
+  if (watch.line) {
+    follow_lines(tool, watch);
+  } else if (watch.tick) {
+    const unique_fd end(static_cast<int>(syscall(SYS_pidfd_open, tool.pid, 0)));
+    wait_until_ready(end.get(), tool.pid, watch);
+  }
+}
+
 void run_tool(const std::vector<const char*>& argv, const char* in, const char* out,
-              const fs::path_t& subject, const std::string& problem) {
+              const fs::path_t& subject, const std::string& problem, const ToolWatch& watch) {
   using namespace ChildProcess;
   const redirect_t input = redirect(in);
-  const redirect_t output = redirect(out);
+  const redirect_t output = watch.line ? redirect_t{REDIRECT_PIPE, nullptr} : redirect(out);
   unsetenv("TAR_OPTIONS");  // an archive is what its files make it, and so is a release
   owner<process_t, end_tool> tool;
   try {
@@ -36,6 +86,7 @@ void run_tool(const std::vector<const char*>& argv, const char* in, const char* 
   } catch (const Error& error) {
     throw_failure_of(argv[0], error.message);
   }
+  follow(*tool.get(), watch);
   const result_t result = wait2(tool.get());
   if (result.kind != 0) {
     const bool exited = result.kind == 1;

@@ -1,7 +1,11 @@
 // Running a program that works for this one: tar, minisign.
 #pragma once
 
+#include <sys/types.h>
+
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "fs/path.h"
@@ -10,11 +14,18 @@ namespace runenv {
 
 inline constexpr char kNoFile[] = "/dev/null";
 
+// What becomes known of a tool while it runs.
+struct ToolWatch {
+  std::function<void(std::string_view)> line =
+      {};                                // gets each line of its output, instead of `out`
+  std::function<void(pid_t)> tick = {};  // is called a few times in a second
+};
+
 // Runs the program argv[0] with the arguments behind it, up to a null, to its end. Its standard
 // input is the file `in` and its standard output the file `out`; null stands for those of this
 // program. TAR_OPTIONS does not reach it. Throws Error "SUBJECT: PROBLEM (PROGRAM: WHY)" if the
 // program fails, "PROGRAM: WHY" if it cannot be started.
 void run_tool(const std::vector<const char*>& argv, const char* in, const char* out,
-              const fs::path_t& subject, const std::string& problem);
+              const fs::path_t& subject, const std::string& problem, const ToolWatch& watch = {});
 
 }  // namespace runenv

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <optional>
 #include <set>
@@ -16,6 +17,7 @@
 #include "tools/failure.h"
 #include "tools/published_name.h"
 #include "tools/served_item.h"
+#include "tools/size_text.h"
 
 namespace runenv {
 
@@ -40,8 +42,14 @@ static constexpr char kUsage[] =
     "                    without --from, sign the archive that is published\n"
     "  --unsigned        move the pointer even if an archive of the release is not signed and the\n"
     "                    release named now is\n"
+    "  --as-is           publish also what is hardly meant: files that others cannot read, links\n"
+    "                    that lead out of the release, set-user-ID files, a single directory\n"
+    "                    around everything\n"
+    "  --compress WORDS  pack with this program and its options instead of gzip, such as\n"
+    "                    \"pigz -n\"; it has to make the same format\n"
     "  --drop-platforms  move the pointer even if the release has no archive for a platform for\n"
     "                    which the release named now has one\n"
+    "  --quiet           say nothing on success\n"
     "  --help            print this text\n"
     "  --version         print the version of this program\n"
     "  --                take every word that follows as it is, even if it begins with \"-\"\n";
@@ -49,7 +57,7 @@ static constexpr char kUsage[] =
 namespace {
 
 struct Arguments {
-  const char* source = nullptr;
+  Making making;
   const char* platform = nullptr;
   const char* key = nullptr;
   bool keep_latest = false;
@@ -57,8 +65,9 @@ struct Arguments {
   bool replace = false;
   bool drop_platforms = false;
   bool is_unsigned = false;
+  bool quiet = false;
 
-  bool signs_published() const { return key != nullptr && source == nullptr; }
+  bool signs_published() const { return key != nullptr && making.source == nullptr; }
   bool moves_pointer() const { return !keep_latest && !signs_published(); }
 
   const char* tree = nullptr;
@@ -101,7 +110,7 @@ static void take_operands(const std::vector<const char*>& words, Arguments* argu
 }
 
 static void check_options(const Arguments& arguments) {
-  const bool has_source = arguments.source != nullptr;
+  const bool has_source = arguments.making.source != nullptr;
   const bool signs = arguments.key != nullptr;
   if (!arguments.latest_only && !has_source && !signs) {
     throw_usage("--from is needed, or --latest-only");
@@ -120,14 +129,20 @@ static void check_options(const Arguments& arguments) {
       (arguments.keep_latest || arguments.replace || arguments.drop_platforms)) {
     throw_usage("--sign without --from goes with --platform alone");
   }
+  if (!has_source && (arguments.making.as_is || arguments.making.compress != nullptr)) {
+    throw_usage("--as-is and --compress say nothing without --from");
+  }
 }
 
 static Arguments parse_arguments(int argc, char** argv) {
   Arguments arguments;
   const std::vector<Option> options = {
-      {.name = "--from", .value = &arguments.source, .needs = "a directory or an archive"},
+      {.name = "--from", .value = &arguments.making.source, .needs = "a directory or an archive"},
       {.name = "--platform", .value = &arguments.platform, .needs = "the name of a platform"},
       {.name = "--sign", .value = &arguments.key, .needs = "the file of a secret key"},
+      {.name = "--compress", .value = &arguments.making.compress, .needs = "a program"},
+      {.name = "--as-is", .flag = &arguments.making.as_is},
+      {.name = "--quiet", .flag = &arguments.quiet},
       {.name = "--keep-latest", .flag = &arguments.keep_latest},
       {.name = "--latest-only", .flag = &arguments.latest_only},
       {.name = "--replace", .flag = &arguments.replace},
@@ -142,13 +157,17 @@ static Arguments parse_arguments(int argc, char** argv) {
   return arguments;
 }
 
-static void check_source(const char* path) {
+static void check_source(const Making& making) {
+  const char* const path = making.source;
   struct stat status;
   if (stat(path, &status) != 0) {
     throw_errno_of(path);
   }
   if (!S_ISDIR(status.st_mode) && !S_ISREG(status.st_mode)) {
     throw_failure_of(path, "is neither a directory nor a regular file");
+  }
+  if (making.compress != nullptr && !S_ISDIR(status.st_mode)) {
+    throw_usage("--compress goes with a directory, and '" + std::string(path) + "' is an archive");
   }
 }
 
@@ -165,7 +184,14 @@ static void check_platforms(const ServedItem& item, const std::string& release,
   if (!current) {
     return;
   }
-  for (const std::string& platform : item.platforms(*current)) {
+  const std::set<std::string> needed = item.platforms(*current);
+  if (needed.empty() && *current != release) {
+    throw_failure("'" + printable(*current) +
+                  "', the latest so far, has no archive any more, so nobody knows which platforms "
+                  "it had; if release '" +
+                  release + "' has them all, give --drop-platforms");
+  }
+  for (const std::string& platform : needed) {
     if (!available.contains(platform)) {
       throw_failure("release '" + release + "' lacks an archive for platform '" +
                     printable(platform) + "', which '" + printable(*current) +
@@ -178,20 +204,35 @@ static void check_platforms(const ServedItem& item, const std::string& release,
 // Whether the release that is to be named has a signed archive for the platform, or will have one.
 static bool will_be_signed(const ServedItem& item, const Arguments& arguments,
                            const std::string& platform) {
-  if (arguments.source != nullptr && platform == arguments.platform) {
-    return arguments.key != nullptr || is_signed_archive(fs::path_t(arguments.source));
+  if (arguments.making.source != nullptr && platform == arguments.platform) {
+    return arguments.key != nullptr || is_signed_archive(fs::path_t(arguments.making.source));
   }
   return is_signed_archive(item.archive_path(arguments.release, platform));
+}
+
+static bool has_signed_archive(const ServedItem& item, const std::string& release) {
+  const std::set<std::string> platforms = item.platforms(release);
+  return std::any_of(platforms.begin(), platforms.end(), [&](const std::string& platform) {
+    return is_signed_archive(item.archive_path(release, platform));
+  });
+}
+
+// Whether machines may verify the item today. If the release that they follow the pointer to is
+// gone, the others tell.
+static bool uses_signatures(const ServedItem& item, const std::string& current) {
+  if (!item.platforms(current).empty()) {
+    return has_signed_archive(item, current);
+  }
+  const std::set<std::string> releases = item.releases();
+  return std::any_of(releases.begin(), releases.end(),
+                     [&](const std::string& release) { return has_signed_archive(item, release); });
 }
 
 // Whoever verifies signatures now could not follow the pointer to a release without them.
 static void check_signatures(const ServedItem& item, const Arguments& arguments,
                              const std::set<std::string>& available) {
   const std::optional<std::string> current = item.latest();
-  const std::set<std::string> before = current ? item.platforms(*current) : std::set<std::string>();
-  if (std::none_of(before.begin(), before.end(), [&](const std::string& platform) {
-        return is_signed_archive(item.archive_path(*current, platform));
-      })) {
+  if (!current || !uses_signatures(item, *current)) {
     return;
   }
   for (const std::string& platform : available) {
@@ -228,7 +269,7 @@ static void check_request(const ServedItem& item, const Arguments& arguments) {
       throw_failure("release '" + arguments.release + "' has no archive");
     }
   } else {
-    check_source(arguments.source);
+    check_source(arguments.making);
     const bool is_new = available.insert(arguments.platform).second;
     if (!is_new && !arguments.replace) {
       throw_published(item, arguments);
@@ -236,7 +277,7 @@ static void check_request(const ServedItem& item, const Arguments& arguments) {
   }
   if (arguments.moves_pointer()) {
     check_pointer(item, arguments, available);
-  } else if (arguments.source != nullptr && !arguments.is_unsigned &&
+  } else if (arguments.making.source != nullptr && !arguments.is_unsigned &&
              item.latest() == arguments.release) {
     check_signatures(item, arguments, {arguments.platform});
   }
@@ -253,7 +294,7 @@ static void move_pointer(const ServedItem& item, const Arguments& arguments,
     throw_failure("the pointer was moved to '" + printable(*now) + "' meanwhile");
   }
   Arguments published = arguments;
-  published.source = nullptr;  // what counts now is what is there
+  published.making.source = nullptr;  // what counts now is what is there
   check_pointer(item, published, item.platforms(release));
   item.point_at(release);
 }
@@ -261,11 +302,38 @@ static void move_pointer(const ServedItem& item, const Arguments& arguments,
 static void put_archive(const ServedItem& item, const Arguments& arguments) {
   const fs::path_t published = item.archive_path(arguments.release, arguments.platform);
   const bool again = arguments.signs_published();
-  if (!item.put_archive(arguments.release, arguments.platform,
-                        again ? published.cstring() : arguments.source, arguments.key,
+  const Making making =
+      again ? Making{.source = published.cstring(), .as_is = true} : arguments.making;
+  if (!item.put_archive(arguments.release, arguments.platform, making, arguments.key,
                         again || arguments.replace)) {
     throw_published(item, arguments);
   }
+}
+
+// Such as "2/runenv/platform/5/r2/linux-x64.tar.gz (12 MB, signed); latest is r2, was r1".
+static void tell_outcome(const ServedItem& item, const Arguments& arguments,
+                         const std::optional<std::string>& before) {
+  std::string line;
+  for (const std::string& name : arguments.item) {
+    line += (line.empty() ? "" : "/") + name;
+  }
+  if (!arguments.latest_only) {
+    const fs::path_t archive = item.archive_path(arguments.release, arguments.platform);
+    struct stat status;
+    if (stat(archive.cstring(), &status) != 0) {
+      throw_errno_of(archive.cstring());
+    }
+    line += "/" + arguments.release + "/" + arguments.platform + Layout::kArchiveExtension + " (" +
+            size_text(static_cast<uint64_t>(status.st_size)) +
+            (is_signed_archive(archive) ? ", signed" : "") + ")";
+  }
+  const std::optional<std::string> now = item.latest();
+  line += now ? "; latest is " + printable(*now) : "; no latest yet";
+  if (before && now != before) {
+    line += ", was " + printable(*before);
+  }
+  std::printf("%s\n", line.c_str());
+  finish_standard_output();
 }
 
 static void publish(int argc, char** argv) {
@@ -276,17 +344,19 @@ static void publish(int argc, char** argv) {
   if (!arguments.latest_only) {
     put_archive(item, arguments);
   }
-  if (!arguments.moves_pointer()) {
-    return;
-  }
   try {
-    move_pointer(item, arguments, before);
+    if (arguments.moves_pointer()) {
+      move_pointer(item, arguments, before);
+    }
   } catch (const Error& error) {
     if (arguments.latest_only) {
       throw;
     }
     throw_failure(std::string(error.message) +
                   "; the archive is in place: --latest-only moves the pointer");
+  }
+  if (!arguments.quiet) {
+    tell_outcome(item, arguments, before);
   }
 }
 

@@ -53,8 +53,20 @@ class NewDirectories {
     const unique_fd descriptor = open_directory(parent);
     if (mkdir(path.cstring(), 0777) == 0) {
       made.push_back(path);
+      make_readable(path);
       sync_directory(descriptor.get(), parent);
     } else if (errno != EEXIST) {
+      throw_errno_of(path.cstring());
+    }
+  }
+
+  // The web server has to get in, whatever the umask says.
+  static void make_readable(const fs::path_t& path) {
+    static constexpr mode_t kReadable = 0755;
+    struct stat status;
+    if (stat(path.cstring(), &status) != 0 ||
+        ((status.st_mode & kReadable) != kReadable &&
+         chmod(path.cstring(), status.st_mode | kReadable) != 0)) {
       throw_errno_of(path.cstring());
     }
   }
@@ -71,6 +83,9 @@ static FileId id_of(const fs::path_t& path) {
   lstat(path.cstring(), &status);
   return {status.st_dev, status.st_ino, status.st_ctim.tv_sec, status.st_ctim.tv_nsec};
 }
+
+// What the web server needs of an archive and of a pointer, whatever the umask says.
+static constexpr mode_t kReadable = 0644;
 
 // How many names lead from the tree to where the items are.
 static constexpr size_t kItemDepth = 2;
@@ -128,8 +143,8 @@ fs::path_t ServedItem::archive_path(const std::string& release, const std::strin
   return release_path(release).join_ext(platform.c_str(), Layout::kArchiveExtension);
 }
 
-std::set<std::string> ServedItem::platforms(const std::string& release) const {
-  const fs::path_t directory = release_path(release);
+// What is in the directory. None if there is no such directory.
+static std::vector<fs::path_t> entries_of(const fs::path_t& directory) {
   // To the iterator, a directory that may not be read is empty, and so is one that may not be
   // entered. Opening its "." finds both.
   const unique_fd descriptor(
@@ -137,12 +152,30 @@ std::set<std::string> ServedItem::platforms(const std::string& release) const {
   if (descriptor.get() < 0 && errno != ENOENT) {
     throw_errno_of(directory.cstring());
   }
-  std::set<std::string> result;
+  std::vector<fs::path_t> result;
   for (fs::iterator_t entry(directory, true); entry.has_item(); entry.move_next()) {
-    std::string name = entry.get_name();
-    if (name.ends_with(Layout::kArchiveExtension) && entry.get_path().is_regular_file()) {
+    result.push_back(entry.get_path());
+  }
+  return result;
+}
+
+std::set<std::string> ServedItem::platforms(const std::string& release) const {
+  std::set<std::string> result;
+  for (const fs::path_t& entry : entries_of(release_path(release))) {
+    std::string name = entry.base_name().cstring();
+    if (name.ends_with(Layout::kArchiveExtension) && entry.is_regular_file()) {
       name.resize(name.size() - std::strlen(Layout::kArchiveExtension));
       result.insert(name);
+    }
+  }
+  return result;
+}
+
+std::set<std::string> ServedItem::releases() const {
+  std::set<std::string> result;
+  for (const fs::path_t& entry : entries_of(path())) {
+    if (entry.is_directory()) {
+      result.insert(entry.base_name().cstring());
     }
   }
   return result;
@@ -197,14 +230,15 @@ void ServedItem::settle_signature(const std::string& release, const std::string&
 }
 
 bool ServedItem::put_archive(const std::string& release, const std::string& platform,
-                             const char* source, const char* key, bool replace) const {
+                             const Making& making, const char* key, bool replace) const {
   std::vector<std::string> way = names;
   way.push_back(release);
   const fs::path_t place = archive_path(release, platform);
-  const bool again = place.cstring() == std::string_view(source);  // an archive is signed in place
+  const bool again =
+      place.cstring() == std::string_view(making.source);  // an archive is signed in place
   const FileId before = id_of(place);
   Replacement archive(place, existing_directory(tree, way));
-  make_archive(source, &archive);
+  make_archive(making, &archive);
   settle_signature(release, platform, key, &archive);
   const SignalsHeld held;  // until the directories hold the archive, or are gone again
   NewDirectories directories;
@@ -213,7 +247,7 @@ bool ServedItem::put_archive(const std::string& release, const std::string& plat
   if (again && id_of(place) != before) {
     throw_failure_of(place.cstring(), "was replaced meanwhile");
   }
-  return archive.commit(replace);
+  return archive.commit(replace, kReadable);
 }
 
 unique_fd ServedItem::lock() const {
@@ -233,7 +267,7 @@ void ServedItem::point_at(const std::string& release) const {
   if (pointer.read(0, line.size() + 1) != line) {
     throw_failure_of(place.cstring(), "reads differently from what was written");
   }
-  pointer.commit(true);
+  pointer.commit(true, kReadable);
 }
 
 }  // namespace runenv

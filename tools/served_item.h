@@ -9,7 +9,7 @@
 
 #include "core/owner.h"
 #include "fs/path.h"
-#include "tools/replacement.h"
+#include "tools/archive.h"
 
 namespace runenv {
 
@@ -32,12 +32,15 @@ class ServedItem {
   // The release that the pointer names, as the bootstrapper reads it. None if there is no pointer.
   std::optional<std::string> latest() const;
 
-  // Makes an archive of the release, and puts it into its place once it is stored and checked. The
-  // `source` is a directory to pack or an archive to copy. It is signed with the secret key in the
-  // file `key`, unless that is null; an archive that is signed already must be signed for this.
-  // Returns false if there is an archive by now and `replace` is false. After that, or after an
-  // Error, the tree is as it was, unless the message says that the archive is in place.
-  bool put_archive(const std::string& release, const std::string& platform, const char* source,
+  // The releases that there are, whether they have archives or not.
+  std::set<std::string> releases() const;
+
+  // Makes an archive of the release, and puts it into its place once it is stored and checked. It
+  // is signed with the secret key in the file `key`, unless that is null; an archive that is signed
+  // already must be signed for this. Returns false if there is an archive by now and `replace` is
+  // false. After that, or after an Error, the tree is as it was, unless the message says that the
+  // archive is in place.
+  bool put_archive(const std::string& release, const std::string& platform, const Making& making,
                    const char* key, bool replace) const;
 
   // Keeps other publishers of the item from moving the pointer, until the descriptor is closed.

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <set>
 #include <utility>
@@ -48,6 +49,25 @@ int remove_whole_tree(const std::string& path) {
     }
   });
   return remove_tree(path.c_str());
+}
+
+bool stays_inside(std::string_view link, int depth) {
+  if (link.starts_with('/')) {
+    return false;
+  }
+  bool goes_down = false;
+  while (!link.empty()) {
+    const std::string_view name = link.substr(0, link.find('/'));
+    if (name == "..") {
+      if (goes_down || --depth < 0) {
+        return false;
+      }
+    } else if (!name.empty() && name != ".") {
+      goes_down = true;
+    }
+    link.remove_prefix(std::min(name.size() + 1, link.size()));
+  }
+  return true;
 }
 
 }  // namespace runenv

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 
 namespace runenv {
 
@@ -21,5 +22,10 @@ uint64_t size_on_disk(const std::string& path);
 // Removes the tree, also directories that forbid their owner to change them. Returns 0, or non-zero
 // with errno.
 int remove_whole_tree(const std::string& path);
+
+// Whether a link in a directory `depth` levels below the release's leads to somewhere in the
+// release. That is so if it goes up at its start alone, and not beyond the release: going down, it
+// meets directories and other links that stay.
+bool stays_inside(std::string_view link, int depth);
 
 }  // namespace runenv

@@ -4,7 +4,6 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -76,28 +75,6 @@ void Staging::remove_content() const {
   for (fs::iterator_t entry(outer, true); entry.has_item(); entry.move_next()) {
     remove_whole_tree(entry.get_path().cstring());
   }
-}
-
-// Whether a link in a directory `depth` levels below the release's leads to somewhere in the
-// release. That is so if it goes up at its start alone, and not beyond the release: going down, it
-// meets directories and other links that stay.
-static bool stays_inside(std::string_view link, int depth) {
-  if (link.starts_with('/')) {
-    return false;
-  }
-  bool goes_down = false;
-  while (!link.empty()) {
-    const std::string_view name = link.substr(0, link.find('/'));
-    if (name == "..") {
-      if (goes_down || --depth < 0) {
-        return false;
-      }
-    } else if (!name.empty() && name != ".") {
-      goes_down = true;
-    }
-    link.remove_prefix(std::min(name.size() + 1, link.size()));
-  }
-  return true;
 }
 
 static void check_link(const FTSENT& entry) {

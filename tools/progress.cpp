@@ -1,0 +1,73 @@
+#include "tools/progress.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <utility>
+
+#include "tools/size_text.h"
+
+namespace runenv {
+
+Progress::Progress(const char* job_name, uint64_t total_bytes, std::function<uint64_t(pid_t)> done)
+    : job(job_name), total(total_bytes), done_by(std::move(done)) {}
+
+Progress::~Progress() {
+  if (shown) {
+    std::fputs("\r\033[K", stderr);
+  }
+}
+
+std::function<void(pid_t)> Progress::ticks() {
+  if (isatty(STDERR_FILENO) == 0) {
+    return {};
+  }
+  return [this](pid_t tool) { show(done_by(tool)); };
+}
+
+static size_t columns() {
+  static constexpr size_t kUsual = 80;
+  winsize size{};
+  return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsual;
+}
+
+void Progress::show(uint64_t done) {
+  using Seconds = std::chrono::duration<double>;
+  const double seconds = Seconds(std::chrono::steady_clock::now() - begin).count();
+  const uint64_t part = std::min(done, total);
+  const double rate = static_cast<double>(part) / seconds;
+  std::string line = job + ": " + size_text(part) + " of " + size_text(total) + ", " +
+                     size_text(static_cast<uint64_t>(rate)) + "/s";
+  if (part != 0) {
+    const double left = static_cast<double>(total - part) / rate;
+    line += ", " + std::to_string(static_cast<uint64_t>(left + 1)) + " s left";
+  }
+  line.resize(std::min(line.size(), columns() - 1));  // a longer one would scroll
+  std::fprintf(stderr, "\r%s\033[K", line.c_str());
+  shown = true;
+}
+
+// The number behind `field` in a file of /proc, 0 if it may not be read.
+static uint64_t number_in(const std::string& file, const std::string& field) {
+  std::ifstream lines(file);
+  for (std::string name; lines >> name;) {
+    uint64_t number = 0;
+    if (name == field && lines >> number) {
+      return number;
+    }
+  }
+  return 0;
+}
+
+uint64_t bytes_read_by(pid_t process) {
+  return number_in("/proc/" + std::to_string(process) + "/io", "rchar:");
+}
+
+uint64_t place_in_input_of(pid_t process) {
+  return number_in("/proc/" + std::to_string(process) + "/fdinfo/0", "pos:");
+}
+
+}  // namespace runenv

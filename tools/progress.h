@@ -1,0 +1,42 @@
+// How far a long job is, for a person who waits for it.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace runenv {
+
+// A line on standard error, such as "packing: 120 MB of 1.1 GB, 45 MB/s, 21 s left". Nothing
+// appears unless that is a terminal. The destructor clears the line.
+class Progress {
+ public:
+  // `done` returns how many of the `total_bytes` the tool with this process id has taken.
+  Progress(const char* job_name, uint64_t total_bytes, std::function<uint64_t(pid_t)> done);
+  ~Progress();
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  // Shows how far the tool is now. Empty if there is no terminal.
+  std::function<void(pid_t)> ticks();
+
+ private:
+  void show(uint64_t done);
+
+  const std::string job;
+  const uint64_t total;
+  const std::function<uint64_t(pid_t)> done_by;
+  const std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
+  bool shown = false;
+};
+
+// How many bytes the process has read so far.
+uint64_t bytes_read_by(pid_t process);
+
+// How far the process has come in the file that is its standard input.
+uint64_t place_in_input_of(pid_t process);
+
+}  // namespace runenv
