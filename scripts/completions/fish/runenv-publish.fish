@@ -5,7 +5,7 @@ function __runenv_publish_operands
     set -l words (commandline -opc)[2..]
     while set -q words[1]
         switch $words[1]
-            case --from --platform --sign
+            case --from --platform --sign --compress
                 set -e words[1]
             case '-*'
             case '*'
@@ -43,5 +43,8 @@ complete -c runenv-publish -l replace -d 'Replace a published archive'
 complete -c runenv-publish -l drop-platforms -d 'Move the pointer though platforms lack'
 complete -c runenv-publish -l sign -rF -d 'Sign with the key in a file'
 complete -c runenv-publish -l unsigned -d 'Move the pointer though archives are not signed'
+complete -c runenv-publish -l as-is -d 'Publish what is hardly meant too'
+complete -c runenv-publish -l compress -x -a "'pigz -n' gzip" -d 'Name the program to compress with'
+complete -c runenv-publish -l quiet -d 'Say nothing on success'
 complete -c runenv-publish -l help -d 'Print the usage'
 complete -c runenv-publish -l version -d 'Print the version'
