@@ -54,6 +54,11 @@ install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
         FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN man EXCLUDE)
 
+install(PROGRAMS contrib/upload/runenv-upload DESTINATION ${CMAKE_INSTALL_DOCDIR}/contrib/upload
+        COMPONENT runtime)
+install(FILES contrib/nginx/runenv-cache.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/contrib/nginx
+        COMPONENT runtime)
+
 # The library, and every header that does not begin with "// Internal:".
 foreach(folder core fs process runtime schema socket stream)
   file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${folder}/*.h)
