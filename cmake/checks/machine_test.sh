@@ -49,6 +49,7 @@ systemctl start runenv-update@main
 sed -n 's/^0 \* \* \* \*  runenv  //; s/\\%/%/g; s/^sleep/: /p' /usr/share/runenv/runenv-update.cron >cron
 : >$environment/platform/5/latest
 (umask 077 && cd / && runuser -u runenv -- env -i sh -eu <"$SCRATCH/cron") | grep -x -e '- 2/runenv/platform/5 .updating.'
+[ "$(stat -c %a $environment/platform/5/release-1)" = 755 ]
 update() { ! runuser -u runenv -- /usr/libexec/runenv-update "$@" 2>&1 || exit 1; }
 /usr/libexec/runenv-update main 2>&1 | grep 'not as root'
 for words in '' '.' 'a b' 'keys' '../main' 'x/y'; do
@@ -58,9 +59,13 @@ done
 echo 'VERIFY=maybe' >/etc/runenv/main/settings
 update main | grep "VERIFY is yes or no, not 'maybe'"
 rm /etc/runenv/main/settings
+flock /var/lib/runenv/main/.lock runuser -u runenv -- /usr/libexec/runenv-update main | grep 'another run is at work'
 chmod 600 /etc/runenv/.curlrc
-update main | grep 'curlrc cannot be read'
+update main | grep '/etc/runenv/.curlrc cannot be read'
 chmod 644 /etc/runenv/.curlrc
+install -m 600 /dev/null /etc/runenv/main/.curlrc
+update main | grep '/etc/runenv/main/.curlrc cannot be read'
+rm /etc/runenv/main/.curlrc
 
 # curl without the words of the shipped file is as good, if less brief.
 sed -i.new 's/onerror/unknown1/; s/{stderr/{unknown2/; s/{url}/{unknown3}/' /etc/runenv/.curlrc
@@ -76,6 +81,7 @@ fi
 
 # Removed, it runs no more, and keeps what it has until it is purged.
 dpkg -r runenv-verify runenv
+journalctl --sync && journalctl -o cat -u runenv-update@main.timer | grep '^Stopped'
 ! systemctl is-active runenv-update@main.timer || exit 1
 [ -d $environment ]
 dpkg -P runenv

@@ -55,7 +55,7 @@ for node in null zero full random urandom tty; do
 done
 mount --bind "$SCRATCH" ".$SCRATCH"
 rm -rf usr/lib/systemd/system/*.wants etc/systemd/system/*.wants usr/lib/systemd/system-generators \
-  var/lib/man-db/auto-update var/lib/apt/lists/*
+  var/lib/man-db/auto-update var/lib/apt/lists/* usr/sbin/policy-rc.d
 echo 'Audit=no' >>etc/systemd/journald.conf
 cat >etc/systemd/system/day.service <<UNIT
 [Unit]
