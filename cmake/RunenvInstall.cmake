@@ -48,6 +48,35 @@ if(verifying)
           COMPONENT verify)
 endif()
 
+# What keeps a machine up to date by itself: systemd finds it below /usr and /usr/local. Nothing is
+# put outside of the prefix; from share/runenv it is copied to where it takes effect.
+if(TARGET runenv-status) # which runenv-update asks first
+  set(data_dir ${CMAKE_INSTALL_DATADIR}/runenv)
+  file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/contrib)
+  install(CODE "
+    set(bindir \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}\")
+    set(libexecdir \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBEXECDIR}\")
+    set(RUNENV_KEYS \"${RUNENV_KEYS}\")
+    foreach(file runenv-update.sh runenv-update.cron systemd/runenv-update@.service)
+      get_filename_component(name \${file} NAME)
+      configure_file(\"${PROJECT_SOURCE_DIR}/contrib/\${file}.in\"
+                     \"${PROJECT_BINARY_DIR}/contrib/\${name}\" @ONLY)
+    endforeach()" COMPONENT runtime)
+  install(PROGRAMS ${PROJECT_BINARY_DIR}/contrib/runenv-update.sh RENAME runenv-update
+          DESTINATION ${CMAKE_INSTALL_LIBEXECDIR} COMPONENT runtime)
+  install(FILES ${PROJECT_BINARY_DIR}/contrib/runenv-update@.service
+                contrib/systemd/runenv-update@.timer
+          DESTINATION lib/systemd/system COMPONENT runtime)
+  foreach(kind sysusers tmpfiles)
+    install(FILES contrib/systemd/${kind}.conf RENAME runenv.conf DESTINATION lib/${kind}.d
+            COMPONENT runtime)
+  endforeach()
+  install(FILES ${PROJECT_BINARY_DIR}/contrib/runenv-update.cron contrib/curlrc
+          DESTINATION ${data_dir} COMPONENT runtime)
+  install(DIRECTORY contrib/ansible DESTINATION ${data_dir} COMPONENT runtime
+          PATTERN "*.sh" EXCLUDE)
+endif()
+
 # The README's links into docs/ hold.
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
         COMPONENT runtime)

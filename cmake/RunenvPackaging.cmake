@@ -46,6 +46,10 @@ runenv-versions writes and prints such documents, runenv-publish puts
 releases into the tree that a distribution server serves, runenv-status
 tells what is installed and whether it is whole, runenv-prune removes
 releases that are not needed any more.")
+if(TARGET runenv-status) # the user, the directory and the settings of runenv-update
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+  file(GLOB CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/contrib/debian/*)
+endif()
 
 set(CPACK_DEBIAN_VERIFY_PACKAGE_NAME runenv-verify)
 set(CPACK_DEBIAN_VERIFY_PACKAGE_SECTION utils)

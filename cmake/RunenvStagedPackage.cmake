@@ -12,8 +12,8 @@ if(CPACK_INSTALLED_DIRECTORIES)
     endforeach()
   endif()
 elseif(CPACK_GENERATOR STREQUAL DEB)
-  # Debian's ways: compressed manual pages, a changelog in its own form, and zsh completions where its
-  # zsh looks.
+  # Debian's ways: compressed manual pages, a changelog in its own form, zsh completions where its
+  # zsh looks, and curl's settings in place.
   set(share "${CPACK_TEMPORARY_DIRECTORY}/runtime/usr/share")
   string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
   set(changelogs "${share}/doc/runenv/changelog"
@@ -29,6 +29,10 @@ elseif(CPACK_GENERATOR STREQUAL DEB)
   endforeach()
   file(GLOB pages "${CPACK_TEMPORARY_DIRECTORY}/*/usr/share/man/man1/*.1")
   execute_process(COMMAND gzip -9nf ${pages} ${changelogs} COMMAND_ERROR_IS_FATAL ANY)
+  if(EXISTS "${share}/runenv/curlrc")
+    file(MAKE_DIRECTORY "${CPACK_TEMPORARY_DIRECTORY}/runtime/etc/runenv")
+    file(RENAME "${share}/runenv/curlrc" "${CPACK_TEMPORARY_DIRECTORY}/runtime/etc/runenv/.curlrc")
+  endif()
   if(EXISTS "${share}/zsh/site-functions")
     file(RENAME "${share}/zsh/site-functions" "${share}/zsh/vendor-completions")
   endif()

@@ -13,8 +13,8 @@ SOURCE, BUILD = (Path(word).resolve() for word in sys.argv[1:])
 SCRATCH_OWNER = tempfile.TemporaryDirectory()
 SCRATCH = Path(SCRATCH_OWNER.name)
 DOCUMENTS = [*SOURCE.glob("*.md"), *SOURCE.glob("docs/*.md"), *SOURCE.glob("docs/man/*.1")]
-FILES = ("nginx", "ini", "cron")  # blocks that are one, named in the first line
-SYSTEM = ("useradd", "install", "systemctl", "journalctl")  # what changes it
+FILES = ("nginx",)  # blocks that are one, named in the first line
+SYSTEM = ("apt", "systemctl", "systemd-sysusers", "systemd-tmpfiles", "journalctl", "ansible-playbook")  # what changes it
 # The fixed places and names of the documents, and where they lie here.
 PORT = 12000 + 2 * (os.getpid() % 4000)
 PLACES = {r"(?<=[ =':\"])/tmp/": f"{SCRATCH}/tmp/", r"\b7007\b": f"{PORT}",
@@ -22,7 +22,7 @@ PLACES = {r"(?<=[ =':\"])/tmp/": f"{SCRATCH}/tmp/", r"\b7007\b": f"{PORT}",
           r".*\[::\]:443.*\n": "", "listen 443": f"listen 127.0.0.1:{PORT + 1}",
           "/etc/ssl/localhost": f"{SCRATCH}/server/server", "/usr/local/bin": f"{SCRATCH}/build",
           "/usr/local/libexec/runenv": f"{SCRATCH}/libexec",
-          "/etc/(?:runenv|nginx|systemd|cron.d)|/var/lib/runenv": rf"{SCRATCH}/machine\g<0>"}
+          "/etc/(?:runenv|nginx)": rf"{SCRATCH}/machine\g<0>"}
 os.environ.update(HOME=f"{SCRATCH}", CURL_HOME=f"{SCRATCH}/server/curl",
                   PATH=f"{SCRATCH}/bin:{BUILD}:{os.environ['PATH']}:/usr/sbin")
 
@@ -76,8 +76,8 @@ def is_run_here(line):
     """Whether a line of a block is run. Others are run by CI or install_test.sh, or their words are
     told by --help."""
     words = line.split(" #")[0].split() or [""]
-    if words[0] in SYSTEM:
-        expect([word for word in words if "runenv" not in word],
+    if words[0] in SYSTEM or "/usr/share/" in line:
+        expect([word for word in words if not re.search("[0-9./=]|runenv", word)],
                sh(f"{words[0]} --help 2>&1 || echo '{line}'"))
     elif "scripts/" in line or words[0] in ("cmake", "cpack", ".ci/run"):
         expect([" ".join(words)], ELSEWHERE)
@@ -93,7 +93,7 @@ def sizeless(text):
 def follow(document):
     """Does what a document says, in a directory of its own."""
     directory = SCRATCH / document.name
-    sh(f"rm -rf tmp/* server/www; cp -r www server; mkdir {directory}; ln -s ../build {directory}")
+    sh(f"rm -rf tmp/* server/www; cp -r www server; mkdir {directory}; ln -s ../build {SOURCE}/contrib {directory}")
     if document.suffix == ".1":  # has no words for what its examples begin with
         sh("mkdir out x64 arm64; tar -czf linker.tar.gz -C out .;"
            "runenv-versions compose -o versions.bin 5", directory)
@@ -158,28 +158,17 @@ sh(f"""
     publish 'the linker, build 3' system-type linker 0.9 build-3""")
 run([SOURCE / "scripts/local-server.sh", "start", SCRATCH / "server"], check=True)
 atexit.register(run, [SOURCE / "scripts/local-server.sh", "stop", SCRATCH / "server"])
-sh(f"""sed -i 's/127.*/127.0.0.1:{PORT + 1}"/' server/curl/.curlrc
-    cat server/curl/.curlrc >>machine/etc/runenv/.curlrc""")
+sh(f"""sed -i 's/127.*/127.0.0.1:{PORT + 1}"/' server/curl/.curlrc""")
 
 for document in DOCUMENTS:
     print(document)
     check_names(document)
     follow(document)
 
-# The service and the line of cron bring a machine up to date, with curl's settings.
-curlrc = (SCRATCH / "machine/etc/runenv/.curlrc").read_text()
+# curl's settings that come with the package.
+curlrc = (SOURCE / "contrib/curlrc").read_text()
 expect(["--" + name for name in re.findall("(?m)^[a-z-]+", curlrc)], KNOWN)
-printed = sh(r"""
-    ! command -v systemd-analyze >script ||
-      systemd-analyze verify --man=no machine/etc/systemd/system/*.timer
-    sed -n 's/^Env.*t=//p; s/^WorkingDirectory=/cd /p; s/^ExecStart=//p' \
-      machine/etc/systemd/system/*.service >script
-    echo 'rm -r runenv; unset CURL_HOME; sleep() { :; }' >>script
-    sed 's/^0 \* \* \* \*  runenv //; s/\([^\]\)%/\1\n/g; s/\\%/%/g' machine/etc/cron.d/* >>script
-    runenv-versions compose -o machine/etc/runenv/versions.bin 5 linker=0.9
-    mkdir -p machine/var/lib/runenv
-    env -u CURL_HOME sh -aeu script""")
-assert re.fullmatch("(- 2/runenv.*\n){4}", printed), printed
+sh(f"cat {SOURCE}/contrib/curlrc server/curl/.curlrc >machine/etc/runenv/.curlrc")
 
 # What must never be set does what its row says.
 sh("""cp content/README content/README.md

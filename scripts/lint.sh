@@ -12,7 +12,7 @@ scripts/floors.sh
 sources=$(git ls-files '*.cpp' '*.h' '*.c')
 # shellcheck disable=SC2086 # a list of files
 clang-format --dry-run --Werror $sources
-git ls-files '*.sh' .ci/run scripts/completions/bash | xargs shellcheck -x
+git ls-files '*.sh' 'contrib/*.sh.in' contrib/debian/p* .ci/run scripts/completions/bash | xargs shellcheck -x
 if git ls-files '*.1' | xargs mandoc -T lint 2>&1 |
   grep -v -e 'referenced manual not found' -e 'outdated mandoc.db'; then # not installed here
   exit 1

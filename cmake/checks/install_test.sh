@@ -24,6 +24,10 @@ sed -n -e 's/ *#.*//' -e 's|^cmake --build|cp "$BUILT"/*.cmake|p' -e '/^cmake -S
 
 # Installed in one place and moved to another, everything is found all the same.
 mv "$(dirname "$(find root -type d -name bin)")" moved
+grep -x 'ExecStart=/usr/local/libexec/runenv-update %i' moved/lib/systemd/system/runenv-update@.service
+sh -n moved/libexec/runenv-update
+find root -type f >outside
+[ ! -s outside ]
 PKG_CONFIG_PATH=$(find "$scratch/moved" -type d -name pkgconfig)
 export PKG_CONFIG_PATH CMAKE_PREFIX_PATH="$scratch/moved"
 version=$(pkg-config --modversion runenv)
@@ -80,3 +84,10 @@ done
 [ "$(readlink -f unpacked/usr/libexec/runenv/tar)" = "$PWD/unpacked/usr/bin/runenv-verify" ]
 dpkg-deb -f runenv/build/runenv-verify_*.deb Depends | grep libsodium
 dpkg-deb -c runenv/build/runenv_*.deb | grep bin/runenv-status
+# What the timer and cron start is there, and so are curl's settings, which survive an upgrade.
+for file in lib/systemd/system/runenv-update@.service share/runenv/runenv-update.cron; do
+  [ -x "unpacked$(sed -n 's|.*[ =]\(/usr/libexec/[^ ]*\) .*|\1|p' unpacked/usr/$file)" ]
+done
+dpkg-deb -I runenv/build/runenv_*.deb conffiles >kept
+[ -e "unpacked$(cat kept)" ]
+! grep -r '@[A-Za-z_]*@' unpacked/usr/libexec unpacked/usr/lib/systemd || exit 1

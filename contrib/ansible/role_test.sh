@@ -1,0 +1,55 @@
+#!/bin/sh
+# The role and the table, on several environments of one machine: role_test.sh CURL-LINES PACKAGE...
+# CURL-LINES has lines for curl's settings, by which it finds a server that has platform 5 and linker
+# 0.9, signed by the one key of the machine. Changes that: package_test.sh has it run in a copy of a machine.
+set -eux
+curl_lines=$1
+shift
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+cp -r "$(dirname "$0")" "$scratch/ansible"
+cd "$scratch/ansible"
+export ANSIBLE_LOCALHOST_WARNING=false ANSIBLE_NOCOLOR=1
+
+runenv-versions compose -o versions.bin 5 linker=0.9
+cp /etc/runenv/keys/*.pub producer.pub
+jq -n --rawfile curl "$curl_lines" '{ansible_connection: "local", ansible_become: false,
+  ansible_python_interpreter: "/usr/bin/python3", ansible_pipelining: true,
+  runenv_curl: $curl | split("\n") | map(select(. != ""))}' >all.json
+jq -n '$ARGS.positional' -c --args "$@" | sed "s/.*/first runenv_instance=first runenv_packages='&' runenv_keys='[\"producer.pub\"]'/" >hosts
+cat >>hosts <<END
+second runenv_instance=second runenv_timer=cron runenv_settings='["OPTIONS=--skip-platform"]'
+none runenv_instance=none
+END
+play() { ansible-playbook -i hosts -e @all.json "$@" | tee played; }
+
+# Everything is set up, and a second time nothing changes.
+play site.yml --forks 1 --limit '!none'
+grep -c 'failed=0' played | grep -x 2
+play site.yml --limit '!none'
+grep -c 'changed=0 .*failed=0' played | grep -x 2
+systemctl is-active runenv-update@first.timer
+systemctl is-enabled runenv-update@first.timer
+grep -c '^[1-5]*[0-9] \* \* \* \*  runenv  .*/runenv-update second$' /etc/cron.d/runenv-update | grep -x 1
+[ "$(ls /etc/runenv/keys)" = producer.pub ]
+for instance in first second; do
+  runuser -u runenv -- /usr/libexec/runenv-update $instance
+done
+
+# The table tells how they are.
+cd /var/lib/runenv
+[ ! -e second/runenv/platform ] # by its settings
+mkdir -p first/runenv/platform/5/release-0 second/runenv/platform/5
+echo release-0 | tee first/runenv/platform/5/latest >second/runenv/platform/5/latest
+cd "$scratch/ansible"
+play status.yml -e csv="$PWD/csv" -e json="$PWD/json"
+diff csv - <<END
+"HOST","ITEM","STATE","RELEASE","SERVED"
+"first","platform/5","behind","release-0","release-1"
+"first","system-types/linker/0.9","installed","build-3","build-3"
+"second","platform/5","broken","latest names 'release-0', which is not there","release-1"
+"second","system-types/linker/0.9","installed","build-3","build-3"
+"none","","unknown","runenv-status: /etc/runenv/none/versions.bin: No such file or directory",""
+END
+grep '"first  *platform/5  *behind  *release-0  *release-1"' played
+[ "$(jq -c 'map_values(.status)' json)" = '{"first":1,"none":null,"second":2}' ]
