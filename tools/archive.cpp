@@ -3,21 +3,45 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/owner.h"
 #include "fs/file_interface.h"
 #include "tools/failure.h"
+#include "tools/listed_source.h"
 #include "tools/run_tool.h"
 
 namespace runenv {
 
 // Sorted and without the names of users.
-static void pack(const fs::path_t& source, const Replacement& archive) {
-  run_tool({"tar", "-c", "-z", "-f", "-", "--sort=name", "--owner=0", "--group=0",
-            "--numeric-owner", "-C", source.cstring(), ".", nullptr},
-           kNoFile, archive.descriptor_path().c_str(), source, "could not be packed");
+static void pack(const fs::path_t& source, bool list, const Replacement& archive) {
+  std::vector<const char*> argv{"tar",
+                                "-c",
+                                "-z",
+                                "-f",
+                                "-",
+                                "--sort=name",
+                                "--owner=0",
+                                "--group=0",
+                                "--numeric-owner",
+                                "-C",
+                                source.cstring(),
+                                "."};
+  std::optional<ListedSource> listed;
+  if (list) {
+    listed.emplace(source);
+    for (const std::string& word : listed->words()) {
+      argv.push_back(word.c_str());
+    }
+  }
+  argv.push_back(nullptr);
+  run_tool(argv, kNoFile, archive.descriptor_path().c_str(), source, "could not be packed");
+  if (listed) {
+    listed->check();
+  }
 }
 
 static void copy(const fs::path_t& source, const Replacement& archive) {
@@ -56,10 +80,10 @@ static void check_archive(const fs::path_t& source, const Replacement& archive) 
            "is not a .tar.gz archive with files that tar can read");
 }
 
-void make_archive(const fs::path_t& source, Replacement* archive) {
+void make_archive(const fs::path_t& source, bool list, Replacement* archive) {
   const bool is_packed = source.is_directory();
   if (is_packed) {
-    pack(source, *archive);
+    pack(source, list, *archive);
   } else {
     copy(source, *archive);
   }

@@ -65,4 +65,8 @@ bool is_wanted(const std::string& item, const std::vector<std::string>& listed);
 // The items that are there, whether anybody wants them or not, in order of name.
 std::vector<std::string> items_present(int root);
 
+// The directories that items lie in, "platform" and such as "system-types/linker", in order of
+// name.
+std::vector<std::string> parents_of_items(int root);
+
 }  // namespace runenv

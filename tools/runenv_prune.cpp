@@ -178,7 +178,16 @@ static void remove_item(int root, const std::string& name, const Arguments& argu
   const size_t slash = name.rfind('/');
   const LocalItem parent(root, name.substr(0, slash));
   if (take(&item, name, arguments)) {
+    flock(parent.descriptor(), LOCK_EX);  // what is being removed has the same name there
     remover->remove_from(parent, name.substr(slash + 1), shown(name.substr(0, slash)));
+  }
+}
+
+// What an interrupted removal of an item has left, unless another program is at it.
+static void clear_parent(int root, const std::string& name, Remover* remover) {
+  const LocalItem parent(root, name);
+  if (exists(parent.path_of(kRemoving)) && flock(parent.descriptor(), LOCK_EX | LOCK_NB) == 0) {
+    remover->remove_from(parent, kRemoving, shown(name));
   }
 }
 
@@ -265,6 +274,9 @@ static void prune(int argc, char** argv) {
   bool well = true;
   for (const std::string& name : listed) {
     well &= attempt([&] { prune_item(root.get(), name, arguments, &remover); });
+  }
+  for (const std::string& name : parents_of_items(root.get())) {
+    well &= attempt([&] { clear_parent(root.get(), name, &remover); });
   }
   if (arguments.unlisted) {
     for (const std::string& name : items_present(root.get())) {

@@ -32,6 +32,7 @@ static constexpr char kUsage[] =
     "\n"
     "  --from SOURCE     a directory, which is packed, or a .tar.gz archive, which is checked and\n"
     "                    copied\n"
+    "  --list            pack a list of the files too, for runenv-status --verify\n"
     "  --platform NAME   the platform that the archive is for, linux-x64 unless given\n"
     "  --keep-latest     put the archive only and leave the pointer as it is\n"
     "  --latest-only     move the pointer only, to a release that is there\n"
@@ -57,6 +58,7 @@ struct Arguments {
   bool replace = false;
   bool drop_platforms = false;
   bool is_unsigned = false;
+  bool list = false;
 
   bool signs_published() const { return key != nullptr && source == nullptr; }
   bool moves_pointer() const { return !keep_latest && !signs_published(); }
@@ -110,6 +112,9 @@ static void check_options(const Arguments& arguments) {
                                 arguments.keep_latest || arguments.replace)) {
     throw_usage("--latest-only goes with --drop-platforms and --unsigned alone");
   }
+  if (arguments.list && !has_source) {
+    throw_usage("--list needs --from");
+  }
   if (arguments.keep_latest && arguments.drop_platforms) {
     throw_usage("--drop-platforms says nothing with --keep-latest");
   }
@@ -128,6 +133,7 @@ static Arguments parse_arguments(int argc, char** argv) {
       {.name = "--from", .value = &arguments.source, .needs = "a directory or an archive"},
       {.name = "--platform", .value = &arguments.platform, .needs = "the name of a platform"},
       {.name = "--sign", .value = &arguments.key, .needs = "the file of a secret key"},
+      {.name = "--list", .flag = &arguments.list},
       {.name = "--keep-latest", .flag = &arguments.keep_latest},
       {.name = "--latest-only", .flag = &arguments.latest_only},
       {.name = "--replace", .flag = &arguments.replace},
@@ -142,13 +148,16 @@ static Arguments parse_arguments(int argc, char** argv) {
   return arguments;
 }
 
-static void check_source(const char* path) {
+static void check_source(const char* path, bool list) {
   struct stat status;
   if (stat(path, &status) != 0) {
     throw_errno_of(path);
   }
   if (!S_ISDIR(status.st_mode) && !S_ISREG(status.st_mode)) {
     throw_failure_of(path, "is neither a directory nor a regular file");
+  }
+  if (list && !S_ISDIR(status.st_mode)) {
+    throw_failure_of(path, "is an archive, which is copied as it is: --list takes a directory");
   }
 }
 
@@ -228,7 +237,7 @@ static void check_request(const ServedItem& item, const Arguments& arguments) {
       throw_failure("release '" + arguments.release + "' has no archive");
     }
   } else {
-    check_source(arguments.source);
+    check_source(arguments.source, arguments.list);
     const bool is_new = available.insert(arguments.platform).second;
     if (!is_new && !arguments.replace) {
       throw_published(item, arguments);
@@ -263,7 +272,7 @@ static void put_archive(const ServedItem& item, const Arguments& arguments) {
   const bool again = arguments.signs_published();
   if (!item.put_archive(arguments.release, arguments.platform,
                         again ? published.cstring() : arguments.source, arguments.key,
-                        again || arguments.replace)) {
+                        again || arguments.replace, arguments.list)) {
     throw_published(item, arguments);
   }
 }

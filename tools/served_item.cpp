@@ -197,14 +197,14 @@ void ServedItem::settle_signature(const std::string& release, const std::string&
 }
 
 bool ServedItem::put_archive(const std::string& release, const std::string& platform,
-                             const char* source, const char* key, bool replace) const {
+                             const char* source, const char* key, bool replace, bool list) const {
   std::vector<std::string> way = names;
   way.push_back(release);
   const fs::path_t place = archive_path(release, platform);
   const bool again = place.cstring() == std::string_view(source);  // an archive is signed in place
   const FileId before = id_of(place);
   Replacement archive(place, existing_directory(tree, way));
-  make_archive(source, &archive);
+  make_archive(source, list, &archive);
   settle_signature(release, platform, key, &archive);
   const SignalsHeld held;  // until the directories hold the archive, or are gone again
   NewDirectories directories;

@@ -35,10 +35,11 @@ class ServedItem {
   // Makes an archive of the release, and puts it into its place once it is stored and checked. The
   // `source` is a directory to pack or an archive to copy. It is signed with the secret key in the
   // file `key`, unless that is null; an archive that is signed already must be signed for this.
+  // With `list`, a list of the files is packed too.
   // Returns false if there is an archive by now and `replace` is false. After that, or after an
   // Error, the tree is as it was, unless the message says that the archive is in place.
   bool put_archive(const std::string& release, const std::string& platform, const char* source,
-                   const char* key, bool replace) const;
+                   const char* key, bool replace, bool list) const;
 
   // Keeps other publishers of the item from moving the pointer, until the descriptor is closed.
   // Waits for one that does.

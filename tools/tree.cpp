@@ -1,6 +1,10 @@
 #include "tools/tree.h"
 
+#include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <set>
@@ -10,6 +14,17 @@
 #include "fs/tree.h"
 
 namespace runenv {
+
+int open_below(int root, const char* path, int flags) {
+  open_how how{};
+  how.flags = static_cast<uint64_t>(flags | O_CLOEXEC);
+  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
+  return static_cast<int>(syscall(SYS_openat2, root, path, &how, sizeof how));
+}
+
+std::string descriptor_path(int descriptor) {
+  return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(descriptor);
+}
 
 bool walk_tree(const std::string& path, const std::function<void(const FTSENT&)>& visit) {
   std::string root = path;
