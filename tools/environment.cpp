@@ -123,10 +123,15 @@ std::vector<std::string> LocalItem::leftovers() const {
   return result;
 }
 
-bool is_wanted(const std::string& item, const std::vector<std::string>& listed) {
-  return std::any_of(listed.begin(), listed.end(), [&](const std::string& wanted) {
-    return (wanted + "/").starts_with(item + "/");
-  });
+std::set<std::string> wanted_directories(const std::vector<std::string>& listed) {
+  std::set<std::string> result(listed.begin(), listed.end());
+  for (const std::string& item : listed) {
+    for (size_t slash = item.find('/'); slash != std::string::npos;
+         slash = item.find('/', slash + 1)) {
+      result.insert(item.substr(0, slash));
+    }
+  }
+  return result;
 }
 
 // Adds the paths of the directories that are `depth` levels below `directory`.

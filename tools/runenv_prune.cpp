@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <set>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -278,9 +279,10 @@ static void prune(int argc, char** argv) {
   for (const std::string& name : parents_of_items(root.get())) {
     well &= attempt([&] { clear_parent(root.get(), name, &remover); });
   }
+  const std::set<std::string> wanted = wanted_directories(listed);
   if (arguments.unlisted) {
     for (const std::string& name : items_present(root.get())) {
-      well &= is_wanted(name, listed) ||
+      well &= wanted.contains(name) ||
               attempt([&] { remove_item(root.get(), name, arguments, &remover); });
     }
   }

@@ -10,6 +10,7 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -159,8 +160,9 @@ static Report look_around(const Arguments& arguments, const std::vector<std::str
     report.items.push_back(is_new ? Item{} : look_at(root.get(), name, &report));
     report.items.back().name = name;
   }
+  const std::set<std::string> wanted = wanted_directories(listed);
   for (const std::string& name : is_new ? listed : items_present(root.get())) {
-    if (!is_wanted(name, listed)) {
+    if (!wanted.contains(name)) {
       const LocalItem item(root.get(), name);
       report.unlisted.push_back({below_environment(name), size_on_disk(item.path_of("."))});
     }
