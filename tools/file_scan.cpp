@@ -115,10 +115,9 @@ static std::vector<OpenFile> open_files(int directory, std::span<const std::stri
 
 // What sha256sum prints of open files: a line for each.
 static std::string digests_of(const std::vector<OpenFile>& files, int output) {
-  std::vector<std::string> names;
-  for (const OpenFile& file : files) {
-    names.push_back(descriptor_path(file.descriptor.get()));
-  }
+  std::vector<std::string> names(files.size());
+  std::transform(files.begin(), files.end(), names.begin(),
+                 [](const OpenFile& file) { return descriptor_path(file.descriptor.get()); });
   std::vector<const char*> argv{"sha256sum"};
   for (const std::string& name : names) {
     argv.push_back(name.c_str());
