@@ -100,9 +100,8 @@ int main(int argc, char** argv) {
   std::vector<Contender> contenders;
   for (int i = 3; i < argc; i += 3) {
     std::istringstream text(argv[i + 2]);
-    contenders.push_back({argv[i],
-                          {"sh", "-c", argv[i + 1]},
-                          {std::istream_iterator<std::string>(text), {}}});
+    contenders.push_back(
+        {argv[i], {"sh", "-c", argv[i + 1]}, {std::istream_iterator<std::string>(text), {}}});
   }
   for (int round = 0; round < std::atoi(argv[2]); ++round) {
     for (auto& contender : contenders) {

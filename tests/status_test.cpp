@@ -105,8 +105,11 @@ TEST_F(StatusTest, VerifiesFiles) {
       {"chmod a-r .", 3, place + ": its directory: " + denied + "\n"},
       {"rm .runenv-files", 3, place + ": has no list of its files\n"},
       {"chmod 0 .runenv-files", 3, place + ": .runenv-files: " + denied + "\n"},
-      {"echo 'echo >>" + place + "/many/9; " + other + "' >$OLDPWD/bin/sha256sum", 3,
-       of("unread", "many/9", "changed while it was read")},
+      {"echo 'for f in 1 9; do echo >>" + place + "/many/$f; done; " + other +
+           "' >$OLDPWD/bin/sha256sum",
+       3,
+       of("unread", "many/1", "changed while it was read") +
+           of("unread", "many/9", "changed while it was read")},
       {"echo 'exit 1' >$OLDPWD/bin/sha256sum", 3,
        place + ": a release's files: could not be read (sha256sum: exit status 1)\n"},
       {"rm .runenv-files; mkfifo .runenv-files", 2, list("is not a file")},
