@@ -105,7 +105,7 @@ TEST_F(StatusTest, VerifiesFiles) {
       {"chmod a-r .", 3, place + ": its directory: " + denied + "\n"},
       {"rm .runenv-files", 3, place + ": has no list of its files\n"},
       {"chmod 0 .runenv-files", 3, place + ": .runenv-files: " + denied + "\n"},
-      {"echo 'for f in 1 9; do echo >>" + place + "/many/$f; done; " + other +
+      {"echo 'cd " + place + "/many; echo >>1; rm -f 9; mkfifo 9; " + other +
            "' >$OLDPWD/bin/sha256sum",
        3,
        of("unread", "many/1", "changed while it was read") +

@@ -4,7 +4,7 @@
 #include <array>
 #include <charconv>
 #include <cstdio>
-#include <optional>
+#include <utility>
 
 #include "core/failure.h"
 #include "tools/failure.h"
@@ -33,39 +33,35 @@ static std::string escaped(const std::string& text) {
   return result;
 }
 
-// The text of a field; none if it could not come from `escaped`.
-static std::optional<std::string> unescaped(std::string_view field) {
+// Undoes `escaped`, and takes any other text for something.
+static std::string unescaped(std::string_view field) {
   static constexpr size_t kCode = sizeof "\\xNN" - 1;
   std::string result;
   for (size_t i = 0; i < field.size(); ++i) {
-    char c = field[i];
-    if (c == '\\') {
-      const std::string_view code = field.substr(i, kCode);
-      unsigned char byte = 0;
-      if (code.size() != kCode || code[1] != 'x' ||
-          std::from_chars(code.data() + 2, code.end(), byte, kHexadecimal).ptr != code.end()) {
-        return std::nullopt;
-      }
-      c = static_cast<char>(byte);
+    const std::string_view code = field.substr(i, kCode);
+    unsigned char byte = 0;
+    if (code.starts_with("\\x") && code.size() == kCode) {
+      std::from_chars(code.data() + 2, code.end(), byte, kHexadecimal);
       i += kCode - 1;
-    } else if (is_odd(c)) {
-      return std::nullopt;
+    } else {
+      byte = static_cast<unsigned char>(field[i]);
     }
-    result += c;
-    if (c == '\0') {
-      return std::nullopt;
-    }
+    result += static_cast<char>(byte);
   }
   return result;
+}
+
+static std::string line_of(const std::string& path, const ListedFile& file) {
+  char mode[sizeof "7777"];
+  std::snprintf(mode, sizeof mode, "%o", file.mode & kAllModes);
+  return std::string(1, file.type) + " " + (file.type == 'l' ? "-" : mode) + " " +
+         (file.type == 'd' ? "-" : escaped(file.content)) + " " + escaped(path);
 }
 
 std::string to_text(const FileList& list) {
   std::string result = std::string(kFirstLine) + "\n";
   for (const auto& [path, file] : list) {
-    char mode[sizeof "7777"];
-    std::snprintf(mode, sizeof mode, "%o", file.mode & kAllModes);
-    result += std::string(1, file.type) + " " + (file.type == 'l' ? "-" : mode) + " " +
-              (file.type == 'd' ? "-" : escaped(file.content)) + " " + escaped(path) + "\n";
+    result += line_of(path, file) + "\n";
   }
   return result + kLastLine + "\n";
 }
@@ -77,39 +73,31 @@ static bool is_below(const std::string& path) {
   return path == "." || !(has("//") || has("/./") || has("/../"));
 }
 
-static std::optional<mode_t> parse_mode(std::string_view field) {
-  mode_t mode = 0;
-  const auto [rest, error] = std::from_chars(field.data(), field.end(), mode, kOctal);
-  return error == std::errc() && rest == field.end() && mode <= kAllModes
-             ? std::optional<mode_t>(mode)
-             : std::nullopt;
+static bool is_possible(const ListedFile& file) {
+  const bool is_digest = file.content.size() == kDigestLength &&
+                         file.content.find_first_not_of("0123456789abcdef") == std::string::npos;
+  return file.type == 'f' ? is_digest : file.type == 'l' ? !file.content.empty() : file.type == 'd';
 }
 
-static bool is_digest(std::string_view field) {
-  return field.size() == kDigestLength &&
-         field.find_first_not_of("0123456789abcdef") == std::string_view::npos;
-}
-
-// Adds the entry of the line, which must come after all others. Returns whether it is one.
+// Adds the entry of the line, which must come after all others. Returns whether it is one: exactly
+// what is written for some file, and nothing with a NUL in it.
 static bool add_entry(std::string_view line, FileList* list) {
   std::array<std::string_view, 4> fields;
-  if (std::count(line.begin(), line.end(), ' ') != std::ssize(fields) - 1) {
-    return false;
-  }
+  std::string_view rest = line;
   for (std::string_view& field : fields) {
-    field = line.substr(0, line.find(' '));
-    line.remove_prefix(std::min(field.size() + 1, line.size()));
+    field = rest.substr(0, rest.find(' '));
+    rest.remove_prefix(std::min(field.size() + 1, rest.size()));
   }
-  const auto& [type, mode, content, path] = fields;
-  const std::optional<std::string> name = unescaped(path), text = unescaped(content);
-  const std::optional<mode_t> permissions = mode == "-" ? mode_t{0} : parse_mode(mode);
-  const bool well = name && text && permissions && is_below(*name) &&
-                    (list->empty() || list->rbegin()->first < *name) &&
-                    (mode == "-") == (type == "l") &&
-                    ((type == "f" && is_digest(content)) || (type == "d" && content == "-") ||
-                     (type == "l" && !text->empty()));
+  const auto& [type, mode, content, last] = fields;
+  const std::string path = unescaped(last);
+  ListedFile file{.type = type.empty() ? '?' : type[0], .mode = 0, .content = ""};
+  std::from_chars(mode.data(), mode.end(), file.mode, kOctal);
+  file.content = file.type == 'd' ? "" : unescaped(content);
+  const bool well = is_possible(file) && is_below(path) && line_of(path, file) == line &&
+                    line.find("\\x00") == std::string_view::npos &&
+                    (list->empty() || list->rbegin()->first < path);
   if (well) {
-    list->emplace_hint(list->end(), *name, ListedFile{type[0], *permissions, *text});
+    list->emplace_hint(list->end(), path, std::move(file));
   }
   return well;
 }
