@@ -89,6 +89,47 @@ compare "10 items up to date" current 10 21
 compare "100 items up to date" current 100 9
 compare "10 first installs of 1 MiB" new 10 11
 
+# Asking about items that are up to date: runenv-status beside the bootstrapper. The processor time
+# of both is with curl's, that of the server what its worker takes meanwhile.
+worker=$(cat "/proc/$(cat "$work/server/nginx.pid")/task"/*/children)
+worker=/proc/${worker% }/schedstat
+server_time() { cut -d ' ' -f 1 "$worker"; }
+mkdir verbose
+{ cat "$CURL_HOME/.curlrc" && echo verbose; } >verbose/.curlrc
+# ask COUNT ROUNDS NAME COMMAND
+ask() {
+  echo "bootstrap: $1 items, $3" >&2
+  [ ! "$quick" ] || set -- "$1" 1 "$3" "$4"
+  before=$(server_time)
+  "$build/bench/stopwatch" "$1" "$2" "$3" : "$4" >asked
+  after=$(server_time)
+  handshakes=$(CURL_HOME=$PWD/verbose $4 2>&1 | grep -c '^[*] SSL connection' || true)
+  jq -r --argjson server "$(((after - before) / $2))" --arg handshakes "$handshakes" --arg who "$3" '
+    def ms: . / 1e4 | round / 100;
+    "| \(.run_name / "/" | .[0]) | \($who) | \(.real_time | ms) ms | \(.cpu | ms) ms | \($server | ms) ms | \($handshakes) |"
+  ' asked >>asking
+}
+if [ -x "$build/runenv-status" ]; then
+  for count in 1 10 100; do
+    echo "$items" | tr ' ' '\n' | head -n "$count" | sed -n 's,system-types/\(.*\)/,\1=,p' |
+      xargs "$build/runenv-versions" compose -o versions.bin 5
+    "$build/runenv-bootstrap" versions.bin >/dev/null
+    ask $count 9 runenv-bootstrap "$build/runenv-bootstrap versions.bin"
+    ask $count 21 'runenv-status --check' "$build/runenv-status --check versions.bin"
+  done
+  echo "bootstrap: 10,000 items" >&2
+  # shellcheck disable=SC2046
+  "$build/runenv-versions" compose -o many.bin 5 $(seq -f 'type-%.0f=1.0' 9999)
+  mkdir many
+  seq -f 'many/runenv/system-types/type-%.0f/1.0/release-1' 9999 |
+    xargs mkdir -p many/runenv/platform/5/release-1
+  for item in many/runenv/platform/5 many/runenv/system-types/*/1.0; do
+    echo release-1 >"$item/latest"
+  done
+  "$build/bench/stopwatch" many "$([ "$quick" ] && echo 1 || echo 9)" \
+    runenv : "$build/runenv-status --directory many many.bin" >many.json
+fi
+
 # Verifying and unpacking beside unpacking alone, of a release that holds programs and libraries.
 if [ -x "$build/runenv-verify" ]; then
   echo "bootstrap: verifying" >&2
@@ -127,5 +168,13 @@ own_cpu() {
   echo "Own processor time of an item that is up to date (of 100): $(own_cpu runenv) ms; the same steps"
   echo "alone take $(own_cpu 'the same steps alone') ms. Peak of the program's own memory, with 100 items:"
   echo "$(cat "$work/peak") KiB, beside $("$build/bench/empty") KiB of an empty C++ program."
+  if [ -e asking ]; then
+    printf '\n%s\n\n' "Asking about items that are up to date; processor time with that of curl:"
+    echo '| items | program | time | processor time | of the server | TLS handshakes |'
+    echo '|---|---|---|---|---|---|'
+    cat asking
+    printf '\n%s\n' "runenv-status of 10,000 items, without the network: $(jq -r \
+      '"\(.real_time / 1e6 | round) ms, \(.peak_kib) KiB"' many.json)."
+  fi
 } >"$out.md"
 jq -s '{benchmarks: .}' medians >"$out.json"

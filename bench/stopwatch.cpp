@@ -4,10 +4,12 @@
 // alike; before it the shell runs its PREPARE, which is not timed. A COMMAND is words with blanks
 // between; what it prints on standard output is dropped. Prints one object a contender, in the
 // manner of Google Benchmark's medians; `own_cpu` is the processor time of the program itself in
-// nanoseconds, without that of the programs it runs.
+// nanoseconds, without that of the programs it runs, `cpu` with it, and `peak_kib` the most memory
+// that any of them took.
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -26,7 +28,7 @@ using Words = std::vector<std::string>;
 struct Contender {
   std::string name;
   Words prepare, command;
-  std::vector<double> wall, own_cpu;
+  std::vector<double> wall{}, own_cpu{}, cpu{}, peak_kib{};
 };
 
 static pid_t start(const Words& words) {
@@ -49,12 +51,18 @@ static pid_t start(const Words& words) {
   return pid;
 }
 
-static void finish(pid_t pid, const Words& words) {
+static rusage finish(pid_t pid, const Words& words) {
   int status;
-  if (waitpid(pid, &status, 0) != pid || status != 0) {
+  rusage usage;
+  if (wait4(pid, &status, 0, &usage) != pid || status != 0) {
     std::fprintf(stderr, "stopwatch: %s failed\n", words[0].c_str());
     std::exit(1);
   }
+  return usage;
+}
+
+static double nanoseconds(const timeval& time) {
+  return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_usec) * 1e3;
 }
 
 // What the scheduler counted for the process, its children left out; it is read while the process
@@ -74,7 +82,9 @@ static void run_once(Contender& contender) {
   const std::chrono::duration<double, std::nano> wall = std::chrono::steady_clock::now() - from;
   contender.wall.push_back(wall.count());
   contender.own_cpu.push_back(own_cpu_of(pid));
-  finish(pid, contender.command);
+  const rusage usage = finish(pid, contender.command);
+  contender.cpu.push_back(nanoseconds(usage.ru_utime) + nanoseconds(usage.ru_stime));
+  contender.peak_kib.push_back(static_cast<double>(usage.ru_maxrss));
 }
 
 static double median(std::vector<double> values) {
@@ -90,11 +100,8 @@ int main(int argc, char** argv) {
   std::vector<Contender> contenders;
   for (int i = 3; i < argc; i += 3) {
     std::istringstream text(argv[i + 2]);
-    contenders.push_back({argv[i],
-                          {"sh", "-c", argv[i + 1]},
-                          {std::istream_iterator<std::string>(text), {}},
-                          {},
-                          {}});
+    contenders.push_back(
+        {argv[i], {"sh", "-c", argv[i + 1]}, {std::istream_iterator<std::string>(text), {}}});
   }
   for (int round = 0; round < std::atoi(argv[2]); ++round) {
     for (auto& contender : contenders) {
@@ -103,8 +110,9 @@ int main(int argc, char** argv) {
   }
   for (const auto& contender : contenders) {
     std::printf(R"({"run_name": "%s/%s", "aggregate_name": "median", "real_time": %.0f, )"
-                R"("time_unit": "ns", "own_cpu": %.0f})"
+                R"("time_unit": "ns", "own_cpu": %.0f, "cpu": %.0f, "peak_kib": %.0f})"
                 "\n",
-                argv[1], contender.name.c_str(), median(contender.wall), median(contender.own_cpu));
+                argv[1], contender.name.c_str(), median(contender.wall), median(contender.own_cpu),
+                median(contender.cpu), median(contender.peak_kib));
   }
 }

@@ -1,7 +1,10 @@
 // Internal: system calls that a signal interrupts.
 #pragma once
 
+#include <unistd.h>
+
 #include <cerrno>
+#include <string_view>
 
 namespace runenv {
 
@@ -13,6 +16,18 @@ auto retry(const Call& call) {
     result = call();
   }
   return result;
+}
+
+// Writes all of the bytes. Returns false with errno if that fails.
+inline bool write_all(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t n = retry([&] { return write(descriptor, bytes.data(), bytes.size()); });
+    if (n < 0) {
+      return false;
+    }
+    bytes.remove_prefix(static_cast<size_t>(n));
+  }
+  return true;
 }
 
 }  // namespace runenv

@@ -10,6 +10,7 @@
 namespace runenv {
 
 std::atomic<const char*> interrupted_file;
+std::atomic<const char*> interrupted_tool_input;
 std::atomic<pid_t> interrupted_tool;
 static_assert(std::atomic<const char*>::is_always_lock_free &&
               std::atomic<pid_t>::is_always_lock_free);
@@ -39,9 +40,10 @@ static void undo(int signal) {
   if (tool > 0) {
     end_by_signal(tool, signal);
   }
-  const char* const file = interrupted_file;
-  if (file != nullptr) {
-    unlink(file);
+  for (const char* const file : {interrupted_file.load(), interrupted_tool_input.load()}) {
+    if (file != nullptr) {
+      unlink(file);
+    }
   }
   std::signal(signal, SIG_DFL);
   raise(signal);

@@ -1,5 +1,5 @@
 // Internal: what a program undoes before SIGINT, SIGTERM or SIGHUP ends it. A tool that works for
-// it is ended and waited for, and a temporary file is removed. Then the signal takes its course.
+// it is ended and waited for, and temporary files are removed. Then the signal takes its course.
 #pragma once
 
 #include <sys/types.h>
@@ -8,9 +8,10 @@
 
 namespace runenv {
 
-// Only one file and one tool at a time. The name belongs to whoever stores it.
-extern std::atomic<const char*> interrupted_file;  // null: none
-extern std::atomic<pid_t> interrupted_tool;        // 0: none
+// Only one of each at a time. The name belongs to whoever stores it.
+extern std::atomic<const char*> interrupted_file;        // null: none
+extern std::atomic<const char*> interrupted_tool_input;  // a file made for the tool; null: none
+extern std::atomic<pid_t> interrupted_tool;              // 0: none
 
 // From here on, these signals undo what is stored above, except where the program was started with
 // them ignored. Calling it again is harmless.

@@ -86,6 +86,7 @@ TEST_F(PruneTest, OnlyWhatNoPointerNamesIsRemoved) {
     }
     EXPECT_TRUE(files::exists("runenv/platform/4")) << context;  // there is no pointer
     EXPECT_EQ(files::exists("runenv/system-types/b/2"), dry || !unlisted || fresh) << context;
+    EXPECT_EQ(files::exists("runenv/system-types/b/.runenv-prune#removing"), dry) << context;
     EXPECT_TRUE(!dry || all("runenv") == before) << context;
     EXPECT_EQ(all("outside"), " d \0file f \0"s) << context;
   }
@@ -138,6 +139,12 @@ TEST_F(PruneTest, TellsWhatItDoesAndWaitsForRuns) {
             ".runenv-prune#removing (N)\nfreed N\n.runenv-verify#unpacking\nlatest\nr2\n"
             "removing " +
             kHere + ".runenv-verify#unpacking (N)\nfreed N\nlatest\nr2\n");
+  check(
+      "cd runenv/platform; mkdir '.runenv-prune#removing'; flock . runenv-prune"
+      " --directory ../.. ../../versions.bin | sed 's/[.0-9]* k*B/N/'; ls -A; cd ../..;"
+      " prune versions.bin; ls -A runenv/platform",
+      leaving + "freed N\n.runenv-prune#removing\n5\n6\n" + leaving +
+          "removing runenv/platform/.runenv-prune#removing (N)\nfreed N\n5\n6\n");
   check("mkdir " + kHere + "r3; exec 9<>" + kHere +
             "latest; flock 9;"
             " prune versions.bin >out 9<&- & sleep 0.3; ls " +

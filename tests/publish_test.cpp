@@ -137,6 +137,12 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
        "Unable to open '" + latest_file + "' for reading: Input/output error"},
       {pointing("ln -s /dev/zero"), latest_file + ": is not a regular file"},
       {pointing("mkfifo"), latest_file + ": is not a regular file"},
+      {put + "archive --list",
+       "archive: is an archive, which is copied as it is: --list takes a directory"},
+      {"mkfifo source/f; trap 'rm source/f' EXIT; " + put + "source --list",
+       "source: 'f' is neither a file nor a directory nor a link"},
+      {"touch source/.runenv-files; trap 'rm source/.*-files' EXIT; " + put + "source --list",
+       "source: has a list of files, .runenv-files, already: remove it"},
       {"$p r2 --latest-only", "release 'r2' has no archive"},
       {"$p r2 --platform other" + from, lacks("linux-x64", "r1")},
       {pointing("printf 'e\\033' >"), lacks("a\\x1b", "e\\x1b")},
@@ -145,6 +151,9 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
        "source: could not be packed (tar: Killed)"},
       {"printf '[ $1 != -c ] && exec /bin/tar \"$@\"; echo junk' >bin/tar; " + put + "source",
        "source: " + no_archive},
+      {"printf '[ $1 != -c ] || touch source/file; exec /bin/tar \"$@\"' >bin/tar; " + put +
+           "source --list; status=$?; rm bin/tar; exit $status",
+       "source: changed while it was packed"},
       // From here on a hint follows.
       {"runenv-publish", "a tree is needed, the directory that the server serves"},
       {program, "the kind of item is needed, platform or system-type"},
@@ -156,6 +165,7 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
       {"$p r --from=", "option '--from' needs a directory or an archive"},
       {"$p r --platform", "option '--platform' needs the name of a platform"},
       {"$p r --replace=x", "unknown option '--replace=x'"},
+      {"$p r --latest-only --list", "--list needs --from"},
       {"$p r --latest-only --from a", alone},
       {"$p r --latest-only --platform p", alone},
       {"$p r --latest-only --keep-latest", alone},
@@ -334,6 +344,9 @@ TEST_F(PublishTest, ThePointerMovesWhenAllPlatformsAreThere) {
     EXPECT_EQ(latest(), latest_release);
   }
   EXPECT_EQ(read_file(kItem + "r2/.b.tar.gz"), read_file("archive"));
+  // The same files make the same archive, with a list too.
+  check("$p l --from source --list --keep-latest; $p m --from source --list --keep-latest; cmp " +
+        kItem + "l/linux-x64.tar.gz " + kItem + "m/linux-x64.tar.gz");
   check("tar -tvf " + kItem + "r1/a.tar.gz | awk '{ print $2, $6 }'",
         "0/0 ./\n0/0 ./a\n0/0 ./b\n0/0 ./c\n0/0 ./file\n");
   // Who reads the pointer meanwhile has the old one whole.
@@ -379,6 +392,8 @@ TEST_F(PublishTest, WhatAnotherPublisherDoesMeanwhileCounts) {
 
 TEST_F(PublishTest, InterruptedItLeavesTheTreeAsItWas) {
   const std::string before = tree();
+  files::create_directory("temporary");
+  setenv("TMPDIR", (directory + "/temporary").c_str(), 1);
   for (const std::string& file_system : {std::string(), kNamed}) {
     if (!inject(file_system)) continue;
     const bool unnamed = file_system == "" && has_unnamed_files();
@@ -388,7 +403,8 @@ TEST_F(PublishTest, InterruptedItLeavesTheTreeAsItWas) {
                "find server/www | sort >seen; ls /proc/self/fd >held; echo half; echo $$ >tool;"
                " kill -" +
                    std::to_string(signal) + " $PPID; exec sleep 20");
-      EXPECT_EQ(run("exec $p r2 --from source").status, -signal);
+      EXPECT_EQ(run("exec $p r2 --from source --list").status, -signal);
+      EXPECT_EQ(run("rm temporary/*").status == 0, signal == SIGKILL);
       EXPECT_EQ(read_file("seen") == before, unnamed);
       EXPECT_EQ(read_file("held"), "0\n1\n2\n3\n");
       const std::string tool = "/proc/" + std::to_string(std::stoi(read_file("tool"))) + "/exe";

@@ -37,8 +37,13 @@ TEST_F(StatusTest, TellsEveryState) {
        "installed",
        "r1 WHEN N\nother release: " + item + "/r0 (N)\nleftover: " + item +
            "/.runenv-verify#unpacking (N)"},
-      {"mkdir -p runenv/platform/4 .update; touch .update/latest", 0, "installed",
-       "r1 WHEN N\nitem not in the document: runenv/platform/4 (N)\nleftover: .update/latest (N)"},
+      {"mkdir -p runenv/{platform/4,{platform,system-types/alpha}/.runenv-prune#removing} .update;"
+       " touch .update/latest",
+       0, "installed",
+       "r1 WHEN N\nitem not in the document: runenv/platform/4 (N)\n"
+       "leftover: runenv/platform/.runenv-prune#removing (N)\n"
+       "leftover: runenv/system-types/alpha/.runenv-prune#removing (N)\n"
+       "leftover: .update/latest (N)"},
   };
   const std::string others =
       "\nsystem-types/alpha/1.4 installed a1 WHEN N\n"
@@ -61,6 +66,97 @@ TEST_F(StatusTest, TellsEveryState) {
     EXPECT_EQ(run("runenv-status --quiet versions.bin").status, status);
     run("rm -rf runenv .update x; cp -a whole runenv");
   }
+}
+
+// Each row: what is done to the files of a release, and what is said of them. Whatever is not there
+// as it was published is broken; of what cannot be read nothing is known.
+TEST_F(StatusTest, VerifiesFiles) {
+  const std::string place = "runenv/platform/5/r2", denied = "Permission denied",
+                    other = "PATH=${PATH#*:} exec sha256sum \"$@\"";
+  const auto of = [&](const std::string& kind, const std::string& path, const std::string& detail) {
+    return kind + ": " + place + (path == "" ? "" : "/") + path +
+           (detail == "" ? "" : " (" + detail + ")") + "\n";
+  };
+  const auto list = [&](const std::string& what) { return of("changed", ".runenv-files", what); };
+  const auto line = [&](const std::string& number) {
+    return list(".runenv-files: line " + number + " is no entry");
+  };
+  const auto edit = [](const std::string& script) {
+    return "sed -i '" + script + "' .runenv-files";
+  };
+  const std::tuple<std::string, int, std::string> kRows[] = {
+      {":", 0, ""},
+      {":", 0, ""},
+      {"touch .runenv-signature; chmod g+s .", 0, ""},
+      {"rm bin/x", 2, of("missing", "bin/x", "")},
+      {"rm -rf bin", 2, of("missing", "bin", "") + of("missing", "bin/x", "")},
+      {"chmod u+w bin/x; echo 2 >bin/x; chmod u-w bin/x", 2, of("changed", "bin/x", "content")},
+      {"chmod 777 bin/x; echo 2 >>bin/x", 2, of("changed", "bin/x", "mode N for N, content")},
+      {"chmod u+s many/7; echo >>many/120", 2,
+       of("changed", "many/120", "content") + of("changed", "many/7", "mode 4N for N")},
+      {"ln -sfn ../../../.. link; mkfifo f; touch 'new\033'", 2,
+       of("changed", "link", "target '../../../..'") + of("extra", "f", "") +
+           of("extra", "new\\x1b", "")},
+      {"rm -f bin/x; mkfifo bin/x", 2, of("changed", "bin/x", "type")},
+      {"rm -f bin/x; ln -s ../many/1 bin/x", 2, of("changed", "bin/x", "type")},
+      {"mv bin ../../../bin; ln -s ../../../bin bin", 2,
+       of("changed", "bin", "type") + of("missing", "bin/x", "")},
+      {"chmod 0 many", 2, of("unread", "many", denied) + of("changed", "many", "mode 0 for N")},
+      {"chmod a-r .", 3, place + ": its directory: " + denied + "\n"},
+      {"rm .runenv-files", 3, place + ": has no list of its files\n"},
+      {"chmod 0 .runenv-files", 3, place + ": .runenv-files: " + denied + "\n"},
+      {"echo 'cd " + place + "/many; echo >>1; rm -f 9; mkfifo 9; " + other +
+           "' >$OLDPWD/bin/sha256sum",
+       3,
+       of("unread", "many/1", "changed while it was read") +
+           of("unread", "many/9", "changed while it was read")},
+      {"echo 'exit 1' >$OLDPWD/bin/sha256sum", 3,
+       place + ": a release's files: could not be read (sha256sum: exit status 1)\n"},
+      {"rm .runenv-files; mkfifo .runenv-files", 2, list("is not a file")},
+      {"ln -sf bin/x .runenv-files", 2, list("is not a file")},
+      {"truncate -s 2G .runenv-files", 2, list("is too large")},
+      {edit("99q"), 2, list(".runenv-files: is cut off")},
+      {edit("1s/1/2/"), 2, list(".runenv-files: is no list of version 1")},
+      {edit("2p"), 2, line("3")},
+      {edit("$p"), 2, line("128")},
+      {edit("3s/ [.]$/ ../"), 2, line("3")},
+      {edit("3s| [.]$| /etc|"), 2, line("3")},
+      {edit("3s| [.]$| a//b|"), 2, line("3")},
+      {edit("3s/ [.]$/ a\\x00/"), 2, line("3")},    // the byte
+      {edit("3s/ [.]$/ a\\\\x00/"), 2, line("3")},  // its escape
+      {edit("3s/ [.]$/ a\\\\n/"), 2, line("3")},
+      {edit("3s/d [0-7]*/d 10000/"), 2, line("3")},
+      {edit("s/^f [0-7]*/f -/"), 2, line("5")},
+  };
+  const std::string as = getuid() == 0 ? "setpriv --reuid 65534 --clear-groups " : "";
+  run("mkdir -p source/bin source/many; cd source; echo 1 >bin/x; chmod 555 bin/x; ln -s bin link;"
+      " for i in $(seq 120); do echo $i >many/$i; done; mkdir -- \"$(printf -- '-\\n\\\\ \\377')\";"
+      " runenv-publish ../server/www platform 5 r2 --from . --list");
+  run("runenv-versions compose -o versions.bin 5; rm -r runenv; mkdir 022 077; " + ordinary +
+      "for umask in 022 077; do cd $umask; umask $umask; " + as +
+      "runenv-bootstrap ../versions.bin; cd ..; done");
+  stand_in("verify", as + "timeout 60 runenv-status --verify versions.bin >said; status=$?;"
+                          " sed -nE '/^[^:]*: /{s/ (4?)[0-7]{3} for [0-7]{3}/ \\1N for N/;"
+                          " s/ for [0-7]{3}/ for N/; p}' said; exit $status");
+  size_t row = 0;
+  for (const auto& [damage, status, told] : kRows) {
+    const std::string umask = row++ % 2 == 0 ? "022" : "077";
+    stand_in("sha256sum", other);
+    write_file("damage", "cd " + place + "; " + damage);
+    run("chmod -R u+rwx runenv; rm -rf runenv; " + as + "cp -a " + umask + "/runenv . && " + as +
+        "sh damage");
+    const Outcome outcome = run("verify");
+    EXPECT_EQ(outcome.out, told) << umask << " " << damage << outcome.err;
+    EXPECT_EQ(outcome.status, status) << damage;
+  }
+  run("rm -r runenv; cp -a 022/runenv .; cd " + place + "; rm many/1; touch $(printf '\\377')");
+  check(
+      "runenv-status --verify --json versions.bin | jq -c '.items[0] | .state, .problem, "
+      ".differences' ",
+      R"("broken"
+"its files are not as they were published"
+[{"kind":"missing","path":"runenv/platform/5/r2/many/1","detail":""},)"
+      "{\"kind\":\"extra\",\"path\":\"runenv/platform/5/r2/\xef\xbf\xbd\",\"detail\":\"\"}]\n");
 }
 
 TEST_F(StatusTest, AsksTheServerForAllAtOnce) {
@@ -104,6 +200,9 @@ TEST_F(StatusTest, PrintsForTerminalsAndPrograms) {
   run("cp -r " + item("system-types/alpha") + " '" + item("system-types/q\"\\b") +
       "'; runenv-versions compose -o quoted 5 'q\"\\b=1.4'");
   check("TMPDIR= runenv-status --check --json quoted | jq -c '.items[1].served'", "\"a1\"\n");
+  run("runenv-versions compose -o lines 5 \"$(printf 'a\\noutput = stolen\\n#\\r=1')\" alpha=1.4");
+  check("runenv-status --check --json lines 2>&- | jq -c '.items | map(.served)'; [ ! -e stolen ]",
+        "[\"r1\",null,\"a1\"]\n");
   EXPECT_EQ(run("TMPDIR=/no/such runenv-status --check versions.bin").status, 3);
   const std::pair<uint64_t, const char*> kSizes[] = {
       {0, "0 B"},      {999, "999 B"},     {1000, "1.0 kB"},   {9949, "9.9 kB"},

@@ -1,114 +1,22 @@
 #include "tools/archive.h"
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <set>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/owner.h"
-#include "core/retry.h"
 #include "fs/file_interface.h"
-#include "fs/iterator.h"
-#include "process/interruption.h"
 #include "tools/content.h"
 #include "tools/failure.h"
+#include "tools/packing.h"
 #include "tools/progress.h"
 #include "tools/run_tool.h"
 
 namespace runenv {
-
-// An empty directory that has no name any more, and stands in for the source in the archive: with
-// the permissions that a release should have, and the source's time.
-static unique_fd make_root(const fs::path_t& source) {
-  static constexpr mode_t kMode = 0755;
-  const SignalsHeld held;
-  const char* const parent = std::getenv("TMPDIR");
-  std::string path = std::string(parent != nullptr ? parent : "/tmp") + "/runenv-publish.XXXXXX";
-  if (mkdtemp(path.data()) == nullptr) {
-    throw_errno_of(path);
-  }
-  chmod(path.c_str(), kMode);  // the umask may have taken the permission to open it
-  unique_fd root(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  rmdir(path.c_str());
-  struct stat status;
-  if (root.get() < 0 || stat(source.cstring(), &status) != 0) {
-    throw_errno_of(source.cstring());
-  }
-  const timespec times[] = {status.st_mtim, status.st_mtim};
-  if (futimens(root.get(), times) != 0) {
-    throw_errno_of(source.cstring());
-  }
-  return root;
-}
-
-// What lies in the directory, sorted, each name with a null behind it, in a file without a name.
-static unique_fd list_names(const fs::path_t& source) {
-  std::set<std::string> names;
-  for (fs::iterator_t entry(source, true); entry.has_item(); entry.move_next()) {
-    names.insert(entry.get_name());
-  }
-  std::string list;
-  for (const std::string& name : names) {
-    list += "./" + name + '\0';
-  }
-  unique_fd file(memfd_create("names", MFD_CLOEXEC));
-  if (file.get() < 0) {
-    throw_errno_of(source.cstring());
-  }
-  for (size_t done = 0; done != list.size();) {
-    const ssize_t n = retry([&] { return write(file.get(), &list[done], list.size() - done); });
-    if (n < 0) {
-      throw_errno_of(source.cstring());
-    }
-    done += static_cast<size_t>(n);
-  }
-  return file;
-}
-
-static std::string path_of(const unique_fd& descriptor) {
-  return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(descriptor.get());
-}
-
-// Sorted and without the names of users.
-static void pack(const Making& making, uint64_t bytes, const Replacement& archive) {
-  const fs::path_t source(making.source);
-  const unique_fd root = make_root(source), directory = open_directory(source),
-                  names = list_names(source);
-  const std::string root_path = path_of(root), source_path = path_of(directory);
-  const std::vector<const char*> tar = {"tar",
-                                        "-c",
-                                        "-I",
-                                        making.compress != nullptr ? making.compress : "gzip",
-                                        "-f",
-                                        "-",
-                                        "--sort=name",
-                                        "--owner=0",
-                                        "--group=0",
-                                        "--numeric-owner",
-                                        "--null",
-                                        "-C",
-                                        root_path.c_str(),
-                                        "--no-recursion",
-                                        ".",
-                                        "-C",
-                                        source_path.c_str(),
-                                        "--recursion",
-                                        "-T",
-                                        "-",
-                                        nullptr};
-  Progress progress("packing", bytes, bytes_read_by);
-  const ToolWatch watch{.tick = progress.ticks()};
-  run_tool(tar, path_of(names).c_str(), archive.descriptor_path().c_str(), source,
-           "could not be packed", watch);
-}
 
 static void copy(const fs::path_t& source, const Replacement& archive) {
   OwnedBucket from(fs_init(source.cstring()));

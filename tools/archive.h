@@ -12,7 +12,11 @@ struct Making {
   const char* compress =
       nullptr;         // a program that makes gzip's format, and its options; null: gzip
   bool as_is = false;  // whether what is hardly meant is published all the same
+  bool list = false;   // whether a list of its files is packed with a directory
 };
+
+// The permissions of a release's own directory, in the archive of a directory that was packed.
+inline constexpr mode_t kReleaseMode = 0755;
 
 // Fills the new file `archive` and stores it on the disk. The same files, packed by the same
 // programs, always make the same archive. Shows how far it is if standard error is a terminal.

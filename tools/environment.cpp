@@ -1,11 +1,8 @@
 #include "tools/environment.h"
 
 #include <fcntl.h>
-#include <linux/openat2.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -17,20 +14,9 @@
 #include "schema/pointer.h"
 #include "tools/failure.h"
 #include "tools/published_name.h"
+#include "tools/tree.h"
 
 namespace runenv {
-
-// Opens a directory below another one, and nothing that lies anywhere else.
-static int open_below(int root, const char* path) {
-  open_how how{};
-  how.flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
-  return static_cast<int>(syscall(SYS_openat2, root, path, &how, sizeof how));
-}
-
-static std::string descriptor_path(int descriptor) {
-  return "/proc/self/fd/" + std::to_string(descriptor);
-}
 
 unique_fd open_environment(const std::string& directory) {
   const std::string path = fs::path_t(directory.c_str()).join(Layout::kEnvironment).cstring();
@@ -43,7 +29,7 @@ unique_fd open_environment(const std::string& directory) {
 
 LocalItem::LocalItem(int root, const std::string& item)
     : shown(std::string(Layout::kEnvironment) + "/" + printable(item)),
-      directory(open_below(root, item.c_str())) {
+      directory(open_below(root, item.c_str(), O_RDONLY | O_DIRECTORY)) {
   if (directory.get() < 0 && errno == EXDEV) {
     throw_failure_of(shown, "leads out of the environment");
   }
@@ -137,16 +123,21 @@ std::vector<std::string> LocalItem::leftovers() const {
   return result;
 }
 
-bool is_wanted(const std::string& item, const std::vector<std::string>& listed) {
-  return std::any_of(listed.begin(), listed.end(), [&](const std::string& wanted) {
-    return (wanted + "/").starts_with(item + "/");
-  });
+std::set<std::string> wanted_directories(const std::vector<std::string>& listed) {
+  std::set<std::string> result(listed.begin(), listed.end());
+  for (const std::string& item : listed) {
+    for (size_t slash = item.find('/'); slash != std::string::npos;
+         slash = item.find('/', slash + 1)) {
+      result.insert(item.substr(0, slash));
+    }
+  }
+  return result;
 }
 
 // Adds the paths of the directories that are `depth` levels below `directory`.
 static void add_items(int root, const std::string& directory, int depth,
                       std::vector<std::string>* items) {
-  const unique_fd descriptor(open_below(root, directory.c_str()));
+  const unique_fd descriptor(open_below(root, directory.c_str(), O_RDONLY | O_DIRECTORY));
   if (descriptor.get() < 0) {
     return;
   }
@@ -164,6 +155,16 @@ static void add_items(int root, const std::string& directory, int depth,
       items->push_back(path);
     }
   }
+}
+
+std::vector<std::string> parents_of_items(int root) {
+  std::vector<std::string> result;
+  if (unique_fd(open_below(root, Layout::kPlatform, O_RDONLY | O_DIRECTORY)).get() >= 0) {
+    result.emplace_back(Layout::kPlatform);
+  }
+  add_items(root, Layout::kSystemTypes, 1, &result);
+  std::sort(result.begin(), result.end());
+  return result;
 }
 
 std::vector<std::string> items_present(int root) {

@@ -4,6 +4,7 @@
 
 #include <ctime>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -59,10 +60,14 @@ class LocalItem {
 // Opens the directory "runenv" in `directory`; empty is the working directory. Throws Error.
 unique_fd open_environment(const std::string& directory);
 
-// Whether one of the items `listed` is `item` or lies in its directory.
-bool is_wanted(const std::string& item, const std::vector<std::string>& listed);
+// The items `listed` and all directories above them.
+std::set<std::string> wanted_directories(const std::vector<std::string>& listed);
 
 // The items that are there, whether anybody wants them or not, in order of name.
 std::vector<std::string> items_present(int root);
+
+// The directories that items lie in, "platform" and such as "system-types/linker", in order of
+// name.
+std::vector<std::string> parents_of_items(int root);
 
 }  // namespace runenv

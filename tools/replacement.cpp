@@ -92,13 +92,8 @@ void Replacement::take_temporary_name(const fs::path_t& directory) {
 }
 
 void Replacement::write(const char* bytes, size_t count) {
-  while (count != 0) {
-    const ssize_t n = retry([&] { return ::write(file.get(), bytes, count); });
-    if (n < 0) {
-      throw_errno_of(target.cstring());
-    }
-    bytes += n;
-    count -= static_cast<size_t>(n);
+  if (!write_all(file.get(), {bytes, count})) {
+    throw_errno_of(target.cstring());
   }
 }
 

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <set>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -178,7 +179,16 @@ static void remove_item(int root, const std::string& name, const Arguments& argu
   const size_t slash = name.rfind('/');
   const LocalItem parent(root, name.substr(0, slash));
   if (take(&item, name, arguments)) {
+    flock(parent.descriptor(), LOCK_EX);  // what is being removed has the same name there
     remover->remove_from(parent, name.substr(slash + 1), shown(name.substr(0, slash)));
+  }
+}
+
+// What an interrupted removal of an item has left, unless another program is at it.
+static void clear_parent(int root, const std::string& name, Remover* remover) {
+  const LocalItem parent(root, name);
+  if (exists(parent.path_of(kRemoving)) && flock(parent.descriptor(), LOCK_EX | LOCK_NB) == 0) {
+    remover->remove_from(parent, kRemoving, shown(name));
   }
 }
 
@@ -266,9 +276,13 @@ static void prune(int argc, char** argv) {
   for (const std::string& name : listed) {
     well &= attempt([&] { prune_item(root.get(), name, arguments, &remover); });
   }
+  for (const std::string& name : parents_of_items(root.get())) {
+    well &= attempt([&] { clear_parent(root.get(), name, &remover); });
+  }
+  const std::set<std::string> wanted = wanted_directories(listed);
   if (arguments.unlisted) {
     for (const std::string& name : items_present(root.get())) {
-      well &= is_wanted(name, listed) ||
+      well &= wanted.contains(name) ||
               attempt([&] { remove_item(root.get(), name, arguments, &remover); });
     }
   }

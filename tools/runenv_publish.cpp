@@ -34,6 +34,7 @@ static constexpr char kUsage[] =
     "\n"
     "  --from SOURCE     a directory, which is packed, or a .tar.gz archive, which is checked and\n"
     "                    copied\n"
+    "  --list            pack a list of the files too, for runenv-status --verify\n"
     "  --platform NAME   the platform that the archive is for, linux-x64 unless given\n"
     "  --keep-latest     put the archive only and leave the pointer as it is\n"
     "  --latest-only     move the pointer only, to a release that is there\n"
@@ -119,6 +120,9 @@ static void check_options(const Arguments& arguments) {
                                 arguments.keep_latest || arguments.replace)) {
     throw_usage("--latest-only goes with --drop-platforms and --unsigned alone");
   }
+  if (arguments.making.list && !has_source) {
+    throw_usage("--list needs --from");
+  }
   if (arguments.keep_latest && arguments.drop_platforms) {
     throw_usage("--drop-platforms says nothing with --keep-latest");
   }
@@ -143,6 +147,7 @@ static Arguments parse_arguments(int argc, char** argv) {
       {.name = "--compress", .value = &arguments.making.compress, .needs = "a program"},
       {.name = "--as-is", .flag = &arguments.making.as_is},
       {.name = "--quiet", .flag = &arguments.quiet},
+      {.name = "--list", .flag = &arguments.making.list},
       {.name = "--keep-latest", .flag = &arguments.keep_latest},
       {.name = "--latest-only", .flag = &arguments.latest_only},
       {.name = "--replace", .flag = &arguments.replace},
@@ -168,6 +173,9 @@ static void check_source(const Making& making) {
   }
   if (making.compress != nullptr && !S_ISDIR(status.st_mode)) {
     throw_usage("--compress goes with a directory, and '" + std::string(path) + "' is an archive");
+  }
+  if (making.list && !S_ISDIR(status.st_mode)) {
+    throw_failure_of(path, "is an archive, which is copied as it is: --list takes a directory");
   }
 }
 

@@ -1,4 +1,5 @@
 // runenv-status: says what a machine has, what is wrong with it, and whether the server is ahead.
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -9,16 +10,21 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "core/error.h"
+#include "core/failure.h"
+#include "core/owner.h"
 #include "fs/iterator.h"
 #include "fs/path.h"
 #include "schema/layout.h"
 #include "tools/command_line.h"
 #include "tools/document.h"
 #include "tools/environment.h"
+#include "tools/failure.h"
+#include "tools/file_check.h"
 #include "tools/published_name.h"
 #include "tools/served_pointers.h"
 #include "tools/size_text.h"
@@ -33,6 +39,7 @@ static constexpr char kUsage[] =
     "what lies about besides.\n"
     "\n"
     "  --check           ask the distribution server too which releases it names\n"
+    "  --verify          hold the files against the list that their release was published with\n"
     "  --json            print one JSON object\n"
     "  --quiet           print nothing; the status tells\n"
     "  --directory DIR   where \"runenv\" is, the working directory unless given\n"
@@ -50,6 +57,7 @@ namespace {
 
 struct Arguments {
   bool check = false;
+  bool verify = false;
   bool json = false;
   bool quiet = false;
   const char* directory = nullptr;
@@ -62,11 +70,12 @@ enum class State { kInstalled, kBehind, kMissing, kBroken, kUnknown };
 struct Item {
   std::string name;  // such as "platform/5"
   State state = State::kMissing;
-  std::string problem;                // what is broken
+  std::string problem;                // what is broken or could not be found out
   std::string release;                // that the local pointer names, if all is well
   std::optional<std::string> served;  // that the server names, if it was asked
   std::time_t since = 0;              // when the local pointer was written
   uint64_t bytes = 0;                 // of the release
+  std::optional<std::vector<Difference>> differences;  // from its list, if it was held against one
 };
 
 // Something that no pointer leads to.
@@ -97,6 +106,12 @@ static std::string below_environment(const std::string& item, const std::string&
   return fs::path_t(Layout::kEnvironment).join(item.c_str()).join(entry.c_str()).cstring();
 }
 
+static void add_leftovers(const LocalItem& local, const std::string& name, Report* report) {
+  for (const std::string& left : local.leftovers()) {
+    report->leftovers.push_back({below_environment(name, left), size_on_disk(local.path_of(left))});
+  }
+}
+
 // The item's state on the disk, and what lies in its directory besides.
 static Item look_at(int root, const std::string& name, Report* report) {
   Item item;
@@ -121,10 +136,7 @@ static Item look_at(int root, const std::string& name, Report* report) {
             {below_environment(name, release.name), size_on_disk(local.path_of(release.name))});
       }
     }
-    for (const std::string& left : local.leftovers()) {
-      report->leftovers.push_back(
-          {below_environment(name, left), size_on_disk(local.path_of(left))});
-    }
+    add_leftovers(local, name, report);
   } catch (const Error& error) {
     item.state = State::kBroken;
     item.problem = error.message;
@@ -148,11 +160,16 @@ static Report look_around(const Arguments& arguments, const std::vector<std::str
     report.items.push_back(is_new ? Item{} : look_at(root.get(), name, &report));
     report.items.back().name = name;
   }
+  const std::set<std::string> wanted = wanted_directories(listed);
   for (const std::string& name : is_new ? listed : items_present(root.get())) {
-    if (!is_wanted(name, listed)) {
+    if (!wanted.contains(name)) {
       const LocalItem item(root.get(), name);
       report.unlisted.push_back({below_environment(name), size_on_disk(item.path_of("."))});
     }
+  }
+  for (const std::string& name :
+       is_new ? std::vector<std::string>() : parents_of_items(root.get())) {
+    add_leftovers(LocalItem(root.get(), name), name, &report);
   }
   const char* const cache = arguments.temp_cache != nullptr ? arguments.temp_cache : ".update";
   look_at_temp_cache(fs::path_t(directory.c_str()).join(cache), &report);
@@ -166,6 +183,50 @@ static void ask_server(const std::vector<std::string>& listed, Report* report) {
     item.served = served[i];
     if (item.state == State::kInstalled && served[i] != item.release) {
       item.state = served[i] ? State::kBehind : State::kUnknown;
+    }
+  }
+}
+
+static std::vector<Difference> differences_of(int root, const Item& item) {
+  const LocalItem local(root, item.name);
+  const unique_fd release(
+      open_below(local.descriptor(), item.release.c_str(), O_RDONLY | O_DIRECTORY));
+  if (release.get() < 0) {
+    throw_errno_of("its directory");
+  }
+  const std::optional<std::vector<Difference>> differences = check_files(release.get());
+  if (!differences) {
+    throw_failure("has no list of its files");
+  }
+  return *differences;
+}
+
+static void verify(int root, Item* item) {
+  try {
+    item->differences = differences_of(root, *item);
+    if (item->differences->empty()) {
+      return;
+    }
+    if (std::any_of(item->differences->begin(), item->differences->end(),
+                    [](const Difference& difference) { return difference.is_known(); })) {
+      item->state = State::kBroken;
+      item->problem = "its files are not as they were published";
+      return;
+    }
+    item->problem = "files could not be read";
+  } catch (const Error& error) {
+    item->problem = error.message;
+  }
+  item->state = item->state == State::kInstalled ? State::kUnknown : item->state;
+}
+
+static void verify_installed(const Arguments& arguments, Report* report) {
+  for (unique_fd root; Item & item : report->items) {
+    if (!item.release.empty()) {
+      if (root.get() < 0) {
+        root = open_environment(arguments.directory != nullptr ? arguments.directory : "");
+      }
+      verify(root.get(), &item);
     }
   }
 }
@@ -198,6 +259,11 @@ static nlohmann::ordered_json to_json(const std::vector<Other>& others) {
   return result;
 }
 
+static std::string path_of(const Item& item, const Difference& difference) {
+  const std::string release = below_environment(item.name, item.release);
+  return difference.path == "." ? release : release + "/" + difference.path;
+}
+
 static nlohmann::ordered_json to_json(const Item& item) {
   nlohmann::ordered_json result{{"name", item.name}, {"state", name_of(item.state)}};
   if (!item.problem.empty()) {
@@ -210,6 +276,14 @@ static nlohmann::ordered_json to_json(const Item& item) {
   }
   if (item.served) {
     result["served"] = *item.served;
+  }
+  if (item.differences) {
+    result["differences"] = nlohmann::ordered_json::array();
+    for (const Difference& difference : *item.differences) {
+      result["differences"].push_back({{"kind", difference.kind},
+                                       {"path", path_of(item, difference)},
+                                       {"detail", difference.detail}});
+    }
   }
   return result;
 }
@@ -248,7 +322,7 @@ static Row row_of(const Item& item) {
     release += (installed ? " -> " : "-> ") + printable(*item.served);
   }
   return {printable(item.name), name_of(item.state),
-          item.state == State::kBroken ? printable(item.problem) : release,
+          installed || item.problem.empty() ? release : printable(item.problem),
           installed ? time_text(item.since, "%Y-%m-%d %H:%M", false) : "",
           installed ? size_text(item.bytes) : ""};
 }
@@ -302,8 +376,20 @@ static void print_others(const char* what, const std::vector<Other>& others) {
   }
 }
 
+static void print_differences(const Item& item) {
+  if (!item.release.empty() && !item.problem.empty() && !item.differences) {
+    std::printf("%s: %s\n", printable(below_environment(item.name, item.release)).c_str(),
+                printable(item.problem).c_str());
+  }
+  for (const Difference& difference : item.differences.value_or(std::vector<Difference>())) {
+    const std::string detail = difference.detail.empty() ? "" : " (" + difference.detail + ")";
+    std::printf("%s: %s\n", difference.kind, printable(path_of(item, difference) + detail).c_str());
+  }
+}
+
 static void print_text(const Report& report) {
   print_table(report.items);
+  std::for_each(report.items.begin(), report.items.end(), print_differences);
   print_others("other release", report.releases);
   print_others("item not in the document", report.unlisted);
   print_others("leftover", report.leftovers);
@@ -324,6 +410,7 @@ static Arguments parse_arguments(int argc, char** argv) {
   const std::vector<const char*> words =
       parse_words(argc, argv, 1,
                   {{.name = "--check", .flag = &result.check},
+                   {.name = "--verify", .flag = &result.verify},
                    {.name = "--json", .flag = &result.json},
                    {.name = "--quiet", .flag = &result.quiet},
                    {.name = "--directory", .value = &result.directory, .needs = "a directory"},
@@ -346,6 +433,9 @@ static void tell_status(int argc, char** argv) {
   Report report = look_around(arguments, listed);
   if (arguments.check) {
     ask_server(listed, &report);
+  }
+  if (arguments.verify) {
+    verify_installed(arguments, &report);
   }
   if (arguments.json) {
     print_json(arguments, report);

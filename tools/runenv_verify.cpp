@@ -52,9 +52,6 @@ static constexpr char kUsage[] =
     "  --version         print the version of this program\n"
     "  --                take every word that follows as it is, even if it begins with \"-\"\n";
 
-// In a release, if the policy asks for it: the signature that its archive had.
-static constexpr char kRememberedSignature[] = ".runenv-signature";
-
 namespace {
 
 struct Trust {

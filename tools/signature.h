@@ -21,6 +21,9 @@
 
 namespace runenv {
 
+// In an installed release, if the policy asks for it: the signature that its archive had.
+inline constexpr char kRememberedSignature[] = ".runenv-signature";
+
 // The parts of minisign's text. The first and the last are base64 still.
 struct Signature {
   std::string of_content;  // algorithm, key id and signature of the content

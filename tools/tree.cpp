@@ -1,16 +1,64 @@
 #include "tools/tree.h"
 
+#include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <set>
 #include <utility>
 
 #include "core/owner.h"
+#include "fs/path.h"
 #include "fs/tree.h"
 
 namespace runenv {
+
+// As open_below, one component after another.
+static int open_step_by_step(int root, std::string_view path, int flags) {
+  unique_fd directory;
+  for (int at = root;; at = directory.get()) {
+    const size_t end = std::min(path.find('/'), path.size());
+    const std::string name(path.substr(0, end));
+    path.remove_prefix(std::min(end + 1, path.size()));
+    if (name.empty() || name == "..") {
+      errno = EXDEV;
+      return -1;
+    }
+    if (path.empty()) {
+      return openat(at, name.c_str(), flags | O_CLOEXEC | O_NOFOLLOW);
+    }
+    unique_fd next(openat(at, name.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+    if (next.get() < 0) {
+      return -1;
+    }
+    directory = std::move(next);
+  }
+}
+
+int open_below(int root, const char* path, int flags) {
+  open_how how{};
+  how.flags = static_cast<uint64_t>(flags | O_CLOEXEC);
+  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
+  const auto descriptor = static_cast<int>(syscall(SYS_openat2, root, path, &how, sizeof how));
+  // systemd's RestrictSUIDSGID= takes the call away.
+  return descriptor < 0 && errno == ENOSYS ? open_step_by_step(root, path, flags) : descriptor;
+}
+
+std::string descriptor_path(int descriptor) {
+  return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(descriptor);
+}
+
+std::string temporary_directory() {
+  const char* const variable = std::getenv("TMPDIR");
+  return fs::path_t(variable != nullptr && *variable != '\0' ? variable : "/tmp")
+      .real_path()
+      .cstring();
+}
 
 bool walk_tree(const std::string& path, const std::function<void(const FTSENT&)>& visit) {
   std::string root = path;

@@ -10,6 +10,16 @@
 
 namespace runenv {
 
+// Opens what is at `path` in or below the directory `root`, with O_CLOEXEC besides the `flags`.
+// Returns a descriptor, or -1 with errno: EXDEV if the path leads out of it, ELOOP if over a link.
+int open_below(int root, const char* path, int flags);
+
+// A path that opens the descriptor, in this process and its children.
+std::string descriptor_path(int descriptor);
+
+// Where temporary files go, TMPDIR or /tmp, without links.
+std::string temporary_directory();
+
 // Calls `visit` with each entry of the tree at `path`, which begins with it; directories come
 // before what is in them, and after it. Returns false, with errno, if the tree could not be gone
 // through. An entry that could not be looked at says so itself.

@@ -32,6 +32,7 @@ runenv-publish tree system-type linker 0.9 b: build-3
 runenv-publish tree --from d: document
 runenv-publish --from=folder tree s: system-type
 runenv-publish tree --k: --keep-latest
+runenv-publish --list --from document tree --l: --latest-only --list
 runenv-publish --sign document tree p: platform
 runenv-verify --: --help --keys --tar --version
 runenv-verify --keys f: folder/
@@ -40,6 +41,7 @@ runenv-prune --d: --directory --dry-run
 runenv-prune --keep 1 --temp-cache f: folder/
 runenv-prune d: document
 runenv-status --check --t: --temp-cache
+runenv-status --ver: --verify --version
 runenv-status --directory f: folder/
 END
 

@@ -36,6 +36,7 @@ complete -c runenv-publish -n '__runenv_publish_has 0' -a '(__fish_complete_dire
 complete -c runenv-publish -n '__runenv_publish_has 1' -a 'platform system-type'
 complete -c runenv-publish -a '(__runenv_publish_published)'
 complete -c runenv-publish -l from -rF -d 'Name the directory or archive'
+complete -c runenv-publish -l list -d 'Pack a list of the files too'
 complete -c runenv-publish -l platform -x -a linux-x64 -d 'Name the platform of the archive'
 complete -c runenv-publish -l keep-latest -d 'Leave the pointer as it is'
 complete -c runenv-publish -l latest-only -d 'Move the pointer only'

@@ -1,6 +1,7 @@
 # Completion for runenv-status.
 
 complete -c runenv-status -l check -d 'Ask the server too'
+complete -c runenv-status -l verify -d 'Hold the files against their list'
 complete -c runenv-status -l json -d 'Print one JSON object'
 complete -c runenv-status -l quiet -d 'Print nothing'
 complete -c runenv-status -l directory -xa '(__fish_complete_directories)' -d 'Name where runenv is'
