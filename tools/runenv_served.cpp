@@ -140,7 +140,7 @@ static bool check(const Arguments& arguments) {
   });
   uint64_t bytes = 0;
   const size_t releases = count_releases(listing, &bytes);
-  std::printf("%zu items, %zu releases, %zu findings\n", listing.items.size(), releases, findings);
+  std::printf("%zu items, %zu releases; findings: %zu\n", listing.items.size(), releases, findings);
   return findings == 0;
 }
 
