@@ -12,7 +12,6 @@
 #include "fs/path.h"
 #include "schema/layout.h"
 #include "tools/command_line.h"
-#include "tools/failure.h"
 #include "tools/published_name.h"
 #include "tools/replacement.h"
 #include "tools/served_check.h"
@@ -112,9 +111,11 @@ static void print_text(const Listing& listing) {
 static bool is_whole(const Listing& listing) {
   bool whole = true;
   for (const Finding& finding : listing.findings) {
-    whole &= !finding.hides || attempt([&] {
-      throw_failure_of(printable(finding.path), printable(finding.problem));
-    });
+    if (finding.hides) {
+      std::fprintf(stderr, "%s: %s: %s\n", program_name(), printable(finding.path).c_str(),
+                   printable(finding.problem).c_str());
+      whole = false;
+    }
   }
   return whole;
 }
@@ -159,9 +160,10 @@ static bool index(const Arguments& arguments) {
   if (!is_whole(listing)) {
     throw_failure("the index is left as it is, since it would not be whole");
   }
-  umask(S_IWGRP | S_IWOTH);  // the web server is to read it
-  write_file(fs::path_t(arguments.tree).join(kIndexData), to_json(listing, -1));
-  write_file(fs::path_t(arguments.tree).join(kIndexPage), to_page(listing));
+  const std::string data = to_json(listing, -1), page = to_page(listing);
+  umask(S_IWGRP | S_IWOTH);  // the web server is to read them
+  write_file(fs::path_t(arguments.tree).join(kIndexData), data);
+  write_file(fs::path_t(arguments.tree).join(kIndexPage), page);
   return true;
 }
 

@@ -7,6 +7,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
+#include "fs/path.h"
 #include "schema/layout.h"
 #include "tools/page_text.h"
 #include "tools/size_text.h"
@@ -40,9 +41,10 @@ static ordered_json to_json(const ListedRelease& release, const std::string& pat
                       {"bytes", release.bytes},
                       {"archives", ordered_json::array()}};
   for (const ListedArchive& archive : release.archives) {
-    const std::string file = archive.platform + Layout::kArchiveExtension;
+    fs::path_t file(path);
+    file.join_ext(archive.platform.c_str(), Layout::kArchiveExtension);
     result["archives"].push_back({{"platform", archive.platform},
-                                  {"path", url_path(path + "/" + file)},
+                                  {"path", url_path(file.cstring())},
                                   {"bytes", archive.bytes}});
   }
   return result;

@@ -55,7 +55,8 @@ static void remove_temporaries(const ServedTree& tree, const std::string& path, 
     }
   }
   for (const std::string& name : old) {
-    remover->remove_file(descriptor_path(directory) + "/" + name, path + "/" + name);
+    remover->remove_file(fs::path_t(descriptor_path(directory)).join(name.c_str()).cstring(),
+                         fs::path_t(path).join(name.c_str()).cstring());
   }
 }
 
