@@ -313,6 +313,7 @@ TEST_F(ServedTest, TreesThatCannotBeSeenWholeAreNotPrunedOrIndexed) {
     EXPECT_EQ(outcome.out, out) << words;
     EXPECT_EQ(outcome.err, error == "" ? "" : teller + error + "\n") << words;
   }
+  run("chmod -R u+rwx shut");
   EXPECT_EQ(names_in(p), (std::set<std::string>{"latest", "r1", "r2", "r3"}));
   // A part of a day is enough; an interrupted run's rest goes; publishers are waited for.
   check("touch " + p + ".runenv-publish#abcdef tree/.runenv-served#abcdef; mkdir -p " + p +

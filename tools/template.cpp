@@ -8,29 +8,24 @@ namespace runenv {
 using nlohmann::json;
 
 static std::string escaped(std::string_view text) {
+  static constexpr std::string_view kMarkup = "&<>\"'";
+  static constexpr const char* kEscapes[] = {"&amp;", "&lt;", "&gt;", "&quot;", "&#39;"};
   std::string result;
   for (const char c : text) {
-    switch (c) {
-      case '&':
-        result += "&amp;";
-        break;
-      case '<':
-        result += "&lt;";
-        break;
-      case '>':
-        result += "&gt;";
-        break;
-      case '"':
-        result += "&quot;";
-        break;
-      case '\'':
-        result += "&#39;";
-        break;
-      default:
-        result += c;
+    const size_t at = kMarkup.find(c);
+    if (at != std::string_view::npos) {
+      result += kEscapes[at];
+    } else {
+      result += c;
     }
   }
   return result;
+}
+
+static bool is_there(const json& value) {
+  return value.is_boolean()  ? value.get<bool>()
+         : value.is_string() ? !value.get_ref<const std::string&>().empty()
+                             : !value.empty();
 }
 
 // Takes what comes before `end` from the text, and drops the end.
@@ -80,8 +75,7 @@ class Filler {
   }
 
   void section(bool if_there, const json& value, std::string_view body) {
-    const bool is_there = !value.empty() && value != false && value != "";
-    if (is_there != if_there) {
+    if (is_there(value) != if_there) {
       return;
     }
     if (value.is_array()) {
