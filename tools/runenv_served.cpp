@@ -81,10 +81,10 @@ static TableRow row_of(const ListedItem& item, const ListedRelease& release) {
   for (const ListedArchive& archive : release.archives) {
     platforms += (platforms.empty() ? "" : " ") + printable(archive.platform);
   }
-  return {{printable(item.name), printable(release.name),
-           release.name == item.latest ? Layout::kLatest : "", local_time_text(release.published),
-           size_text(release.bytes), platforms},
-          "32"};
+  const bool is_latest = release.name == item.latest;
+  return {{printable(item.name), printable(release.name), is_latest ? Layout::kLatest : "",
+           local_time_text(release.published), size_text(release.bytes), platforms},
+          is_latest ? "32" : nullptr};
 }
 
 static void print_text(const Listing& listing) {
