@@ -45,7 +45,8 @@ server offers, and downloads and unpacks what has changed.
 runenv-versions writes and prints such documents, runenv-publish puts
 releases into the tree that a distribution server serves, runenv-status
 tells what is installed and whether it is whole, runenv-prune removes
-releases that are not needed any more.")
+releases that are not needed any more. runenv-served does the same for the
+tree of a distribution server, and writes an index of it.")
 if(TARGET runenv-status) # the user, the directory and the settings of runenv-update
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_STRICT_PERMISSION ON)
   file(GLOB CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/contrib/debian/*)

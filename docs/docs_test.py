@@ -132,7 +132,7 @@ def check_setting(row):
 
 
 KNOWN = sh("""env --help && tar --help && curl --help all
-    cat CMakeLists.txt cmake/*.cmake cmake/checks/*.sh scripts/*.sh app/* schema/* tools/* tests/*.*""", SOURCE)
+    cat CMakeLists.txt cmake/*.cmake cmake/checks/*.sh scripts/*.sh app/* schema/* tools/*.* tests/*.*""", SOURCE)
 USAGE = sh("runenv-bootstrap --help")
 ELSEWHERE = sh("cat .ci/run; grep -E '^(cmake|cpack) ' README.md; echo .ci/run", SOURCE)
 EXAMPLES = [path.read_text() for path in SOURCE.glob("examples/*.cpp")]
@@ -187,7 +187,7 @@ with ThreadPoolExecutor(8) as pool:
 
 # No option is missing in a manual page or a completion.
 for program in ("runenv-bootstrap", "runenv-versions", "runenv-publish", "runenv-verify",
-                "runenv-prune", "runenv-status"):
+                "runenv-prune", "runenv-status", "runenv-served"):
     for option in re.findall(r"(?m)^ +(?:-\w, )?--([a-z][a-z-]+)", sh(f"{program} --help")):
         for file in (f"docs/man/{program}.1", f"scripts/completions/bash/{program}",
                      "scripts/completions/zsh/_runenv", f"scripts/completions/fish/{program}.fish"):

@@ -1,8 +1,10 @@
 #include "tools/command_line.h"
 
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 
 #include "core/error.h"
@@ -111,6 +113,27 @@ std::vector<const char*> parse_words(int argc, char** argv, int first,
     }
   }
   return words;
+}
+
+unsigned parse_number(const char* text, const char* option) {
+  unsigned result = 0;
+  const char* const end = text + std::strlen(text);
+  const auto [rest, error] = std::from_chars(text, end, result);
+  if (error != std::errc() || rest != end) {
+    throw_usage(std::string("option '") + option + "' needs a number, not '" + text + "'");
+  }
+  return result;
+}
+
+bool attempt(const std::function<void()>& step) {
+  try {
+    step();
+    return true;
+  } catch (const Error& error) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "%s: %s\n", program_name(), error.message);
+    return false;
+  }
 }
 
 }  // namespace runenv

@@ -1,6 +1,7 @@
 // A companion program: its name, its --help, its words, and how it ends.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -45,5 +46,12 @@ struct Option {
 // an unknown option, for a value that is missing, and for a second value.
 std::vector<const char*> parse_words(int argc, char** argv, int first,
                                      const std::vector<Option>& options);
+
+// Returns the whole number from 0 on that is the option's value. Throws Error for anything else.
+unsigned parse_number(const char* text, const char* option);
+
+// Takes the step and returns whether all went well. An Error is told on standard error: what cannot
+// be done for one thing keeps nothing from being done for others.
+bool attempt(const std::function<void()>& step);
 
 }  // namespace runenv

@@ -5,27 +5,22 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <set>
 #include <string>
 #include <tuple>
 #include <vector>
 
-#include "core/error.h"
 #include "fs/iterator.h"
 #include "fs/path.h"
 #include "schema/layout.h"
 #include "tools/command_line.h"
 #include "tools/document.h"
 #include "tools/environment.h"
-#include "tools/failure.h"
 #include "tools/published_name.h"
-#include "tools/size_text.h"
-#include "tools/tree.h"
+#include "tools/remover.h"
 
 namespace runenv {
 
@@ -47,8 +42,6 @@ static constexpr char kUsage[] =
     "  --version          print the version of this program\n"
     "  --                 take every word that follows as it is, even if it begins with \"-\"\n";
 
-// What is being removed has this name, which no release can have.
-static constexpr char kRemoving[] = ".runenv-prune#removing";
 // What runenv-verify unpacks into.
 static constexpr char kUnpacking[] = ".runenv-verify#unpacking";
 
@@ -64,57 +57,7 @@ struct Arguments {
   const char* document = nullptr;
 };
 
-// Removes what it is told to, unless it is a dry run; says so, and counts.
-class Remover {
- public:
-  explicit Remover(bool dry) : is_dry(dry) {}
-
-  // Removes an entry of the directory, which goes by `shown` in messages. The entry gets another
-  // name first: whoever looks meanwhile, or after an interruption, never takes a part for a whole.
-  void remove_from(const LocalItem& directory, const std::string& name, const std::string& shown) {
-    tell(directory.path_of(name), shown + "/" + name);
-    if (is_dry) {
-      return;
-    }
-    const std::string removing = directory.path_of(kRemoving);
-    if (name != kRemoving) {
-      remove_whole_tree(removing);  // what an interrupted run has left would be in the way
-    }
-    if ((name != kRemoving && rename(directory.path_of(name).c_str(), removing.c_str()) != 0) ||
-        remove_whole_tree(removing) != 0) {
-      throw_errno_of(printable(shown + "/" + name));
-    }
-  }
-
-  void remove_file(const std::string& path) {
-    tell(path, path);
-    if (!is_dry && unlink(path.c_str()) != 0) {
-      throw_errno_of(printable(path));
-    }
-  }
-
-  void sum_up() const {
-    std::printf("%s %s\n", is_dry ? "would free" : "freed", size_text(freed).c_str());
-  }
-
- private:
-  void tell(const std::string& path, const std::string& shown) {
-    const uint64_t bytes = size_on_disk(path);
-    std::printf("%s %s (%s)\n", is_dry ? "would remove" : "removing", printable(shown).c_str(),
-                size_text(bytes).c_str());
-    freed += bytes;
-  }
-
-  const bool is_dry;
-  uint64_t freed = 0;
-};
-
 }  // namespace
-
-static bool exists(const std::string& path) {
-  struct stat status;
-  return lstat(path.c_str(), &status) == 0;
-}
 
 static bool is_older(std::time_t time, unsigned days) {
   static constexpr std::time_t kDay = 86400;
@@ -127,13 +70,11 @@ static std::string shown(const std::string& item) {
 
 // What earlier runs have left in the item's directory. Whoever unpacks there holds another lock.
 static void remove_leftovers(const LocalItem& item, const std::string& name, Remover* remover) {
-  if (exists(item.path_of(kRemoving))) {
-    remover->remove_from(item, kRemoving, shown(name));
-  }
+  remover->remove_leftover_from(item.path_of("."), shown(name));
   const unique_fd unpacking(
       openat(item.descriptor(), kUnpacking, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (unpacking.get() >= 0 && flock(unpacking.get(), LOCK_EX | LOCK_NB) == 0) {
-    remover->remove_from(item, kUnpacking, shown(name));
+    remover->remove_from(item.path_of("."), kUnpacking, shown(name));
   }
 }
 
@@ -169,7 +110,7 @@ static void prune_item(int root, const std::string& name, const Arguments& argum
            std::tie(b.changed.tv_sec, b.changed.tv_nsec);
   });
   for (size_t i = arguments.keep; i < others.size(); ++i) {
-    remover->remove_from(item, others[i].name, shown(name));
+    remover->remove_from(item.path_of("."), others[i].name, shown(name));
   }
 }
 
@@ -180,15 +121,15 @@ static void remove_item(int root, const std::string& name, const Arguments& argu
   const LocalItem parent(root, name.substr(0, slash));
   if (take(&item, name, arguments)) {
     flock(parent.descriptor(), LOCK_EX);  // what is being removed has the same name there
-    remover->remove_from(parent, name.substr(slash + 1), shown(name.substr(0, slash)));
+    remover->remove_from(parent.path_of("."), name.substr(slash + 1), shown(name.substr(0, slash)));
   }
 }
 
 // What an interrupted removal of an item has left, unless another program is at it.
 static void clear_parent(int root, const std::string& name, Remover* remover) {
   const LocalItem parent(root, name);
-  if (exists(parent.path_of(kRemoving)) && flock(parent.descriptor(), LOCK_EX | LOCK_NB) == 0) {
-    remover->remove_from(parent, kRemoving, shown(name));
+  if (flock(parent.descriptor(), LOCK_EX | LOCK_NB) == 0) {
+    remover->remove_leftover_from(parent.path_of("."), shown(name));
   }
 }
 
@@ -212,21 +153,11 @@ static void clean_temp_cache(const Arguments& arguments, Remover* remover) {
   }
   std::sort(old.begin(), old.end());
   for (const std::string& path : old) {
-    remover->remove_file(path);
+    remover->remove_file(path, path);
   }
   if (!arguments.dry_run) {
     rmdir(cache.cstring());  // as the bootstrapper does: only if it is empty
   }
-}
-
-static unsigned number(const char* text, const char* option) {
-  unsigned result = 0;
-  const char* const end = text + std::strlen(text);
-  const auto [rest, error] = std::from_chars(text, end, result);
-  if (error != std::errc() || rest != end) {
-    throw_usage(std::string("option '") + option + "' needs a number, not '" + text + "'");
-  }
-  return result;
 }
 
 static Arguments parse_arguments(int argc, char** argv) {
@@ -244,25 +175,11 @@ static Arguments parse_arguments(int argc, char** argv) {
     throw_usage("one document is needed");
   }
   result.document = words[0];
-  result.keep = keep != nullptr ? number(keep, "--keep") : result.keep;
-  result.days = days != nullptr ? number(days, "--older-than") : result.days;
+  result.keep = keep != nullptr ? parse_number(keep, "--keep") : result.keep;
+  result.days = days != nullptr ? parse_number(days, "--older-than") : result.days;
   result.directory = directory != nullptr ? directory : result.directory;
   result.temp_cache = temp_cache != nullptr ? temp_cache : result.temp_cache;
   return result;
-}
-
-// What cannot be done for one item is told, and keeps nothing from being done for the others.
-// Returns whether all went well.
-template <typename Step>
-static bool attempt(const Step& step) {
-  try {
-    step();
-    return true;
-  } catch (const Error& error) {
-    std::fflush(stdout);
-    std::fprintf(stderr, "%s: %s\n", program_name(), error.message);
-    return false;
-  }
 }
 
 static void prune(int argc, char** argv) {

@@ -1,10 +1,8 @@
 // runenv-status: says what a machine has, what is wrong with it, and whether the server is ahead.
 #include <fcntl.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -28,6 +26,8 @@
 #include "tools/published_name.h"
 #include "tools/served_pointers.h"
 #include "tools/size_text.h"
+#include "tools/table.h"
+#include "tools/time_text.h"
 #include "tools/tree.h"
 
 namespace runenv {
@@ -243,14 +243,6 @@ static int exit_status(const Report& report) {
                                                                        : 0;
 }
 
-static std::string time_text(std::time_t time, const char* format, bool utc) {
-  char text[sizeof "2026-11-21T09:30:00Z"];
-  tm parts;
-  std::strftime(text, sizeof text, format,
-                utc ? gmtime_r(&time, &parts) : localtime_r(&time, &parts));
-  return text;
-}
-
 static nlohmann::ordered_json to_json(const std::vector<Other>& others) {
   auto result = nlohmann::ordered_json::array();
   for (const Other& other : others) {
@@ -271,7 +263,7 @@ static nlohmann::ordered_json to_json(const Item& item) {
   }
   if (!item.release.empty()) {
     result["release"] = item.release;
-    result["since"] = time_text(item.since, "%Y-%m-%dT%H:%M:%SZ", true);
+    result["since"] = utc_time_text(item.since);
     result["bytes"] = item.bytes;
   }
   if (item.served) {
@@ -305,68 +297,16 @@ static void print_json(const Arguments& arguments, const Report& report) {
   std::printf("%s\n", text.c_str());
 }
 
-// The table: a row for each item, as wide as its widest cells, or narrower on a narrow terminal.
-static constexpr size_t kColumns = 5;
-using Row = std::array<std::string, kColumns>;
-
-static size_t width_of(const std::string& text) {
-  // Each character is taken to be one column wide.
-  return static_cast<size_t>(
-      std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xc0) != 0x80; }));
-}
-
-static Row row_of(const Item& item) {
+static TableRow row_of(const Item& item) {
   const bool installed = !item.release.empty();
   std::string release = printable(item.release);
   if (item.served && *item.served != item.release) {
     release += (installed ? " -> " : "-> ") + printable(*item.served);
   }
-  return {printable(item.name), name_of(item.state),
-          installed || item.problem.empty() ? release : printable(item.problem),
-          installed ? time_text(item.since, "%Y-%m-%d %H:%M", false) : "",
-          installed ? size_text(item.bytes) : ""};
-}
-
-// Which columns there is room for: on a narrow terminal the last ones go first.
-static size_t columns_shown(const std::array<size_t, kColumns>& widths) {
-  winsize size;
-  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) {
-    return kColumns;
-  }
-  size_t total = 0, shown = 0;
-  while (shown < kColumns && (total += widths[shown] + 2) <= size.ws_col + size_t{2}) {
-    ++shown;
-  }
-  return std::max<size_t>(shown, 3);  // name, state and release in any case
-}
-
-static void print_table(const std::vector<Item>& items) {
-  const char* const no_colour = std::getenv("NO_COLOR");
-  const bool coloured = isatty(STDOUT_FILENO) == 1 && (no_colour == nullptr || *no_colour == '\0');
-  std::vector<Row> rows{{"ITEM", "STATE", "RELEASE", "SINCE", "SIZE"}};
-  std::array<size_t, kColumns> widths{};
-  for (const Item& item : items) {
-    rows.push_back(row_of(item));
-  }
-  for (const Row& row : rows) {
-    for (size_t i = 0; i < kColumns; ++i) {
-      widths[i] = std::max(widths[i], width_of(row[i]));
-    }
-  }
-  const size_t shown = columns_shown(widths);
-  for (size_t r = 0; r < rows.size(); ++r) {
-    std::string line;
-    for (size_t i = 0; i < shown; ++i) {
-      const std::string padding(widths[i] - width_of(rows[r][i]) + 2, ' ');
-      const bool marked = coloured && r != 0 && i == 1;
-      line +=
-          (marked ? std::string("\x1b[") + kColours[static_cast<size_t>(items[r - 1].state)] + "m"
-                  : "") +
-          rows[r][i] + (marked ? "\x1b[0m" : "") + padding;
-    }
-    line.resize(line.find_last_not_of(' ') + 1);
-    std::printf("%s\n", line.c_str());
-  }
+  return {{printable(item.name), name_of(item.state),
+           installed || item.problem.empty() ? release : printable(item.problem),
+           installed ? local_time_text(item.since) : "", installed ? size_text(item.bytes) : ""},
+          kColours[static_cast<size_t>(item.state)]};
 }
 
 static void print_others(const char* what, const std::vector<Other>& others) {
@@ -388,7 +328,11 @@ static void print_differences(const Item& item) {
 }
 
 static void print_text(const Report& report) {
-  print_table(report.items);
+  std::vector<TableRow> rows{{{"ITEM", "STATE", "RELEASE", "SINCE", "SIZE"}}};
+  for (const Item& item : report.items) {
+    rows.push_back(row_of(item));
+  }
+  print_table(rows, 1);
   std::for_each(report.items.begin(), report.items.end(), print_differences);
   print_others("other release", report.releases);
   print_others("item not in the document", report.unlisted);

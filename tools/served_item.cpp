@@ -90,14 +90,6 @@ static constexpr mode_t kReadable = 0644;
 // How many names lead from the tree to where the items are.
 static constexpr size_t kItemDepth = 2;
 
-static bool is_signed_for(const Purpose& purpose, const CarriedSignature& carried) {
-  const std::optional<Signature> signature = split_signature(carried.text);
-  const std::optional<Purpose> actual =
-      signature ? from_trusted_comment(signature->trusted_comment) : std::nullopt;
-  return actual && actual->item == purpose.item && actual->release == purpose.release &&
-         actual->platform == purpose.platform && actual->bytes == carried.signed_bytes;
-}
-
 // The last directory that exists of `path`, names[0] in it, names[1] in that one, and so on.
 static fs::path_t existing_directory(const fs::path_t& path,
                                      const std::vector<std::string>& names) {

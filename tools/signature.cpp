@@ -142,6 +142,14 @@ std::optional<CarriedSignature> find_signature(int file, off_t size, const char*
   return CarriedSignature{text, size - static_cast<off_t>(member.size())};
 }
 
+bool is_signed_for(const Purpose& purpose, const CarriedSignature& carried) {
+  const std::optional<Signature> signature = split_signature(carried.text);
+  const std::optional<Purpose> actual =
+      signature ? from_trusted_comment(signature->trusted_comment) : std::nullopt;
+  return actual && actual->item == purpose.item && actual->release == purpose.release &&
+         actual->platform == purpose.platform && actual->bytes == carried.signed_bytes;
+}
+
 bool has_traces_of_signature(int file, off_t size, const char* path) {
   static constexpr size_t kNear = 2 * kLongestField;
   const std::string bytes = read_end(file, size, kNear, path);

@@ -61,6 +61,10 @@ struct CarriedSignature {
 // cannot be read.
 std::optional<CarriedSignature> find_signature(int file, off_t size, const char* path);
 
+// Whether the signature says that it is for the item, release and platform of `purpose` and for the
+// bytes that are before it. Whether it is a good one needs the key.
+bool is_signed_for(const Purpose& purpose, const CarriedSignature& carried);
+
 // Whether there is something like a signature near the end, at its end or not.
 bool has_traces_of_signature(int file, off_t size, const char* path);
 

@@ -18,6 +18,7 @@ for program in "$@"; do
   readelf -sW "$program" | grep -m 1 "$call@"
   objdump -d --disassemble=main "$program" | grep -A 1 '<main>:' | grep endbr64
   ! readelf -lW "$program" | grep 'GNU_STACK.*RWE' || exit 1
-  # The stack grows by a page at most before it is touched.
-  ! objdump -d "$program" | grep -E 'sub +[$]0x[1-9a-f][0-9a-f]{3,},%rsp' | grep -v 0x1000, || exit 1
+  # The stack grows by a page at most before it is touched. A negative number shrinks it.
+  ! objdump -d "$program" | grep -E 'sub +[$]0x[1-9a-f][0-9a-f]{3,},%rsp' |
+    grep -v -e 0x1000, -e 0xffffffff || exit 1
 done

@@ -43,6 +43,11 @@ runenv-prune d: document
 runenv-status --check --t: --temp-cache
 runenv-status --ver: --verify --version
 runenv-status --directory f: folder/
+runenv-served t: tree/
+runenv-served tree c: check
+runenv-served tree prune --: --dry-run --grace --help --keep --older-than --version
+runenv-served tree prune --keep 1 --dry-run --g: --grace
+runenv-served tree list --j: --json
 END
 
 in_bash() {

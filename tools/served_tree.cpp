@@ -1,0 +1,320 @@
+#include "tools/served_tree.h"
+
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <set>
+#include <tuple>
+
+#include "core/error.h"
+#include "core/failure.h"
+#include "core/retry.h"
+#include "fs/iterator.h"
+#include "schema/layout.h"
+#include "tools/failure.h"
+#include "tools/published_name.h"
+
+namespace runenv {
+
+static const std::string kItems = std::string(Layout::kTreeRoot) + "/" + Layout::kEnvironment;
+
+namespace {
+
+struct Entry {
+  std::string name, path;
+  struct stat status;
+};
+
+// Goes through a tree and writes down what it finds.
+class Walk {
+ public:
+  Walk(const ServedTree& served, Listing* result) : tree(served), listing(*result) {}
+
+  void look_at_all();
+  void look_at_root();
+  void look_at_item(const Entry& directory);
+
+ private:
+  using Visit = std::function<void(const Entry&)>;
+
+  void report(const std::string& path, const std::string& problem, bool hides = false);
+  bool open(const Entry& directory, unique_fd* descriptor);
+  std::vector<Entry> entries(const Entry& directory);
+  void check_mode(const Entry& entry);
+  bool is_in_order(const Entry& entry, mode_t kind, const char* extension);
+  void each_directory(const Entry& parent, const std::set<std::string>& expected,
+                      const Visit& visit);
+  void look_at_release(const Entry& directory, ListedItem* item);
+  void look_at_pointer(const Entry& entry, ListedItem* item);
+
+  const ServedTree& tree;
+  Listing& listing;
+};
+
+}  // namespace
+
+std::string path_of_item(const std::string& item, const std::string& entry) {
+  return kItems + "/" + item + (entry.empty() ? "" : "/" + entry);
+}
+
+bool is_temporary(const std::string& name) {
+  return name.starts_with(".runenv-") && name.find('#') != std::string::npos;
+}
+
+std::string descriptor_path(const unique_fd& descriptor) {
+  return "/proc/self/fd/" + std::to_string(descriptor.get());
+}
+
+void Walk::report(const std::string& path, const std::string& problem, bool hides) {
+  listing.findings.push_back({path, problem, hides});
+}
+
+// Returns false if it is gone by now, or cannot be read.
+bool Walk::open(const Entry& directory, unique_fd* descriptor) {
+  *descriptor = tree.open_below(directory.path, O_DIRECTORY);
+  // The second look finds a directory that may be read but not entered.
+  if (descriptor->get() >= 0 && faccessat(descriptor->get(), ".", X_OK, 0) == 0) {
+    return true;
+  }
+  if (errno != ENOENT) {
+    report(directory.path, std::string("cannot be read: ") + std::strerror(errno), true);
+  }
+  return false;
+}
+
+// What is in the directory, in order of name, but for what programs are at work on.
+std::vector<Entry> Walk::entries(const Entry& directory) {
+  std::vector<Entry> result;
+  unique_fd descriptor;
+  if (!open(directory, &descriptor)) {
+    return result;
+  }
+  static constexpr std::time_t kWorkTakes = 86400;
+  const std::string below = directory.path == "." ? "" : directory.path + "/";
+  fs::iterator_t next(descriptor_path(descriptor).c_str(), true);
+  for (; next.has_item(); next.move_next()) {
+    Entry entry{.name = next.get_name(), .path = below + next.get_name(), .status = {}};
+    if (fstatat(descriptor.get(), next.get_name(), &entry.status, AT_SYMLINK_NOFOLLOW) != 0) {
+      continue;  // it is gone by now
+    }
+    if (!is_temporary(entry.name)) {
+      result.push_back(entry);
+    } else if (std::time(nullptr) - entry.status.st_ctime > kWorkTakes) {
+      report(entry.path, "is left from an interrupted run");
+    }
+  }
+  std::sort(result.begin(), result.end(),
+            [](const Entry& a, const Entry& b) { return a.name < b.name; });
+  return result;
+}
+
+static bool is_good_name(const std::string& name, const char* appended) {
+  try {
+    check_name("name", name, appended);
+    return true;
+  } catch (const Error&) {
+    return false;
+  }
+}
+
+// The web server is some other user.
+void Walk::check_mode(const Entry& entry) {
+  const bool is_directory = S_ISDIR(entry.status.st_mode);
+  if ((entry.status.st_mode & (is_directory ? S_IXOTH : S_IROTH)) == 0) {
+    char mode[sizeof "07777"];
+    std::snprintf(mode, sizeof mode, "%04o", entry.status.st_mode & 07777);
+    report(entry.path, std::string(is_directory ? "may not be entered" : "may not be read") +
+                           " by the web server (mode " + mode + ")");
+  }
+}
+
+// Whether it is of the kind that belongs there, S_IFDIR or S_IFREG, and clients can ask for it.
+bool Walk::is_in_order(const Entry& entry, mode_t kind, const char* extension) {
+  if (S_ISLNK(entry.status.st_mode)) {
+    report(entry.path, "is a symbolic link", true);
+  } else if ((entry.status.st_mode & S_IFMT) != kind || !entry.name.ends_with(extension)) {
+    report(entry.path, "does not belong there");
+  } else if (!is_good_name(entry.name.substr(0, entry.name.size() - std::strlen(extension)),
+                           extension)) {
+    report(entry.path, "has a name that clients cannot ask for");
+  } else {
+    check_mode(entry);
+    return true;
+  }
+  return false;
+}
+
+// Visits the directories in `parent`, of which there should be one, and none but those `expected`,
+// if that is not empty.
+void Walk::each_directory(const Entry& parent, const std::set<std::string>& expected,
+                          const Visit& visit) {
+  const size_t before = listing.findings.size();
+  bool found = false;
+  for (const Entry& entry : entries(parent)) {
+    if (!expected.empty() && !expected.contains(entry.name)) {
+      report(entry.path, "does not belong there");
+    } else if (is_in_order(entry, S_IFDIR, "")) {
+      found = true;
+      visit(entry);
+    }
+  }
+  if (!found && listing.findings.size() == before) {
+    report(parent.path, "is empty");
+  }
+}
+
+// What else lies in the tree's root is none of this system's.
+void Walk::look_at_root() {
+  Entry root{.name = "", .path = ".", .status = {}};
+  stat(descriptor_path(tree.open_below(root.path, O_DIRECTORY)).c_str(), &root.status);
+  check_mode(root);
+  for (const Entry& entry : entries(root)) {
+    if (entry.name == Layout::kTreeRoot || entry.name == kIndexPage || entry.name == kIndexData) {
+      check_mode(entry);
+    }
+  }
+}
+
+void Walk::look_at_all() {
+  const Visit item = [this](const Entry& directory) { look_at_item(directory); };
+  const Visit type = [&](const Entry& directory) { each_directory(directory, {}, item); };
+  const Visit kind = [&](const Entry& directory) {
+    each_directory(directory, {}, directory.name == Layout::kPlatform ? item : type);
+  };
+  const Visit environment = [&](const Entry& directory) {
+    each_directory(directory, {Layout::kPlatform, Layout::kSystemTypes}, kind);
+  };
+  look_at_root();
+  each_directory({.name = "", .path = Layout::kTreeRoot, .status = {}}, {Layout::kEnvironment},
+                 environment);
+}
+
+void Walk::look_at_item(const Entry& directory) {
+  ListedItem item;
+  item.name = directory.path.substr(kItems.size() + 1);
+  item.problem = "is missing";
+  const size_t before = listing.findings.size();
+  const Entry* pointer = nullptr;
+  const std::vector<Entry> all = entries(directory);
+  for (const Entry& entry : all) {
+    if (entry.name == Layout::kLatest) {
+      pointer = &entry;
+    } else if (is_in_order(entry, S_IFDIR, "")) {
+      look_at_release(entry, &item);
+    }
+  }
+  if (all.empty() && listing.findings.size() == before) {
+    report(directory.path, "is empty");
+  }
+  if (pointer != nullptr) {
+    look_at_pointer(*pointer, &item);
+  }
+  std::sort(item.releases.begin(), item.releases.end(),
+            [](const ListedRelease& a, const ListedRelease& b) {
+              return std::tie(a.published, a.name) > std::tie(b.published, b.name);
+            });
+  listing.items.push_back(std::move(item));
+}
+
+void Walk::look_at_release(const Entry& directory, ListedItem* item) {
+  ListedRelease release;
+  release.name = directory.name;
+  release.touched = std::max(directory.status.st_mtime, directory.status.st_ctime);
+  for (const Entry& entry : entries(directory)) {
+    if (!is_in_order(entry, S_IFREG, Layout::kArchiveExtension)) {
+      continue;
+    }
+    const struct stat& status = entry.status;
+    const std::string platform =
+        entry.name.substr(0, entry.name.size() - std::strlen(Layout::kArchiveExtension));
+    release.archives.push_back({platform, static_cast<uint64_t>(status.st_size), status.st_mtime});
+    release.bytes += static_cast<uint64_t>(status.st_size);
+    release.published = release.archives.size() == 1 ? status.st_mtime
+                                                     : std::max(release.published, status.st_mtime);
+    release.touched = std::max({release.touched, status.st_mtime, status.st_ctime});
+  }
+  if (release.archives.empty()) {
+    release.published = directory.status.st_mtime;
+    report(directory.path, "has no archive");
+  }
+  std::sort(release.archives.begin(), release.archives.end(),
+            [](const auto& a, const auto& b) { return a.platform < b.platform; });
+  item->releases.push_back(std::move(release));
+}
+
+// The first line, as the bootstrapper takes it; no more of it than is longer than any name.
+static std::string first_line(int pointer) {
+  char bytes[4096];
+  const ssize_t n = retry([&] { return pread(pointer, bytes, sizeof bytes - 1, 0); });
+  if (n < 0) {
+    throw_system_failure(errno);
+  }
+  bytes[n] = '\0';
+  return {bytes, std::strcspn(bytes, "\r\n")};
+}
+
+void Walk::look_at_pointer(const Entry& entry, ListedItem* item) {
+  if (!S_ISREG(entry.status.st_mode)) {
+    item->problem = S_ISLNK(entry.status.st_mode) ? "is a symbolic link" : "is not a regular file";
+    return;
+  }
+  item->since = entry.status.st_mtime;
+  item->moved = std::max(entry.status.st_mtime, entry.status.st_ctime);
+  check_mode(entry);
+  const unique_fd file = tree.open_below(entry.path, O_NONBLOCK);
+  if (file.get() < 0) {
+    item->problem = std::string("cannot be read: ") + std::strerror(errno);
+    return;
+  }
+  const std::string name = first_line(file.get());
+  const auto named = std::find_if(item->releases.begin(), item->releases.end(),
+                                  [&](const auto& release) { return release.name == name; });
+  if (named == item->releases.end()) {
+    item->problem = name.empty() ? "is empty" : "names '" + name + "', which is not there";
+    return;
+  }
+  item->latest = name;
+  item->problem = named->archives.empty() ? "names '" + name + "', which has no archive" : "";
+}
+
+ServedTree::ServedTree(const char* path) : root(::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+  if (root.get() < 0) {
+    throw_errno_of(path);
+  }
+  if (open_below(kItems, O_DIRECTORY).get() < 0) {
+    throw_failure_of(std::string(path) + "/" + kItems,
+                     errno == ELOOP ? "is behind a symbolic link" : std::strerror(errno));
+  }
+}
+
+unique_fd ServedTree::open_below(const std::string& path, int flags) const {
+  open_how how{};
+  how.flags = static_cast<unsigned>(O_RDONLY | O_CLOEXEC | flags);
+  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
+  return unique_fd(
+      static_cast<int>(syscall(SYS_openat2, root.get(), path.c_str(), &how, sizeof how)));
+}
+
+Listing ServedTree::list() const {
+  Listing result;
+  Walk(*this, &result).look_at_all();
+  std::sort(result.items.begin(), result.items.end(),
+            [](const ListedItem& a, const ListedItem& b) { return a.name < b.name; });
+  return result;
+}
+
+Listing ServedTree::list(const std::string& item) const {
+  Listing result;
+  Walk(*this, &result).look_at_item({.name = "", .path = path_of_item(item), .status = {}});
+  return result;
+}
+
+}  // namespace runenv
