@@ -85,10 +85,13 @@ struct Other {
 };
 
 struct Report {
+  bool measures = true;  // the sizes; nobody reads them with --quiet
   std::vector<Item> items;
   std::vector<Other> releases;
   std::vector<Other> unlisted;
   std::vector<Other> leftovers;
+
+  uint64_t size_of(const std::string& path) const { return measures ? size_on_disk(path) : 0; }
 };
 
 }  // namespace
@@ -108,7 +111,8 @@ static std::string below_environment(const std::string& item, const std::string&
 
 static void add_leftovers(const LocalItem& local, const std::string& name, Report* report) {
   for (const std::string& left : local.leftovers()) {
-    report->leftovers.push_back({below_environment(name, left), size_on_disk(local.path_of(left))});
+    report->leftovers.push_back(
+        {below_environment(name, left), report->size_of(local.path_of(left))});
   }
 }
 
@@ -126,14 +130,14 @@ static Item look_at(int root, const std::string& name, Report* report) {
     if (current) {
       item.state = State::kInstalled;
       item.release = *current;
-      item.bytes = size_on_disk(local.path_of(*current));
+      item.bytes = report->size_of(local.path_of(*current));
     } else if (!item.problem.empty()) {
       item.state = State::kBroken;
     }
     for (const Release& release : local.releases()) {
       if (release.name != item.release) {
         report->releases.push_back(
-            {below_environment(name, release.name), size_on_disk(local.path_of(release.name))});
+            {below_environment(name, release.name), report->size_of(local.path_of(release.name))});
       }
     }
     add_leftovers(local, name, report);
@@ -147,13 +151,14 @@ static Item look_at(int root, const std::string& name, Report* report) {
 static void look_at_temp_cache(const fs::path_t& cache, Report* report) {
   for (fs::iterator_t entry(cache, true); entry.has_item(); entry.move_next()) {
     const std::string path = entry.get_path().cstring();
-    report->leftovers.push_back({path, size_on_disk(path)});
+    report->leftovers.push_back({path, report->size_of(path)});
   }
 }
 
 static Report look_around(const Arguments& arguments, const std::vector<std::string>& listed) {
   const std::string directory = arguments.directory != nullptr ? arguments.directory : "";
   Report report;
+  report.measures = !arguments.quiet;
   const bool is_new = !fs::path_t(directory.c_str()).join(Layout::kEnvironment).exists(true);
   const unique_fd root = is_new ? unique_fd() : open_environment(directory);
   for (const std::string& name : listed) {
@@ -164,7 +169,7 @@ static Report look_around(const Arguments& arguments, const std::vector<std::str
   for (const std::string& name : is_new ? listed : items_present(root.get())) {
     if (!wanted.contains(name)) {
       const LocalItem item(root.get(), name);
-      report.unlisted.push_back({below_environment(name), size_on_disk(item.path_of("."))});
+      report.unlisted.push_back({below_environment(name), report.size_of(item.path_of("."))});
     }
   }
   for (const std::string& name :
