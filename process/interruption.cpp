@@ -19,26 +19,30 @@ static volatile std::sig_atomic_t held;     // how many SignalsHeld there are
 static volatile std::sig_atomic_t arrived;  // the signal that came while they were held, 0: none
 
 // The tool gets the same signal, which nothing ignores: the program would ignore it as well. A tool
-// that is stopped has to go on to end. One that was waited for already has no status to give, and
-// its id may be another process's.
-static void end_by_signal(pid_t tool, int signal) {
-  if (waitpid(tool, nullptr, WNOHANG) != 0) {
-    return;
+// that is stopped has to go on to end. The id of one that was waited for may be another process's.
+// Returns whether the tool was running.
+static bool pass_on(pid_t tool, int signal) {
+  siginfo_t ended{};
+  if (tool <= 0 ||
+      waitid(P_PID, static_cast<id_t>(tool), &ended, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+      ended.si_pid != 0) {
+    return false;
   }
   kill(tool, signal);
   kill(tool, SIGCONT);
-  retry([=] { return waitpid(tool, nullptr, 0); });
+  return true;
 }
 
 // The same signal ends the program at last, so that its parent learns the true reason.
 static void undo(int signal) {
+  const pid_t tool = interrupted_tool;
+  const bool was_running = pass_on(tool, signal);
   if (held != 0) {
     arrived = signal;
     return;
   }
-  const pid_t tool = interrupted_tool;
-  if (tool > 0) {
-    end_by_signal(tool, signal);
+  if (was_running) {
+    retry([=] { return waitpid(tool, nullptr, 0); });
   }
   for (const char* const file : {interrupted_file.load(), interrupted_tool_input.load()}) {
     if (file != nullptr) {
@@ -72,7 +76,7 @@ SignalsHeld::SignalsHeld() {
 
 SignalsHeld::~SignalsHeld() {
   held = held - 1;
-  if (held == 0 && arrived != 0) {
+  if (arrived != 0) {  // if others hold it yet, for a tool that was started meanwhile
     undo(arrived);
   }
 }

@@ -17,8 +17,9 @@ extern std::atomic<pid_t> interrupted_tool;              // 0: none
 // them ignored. Calling it again is harmless.
 void undo_on_signals();
 
-// Puts the signals off while one lives, for steps that must not be torn apart. Programs that are
-// started meanwhile do not inherit that.
+// Puts the signals off while one lives, for steps that must not be torn apart. A tool that works
+// meanwhile gets them all the same, so that the program need not wait for it for long. Programs
+// that are started meanwhile do not inherit that.
 class SignalsHeld {
  public:
   SignalsHeld();
