@@ -54,16 +54,11 @@ install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
         FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN man EXCLUDE)
 
-# The library, and every header that does not begin with "// Internal:".
-foreach(folder core fs process runtime schema socket stream)
-  file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${folder}/*.h)
-  foreach(header ${headers})
-    file(STRINGS ${header} first_line LIMIT_COUNT 1)
-    if(NOT first_line MATCHES "^// Internal:")
-      install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv/${folder}
-              COMPONENT development)
-    endif()
-  endforeach()
+# The library and its headers.
+foreach(header ${runenv_public_headers})
+  cmake_path(GET header PARENT_PATH folder)
+  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv/${folder}
+          COMPONENT development)
 endforeach()
 install(TARGETS runenv EXPORT runenv COMPONENT development
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv)
@@ -77,8 +72,8 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/runenvConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/runenvConfigVersion.cmake DESTINATION ${package_dir}
         COMPONENT development)
 
-# pkg-config, above all for C programs: they link what a C++ compiler adds by itself. The file finds
-# its prefix from where it lies, so that an installation can be moved.
+# pkg-config, above all for C programs: with a static library they link what a C++ compiler adds by
+# itself. The file finds its prefix from where it lies, so that an installation can be moved.
 set(pc_dir ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY "${pc_dir}" OUTPUT_VARIABLE pc_prefix)
 set(pc_libdir "\${prefix}")
@@ -87,6 +82,9 @@ set(pc_includedir "\${prefix}")
 cmake_path(APPEND pc_includedir "${CMAKE_INSTALL_INCLUDEDIR}" runenv)
 set(pc_libs ${CMAKE_CXX_IMPLICIT_LINK_LIBRARIES})
 list(REMOVE_ITEM pc_libs ${CMAKE_C_IMPLICIT_LINK_LIBRARIES})
+if(BUILD_SHARED_LIBS)
+  set(pc_libs)
+endif()
 list(TRANSFORM pc_libs PREPEND -l)
 list(JOIN pc_libs " " pc_libs)
 configure_file(cmake/runenv.pc.in runenv.pc @ONLY)

@@ -25,7 +25,8 @@ sed -n -e 's/ *#.*//' -e 's|^cmake --build|cp "$BUILT"/*.cmake|p' -e '/^cmake -S
 # Installed in one place and moved to another, everything is found all the same.
 mv "$(dirname "$(find root -type d -name bin)")" moved
 PKG_CONFIG_PATH=$(find "$scratch/moved" -type d -name pkgconfig)
-export PKG_CONFIG_PATH CMAKE_PREFIX_PATH="$scratch/moved"
+LD_LIBRARY_PATH=${PKG_CONFIG_PATH%/*} # for a shared library
+export LD_LIBRARY_PATH PKG_CONFIG_PATH CMAKE_PREFIX_PATH="$scratch/moved"
 version=$(pkg-config --modversion runenv)
 moved/bin/runenv-versions --version | grep -Fw "$version"
 [ -e "source/runenv-$version.tar.gz" ]
