@@ -17,11 +17,17 @@ if(NOT RUNENV_INSTALL)
 endif()
 
 include(CMakePackageConfigHelpers)
+# Where packages are Debian's, libraries are where Debian has them.
+if(PROJECT_IS_TOP_LEVEL AND NOT DEFINED CMAKE_INSTALL_LIBDIR AND CMAKE_LIBRARY_ARCHITECTURE
+   AND EXISTS /etc/debian_version)
+  set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Libraries")
+endif()
 include(GNUInstallDirs)
+include(RunenvInstalledText)
 
 # The programs. What does not come from the compiler is looked up when it is installed.
 install(TARGETS ${programs} COMPONENT runtime)
-install(DIRECTORY docs/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime
+install(DIRECTORY ${text}/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime
         FILES_MATCHING PATTERN "*.1" PATTERN "runenv-verify*" EXCLUDE)
 set(bash_dir ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 set(fish_dir ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
@@ -36,7 +42,7 @@ install(DIRECTORY scripts/completions/zsh/
 # name of tar it stands where nobody meets it by accident.
 if(verifying)
   install(TARGETS runenv-verify COMPONENT verify)
-  install(FILES docs/man/runenv-verify.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT verify)
+  install(FILES ${text}/man/runenv-verify.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT verify)
   install(FILES scripts/completions/bash/runenv-verify DESTINATION ${bash_dir} COMPONENT verify)
   install(FILES scripts/completions/fish/runenv-verify.fish DESTINATION ${fish_dir} COMPONENT verify)
   set(libexec_dir ${CMAKE_INSTALL_FULL_LIBEXECDIR}/runenv)
@@ -49,10 +55,21 @@ if(verifying)
 endif()
 
 # The README's links into docs/ hold.
-install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
+install(FILES ${text}/README.md CHANGELOG.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
         COMPONENT runtime)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
-        FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN man EXCLUDE)
+        FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN man EXCLUDE PATTERN reference EXCLUDE
+        PATTERN testing.md EXCLUDE)
+
+# For those who embed the library: the guides, their programs as a project, and the reference.
+set(guides_dir ${CMAKE_INSTALL_DATADIR}/doc/runenv-dev)
+install(FILES docs/embedding.md docs/sockets.md docs/stability.md DESTINATION ${guides_dir}
+        COMPONENT development)
+install(DIRECTORY examples DESTINATION ${guides_dir} COMPONENT development)
+if(RUNENV_BUILD_REFERENCE)
+  install(DIRECTORY ${PROJECT_BINARY_DIR}/reference/html COMPONENT reference
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/runenv-doc)
+endif()
 
 # The library and its headers.
 foreach(header ${runenv_public_headers})
