@@ -86,7 +86,8 @@ dpkg-deb -f runenv/build/runenv_*.deb Depends | grep '^curl, tar .*libc6 '
 unpacked/usr/bin/runenv-bootstrap --help 2>&1 | grep 'version info'
 for page in runenv/docs/man/*.1; do
   gzip -dc "unpacked/usr/share/man/man1/${page##*/}.gz" >packed
-  tail -n +5 packed | cmp - "$(tail -n +4 "$page" >page && echo page)"
+  tail -n +4 "$page" >text
+  tail -n +5 packed | cmp - text
   sed 4q packed | paste -sd ' ' |
     grep -E "[.]Dd [A-Z][a-z]+ [0-9]+, 20[0-9]+ [.]Dt [A-Z-]+ 1 runenv-$version [.]Os runenv $version"
 done

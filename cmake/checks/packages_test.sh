@@ -5,6 +5,7 @@ set -eu
 scripts=$(cd "$(dirname "$0")/../../scripts" && pwd) scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 for command in apt-get service systemctl update-rc.d sudo; do
+  # shellcheck disable=SC2016 # for the stand-in
   printf '#!/bin/sh\necho "%s $*" >>"%s/log"\ncase $0 in *sudo) exec "$@" ;; esac\n' $command "$scratch" >"$scratch/$command"
 done
 printf '#!/bin/sh\ncat "%s/state"\n' "$scratch" >"$scratch/dpkg-query"
