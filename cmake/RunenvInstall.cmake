@@ -1,6 +1,7 @@
 # What "cmake --install" puts where: the component "runtime" has the programs and what is read
-# beside them, the component "development" the library. A project that embeds this one installs
-# nothing of it, and builds of its programs only what it asks for, unless it sets RUNENV_INSTALL.
+# beside them, the component "development" the library; what programs need of a shared one is the
+# component "library". A project that embeds this one installs nothing of it, and builds of its
+# programs only what it asks for, unless it sets RUNENV_INSTALL.
 option(RUNENV_INSTALL "Install the programs and the library" ${PROJECT_IS_TOP_LEVEL})
 
 set(programs runenv-bootstrap ${tools})
@@ -77,7 +78,9 @@ foreach(header ${runenv_public_headers})
   install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv/${folder}
           COMPONENT development)
 endforeach()
-install(TARGETS runenv EXPORT runenv COMPONENT development
+install(TARGETS runenv EXPORT runenv
+        LIBRARY COMPONENT library NAMELINK_COMPONENT development
+        ARCHIVE COMPONENT development
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv)
 
 # find_package(runenv CONFIG). Before 1.0 every minor version may break what used the one before.

@@ -27,6 +27,9 @@ set(CPACK_COMPONENTS_ALL runtime development)
 if(TARGET runenv-verify)
   list(APPEND CPACK_COMPONENTS_ALL verify)
 endif()
+if(BUILD_SHARED_LIBS)
+  list(APPEND CPACK_COMPONENTS_ALL library)
+endif()
 if(RUNENV_BUILD_REFERENCE)
   list(APPEND CPACK_COMPONENTS_ALL reference)
 endif()
@@ -76,6 +79,25 @@ set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
 Strings, buffers, memory pools, paths and files, child processes, streams,
 console output and asynchronous sockets: a static library with its headers,
 for CMake and pkg-config, the guides, and their programs as a project.")
+
+if(BUILD_SHARED_LIBS)
+  get_target_property(soversion runenv SOVERSION)
+  set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME librunenv${soversion})
+  set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+  set(CPACK_DEBIAN_LIBRARY_PACKAGE_SHLIBDEPS ON)
+  # Which package a program needs that is linked with the library, and that ld.so learns of it.
+  set(control ${PROJECT_BINARY_DIR}/control)
+  file(WRITE ${control}/shlibs
+       "librunenv ${soversion} librunenv${soversion} (>= ${PROJECT_VERSION})\n")
+  file(WRITE ${control}/triggers "activate-noawait ldconfig\n")
+  set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${control}/shlibs ${control}/triggers)
+  set(CPACK_DEBIAN_LIBRARY_DESCRIPTION
+      "run-time library of runenv, for the programs that are linked with it
+Strings, buffers, memory pools, paths and files, child processes, streams,
+console output and asynchronous sockets.")
+  string(APPEND CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+         ", librunenv${soversion} (= ${PROJECT_VERSION})")
+endif()
 
 set(CPACK_DEBIAN_REFERENCE_PACKAGE_NAME runenv-doc)
 set(CPACK_DEBIAN_REFERENCE_PACKAGE_SECTION doc)
