@@ -38,7 +38,7 @@ class Buffer final {
   // The number of unread bytes.
   unsigned long long length() const { return size - consumed; }
 
-  char* array = nullptr;
+  char* array = nullptr;            // malloc'ed, null without storage
   unsigned long long size = 0;      // bytes written
   unsigned long long capacity = 0;  // bytes allocated; 0: the buffer owns no storage
   unsigned long long consumed = 0;  // bytes already read

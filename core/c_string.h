@@ -13,5 +13,6 @@ char* copy_string(char** target, const char* source);
 
 // Orders C strings by plain byte value, a shorter prefix first; for sorted containers.
 struct ByteArrayComparator {
+  // True when `a` comes before `b`.
   bool operator()(const char* a, const char* b) const;
 };

@@ -4,6 +4,7 @@
 
 /* C++ programs that warn of C's casts include these headers, too. */
 #ifdef __cplusplus
+/* `pointer` as a pointer of another `type`. */
 #define RUNENV_CAST(type, pointer) (reinterpret_cast<type>(pointer))
 #else
 #define RUNENV_CAST(type, pointer) ((type)(pointer))

@@ -23,6 +23,7 @@ struct dympage_page_t {
   unsigned long long free_bytes;
 };
 
+/* An allocator. */
 typedef struct dympage_t {
   dympage_page_t* page;         /* the most recent page */
   unsigned long long page_size; /* payload of a normal page */

@@ -5,6 +5,7 @@
 
 class Error {
  public:
+  // What went wrong.
   enum class Type : uint32_t {
     Failure = 10,   // an operation on the outside world failed
     Internal = 11,  // a variant tag is none of the known kinds
@@ -18,6 +19,6 @@ class Error {
   Error& operator=(Error&&) = delete;
   ~Error();
 
-  Type type;
+  Type type;      // what went wrong
   char* message;  // NUL-terminated, owned; null once the Error has been moved from
 };

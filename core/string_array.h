@@ -14,9 +14,11 @@ class StringArray final {
   // The raw array of get_size() elements; may be null when empty.
   char** get_unmanaged_strings() const { return strings; }
 
+  // The number of elements.
   unsigned get_size() const { return count; }
 
-  // Replaces the content by copies of `source[0 .. n)`, which may be this array's own texts.
+  // Replaces the content by copies of the `n` texts at `source`, which may be this array's own
+  // texts.
   void update_from(const char* const* source, unsigned n);
 
   // The same for an array known to be empty; a filled one leaks what it held.

@@ -79,7 +79,7 @@ def is_run_here(line):
     if words[0] in SYSTEM or "/usr/share/" in line:
         expect([word for word in words if not re.search("[0-9./=]|runenv", word)],
                sh(f"{words[0]} --help 2>&1 || echo '{line}'"))
-    elif "scripts/" in line or words[0] in ("cmake", "cpack", ".ci/run"):
+    elif "scripts/" in line or "cmake/checks/" in line or words[0] in ("cmake", "cpack", ".ci/run"):
         expect([" ".join(words)], ELSEWHERE)
     else:
         return True

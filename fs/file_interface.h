@@ -69,6 +69,7 @@ int fs_remove(bucket_t* path);
  * also when the whole tree is gone. Ask fs_exists. */
 int fs_remove_recursive(bucket_t* path);
 
+/* Renames a file or directory; an existing file at `new_path` is replaced. */
 int fs_rename(bucket_t* old_path, bucket_t* new_path);
 
 /* Create an empty file; an existing one is EMPTIED. fs_touch_path creates the directories above it
@@ -85,14 +86,15 @@ int fs_fcopy(bucket_t* destination, bucket_t* source);
 typedef struct istream istream;
 istream* fs_open_read(bucket_t* path) __attribute__((warn_unused_result));
 
-/* A record for writing. write_len returns the number of bytes written. close closes the file and
- * returns 0, or EOF on failure; the caller then frees the record. */
+/* A record for writing. */
 typedef struct fs_ostream_t fs_ostream_t;
 struct fs_ostream_t {
+  /* Returns the number of bytes written. */
   unsigned long long (*write_len)(fs_ostream_t* stream, const char* bytes,
                                   unsigned long long count);
+  /* Closes the file and returns 0, or EOF on failure; the caller then frees the record. */
   int (*close)(fs_ostream_t* stream);
-  FILE* file;
+  FILE* file; /* not to be used once it is closed */
 };
 
 /* A malloc'ed writer of the file, which is created or emptied; null on failure. */
@@ -106,6 +108,7 @@ typedef struct fs_dir_t {
   struct dirent* entry;
 } fs_dir_t;
 
+/* Begins to read the directory at `path`. */
 int fs_dir_open(bucket_t* path, fs_dir_t* dir) __attribute__((warn_unused_result));
 
 /* 1 with a new current entry, 0 at the end. */

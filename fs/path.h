@@ -8,8 +8,10 @@
 #include <string>
 #include <utility>
 
+// Paths and directories.
 namespace fs {
 
+// A path.
 class path_t {
  public:
   path_t(const char* path) : text(path) {}             // throws std::logic_error for null
@@ -45,6 +47,8 @@ class path_t {
   const path_t& create_directory(bool recursive) const;
   path_t& create_directory(bool recursive);
 
+  // Whether there is a directory, a regular file, or anything at all at the path. Links are
+  // followed.
   bool is_directory() const;
   bool is_regular_file() const;
   bool exists() const { return exists(false); }

@@ -13,8 +13,10 @@
 
 class Buffer;
 
+// Child processes.
 namespace ChildProcess {
 
+// What a standard channel of the child is connected with.
 enum redirect_mode_t : uint32_t {
   REDIRECT_INHERIT = 0,  // the child keeps the parent's descriptor, the parent gets nothing
   REDIRECT_PIPE = 1,     // a new pipe, one end for each side
@@ -23,21 +25,22 @@ enum redirect_mode_t : uint32_t {
 
 // What becomes of one standard channel.
 struct redirect_t {
-  redirect_mode_t mode;
-  const char* path;  // for REDIRECT_FILE: read as input, created or emptied as output and error
+  redirect_mode_t mode;  // what it is connected with
+  const char* path;      // for REDIRECT_FILE: read as input, created or emptied as output and error
 };
 
+// The standard channels of a child.
 enum channel_t : uint32_t { CHANNEL_STDIN = 0, CHANNEL_STDOUT = 1, CHANNEL_STDERR = 2 };
 
 // The parent's side of one channel; the mode turns to REDIRECT_INHERIT when it is shut down.
 struct channel_record_t {
-  redirect_mode_t mode;
-  int32_t fd;  // -1 if none
+  redirect_mode_t mode;  // what it is connected with
+  int32_t fd;            // -1 if none
 };
 
 // A child, owned by the caller from create_child to destroy.
 struct process_t {
-  int32_t pid;
+  int32_t pid;           // the process id
   uint32_t new_group;    // 1 if the child has a process group of its own
   channel_record_t in;   // for writing
   channel_record_t out;  // for reading, non-blocking
@@ -49,6 +52,7 @@ static_assert(offsetof(process_t, in) == 8 && offsetof(process_t, out) == 16 &&
               offsetof(process_t, err) == 24 && offsetof(process_t, status) == 32 &&
               offsetof(process_t, reaped) == 36 && sizeof(process_t) == 40);
 
+// How a child has ended.
 struct result_t {
   int32_t kind;         // 0 success, 1 a non-zero exit status, 2 a signal or no known status
   int32_t code;         // 0, the exit status, the signal number, or -1

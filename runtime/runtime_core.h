@@ -10,15 +10,17 @@
 
 // One callback registered with RuntimeCore::register_event.
 struct RuntimeCoreEvent {
-  uint32_t id;  // its position in the list
-  void (*callback)(void* argument);
-  void* argument;
+  uint32_t id;                       // its position in the list
+  void (*callback)(void* argument);  // called by every poll
+  void* argument;                    // what it is called with
 };
 
+// The type of `Runtime`, the only object of it.
 class RuntimeCore {
  public:
   // Console colours; the values are the terminal's own codes (select graphic rendition).
   enum class SGR {
+    // Normal.
     Black = 30,
     Red = 31,
     Green = 32,
@@ -27,6 +29,8 @@ class RuntimeCore {
     Magenta = 35,
     Cyan = 36,
     White = 37,
+
+    // Bright.
     BrightBlack = 90,
     BrightRed = 91,
     BrightGreen = 92,
@@ -37,6 +41,7 @@ class RuntimeCore {
     BrightWhite = 97,
   };
 
+  // Makes an object without a prefix and events, whose sockets are not started.
   RuntimeCore();
   RuntimeCore(const RuntimeCore&) = delete;
   RuntimeCore& operator=(const RuntimeCore&) = delete;

@@ -6,7 +6,6 @@
 
 #include "core/c_string.h"
 
-using root_t = image___update___root_t;
 using arguments_t = image___update___arguments_t;
 
 static constexpr char kAssigned = '%';
@@ -66,7 +65,7 @@ static void exit_if_at_end(const arguments_t* cursor) {
   }
 }
 
-void image___update___do_parse(int argc, const char* const* argv, root_t* root) {
+void image___update___do_parse(int argc, const char* const* argv, image___update___root_t* root) {
   if (argc <= 0) {
     static constexpr char kMessage[] =
         "unable to parse arguments: no arguments provided to parse\n";

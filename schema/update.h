@@ -11,39 +11,39 @@
 
 #include <cstdint>
 
-// The parsed words. `present` is 1 for an option that was given and 0 otherwise; only then does
-// `value` mean anything. Values point into the argument vector, which must outlive the record.
-// `assigned` becomes '%' when the parser assigns the member's value or sets its flag; nothing reads
-// it.
+// An option without a value.
 struct image___update___flag_t {
-  uint32_t present;
-  char assigned;
+  uint32_t present;  // 1: given, 0: not
+  char assigned;     // '%' once the parser has set the flag; nothing reads it
 };
 
+// An option with a value.
 struct image___update___text_option_t {
-  uint32_t present;
-  const char* value;
-  char assigned;
+  uint32_t present;   // 1: given, 0: not
+  const char* value;  // means something only if the option is given
+  char assigned;      // '%' once the parser has assigned the value; nothing reads it
 };
 
+// A word that must be there.
 struct image___update___text_t {
-  const char* value;
-  char assigned;
+  const char* value;  // the word
+  char assigned;      // '%' once the parser has assigned the value; nothing reads it
 };
 
+// The parsed words. Values point into the argument vector, which must outlive the record.
 struct image___update___root_t {
-  image___update___flag_t lock_latest;
-  image___update___flag_t skip_platform;
-  image___update___text_option_t target;
-  image___update___text_option_t temp_cache;
-  image___update___text_t version_info;
+  image___update___flag_t lock_latest;        // --lock-latest
+  image___update___flag_t skip_platform;      // --skip-platform
+  image___update___text_option_t target;      // --target 'platform'
+  image___update___text_option_t temp_cache;  // --temp-cache 'directory'
+  image___update___text_t version_info;       // the path of the document
 };
 
-// A cursor over the argument vector. `index` is that of the next unread argument.
+// A cursor over the argument vector.
 struct image___update___arguments_t {
-  const char* const* arguments;
-  uint64_t length;
-  uint64_t index;
+  const char* const* arguments;  // as main receives them
+  uint64_t length;               // how many there are
+  uint64_t index;                // of the next unread one
 };
 
 // Fills `root` from the vector that main receives. When the only word is "--help", prints the usage

@@ -31,27 +31,29 @@
 #include "core/dympage.h"
 #include "schema/version_info_set.h"
 
+// A document.
 struct image___version_info___root_t {
   image___version_info___root_t* root;      // this record
   void (*error_hook)(const char* message);  // may be null; must return
   jmp_buf recovery;                         // for the caller, who may jump to it after a failure
   const char* error;                        // the last failure, a static text; null: none
   uint8_t platform_version_set;             // 1: assigned
-  char* platform_version;
-  uint64_t platform_version_len;
+  char* platform_version;                   // null until then
+  uint64_t platform_version_len;            // its bytes
   image___version_info___root___system_types_t* system_types;  // top of the tree, null when empty
-  uint64_t system_types_count;
+  uint64_t system_types_count;                                 // how many there are
 };
 
+// A system type, an entry of the document's collection.
 struct image___version_info___root___system_types_t {
-  char* key;
-  image___version_info___root_t* root;
-  image___version_info___root___system_types_t* left;
-  image___version_info___root___system_types_t* right;
-  uint8_t colour;       // 0 black, 1 red
-  uint8_t version_set;  // 1: assigned
-  char* version;
-  uint64_t version_len;
+  char* key;                                            // its name
+  image___version_info___root_t* root;                  // the document
+  image___version_info___root___system_types_t* left;   // the entries before it, null: none
+  image___version_info___root___system_types_t* right;  // those after it, null: none
+  uint8_t colour;                                       // 0 black, 1 red
+  uint8_t version_set;                                  // 1: assigned
+  char* version;                                        // null until then
+  uint64_t version_len;                                 // its bytes
 };
 
 // Returns a new allocator for one document. Destroying it frees the document.
@@ -125,7 +127,6 @@ using image___version_info___root___system_types_t___iterator_t =
     sglib_image___version_info___root___system_types_t_iterator;
 inline constexpr size_t image___version_info___root___system_types_t___it_bsize =
     sizeof(image___version_info___root___system_types_t___iterator_t);
-
 image___version_info___root___system_types_t*
 image___version_info___root___system_types_t___it_init(
     image___version_info___root___system_types_t* top,

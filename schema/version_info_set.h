@@ -28,7 +28,7 @@ struct sglib_image___version_info___root___system_types_t_iterator {
   uint32_t depth;           // number of entries on the path
   uint32_t order;           // 0 pre-order, 1 in-order, 2 post-order
   const image___version_info___root___system_types_t* probe;  // null: all entries are equal to it
-  sglib_image___version_info___root___system_types_t_comparator comparator;
+  sglib_image___version_info___root___system_types_t_comparator comparator;  // by which they are
 };
 
 // Adds `entry`, whatever its child pointers hold. The set may already hold its key.

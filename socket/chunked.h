@@ -17,23 +17,26 @@ struct Inbound;
 struct Chunk {
   char* data = nullptr;            // malloc'ed, null when nothing has arrived
   char* write_position = nullptr;  // where the next byte goes
-  uint32_t length;
-  Chunk* next = nullptr;  // the following complete chunk
-  uint32_t capacity = 0;  // bytes allocated
+  uint32_t length;                 // bytes, once it is complete
+  Chunk* next = nullptr;           // the following complete chunk
+  uint32_t capacity = 0;           // bytes allocated
 };
 
+// The decoder of a connection: what of a message has come, and what its callback has taken.
 struct ChunkedState {
+  // Called for every message.
   void (*callback)(void* context, Message::Inbound* message);
-  Chunk* completed = nullptr;  // the first complete chunk that is not read yet
-  bool streaming = false;      // the callback is running for a message
-  bool in_header = true;       // collecting the 4 length bytes of a chunk
-  unsigned char header[4] = {};
-  uint32_t header_count = 0;  // how many of them are there
-  Chunk* current = nullptr;   // the chunk being filled
-  bool ended = false;         // the chunk taken last was the end of its message
-  bool skipping = false;      // a callback has thrown: the rest of its message is dropped
+  Chunk* completed = nullptr;    // the first complete chunk that is not read yet
+  bool streaming = false;        // the callback is running for a message
+  bool in_header = true;         // collecting the 4 length bytes of a chunk
+  unsigned char header[4] = {};  // those bytes
+  uint32_t header_count = 0;     // how many of them are there
+  Chunk* current = nullptr;      // the chunk being filled
+  bool ended = false;            // the chunk taken last was the end of its message
+  bool skipping = false;         // a callback has thrown: the rest of its message is dropped
 };
 
+// Messages of pieces that are read while they arrive.
 namespace Encoding::Chunked {
 
 // `callback` is called for every message once its first chunk is there, and reads the chunks with

@@ -24,9 +24,15 @@
 
 #include "socket/send_queue.h"
 
+// The asynchronous socket layer: stream connections, messages on them, and datagrams.
 namespace SocketASync {
 
-enum class EncodingKind : uint32_t { None = 0, ZeroTerminated = 1, Chunked = 2 };
+// How messages are told apart.
+enum class EncodingKind : uint32_t {
+  None = 0,            // not at all: bytes
+  ZeroTerminated = 1,  // each ends with a zero byte
+  Chunked = 2,         // each is a row of pieces with their lengths
+};
 
 // A connection is owned by its listener or is a client; the layer frees it after the owner's closed
 // callback. The destructor frees all that the record owns but does not close the descriptor.
@@ -36,15 +42,16 @@ struct Connection {
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  int32_t fd = 0;
-  SendQueue send_queue;
+  int32_t fd = 0;              // the descriptor
+  SendQueue send_queue;        // what is still to be sent
   bool has_receiver = false;   // received bytes are delivered; without it they are dropped
   bool marked_closed = false;  // queues nothing more, is closed once its queue has gone out
+  // Gets each piece of bytes that poll reads, valid during the call.
   std::function<void(char* data, unsigned int length, void* context, Connection*)> receiver;
-  std::string name;  // for log lines
-  void* context_object = nullptr;
-  uint32_t timeout = 0;  // of blocking reads, in seconds; 0 waits without limit
-  EncodingKind encoding_kind = EncodingKind::None;
+  std::string name;                // for log lines
+  void* context_object = nullptr;  // the user's
+  uint32_t timeout = 0;            // of blocking reads, in seconds; 0 waits without limit
+  EncodingKind encoding_kind = EncodingKind::None;  // the one that is installed
   void* encoder_state = nullptr;  // ZeroTerminatedState or ChunkedState, by the kind
 };
 

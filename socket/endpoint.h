@@ -10,9 +10,9 @@ namespace SocketASync {
 
 // Owned by the layer from its creation until the poll that follows endpoint_destroy.
 struct EndPoint {
-  void* context;
+  void* context;     // the user's object, given to the callback
   std::string name;  // the path it is bound to
-  int32_t fd;
+  int32_t fd;        // the descriptor
   // Called for every datagram. The payload is valid during the call; the sender's path is empty
   // for a sender without one. It may destroy the endpoint, but may not replace itself.
   std::function<void(void* context, const void* payload, unsigned short length,

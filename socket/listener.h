@@ -13,7 +13,7 @@ namespace SocketASync {
 // Owned by the layer from its creation to destroy_listener. Poll accepts for it, at most one
 // connection a pass.
 struct Listener {
-  int32_t fd;
+  int32_t fd;  // the descriptor
   // Called for every accepted connection; its result becomes the connection's context object. If
   // it throws, the connection stays, with a null context object. It is also called when accepting
   // fails, say for want of descriptors: the connection then has the descriptor -1, receives and
@@ -25,8 +25,8 @@ struct Listener {
   // before the record is freed.
   std::function<void(void* connection_context, Connection*)> closed;
   std::vector<Connection*> connections;  // owned, in the order of accepting
-  std::string name;
-  void* context;  // the user's object, given to the factory
+  std::string name;                      // for log lines
+  void* context;                         // the user's object, given to the factory
 };
 
 // A TCP listener on a numeric IPv4 address (null: loopback) and a port. `name` is for log lines and

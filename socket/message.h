@@ -10,11 +10,12 @@ namespace SocketASync {
 // connection is then marked closed), on a socket error, and when the connection's timeout expires.
 unsigned int recv_blocked(Connection* connection, char* buffer, unsigned int capacity);
 
+// Messages, of the encoding that the connection has.
 namespace Message {
 
 // A message being received, valid while the chunked callback that got it runs.
 struct Inbound {
-  Connection* connection;
+  Connection* connection;  // where it comes from
 
   // Waits for the next chunk, takes it into `buffer` and returns its length; 0 is the end of the
   // message. A result above `capacity` is the length of a chunk that was left in place: call again
@@ -25,7 +26,7 @@ struct Inbound {
 
 // A message being sent, until finalize_outbound.
 struct Outbound {
-  Connection* connection;
+  Connection* connection;  // where it goes
 
   // Queues a piece of the message; nothing on a connection that is marked closed. On a chunked
   // connection it is a chunk of its own, and an empty one ends the message there; throws Error for

@@ -10,10 +10,11 @@ struct Client;
 struct EndPoint;
 struct Listener;
 
+// The objects in one of the two states.
 struct state_t {
-  std::vector<Listener*> listeners;
-  std::vector<Client*> clients;
-  std::vector<EndPoint*> endpoints;
+  std::vector<Listener*> listeners;  // accept connections
+  std::vector<Client*> clients;      // connections that were made here
+  std::vector<EndPoint*> endpoints;  // receive datagrams
 };
 
 // Both exist before main and are destroyed after it, without the objects in them.

@@ -9,8 +9,8 @@ namespace SocketASync {
 
 // One queued outbound piece.
 struct SendBlock {
-  Buffer bytes;  // its unread part is still to be sent
-  SendBlock* next = nullptr;
+  Buffer bytes;               // its unread part is still to be sent
+  SendBlock* next = nullptr;  // the one to send after it
 };
 
 // The blocks in the order of sending, which the queue owns. Raw::send_raw_block and
@@ -21,6 +21,7 @@ struct SendQueue {
   SendQueue(const SendQueue&) = delete;
   SendQueue& operator=(const SendQueue&) = delete;
 
+  // True when nothing waits.
   bool empty() const { return head == nullptr; }
 
   // Appends one block with copies of `header` and, behind it, `bytes`.
@@ -34,7 +35,7 @@ struct SendQueue {
   void pop();
 
   SendBlock* head = nullptr;  // null when nothing waits
-  SendBlock* tail = nullptr;
+  SendBlock* tail = nullptr;  // the last block, likewise
 };
 
 }  // namespace SocketASync

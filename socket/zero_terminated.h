@@ -6,12 +6,15 @@
 
 namespace SocketASync {
 
+// The decoder of a connection.
 struct ZeroTerminatedState {
+  // Called for every message.
   void (*callback)(Buffer* message, void* context, Connection* connection);
   Buffer collected{0};      // the message being received
   bool delivering = false;  // the callback is running for it
 };
 
+// Messages that are received whole.
 namespace Encoding::ZeroTerminated {
 
 // `callback` gets every message whole, without its zero byte; the buffer is the decoder's and valid

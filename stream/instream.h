@@ -18,12 +18,15 @@ class InstreamMemImpl;
 class InstreamFSImpl;
 class InstreamSockImpl;
 
+// The reader. Its public members are for the variants.
 class InstreamCache final {
  public:
+  // The kinds of source.
   static constexpr uint32_t kMemory = 0;
   static constexpr uint32_t kFile = 1;
   static constexpr uint32_t kSocketMessage = 2;
 
+  // A reader over what `variant` stands for, which must outlive it.
   explicit InstreamCache(InstreamMemImpl* variant);
   explicit InstreamCache(InstreamFSImpl* variant);
   explicit InstreamCache(InstreamSockImpl* variant);
@@ -43,67 +46,74 @@ class InstreamCache final {
   // consume memory. Of a socket message it takes only the chunk already held.
   char* read(bool terminate, Buffer* target);
 
-  uint32_t kind;
-  void* source;  // the variant object
-  Buffer collected;
+  uint32_t kind;     // one of the constants
+  void* source;      // the variant object
+  Buffer collected;  // what read returns when it is given no target
 
  private:
   InstreamCache(uint32_t variant_kind, void* variant);
 };
 
-// Every variant has read_block, available_bytes and collect, the part of InstreamCache's operations
-// that differs: `collect` appends the rest of the stream to `target`.
-
-// A reader over `remaining` bytes at `data`, which it borrows.
+// A reader over bytes in memory, which it borrows.
 class InstreamMemImpl final {
  public:
+  // Reads the `length` bytes at `bytes`, which must outlive the stream and stay unchanged.
   InstreamMemImpl(const char* bytes, unsigned long long length);
 
   // Reads the unread part of `buffer`, which must outlive the stream and stay unchanged.
   explicit InstreamMemImpl(Buffer* buffer);
 
+  // The reader, which this object owns.
   InstreamCache* stream() { return &cache; }
 
+  // The part of the operations of InstreamCache that depends on the source. `collect` appends the
+  // rest of the stream to `target`.
   long long read_block(char* destination, unsigned count);
   unsigned available_bytes() const;
   void collect(Buffer* target) const;
 
-  InstreamCache cache;
-  const char* data;
-  unsigned long long remaining;
+  InstreamCache cache;           // the reader
+  const char* data;              // the next unread byte
+  unsigned long long remaining;  // how many are unread
 };
 
 // A reader over an open file, which it borrows: it reads in blocks of 4096 bytes.
 class InstreamFSImpl {
  public:
+  // Reads the file from where it stands.
   explicit InstreamFSImpl(FILE* open_file);
   ~InstreamFSImpl();
   InstreamFSImpl(const InstreamFSImpl&) = delete;
   InstreamFSImpl& operator=(const InstreamFSImpl&) = delete;
 
+  // The reader, which this object owns.
   InstreamCache* stream() { return &cache; }
 
+  // The part of the operations of InstreamCache that depends on the source. `collect` appends the
+  // rest of the stream to `target`.
   long long read_block(char* destination, unsigned count);
   unsigned available_bytes();
   void collect(Buffer* target);
 
-  InstreamCache cache;
-  FILE* file;
-  char* block = nullptr;     // malloc'ed, null until the first read
-  char* position = nullptr;  // the next unread byte of the block
-  uint32_t block_remaining = 0;
+  InstreamCache cache;           // the reader
+  FILE* file;                    // the source
+  char* block = nullptr;         // malloc'ed, null until the first read
+  char* position = nullptr;      // the next unread byte of the block
+  uint32_t block_remaining = 0;  // how many bytes of it are unread
 
  private:
   bool fill_block();
 };
 
-// A reader over the file at a path, which it opens and closes. Throws Error when the file cannot
-// be opened. The base is private because a destruction through it would leave the file open.
+// A reader over the file at a path, which it opens and closes. The base is private because a
+// destruction through it would leave the file open.
 class InstreamPathImpl final : private InstreamFSImpl {
  public:
+  // As in InstreamFSImpl.
   using InstreamFSImpl::block, InstreamFSImpl::position, InstreamFSImpl::block_remaining;
   using InstreamFSImpl::cache, InstreamFSImpl::file, InstreamFSImpl::stream;
 
+  // Throws Error when the file cannot be opened.
   explicit InstreamPathImpl(const fs::path_t& path);
   ~InstreamPathImpl();
 
@@ -113,10 +123,14 @@ class InstreamPathImpl final : private InstreamFSImpl {
 // The handle of a reader; copying it copies the handle, not the stream.
 class Instream {
  public:
+  // The handle of `reader`, which must outlive it.
   Instream(InstreamCache* reader) : cache(reader) {}
 
+  // As InstreamCache::read and InstreamCache::available_bytes.
   char* read(bool terminate, Buffer* target) { return cache->read(terminate, target); }
   unsigned available_bytes() { return cache->available_bytes(); }
+
+  // The reader.
   InstreamCache* cstream() { return cache; }
 
   // True when exactly `count` bytes were delivered. False when the stream ended first; what came so

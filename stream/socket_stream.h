@@ -18,11 +18,13 @@ struct Outbound;
 // A reader over an inbound message, which it borrows. A block is one chunk, of whatever size.
 class InstreamSockImpl final {
  public:
+  // Reads what is left of `inbound`.
   explicit InstreamSockImpl(SocketASync::Message::Inbound* inbound);
   ~InstreamSockImpl();
   InstreamSockImpl(const InstreamSockImpl&) = delete;
   InstreamSockImpl& operator=(const InstreamSockImpl&) = delete;
 
+  // The reader, which this object owns.
   InstreamCache* stream() { return &cache; }
 
   // Waits for a chunk where none is held. Throws Error as recv_chunk does, and when a chunk arrives
@@ -34,11 +36,11 @@ class InstreamSockImpl final {
   unsigned available_bytes() const { return block_remaining; }
   void collect(Buffer* target);
 
-  SocketASync::Message::Inbound* message;
-  char* block = nullptr;     // malloc'ed, the current chunk; null at first
-  char* position = nullptr;  // the next unread byte of the chunk
-  uint32_t block_remaining = 0;
-  InstreamCache cache;
+  SocketASync::Message::Inbound* message;  // the source
+  char* block = nullptr;                   // malloc'ed, the current chunk; null at first
+  char* position = nullptr;                // the next unread byte of the chunk
+  uint32_t block_remaining = 0;            // how many bytes of it are unread
+  InstreamCache cache;                     // the reader
 
  private:
   bool fetch_chunk();
@@ -48,11 +50,13 @@ class InstreamSockImpl final {
 // Destroyed without finalize, it sends what is staged but does not end the message.
 class OutstreamSockImpl final {
  public:
+  // Writes to `borrowed`, which must outlive the stream.
   explicit OutstreamSockImpl(SocketASync::Connection* borrowed);
   ~OutstreamSockImpl();
   OutstreamSockImpl(const OutstreamSockImpl&) = delete;
   OutstreamSockImpl& operator=(const OutstreamSockImpl&) = delete;
 
+  // The writer, which this object owns.
   OutstreamCache* stream() { return &cache; }
 
   // Sends what is staged and ends the message, if one was begun. The next write begins another.
@@ -62,7 +66,7 @@ class OutstreamSockImpl final {
   // begun.
   void send_staged(const char* bytes, uint64_t n);
 
-  SocketASync::Connection* connection;
-  SocketASync::Message::Outbound* message = nullptr;
-  OutstreamCache cache;
+  SocketASync::Connection* connection;                // where the messages go
+  SocketASync::Message::Outbound* message = nullptr;  // the one that was begun, null: none
+  OutstreamCache cache;                               // the writer
 };
