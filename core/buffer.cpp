@@ -79,7 +79,7 @@ void Buffer::grow(unsigned long long need) {
 
 void Buffer::throw_out_of_memory() {
   if (capacity != 0) {
-    std::free(array);  // the field keeps its value
+    std::free(array);  // `array` dangles from here on
     capacity = 0;
     size = 0;
   }

@@ -8,7 +8,7 @@ class Error {
   // What went wrong.
   enum class Type : uint32_t {
     Failure = 10,   // an operation on the outside world failed
-    Internal = 11,  // a variant tag is none of the known kinds
+    Internal = 11,  // a kind tag has an unknown value
   };
 
   // Copies `text`.
