@@ -8,7 +8,7 @@
 
 namespace SocketASync {
 
-// Owned by the layer from its creation until the poll that follows endpoint_destroy.
+// A datagram socket. It is owned by the layer until the next poll after endpoint_destroy.
 struct EndPoint {
   void* context;     // passed to the callback, not owned
   std::string name;  // the path that it is bound to
