@@ -25,8 +25,7 @@ bucket_t fs_copy(bucket_t* path);
 
 /* Append components, each after one "/". A component that begins with "/" or a backslash replaces
  * the path. A null or empty component changes nothing. A null pointer ends the list of fs_joinv.
- * fs_join_ext then appends `ext` unchanged and returns the path. All strings may lie in the path.
- */
+ * fs_join_ext then appends `ext` unchanged and returns the path. Any string may lie in the path. */
 void fs_join(bucket_t* path, const char* component);
 void fs_joinv(bucket_t* path, ...);
 bucket_t* fs_join_ext(bucket_t* path, const char* component, const char* ext);

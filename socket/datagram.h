@@ -11,7 +11,7 @@ inline constexpr unsigned short kMaximumPayload = 65531;
 // Receives one datagram from a readable endpoint and passes it to the callback.
 void receive_datagram(SocketASync::EndPoint* endpoint);
 
-// Returns whether the endpoint's callback is running. It must not be destroyed while it runs.
+// Returns whether the endpoint's callback is running. Do not drop a running callback.
 bool callback_runs(const SocketASync::EndPoint* endpoint);
 
 }  // namespace runenv
