@@ -1,4 +1,4 @@
-// The one exception type of the system, thrown by value and caught by reference.
+// The exception type of the library. Throw it by value and catch it by reference.
 #pragma once
 
 #include <cstdint>
@@ -8,10 +8,10 @@ class Error {
   // What went wrong.
   enum class Type : uint32_t {
     Failure = 10,   // an operation on the outside world failed
-    Internal = 11,  // a variant tag is none of the known kinds
+    Internal = 11,  // a kind tag has an unknown value
   };
 
-  // Keeps its own copy of `text`.
+  // Copies `text`.
   Error(Type error_type, const char* text);
   Error(Error&& other) noexcept;
   Error(const Error&) = delete;
@@ -20,5 +20,5 @@ class Error {
   ~Error();
 
   Type type;      // what went wrong
-  char* message;  // NUL-terminated, owned; null once the Error has been moved from
+  char* message;  // NUL-terminated, owned; null after a move from this object
 };

@@ -15,12 +15,12 @@ std::atomic<pid_t> interrupted_tool;
 static_assert(std::atomic<const char*>::is_always_lock_free &&
               std::atomic<pid_t>::is_always_lock_free);
 
-static volatile std::sig_atomic_t held;     // how many SignalsHeld there are
+static volatile std::sig_atomic_t held;     // the number of SignalsHeld objects
 static volatile std::sig_atomic_t arrived;  // the signal that came while they were held, 0: none
 
-// The tool gets the same signal, which nothing ignores: the program would ignore it as well. A tool
-// that is stopped has to go on to end. One that was waited for already has no status to give, and
-// its id may be another process's.
+// Sends the tool the same signal and waits for its end. The tool does not ignore the signal: the
+// handler is not installed for ignored signals, so the tool has not inherited one. SIGCONT wakes a
+// stopped tool. A tool that was already reaped is left alone: another process may have its id.
 static void end_by_signal(pid_t tool, int signal) {
   if (waitpid(tool, nullptr, WNOHANG) != 0) {
     return;
@@ -30,7 +30,7 @@ static void end_by_signal(pid_t tool, int signal) {
   retry([=] { return waitpid(tool, nullptr, 0); });
 }
 
-// The same signal ends the program at last, so that its parent learns the true reason.
+// Finally the same signal ends the program, so that its parent learns the true reason.
 static void undo(int signal) {
   if (held != 0) {
     arrived = signal;

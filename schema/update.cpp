@@ -29,7 +29,7 @@ static bool at_end(const arguments_t* cursor) {
   return image___update___arguments_size(cursor) == 0;
 }
 
-// Consumes the next argument, which must exist, if it is `word`. Returns whether it was.
+// Consumes the next argument if it is `word`, and returns whether it was. There must be one.
 static bool accept(arguments_t* cursor, const char* word) {
   if (!equal(image___update___arguments_peek(cursor), word)) {
     return false;
