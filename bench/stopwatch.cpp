@@ -4,8 +4,8 @@
 // them equally. Before each COMMAND the shell runs its PREPARE, which is not measured. A COMMAND is
 // a list of words with blanks between them. Its standard output is dropped. Prints one object per
 // NAME, in the form of Google Benchmark's medians. `own_cpu` is the processor time of the program
-// itself in nanoseconds, without its child processes; `cpu` includes them. `peak_kib` is the largest
-// memory use of any of them.
+// itself in nanoseconds, without its child processes; `cpu` includes them. `peak_kib` is the
+// largest memory use of any of them.
 
 #include <fcntl.h>
 #include <spawn.h>
