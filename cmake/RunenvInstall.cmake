@@ -89,7 +89,7 @@ install(FILES ${text}/README.md CHANGELOG.md SECURITY.md DESTINATION ${CMAKE_INS
         COMPONENT runtime)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
         FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN man EXCLUDE PATTERN reference EXCLUDE
-        PATTERN testing.md EXCLUDE)
+        PATTERN testing.md EXCLUDE PATTERN building.md EXCLUDE)
 
 install(PROGRAMS contrib/upload/runenv-upload DESTINATION ${CMAKE_INSTALL_DOCDIR}/contrib/upload
         COMPONENT runtime)

@@ -35,7 +35,7 @@ foreach(page ${pages})
 endforeach()
 
 file(READ README.md content)
-string(REGEX REPLACE "\n\\| work on it [^\n]*" "" content "${content}")
+string(REGEX REPLACE "\n\\| building it, [^\n]*" "" content "${content}")
 string(FIND "${content}" "<!-- sources -->" begin)
 while(begin GREATER -1)
   string(FIND "${content}" "<!-- /sources -->\n" end)

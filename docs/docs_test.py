@@ -134,7 +134,7 @@ def check_setting(row):
 KNOWN = sh("""env --help && tar --help && curl --help all
     cat CMakeLists.txt cmake/*.cmake cmake/checks/*.sh scripts/*.sh app/* schema/* tools/*.* tests/*.*""", SOURCE)
 USAGE = sh("runenv-bootstrap --help")
-ELSEWHERE = sh("cat .ci/run; grep -E '^(cmake|cpack) ' README.md; echo .ci/run", SOURCE)
+ELSEWHERE = sh("cat .ci/run; grep -E '^(cmake|cpack) ' docs/building.md; echo .ci/run", SOURCE)
 EXAMPLES = [path.read_text() for path in SOURCE.glob("examples/*.cpp")]
 
 # The files, and a server that has what the documents speak of.

@@ -17,9 +17,9 @@ if [ -e "$source/.git" ] && git -C "$source" ls-files >tracked; then
   find runenv -type f -printf '%P\n' | sort | diff present -
 fi
 
-# The README's commands do there what they say; only the build takes what has been built already.
+# The commands of the guide do there what they say; only the build takes what has been built already.
 sed -n -e 's/ *#.*//' -e 's|^cmake --build|cp "$BUILT"/*.cmake|p' -e '/^cmake -S/p' \
-  -e "s/^cmake --install.*/& --config $2/p" -e "s/^cpack.*/& -C $2/p" runenv/README.md >commands
+  -e "s/^cmake --install.*/& --config $2/p" -e "s/^cpack.*/& -C $2/p" runenv/docs/building.md >commands
 (cd runenv && DESTDIR="$scratch/root" sh -eux ../commands) >log 2>&1 || { cat log && exit 1; }
 ! grep 'RUNENV_BASE_URL "https://localhost"' "$BUILT/CPackConfig.cmake" || # which nobody means
   grep 'packages are for the distribution server https://localhost' log
