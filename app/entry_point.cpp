@@ -16,11 +16,11 @@ namespace Layout = runenv::Layout;
 
 static constexpr char kDefaultTempCache[] = ".update";
 
-// Loads the document at `path` or ends the process. Nothing here may have a destructor: a malformed
-// document jumps back to the recovery point.
+// Loads the document at `path` or ends the process. No local variable may have a destructor,
+// because a malformed document causes a longjmp to the recovery point.
 static const image___version_info___root_t* load_versions(const char* path) {
-  // The document lives until the process ends, so it is never freed. Static, so that a leak checker
-  // finds it to the end.
+  // The document is never freed: it is used until the process ends. The pointer is static so that a
+  // leak checker finds it.
   static image___version_info___root_t* versions;
   dympage_t* const allocator = image___version_info___create_allocator_f();
   versions = image___version_info___root_t___allocate_f(allocator);
@@ -29,7 +29,7 @@ static const image___version_info___root_t* load_versions(const char* path) {
     std::exit(1);
   }
   bucket_t file_name = fs_init(path);
-  static istream* stream;  // static for the same reason: a malformed document leaves it open
+  static istream* stream;  // also static for the leak checker: a malformed document leaves it open
   stream = fs_open_read(&file_name);
   if (stream == nullptr) {
     Runtime.error("Unable to open versions '%s'\n", path);

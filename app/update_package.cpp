@@ -28,11 +28,11 @@ static fs::path_t joined(fs::path_t directory, const char* name) {
 
 namespace {
 
-// The exclusive lock on an item. The local pointer file itself is what is locked.
+// The exclusive lock on an item: a lock on its local pointer file.
 class ItemLock {
  public:
-  // Waits for other holders. Creates the item's directory and an empty pointer where they are
-  // missing.
+  // Takes the lock and waits for other holders. Creates the item's directory and an empty pointer
+  // if they are missing.
   void take(const fs::path_t& directory, const fs::path_t& pointer) {
     if (!directory.exists()) {
       directory.create_directory(true);
@@ -44,11 +44,11 @@ class ItemLock {
     change(LOCK_EX);
   }
 
-  // Leaves the lock, if it was taken, to the end of the process: nobody else may touch an item that
-  // the rest of this run relies on.
+  // Keeps the lock, if it was taken, until the process ends: the rest of this run relies on the
+  // item, so no other process may change it.
   void keep() { file.release(); }
 
-  // Gives the lock back, if it was taken.
+  // Releases the lock, if it was taken.
   void release() {
     if (file.get() >= 0) {
       change(LOCK_UN);
@@ -68,8 +68,8 @@ class ItemLock {
 
 }  // namespace
 
-// The release that the server's pointer names. The pointer is downloaded into the cache and removed
-// from there.
+// Returns the release that the server's pointer names. Downloads the pointer into the cache, reads
+// it and removes it.
 static runenv::malloc_ptr<char> fetch_wanted_release(const char* base_url, const char* remote,
                                                      const fs::path_t& cache) {
   download_file(base_url, remote, cache.cstring(), Layout::kLatest);
@@ -82,14 +82,14 @@ static runenv::malloc_ptr<char> fetch_wanted_release(const char* base_url, const
   return release;
 }
 
-// The release that the local pointer names, null without a pointer.
+// Returns the release that the local pointer names, or null if there is no pointer.
 static runenv::malloc_ptr<char> read_current_release(const fs::path_t& pointer) {
   return runenv::malloc_ptr<char>(pointer.exists() ? read_pointer_line(pointer.cstring())
                                                    : nullptr);
 }
 
-// Refuses at once what exec would refuse: a name that no argument has room for. Making paths and
-// URLs of it would take several times its memory.
+// Rejects a name that is too long for an argument, as exec would. Doing it early avoids making
+// several huge paths and URLs from the name.
 static void check_argument(const char* name) {
   static constexpr size_t kLongestArgument = 131071;  // the kernel's limit, without the terminator
   if (std::strlen(name) > kLongestArgument) {
@@ -103,7 +103,7 @@ static fs::path_t fetch_archive(const char* base_url, const char* remote, const 
   check_argument(release);
   const std::string name = std::string(platform) + Layout::kArchiveExtension;
   download_file(base_url, joined(remote, release).cstring(), cache.cstring(), name.c_str());
-  // Kept: with an empty platform this is CACHE.tar.gz and not the CACHE/.tar.gz that curl wrote.
+  // Kept on purpose: with an empty platform this is CACHE.tar.gz, but curl wrote CACHE/.tar.gz.
   fs::path_t archive = fs::path_t(cache).join_ext(platform, Layout::kArchiveExtension);
   if (!archive.exists()) {
     runenv::throw_failure("archive could not be downloaded");
@@ -111,15 +111,15 @@ static fs::path_t fetch_archive(const char* base_url, const char* remote, const 
   return archive;
 }
 
-// Waits for a tool and releases it; returns 0, its exit status, or the negated signal number.
+// Waits for a tool and destroys it. Returns 0, its exit status, or the negated signal number.
 static int finish(ChildProcess::process_t* tool) {
   const int result = ChildProcess::wait(tool);
   runenv::end_tool(tool);
   return result;
 }
 
-// The path in a form that tar takes for a file: a colon in the first component would make a remote
-// host of it.
+// Returns the path in a form that tar takes for a local file. With a colon in the first component,
+// tar would take it for a file on a remote host.
 static fs::path_t local_file(const fs::path_t& path) {
   const char* const name = path.cstring();
   return name[std::strcspn(name, ":/")] == ':' ? joined(".", name) : path;
@@ -145,13 +145,13 @@ static void write_pointer(const fs::path_t& pointer, const char* release) {
   OutstreamPathImpl file(pointer, false);
   Outstream(file.stream()).write(release);
   if (file.finalize() != 0) {
-    // What is there may be the beginning of the name, and so the name of another release.
+    // Empty the file: an incomplete name could be the name of another release.
     std::fclose(pointer.open_write(false));
     runenv::throw_failure("latest file could not be written");
   }
 }
 
-// Removes the cache if it is a directory with nothing in it. A link to one stays.
+// Removes the cache if it is an empty directory. Does not remove a link to one.
 static void remove_cache(const fs::path_t& cache) {
   rmdir(cache.cstring());
 }
@@ -180,7 +180,7 @@ void update_package(const update_settings_t* settings, const char* base_url, con
   release_directory.create_directory(true);
   unpack(archive, release_directory);
   (void)archive.remove();
-  // The pointer is switched last: who reads it never sees a release that is half unpacked.
+  // The pointer is written last, so that it never names a release that is not fully unpacked.
   write_pointer(pointer, wanted.get());
   lock.release();
   remove_cache(cache);
@@ -189,8 +189,8 @@ void update_package(const update_settings_t* settings, const char* base_url, con
 void download_file(const char* base_url, const char* remote, const char* target, const char* name) {
   using namespace ChildProcess;
   const std::string url = std::string(base_url) + "/" + remote + "/" + name;
-  // None of these switches makes curl fail on an HTTP error status. Whoever wants that sets it in
-  // curl's own configuration file.
+  // With these options curl does not fail on an HTTP error status. Users can enable that in curl's
+  // configuration file.
   const char* const argv[] = {"curl", "-s", "-L", "-o", name, url.c_str(), nullptr};
   fs::path_t(target).create_directory(false);
   process_t* const curl =

@@ -1,10 +1,10 @@
-// The floor under the bootstrapper: back_to_back FILE takes the steps that FILE lists, one a line
-// with blanks between the words, and does nothing else. A step is a system call on files, or a
-// program that is started in a directory and waited for:
+// The lower bound for the bootstrapper: back_to_back FILE performs the steps that FILE lists, one
+// per line with blanks between the words, and nothing else. A step is a system call on a file, or a
+// program to run in a directory:
 //
 //   mkdir PATH, rmdir PATH, unlink PATH
-//   read PATH          the whole file, which is below 64 KiB
-//   write PATH TEXT    makes or replaces the file
+//   read PATH          the whole file, which must be smaller than 64 KiB
+//   write PATH TEXT    creates or replaces the file
 //   run DIRECTORY PROGRAM [ARGUMENT]...
 
 #include <fcntl.h>

@@ -1,7 +1,7 @@
 #!/bin/sh
-# Times whole runs of the bootstrapper beside by_hand.sh and back_to_back, against nginx on loopback:
-# bootstrap.sh BUILD OUT [quick]. Writes medians to OUT.json and a sentence on memory and processor
-# time to OUT.md.
+# Measures whole runs of the bootstrapper, by_hand.sh and back_to_back with nginx on loopback:
+# bootstrap.sh BUILD OUT [quick]. Writes the medians to OUT.json, and a sentence on memory and
+# processor time to OUT.md.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 server=$here/../scripts/local-server.sh
@@ -30,8 +30,8 @@ done
 "$server" start "$work/server"
 export CURL_HOME="$work/server/curl"
 
-# fetch URL NAME, list KIND ITEM...: the steps of the bootstrapper, in the words of back_to_back, for
-# items that are current or new.
+# fetch URL NAME, list KIND ITEM...: print the steps of the bootstrapper for items that are current
+# or new, as input for back_to_back.
 fetch() {
   printf '%s\n' "mkdir .update" "run .update curl -s -L -o $2 $1/$2"
 }
@@ -68,7 +68,7 @@ compare() {
   make=true
   if [ "$2" = new ]; then
     clean="$clean runenv"
-    # The floor makes the item's directory; it finds those above.
+    # back_to_back only creates the item's directory, so its parents must exist.
     make="mkdir -p$(for item in $these; do printf ' runenv/%s' "${item%/*}"; done)"
   fi
   "$build/runenv-bootstrap" versions.bin >/dev/null
@@ -130,7 +130,7 @@ if [ -x "$build/runenv-status" ]; then
     runenv : "$build/runenv-status --directory many many.bin" >many.json
 fi
 
-# Verifying and unpacking beside unpacking alone, of a release that holds programs and libraries.
+# Verifying and unpacking compared with unpacking alone. The release holds programs and libraries.
 if [ -x "$build/runenv-verify" ]; then
   echo "bootstrap: verifying" >&2
   mkdir -p tree keys
@@ -148,8 +148,8 @@ if [ -x "$build/runenv-verify" ]; then
   rm -rf runenv tree all.tar.gz
 fi
 
-# The peak of the program's own memory, read by its last child, in a run that installs ten items and
-# finds ninety current; the program's processor time is that of a run in which all are.
+# The peak memory use of the program itself, in a run that installs ten items and finds ninety
+# current. Its last child reads it. The processor time is that of a run in which all are current.
 stand_in=$work/bin/curl
 cat >"$stand_in" <<STAND_IN
 #!/bin/sh

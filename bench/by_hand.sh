@@ -1,7 +1,7 @@
 #!/bin/sh
-# What one would write instead of the bootstrapper: by_hand.sh ITEM... brings the given items, such
-# as system-types/linker/0.9, up to date in the working directory. Made for speed: what the shell
-# can do itself, it does.
+# A hand-written alternative to the bootstrapper: by_hand.sh ITEM... brings the given items, for
+# example system-types/linker/0.9, up to date in the working directory. It is fast: it uses shell
+# built-ins wherever possible.
 set -eu
 
 mkdir -p .update

@@ -1,5 +1,5 @@
-// The containers of core/ beside those of the standard library and of Boost. Every contender does
-// the same work: what ours zeroes, the others have zeroed as well, and all is freed again.
+// The containers of core/ compared with those of the standard library and of Boost. Every contender
+// does the same work: memory that ours zeroes is zeroed for the others, too, and all is freed.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -29,7 +29,7 @@ static void add(const std::string& name, Work work) {
   })->UseRealTime();
 }
 
-// `n` numbers between `low` and `high`, the same in every run.
+// Returns `n` numbers between `low` and `high`, the same in every run.
 static std::vector<size_t> sizes(size_t n, size_t low, size_t high) {
   std::mt19937 random(1);
   std::vector<size_t> all(n);
@@ -98,7 +98,7 @@ struct BoostPool {
 };
 #endif
 
-// Takes as many elements as there are in `order`, and gives them back in that order.
+// Allocates one element for each number in `order`, and frees them in that order.
 template <typename Pool>
 static void add_pool(const std::string& contender) {
   std::vector<size_t> last_out(4000);

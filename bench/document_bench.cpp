@@ -1,6 +1,6 @@
-// Reading and writing a version info document in memory, beside a std::map of the same bytes and a
-// protobuf message of the same content (whose map is a hash table, without an order). Freeing the
-// result is part of the time.
+// Reading and writing a version info document in memory, compared with a std::map of the same bytes
+// and a protobuf message of the same content, whose map is an unordered hash table. The time
+// includes freeing the result.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -57,8 +57,8 @@ static std::string binary(const std::string& platform, const Range& types) {
   return bytes;
 }
 
-// Each contender reads bytes into a result, whose `valid` says that all was as it should be, and
-// writes that result into bytes of its own, whose number `write` returns.
+// Each contender reads bytes into a result and writes that result into its own bytes. `valid` says
+// whether reading succeeded. `write` returns the number of bytes.
 
 struct OurDocument {
   static std::string encode(const Types& types) { return binary("2.0", types); }

@@ -1,4 +1,4 @@
-// The least that a C++ program takes: prints its own peak of resident memory, in KiB.
+// A minimal C++ program. Prints its own peak resident memory in KiB.
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
-// Child processes: what starting one costs a small and a large parent, and how fast the output of
-// one comes in.
+// Child processes: the time to start one from a small and from a large parent, and the speed of
+// reading its output.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <spawn.h>
@@ -24,7 +24,7 @@ static constexpr const char* kTrue = "/bin/true";
 static constexpr int kOutput = 100 << 20;
 static constexpr const char* kWriter[] = {"/usr/bin/head", "-c", "104857600", "/dev/zero", nullptr};
 
-// Memory that the parent has in use, in small pages, while this lives.
+// Memory in small pages that the parent uses while this object exists.
 class Resident {
  public:
   explicit Resident(size_t size) : bytes(size) {
@@ -49,7 +49,7 @@ class Resident {
   void* memory = nullptr;
 };
 
-// Each of these starts /bin/true, waits for its end, and says whether it went well.
+// Each of these starts /bin/true, waits for its end, and returns whether it succeeded.
 
 static bool run_runenv() {
   const ChildProcess::redirect_t inherit{ChildProcess::REDIRECT_INHERIT, nullptr};
@@ -112,7 +112,7 @@ static void spawn(benchmark::State& state, bool (*run)(), size_t resident) {
   }
 }
 
-// Each of these collects all output of the writer, and answers its length.
+// Each of these reads all output of the writer and returns its length.
 
 static size_t collect_runenv() {
   const ChildProcess::redirect_t inherit{ChildProcess::REDIRECT_INHERIT, nullptr};
@@ -125,13 +125,13 @@ static size_t collect_runenv() {
   return output.length();
 }
 
-// The calls alone: each read goes right to its place in memory that doubles when it is full.
+// System calls only: each read stores its bytes directly in a block that doubles when it is full.
 static size_t collect_read() {
   int fds[2];
   if (pipe2(fds, O_CLOEXEC) != 0) {
     return 0;
   }
-  fcntl(fds[0], F_SETPIPE_SZ, 1 << 20);  // as ours does
+  fcntl(fds[0], F_SETPIPE_SZ, 1 << 20);  // as read_all does
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);

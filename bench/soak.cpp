@@ -1,10 +1,10 @@
-// A server under load, for as long as asked: soak [SECONDS [CONNECTIONS]]
+// A server under load: soak [SECONDS [CONNECTIONS]]
 //
-// In every round so many honest peers send messages of any size, pause, check every echo and now
-// and then vanish in the middle, while as many hostile ones send garbage, half a header, a claim of
-// 4 GiB, an unfinished message, nothing, or a lot without ever reading what comes back. The status
-// is 0 when every echo was right, every connection has ended, and memory and descriptors are what
-// they were after the first round.
+// In every round, CONNECTIONS honest peers send messages of any size, pause, check every echo, and
+// sometimes close their connection within a message. At the same time, as many hostile peers send
+// garbage, half a header, a length of 4 GiB, an unfinished message, nothing, or much without
+// reading any answer. The exit status is 0 if every echo was right, every connection has ended, and
+// memory and descriptors are the same as after the first round.
 #include <arpa/inet.h>
 #include <malloc.h>
 #include <sys/prctl.h>
@@ -43,7 +43,7 @@ static void require(bool right, const char* what) {
   }
 }
 
-// What is to stay the same: the bytes on the heap, which a sanitizer counts elsewhere, and the open
+// What must not grow: the bytes on the heap, which are not counted under a sanitizer, and the open
 // descriptors.
 static size_t heap() {
   const auto use = mallinfo2();
@@ -77,7 +77,7 @@ static void echo_chunks(void*, Message::Inbound* message) {
       text.resize(start + length);
       message->recv_chunk(text.data() + start, length);
     }
-  } catch (const Error&) {  // it vanished or stopped in the middle of the message
+  } catch (const Error&) {  // the peer disconnected or stopped within the message
     mark_close(message->connection);
     return;
   }
@@ -135,7 +135,7 @@ static void talk(int fd, bool in_chunks, unsigned seed) {
   }
 }
 
-// All connect, then all talk at once.
+// All peers connect, then all send at the same time.
 static void run_honest(unsigned seed) {
   std::latch connected(peers);
   std::vector<std::jthread> threads;
@@ -164,7 +164,7 @@ static void run_hostile(unsigned) {
   pause();
 }
 
-// Runs peers in a process of their own, which dies with this one. What they throw ends it.
+// Runs peers in their own process, which the kernel kills when this one ends. An exception ends it.
 static pid_t start(void (*run)(unsigned), unsigned seed) noexcept {
   const pid_t server = getpid();
   const pid_t process = fork();
@@ -196,7 +196,7 @@ static void run_round(unsigned seed) {
   }
 }
 
-// A directory of its own to work in.
+// A new working directory, removed at the end.
 struct Directory {
   Directory() { require(mkdtemp(path) != nullptr && chdir(path) == 0, "no directory to work in"); }
   ~Directory() { std::filesystem::remove_all(path); }
@@ -216,7 +216,7 @@ static void soak(std::chrono::seconds duration) {
   size_t memory = 0;
   unsigned rounds = 0;
   while (rounds < 2 || Clock::now() < end) {
-    alarm(120);  // a round that hangs has failed
+    alarm(120);  // ends a round that hangs
     run_round(rounds * peers);
     memory = rounds++ == 0 ? heap() : memory;
     require(heap() <= memory + 65536, "memory is left behind");

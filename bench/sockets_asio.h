@@ -11,13 +11,13 @@ namespace asio_server {
 namespace asio = boost::asio;
 using boost::system::error_code;
 
-// One connection, with one step at a time: what is read is sent back before more is read. It
-// deletes itself when its peer has gone.
+// One connection. It sends back what it has read before it reads more, and deletes itself when its
+// peer has closed the connection.
 template <typename Socket>
 struct Session {
   explicit Session(Socket accepted) : socket(std::move(accepted)) {}
 
-  // Goes on with `next` after a step that succeeded.
+  // Returns a handler that calls `next` if its step has succeeded.
   auto then(void (Session::*next)(size_t)) {
     return [this, next](error_code error, size_t count) {
       if (error) {

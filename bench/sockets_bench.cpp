@@ -1,11 +1,11 @@
-// Socket servers beside each other: round trips over one to 900 connections. Each server runs in a
-// process of its own and is driven by the same client, which writes on every connection and then
-// collects every answer. What goes round are raw bytes, zero-terminated messages, which a server
-// decodes and encodes, or a message of many chunks.
+// A comparison of socket servers: round trips over 1 to 900 connections. Each server runs in its
+// own process. The client is always the same: it writes on every connection and then reads every
+// answer. It sends raw bytes, zero-terminated messages, which a server decodes and encodes, or a
+// message of many chunks.
 //
-// The floors are bare system calls, which look into nothing: `send and recv` in an epoll loop, and
-// `select passes` with the passes of `runenv`. `server_ns` is the processor time of the server per
-// message, which a busy machine blurs less than the time that passes.
+// The lower bounds are plain system calls that do not look at the bytes: `send and recv` in an
+// epoll loop, and `select passes` with the same passes as `runenv`. `server_ns` is the processor
+// time of the server per message. It varies less on a busy machine than the elapsed time.
 #include <benchmark/benchmark.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -82,7 +82,7 @@ static void serve(const Address& address, Service service) {
 
 }  // namespace runenv
 
-// A server in a process of its own, which ends with this object or with this process.
+// A server in its own process, which ends with this object or with this process.
 class Running {
  public:
   Running(Server serve, bool tcp, Service service) {
@@ -107,7 +107,7 @@ class Running {
     unlink(address.path.c_str());
   }
 
-  // Nanoseconds that the server has run so far.
+  // Returns the processor time of the server so far, in nanoseconds.
   double processor_time() const {
     clockid_t clock;
     timespec time{};
@@ -117,7 +117,7 @@ class Running {
   }
 
   runenv::unique_fd connect() const {
-    for (int attempt = 0; attempt < 2000; ++attempt) {  // it may not listen yet
+    for (int attempt = 0; attempt < 2000; ++attempt) {  // the server may not listen yet
       runenv::unique_fd fd(open_socket(address));
       if (at_address(::connect, fd.get(), address) == 0) {
         send_at_once(fd.get(), address);
@@ -143,7 +143,7 @@ class Running {
   pid_t process;
 };
 
-// One iteration: a message on every connection, and every answer.
+// In each iteration, sends a message on every connection and reads every answer.
 static void round_trips(benchmark::State& state, Server serve, bool tcp, Service service,
                         size_t connections, const std::string& message) {
   const auto size = static_cast<ssize_t>(message.size());
@@ -159,7 +159,7 @@ static void round_trips(benchmark::State& state, Server serve, bool tcp, Service
   for (size_t i = 0; i < connections; ++i) {
     clients.push_back(server.connect());
     ask(clients.back());
-    hear(clients.back());  // it has been accepted
+    hear(clients.back());  // after the answer, the connection is accepted
   }
   const double start = server.processor_time();
   for (auto _ : state) {
@@ -174,7 +174,7 @@ static void round_trips(benchmark::State& state, Server serve, bool tcp, Service
   }
 }
 
-// 128 KiB in chunks, which the buffers of a socket hold: nobody has to read before all is sent.
+// Returns 128 KiB in chunks. Socket buffers hold that much, so all can be sent before any is read.
 static std::string message_of_chunks(size_t size) {
   std::string message, length(4, '\0');
   runenv::write_big_endian(length.data(), static_cast<uint32_t>(size));

@@ -1,4 +1,4 @@
-// What the contenders of the socket benchmark have in common: where they listen and what they do.
+// The common part of the servers in the socket benchmark: addresses and services.
 #pragma once
 
 #include <netinet/in.h>
@@ -12,20 +12,20 @@
 
 #include "core/big_endian.h"
 
-// A unix path, or without one a port of the loopback interface.
+// A unix path or, if that is empty, a port of the loopback interface.
 struct Address {
   std::string path;
   uint16_t port = 0;
 };
 
-// Sends back what comes: bytes as they arrive, whole messages that each end with a zero, or chunk
-// by chunk (a length of 4 bytes, most significant byte first, and as many bytes).
+// What a server sends back: bytes as they arrive, whole zero-terminated messages, or whole chunks
+// (a 4-byte big-endian length and as many bytes).
 enum class Service { Bytes, Messages, Chunks };
 
-// A server, which runs until its process is killed.
+// A server. It runs until its process is killed.
 using Server = void (*)(const Address&, Service);
 
-// Ends the process when a step fails that has to work.
+// Ends the process if a step has failed.
 inline void require(bool done, const char* step) {
   if (!done) {
     std::perror(step);
@@ -33,7 +33,7 @@ inline void require(bool done, const char* step) {
   }
 }
 
-// bind or connect, by the address.
+// Calls `operation`, bind or connect, with the address.
 inline int at_address(int (*operation)(int, const sockaddr*, socklen_t), int fd,
                       const Address& address) {
   sockaddr_un local{AF_UNIX, {}};
@@ -57,7 +57,7 @@ inline void send_at_once(int fd, const Address& address) {
   }
 }
 
-// A socket that listens, for those servers that take one.
+// Returns a listening socket, for servers that take one.
 inline int listen_at(const Address& address) {
   const int fd = open_socket(address);
   const int on = 1;

@@ -19,7 +19,7 @@ struct Peer {
   };
   const Address& address;
   Service service;
-  std::string partial;  // what has come of a message or chunk
+  std::string partial;  // received bytes that were not sent back yet
 };
 
 struct Write {
@@ -27,7 +27,7 @@ struct Write {
   char* bytes;
 };
 
-// Takes over the malloc'ed bytes.
+// Takes ownership of the malloc'ed bytes.
 inline void write(Peer* peer, char* bytes, size_t length) {
   auto* const written = new Write{{}, bytes};
   const uv_buf_t buffer = uv_buf_init(bytes, static_cast<unsigned>(length));
@@ -38,7 +38,7 @@ inline void write(Peer* peer, char* bytes, size_t length) {
   });
 }
 
-// How long the messages (with their ends) or chunks (with their lengths) are that have come whole.
+// Returns the size of all complete messages (with their zeros) or chunks (with their lengths).
 inline size_t whole_pieces(const std::string& partial, Service service) {
   if (service == Service::Messages) {
     return partial.rfind('\0') + 1;

@@ -1,5 +1,5 @@
-// The floors of the socket benchmark: servers of bare system calls. What is sent back piece by
-// piece are the same bytes, so nothing looks into them.
+// The lower bounds of the socket benchmark: servers of plain system calls. They send all bytes back
+// as they arrive, whatever the service.
 #pragma once
 
 #include <sys/epoll.h>
@@ -39,7 +39,7 @@ inline void serve_epoll(const Address& address, Service) {
   }
 }
 
-// One read and one send a pass for each connection, which sends what an earlier pass has read.
+// Each pass reads once and sends once per connection. It sends what an earlier pass has read.
 inline void serve_select(const Address& address, Service) {
   static char bytes[4096];
   std::vector<std::string> queues(FD_SETSIZE);

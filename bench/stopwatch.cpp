@@ -1,11 +1,11 @@
-// Times whole programs side by side: stopwatch CASE ROUNDS [NAME PREPARE COMMAND]...
+// Measures the time of whole programs: stopwatch CASE ROUNDS [NAME PREPARE COMMAND]...
 //
-// Every round runs each COMMAND once, in turn, so that what disturbs the machine disturbs all
-// alike; before it the shell runs its PREPARE, which is not timed. A COMMAND is words with blanks
-// between; what it prints on standard output is dropped. Prints one object a contender, in the
-// manner of Google Benchmark's medians; `own_cpu` is the processor time of the program itself in
-// nanoseconds, without that of the programs it runs, `cpu` with it, and `peak_kib` the most memory
-// that any of them took.
+// Every round runs each COMMAND once, in turn, so that other load on the machine affects all of
+// them equally. Before each COMMAND the shell runs its PREPARE, which is not measured. A COMMAND is
+// a list of words with blanks between them. Its standard output is dropped. Prints one object per
+// NAME, in the form of Google Benchmark's medians. `own_cpu` is the processor time of the program
+// itself in nanoseconds, without its child processes; `cpu` includes them. `peak_kib` is the
+// largest memory use of any of them.
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -65,8 +65,8 @@ static double nanoseconds(const timeval& time) {
   return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_usec) * 1e3;
 }
 
-// What the scheduler counted for the process, its children left out; it is read while the process
-// is a zombie, when all is counted.
+// Returns the processor time of the process without its children, as the scheduler counted it. Call
+// it while the process is a zombie, when the count is final.
 static double own_cpu_of(pid_t pid) {
   double nanoseconds = 0;
   std::ifstream("/proc/" + std::to_string(pid) + "/schedstat") >> nanoseconds;

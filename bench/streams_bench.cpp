@@ -1,5 +1,5 @@
-// The streams beside the C library's and the standard library's, on a file in the page cache. Each
-// run opens the file, reads or writes it whole and closes it.
+// The streams compared with those of the C library and the C++ library, on a file in the page
+// cache. Each run opens the file, reads or writes all of it and closes it.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -37,11 +37,11 @@ static const Files& files() {
   return all;
 }
 
-// Registers `run`, which returns whether it has read or written all bytes.
+// Registers the benchmark `run`, which returns whether it has read or written all bytes.
 template <typename Run>
 static void add(const std::string& name, Run run) {
   const auto loop = [=](benchmark::State& state) {
-    files();  // are there before the clock runs
+    files();  // creates the files before the time is measured
     for (auto _ : state) {
       if (!run()) {
         state.SkipWithError("bytes are missing");
@@ -51,7 +51,7 @@ static void add(const std::string& name, Run run) {
   benchmark::RegisterBenchmark(name.c_str(), loop)->UseRealTime()->Unit(benchmark::kMicrosecond);
 }
 
-// Readers and writers. `get` delivers up to `n` bytes, 0 at the end.
+// Readers and writers. `get` reads up to `n` bytes and returns how many, 0 at the end.
 
 struct OurWriter {
   OutstreamPathImpl file;
@@ -70,7 +70,7 @@ struct OurReader {
   }
 };
 
-// With a buffer of the C library's size unless one is given.
+// `buffer_size` 0 stands for the default buffer of the C library.
 template <size_t buffer_size = 0>
 struct CFile {
   std::vector<char> buffer = std::vector<char>(buffer_size);
@@ -142,7 +142,7 @@ static void add_reader(const std::string& contender) {
   add("Instream, 100 MiB by 64 KiB/" + contender, [] { return read_file<Reader>(65536); });
 }
 
-// The whole file in one piece of memory.
+// Reading the whole file into one block of memory.
 static void add_collectors() {
   const std::string name = "Instream, 100 MiB collected/";
   add(name + "runenv",

@@ -1,6 +1,6 @@
-# One section of the table: the medians of a run of Google Benchmark, each case with the time of ours
-# and how many times as much its peers take. Where a case counts the processor time of its server
-# (`server_ns`), that has a row of its own. Arguments: $title.
+# Prints one section of the table from the medians of a Google Benchmark run. Each case has the time
+# of runenv and the times of the others as multiples of it. If a case has the processor time of its
+# server (`server_ns`), it gets a second row. Arguments: $title.
 
 def rounded: if . < 10 then (. * 100 | round / 100) elif . < 100 then (. * 10 | round / 10) else round end;
 def time:
@@ -8,12 +8,12 @@ def time:
   elif . < 1e9 then "\(. / 1e6 | rounded) ms" else "\(. / 1e9 | rounded) s" end;
 def nanoseconds: .real_time * {ns: 1, us: 1e3, ms: 1e6, s: 1e9}[.time_unit];
 
-# The name of a run is the case, the contender and what Google Benchmark adds.
+# The name of a run consists of the case, the contender and what Google Benchmark adds.
 def split_name:
   gsub("/(real_time|manual_time|process_time|(iterations|repeats|threads):[0-9]+)"; "")
   | capture("^(?<case>.*)/(?<who>[^/]*)$");
 
-# A row on one quantity of all contenders of a case, nothing if ours does not have it.
+# A row with one quantity of all contenders of a case, or nothing if runenv does not have it.
 def row($name; quantity; shown):
   (.[] | select(.who == "runenv") | quantity | values) as $ours
   | [.[] | select(.who != "runenv") | "\(.who) \(quantity / $ours | rounded)"]

@@ -9,3 +9,4 @@ if(NOT RUNENV_BASE_URL MATCHES "^https://([A-Za-z0-9]([A-Za-z0-9._-]*[A-Za-z0-9]
           "RUNENV_BASE_URL is \"${RUNENV_BASE_URL}\", but must be https://host or "
           "https://host:port with nothing after it, not even a slash, and a port of 1 to 65535.")
 endif()
+message(STATUS "Distribution server: ${RUNENV_BASE_URL}")

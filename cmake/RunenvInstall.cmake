@@ -1,6 +1,7 @@
 # What "cmake --install" puts where: the component "runtime" has the programs and what is read
-# beside them, the component "development" the library. A project that embeds this one installs
-# nothing of it, and builds of its programs only what it asks for, unless it sets RUNENV_INSTALL.
+# beside them, the component "development" the library; what programs need of a shared one is the
+# component "library". A project that embeds this one installs nothing of it, and builds of its
+# programs only what it asks for, unless it sets RUNENV_INSTALL.
 option(RUNENV_INSTALL "Install the programs and the library" ${PROJECT_IS_TOP_LEVEL})
 
 set(programs runenv-bootstrap ${tools})
@@ -17,11 +18,17 @@ if(NOT RUNENV_INSTALL)
 endif()
 
 include(CMakePackageConfigHelpers)
+# Where packages are Debian's, libraries are where Debian has them.
+if(PROJECT_IS_TOP_LEVEL AND NOT DEFINED CMAKE_INSTALL_LIBDIR AND CMAKE_LIBRARY_ARCHITECTURE
+   AND EXISTS /etc/debian_version)
+  set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Libraries")
+endif()
 include(GNUInstallDirs)
+include(RunenvInstalledText)
 
 # The programs. What does not come from the compiler is looked up when it is installed.
 install(TARGETS ${programs} COMPONENT runtime)
-install(DIRECTORY docs/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime
+install(DIRECTORY ${text}/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime
         FILES_MATCHING PATTERN "*.1" PATTERN "runenv-verify*" EXCLUDE)
 set(bash_dir ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 set(fish_dir ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
@@ -36,7 +43,7 @@ install(DIRECTORY scripts/completions/zsh/
 # name of tar it stands where nobody meets it by accident.
 if(verifying)
   install(TARGETS runenv-verify COMPONENT verify)
-  install(FILES docs/man/runenv-verify.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT verify)
+  install(FILES ${text}/man/runenv-verify.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT verify)
   install(FILES scripts/completions/bash/runenv-verify DESTINATION ${bash_dir} COMPONENT verify)
   install(FILES scripts/completions/fish/runenv-verify.fish DESTINATION ${fish_dir} COMPONENT verify)
   set(libexec_dir ${CMAKE_INSTALL_FULL_LIBEXECDIR}/runenv)
@@ -78,28 +85,36 @@ if(TARGET runenv-status) # which runenv-update asks first
 endif()
 
 # The README's links into docs/ hold.
-install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
+install(FILES ${text}/README.md CHANGELOG.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
         COMPONENT runtime)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
-        FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN man EXCLUDE)
+        FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN man EXCLUDE PATTERN reference EXCLUDE
+        PATTERN testing.md EXCLUDE PATTERN building.md EXCLUDE)
 
 install(PROGRAMS contrib/upload/runenv-upload DESTINATION ${CMAKE_INSTALL_DOCDIR}/contrib/upload
         COMPONENT runtime)
 install(FILES contrib/nginx/runenv-cache.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/contrib/nginx
         COMPONENT runtime)
 
-# The library, and every header that does not begin with "// Internal:".
-foreach(folder core fs process runtime schema socket stream)
-  file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${folder}/*.h)
-  foreach(header ${headers})
-    file(STRINGS ${header} first_line LIMIT_COUNT 1)
-    if(NOT first_line MATCHES "^// Internal:")
-      install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv/${folder}
-              COMPONENT development)
-    endif()
-  endforeach()
+# For those who embed the library: the guides, their programs as a project, and the reference.
+set(guides_dir ${CMAKE_INSTALL_DATADIR}/doc/runenv-dev)
+install(FILES docs/embedding.md docs/sockets.md docs/stability.md DESTINATION ${guides_dir}
+        COMPONENT development)
+install(DIRECTORY examples DESTINATION ${guides_dir} COMPONENT development)
+if(RUNENV_BUILD_REFERENCE)
+  install(DIRECTORY ${PROJECT_BINARY_DIR}/reference/html COMPONENT reference
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/runenv-doc)
+endif()
+
+# The library and its headers.
+foreach(header ${runenv_public_headers})
+  cmake_path(GET header PARENT_PATH folder)
+  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv/${folder}
+          COMPONENT development)
 endforeach()
-install(TARGETS runenv EXPORT runenv COMPONENT development
+install(TARGETS runenv EXPORT runenv
+        LIBRARY COMPONENT library NAMELINK_COMPONENT development
+        ARCHIVE COMPONENT development
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv)
 
 # find_package(runenv CONFIG). Before 1.0 every minor version may break what used the one before.
@@ -111,8 +126,8 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/runenvConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/runenvConfigVersion.cmake DESTINATION ${package_dir}
         COMPONENT development)
 
-# pkg-config, above all for C programs: they link what a C++ compiler adds by itself. The file finds
-# its prefix from where it lies, so that an installation can be moved.
+# pkg-config, above all for C programs: with a static library they link what a C++ compiler adds by
+# itself. The file finds its prefix from where it lies, so that an installation can be moved.
 set(pc_dir ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY "${pc_dir}" OUTPUT_VARIABLE pc_prefix)
 set(pc_libdir "\${prefix}")
@@ -121,6 +136,9 @@ set(pc_includedir "\${prefix}")
 cmake_path(APPEND pc_includedir "${CMAKE_INSTALL_INCLUDEDIR}" runenv)
 set(pc_libs ${CMAKE_CXX_IMPLICIT_LINK_LIBRARIES})
 list(REMOVE_ITEM pc_libs ${CMAKE_C_IMPLICIT_LINK_LIBRARIES})
+if(BUILD_SHARED_LIBS)
+  set(pc_libs)
+endif()
 list(TRANSFORM pc_libs PREPEND -l)
 list(JOIN pc_libs " " pc_libs)
 configure_file(cmake/runenv.pc.in runenv.pc @ONLY)

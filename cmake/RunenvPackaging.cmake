@@ -1,5 +1,5 @@
-# Packages of what RunenvInstall.cmake installs. The target "package" makes "runenv", "runenv-verify"
-# and "runenv-dev" for Debian where its tools are at hand, an archive elsewhere; the target
+# Packages of what RunenvInstall.cmake installs. The target "package" makes "runenv", "runenv-verify",
+# "runenv-dev" and "runenv-doc" for Debian where its tools are at hand, an archive elsewhere; the target
 # "package_source" makes the source archive.
 set(RUNENV_MAINTAINER "runenv maintainers <maintainers@runenv.invalid>" CACHE STRING
     "Whom the packages name as responsible for them")
@@ -11,6 +11,7 @@ set(CPACK_PACKAGE_CONTACT "${RUNENV_MAINTAINER}")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_RUNENV_BASE_URL "${RUNENV_BASE_URL}")
 set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/RunenvStagedPackage.cmake")
 
 # dpkg-shlibdeps names the libraries that the programs need; it and CPack look with file(1).
@@ -25,6 +26,12 @@ endif()
 set(CPACK_COMPONENTS_ALL runtime development)
 if(TARGET runenv-verify)
   list(APPEND CPACK_COMPONENTS_ALL verify)
+endif()
+if(BUILD_SHARED_LIBS)
+  list(APPEND CPACK_COMPONENTS_ALL library)
+endif()
+if(RUNENV_BUILD_REFERENCE)
+  list(APPEND CPACK_COMPONENTS_ALL reference)
 endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -55,7 +62,7 @@ endif()
 set(CPACK_DEBIAN_VERIFY_PACKAGE_NAME runenv-verify)
 set(CPACK_DEBIAN_VERIFY_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_VERIFY_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_VERIFY_PACKAGE_DEPENDS "tar, gzip")
+set(CPACK_DEBIAN_VERIFY_PACKAGE_DEPENDS "tar (>= 1.15)")
 set(CPACK_DEBIAN_VERIFY_PACKAGE_ENHANCES runenv)
 set(CPACK_DEBIAN_VERIFY_DESCRIPTION
     "check the signatures of releases before they are unpacked
@@ -65,6 +72,7 @@ of the tar that runenv-bootstrap starts, it refuses all others.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME runenv-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS runenv-doc)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libc6-dev, libstdc++-dev")
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   string(REGEX MATCH "^[0-9]+" version ${CMAKE_CXX_COMPILER_VERSION})
@@ -75,7 +83,34 @@ set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
     "run-time library of runenv, for C++ and C programs
 Strings, buffers, memory pools, paths and files, child processes, streams,
 console output and asynchronous sockets: a static library with its headers,
-for CMake and pkg-config.")
+for CMake and pkg-config, the guides, and their programs as a project.")
+
+if(BUILD_SHARED_LIBS)
+  get_target_property(soversion runenv SOVERSION)
+  set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME librunenv${soversion})
+  set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+  set(CPACK_DEBIAN_LIBRARY_PACKAGE_SHLIBDEPS ON)
+  # Which package a program needs that is linked with the library, and that ld.so learns of it.
+  set(control ${PROJECT_BINARY_DIR}/control)
+  file(WRITE ${control}/shlibs
+       "librunenv ${soversion} librunenv${soversion} (>= ${PROJECT_VERSION})\n")
+  file(WRITE ${control}/triggers "activate-noawait ldconfig\n")
+  set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${control}/shlibs ${control}/triggers)
+  set(CPACK_DEBIAN_LIBRARY_DESCRIPTION
+      "run-time library of runenv, for the programs that are linked with it
+Strings, buffers, memory pools, paths and files, child processes, streams,
+console output and asynchronous sockets.")
+  string(APPEND CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+         ", librunenv${soversion} (= ${PROJECT_VERSION})")
+endif()
+
+set(CPACK_DEBIAN_REFERENCE_PACKAGE_NAME runenv-doc)
+set(CPACK_DEBIAN_REFERENCE_PACKAGE_SECTION doc)
+set(CPACK_DEBIAN_REFERENCE_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_REFERENCE_DESCRIPTION
+    "reference of the run-time library of runenv
+A page for each header of the library, with a search, for any browser. It
+begins at /usr/share/doc/runenv-doc/html/index.html and needs no network.")
 
 # The source archive. Of what lies in the source directory, RunenvStagedPackage.cmake leaves what git
 # tracks; without git, all but build directories goes in.

@@ -1,4 +1,8 @@
 # Run by cpack when the content of a package lies in place and is not yet packed.
+if(NOT CPACK_INSTALLED_DIRECTORIES AND CPACK_RUNENV_BASE_URL STREQUAL "https://localhost")
+  message(WARNING "The packages are for the distribution server https://localhost. "
+                  "Configure with -DRUNENV_BASE_URL=https://your.server to name yours.")
+endif()
 if(CPACK_INSTALLED_DIRECTORIES)
   # The sources: what git does not track, goes, as far as git can tell.
   list(GET CPACK_INSTALLED_DIRECTORIES 0 source)
@@ -12,20 +16,24 @@ if(CPACK_INSTALLED_DIRECTORIES)
     endforeach()
   endif()
 elseif(CPACK_GENERATOR STREQUAL DEB)
-  # Debian's ways: compressed manual pages, a changelog in its own form, zsh completions where its
-  # zsh looks, and curl's settings in place.
+  # Debian's ways: compressed manual pages, a changelog in its own form, who holds the rights, zsh
+  # completions where its zsh looks, and curl's settings in place.
   set(share "${CPACK_TEMPORARY_DIRECTORY}/runtime/usr/share")
-  string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
-  set(changelogs "${share}/doc/runenv/changelog"
-                 "${CPACK_TEMPORARY_DIRECTORY}/development/usr/share/doc/runenv-dev/changelog")
-  if(EXISTS "${CPACK_TEMPORARY_DIRECTORY}/verify")
-    list(APPEND changelogs
-         "${CPACK_TEMPORARY_DIRECTORY}/verify/usr/share/doc/runenv-verify/changelog")
-  endif()
-  foreach(changelog ${changelogs})
-    file(WRITE "${changelog}" "runenv (${CPACK_PACKAGE_VERSION}) unstable; urgency=medium\n\n"
-         "  * What changed is told in /usr/share/doc/runenv/CHANGELOG.md.\n\n"
-         " -- ${CPACK_PACKAGE_CONTACT}  ${date}\n")
+  string(TIMESTAMP date "%Y-%m-%d" UTC)
+  string(TIMESTAMP year "%Y" UTC)
+  execute_process(COMMAND awk -v version=${CPACK_PACKAGE_VERSION} -v now=${date}
+                          -v maintainer=${CPACK_PACKAGE_CONTACT}
+                          -f ${CMAKE_CURRENT_LIST_DIR}/debian_changelog.awk
+                          ${CMAKE_CURRENT_LIST_DIR}/../CHANGELOG.md
+                  OUTPUT_VARIABLE changelog COMMAND_ERROR_IS_FATAL ANY)
+  set(changelogs)
+  foreach(component ${CPACK_COMPONENTS_ALL})
+    string(TOUPPER ${component} upper)
+    set(documents "${CPACK_TEMPORARY_DIRECTORY}/${component}/usr/share/doc")
+    string(APPEND documents "/${CPACK_DEBIAN_${upper}_PACKAGE_NAME}")
+    file(WRITE "${documents}/changelog" "${changelog}")
+    list(APPEND changelogs "${documents}/changelog")
+    configure_file("${CMAKE_CURRENT_LIST_DIR}/copyright.in" "${documents}/copyright" @ONLY)
   endforeach()
   file(GLOB pages "${CPACK_TEMPORARY_DIRECTORY}/*/usr/share/man/man1/*.1")
   execute_process(COMMAND gzip -9nf ${pages} ${changelogs} COMMAND_ERROR_IS_FATAL ANY)

@@ -5,7 +5,7 @@
 
 namespace runenv {
 
-// A block of no bytes may be null.
+// `empty`: a block of 0 bytes was requested, which may be null.
 static void* abort_if_exhausted(void* block, bool empty) {
   if (block == nullptr && !empty) {
     std::fputs("Out of memory!\n", stderr);

@@ -1,21 +1,23 @@
-// Internal: the C heap for code that cannot go on without memory. Each function returns a usable
-// block or aborts the process with "Out of memory!" on standard error. Release blocks with free().
+// Internal: allocation on the C heap for code that cannot handle a failure. When memory is
+// exhausted, each function prints "Out of memory!" to standard error and aborts the process. The
+// caller owns the block and releases it with free(). A block of 0 bytes may be null.
 #pragma once
 
 #include <cstddef>
 
 namespace runenv {
 
-// A block of `bytes` uninitialised bytes.
+// Returns a block of `bytes` uninitialised bytes.
 void* allocate(size_t bytes);
 
-// A block of `bytes` zero bytes. The kernel zeroes a large block page by page, when it is touched.
+// Returns a block of `bytes` zero bytes. The kernel zeroes each page of a large block when the page
+// is first touched.
 void* allocate_zeroed(size_t bytes);
 
-// `block` (null: none yet) resized to `bytes`, its content kept as far as it fits.
+// Resizes `block`, which may be null, to `bytes` and keeps the content that fits.
 void* reallocate(void* block, size_t bytes);
 
-// The same for `count` elements of `size` bytes. A product that overflows counts as exhaustion.
+// The same for `count` elements of `size` bytes. An overflow of the product counts as exhaustion.
 void* reallocate_array(void* block, size_t count, size_t size);
 
 }  // namespace runenv

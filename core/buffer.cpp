@@ -8,10 +8,10 @@
 #include "runtime/runtime_core.h"
 
 static constexpr unsigned long long kFirstCapacity = 8;
-// No allocation of more succeeds, and doubling it would wrap.
+// No larger allocation succeeds, and doubling this value would overflow.
 static constexpr unsigned long long kLargestCapacity = 1ULL << 63;
 
-// The capacity doubled until it holds `need` bytes.
+// Returns the capacity, doubled until it holds `need` bytes.
 static unsigned long long grown_capacity(unsigned long long capacity, unsigned long long need) {
   unsigned long long grown = capacity == 0 ? kFirstCapacity : capacity;
   while (grown < need) {
@@ -58,8 +58,8 @@ void Buffer::release() {
 
 char* Buffer::get_unmanaged_array() {
   static char empty[1] = {'\0'};
-  // The test is against the capacity, not the size, on purpose: a buffer that is read to its end
-  // still returns its own storage.
+  // Compares with the capacity and not with the size on purpose: a buffer that was read to its end
+  // returns its own storage.
   if (capacity == 0 || consumed > capacity) {
     return empty;
   }
@@ -68,7 +68,7 @@ char* Buffer::get_unmanaged_array() {
 
 void Buffer::grow(unsigned long long need) {
   const unsigned long long grown = grown_capacity(capacity, need);
-  // A capacity of 0 says that the buffer owns nothing: after exhaustion `array` dangles.
+  // With a capacity of 0 the buffer owns nothing, and `array` may dangle.
   void* const block = std::realloc(capacity == 0 ? nullptr : array, grown);
   if (block == nullptr) {
     throw_out_of_memory();
@@ -79,7 +79,7 @@ void Buffer::grow(unsigned long long need) {
 
 void Buffer::throw_out_of_memory() {
   if (capacity != 0) {
-    std::free(array);  // the field keeps its value
+    std::free(array);  // `array` dangles from here on
     capacity = 0;
     size = 0;
   }

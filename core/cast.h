@@ -2,8 +2,10 @@
 #ifndef RUNENV_CORE_CAST_H
 #define RUNENV_CORE_CAST_H
 
-/* C++ programs that warn of C's casts include these headers, too. */
+/* In C++ this is not a C-style cast, so that programs can include the headers with
+ * -Wold-style-cast. */
 #ifdef __cplusplus
+/* Casts `pointer` to another pointer `type`. */
 #define RUNENV_CAST(type, pointer) (reinterpret_cast<type>(pointer))
 #else
 #define RUNENV_CAST(type, pointer) ((type)(pointer))

@@ -1,5 +1,5 @@
-/* Zeroes the blocks that pools, pages and arrays hand out. For blocks of 4 to 64 bytes, the most
- * common ones, this is up to twice as fast as calling memset. */
+/* Zeroes the blocks that pools, pages and arrays return. For blocks of 4 to 64 bytes, the most
+ * common sizes, this is up to twice as fast as a call of memset. */
 #ifndef RUNENV_CORE_CLEAR_H
 #define RUNENV_CORE_CLEAR_H
 
@@ -11,15 +11,15 @@
 extern "C" {
 #endif
 
-/* Zeroes the first and the last `piece` bytes, which may overlap, of a block of `size` bytes. Where
- * `piece` is a constant, compilers make single instructions of this. */
+/* Zeroes the first and the last `piece` bytes of a block of `size` bytes. The two pieces may
+ * overlap. With a constant `piece`, compilers replace each memset by a few instructions. */
 static inline void runenv_clear_ends(void* block, unsigned long long size,
                                      unsigned long long piece) {
   memset(block, 0, piece);
   memset(RUNENV_CAST(char*, block) + (size - piece), 0, piece);
 }
 
-/* Zeroes `size` bytes at `block` and returns it. An empty block may be null. */
+/* Zeroes `size` bytes at `block` and returns `block`. It may be null if `size` is 0. */
 static inline void* runenv_clear(void* block, unsigned long long size) {
   if (size == 0) {
     return block;

@@ -1,7 +1,7 @@
 /* A growable array of fixed-size elements that grows by a fixed step. Every new element is
- * zero-filled. Growing moves the elements: pointers to them become invalid.
+ * zero-filled. Growing invalidates all pointers to elements.
  *
- * Sizes are bytes, indices and counts are elements. A failed allocation ends the process. */
+ * Sizes are in bytes, indices and counts in elements. A failed allocation ends the process. */
 #ifndef RUNENV_CORE_DYMARRAY_H
 #define RUNENV_CORE_DYMARRAY_H
 
@@ -20,14 +20,14 @@ typedef struct dymarray_t {
   unsigned long long count;    /* elements in use */
 } dymarray_t;
 
-/* Makes an empty array and returns the step used: `step`, or 64 for 0. */
+/* Initialises an empty array. Returns the step that it uses: `step`, or 64 if `step` is 0. */
 unsigned long long dymarray_init(dymarray_t* array, unsigned long long element_size,
                                  unsigned long long step);
 
-/* Frees the elements. The array is empty then and may be used again. */
+/* Frees the elements. The array is then empty and can be used again. */
 void dymarray_destroy(dymarray_t* array);
 
-/* For dymarray_alloc alone: makes room for `step` more elements. */
+/* Internal to dymarray_alloc: makes room for `step` more elements. */
 void dymarray_grow(dymarray_t* array);
 
 /* Appends a zero-filled element and returns it. */
@@ -38,7 +38,7 @@ static inline void* dymarray_alloc(dymarray_t* array) {
   return runenv_clear(array->data + array->count++ * array->element_size, array->element_size);
 }
 
-/* Element `index`, unchecked. */
+/* Returns element `index`. The index is not checked. */
 static inline void* dymarray_at(dymarray_t* array, unsigned long long index) {
   return array->data + index * array->element_size;
 }
@@ -46,11 +46,11 @@ static inline const void* dymarray_cat(const dymarray_t* array, unsigned long lo
   return array->data + index * array->element_size;
 }
 
-/* The last element, null when empty. */
+/* Returns the last element, or null if the array is empty. */
 void* dymarray_last(dymarray_t* array);
 const void* dymarray_clast(const dymarray_t* array);
 
-/* Pointer iteration: from begin, by next, until end. */
+/* Iteration with pointers: start at begin, advance with next, stop at end. */
 static inline void* dymarray_begin(dymarray_t* array) {
   return array->data;
 }
@@ -70,27 +70,27 @@ static inline const void* dymarray_cend(const dymarray_t* array) {
   return array->count == 0 ? array->data : dymarray_cat(array, array->count);
 }
 
-/* The index of an element of this array. */
+/* Returns the index of an element of this array. */
 unsigned long long dymarray_indexof(const dymarray_t* array, const void* element);
 
-/* The number of elements. */
+/* Returns the number of elements. */
 static inline unsigned long long dymarray_size(const dymarray_t* array) {
   return array->count;
 }
 
-/* Drops the last element, if any; returns the new count. */
+/* Removes the last element, if any. Returns the new count. */
 unsigned long long dymarray_pop_back(dymarray_t* array);
 
-/* Drops all but the first `n` elements; never grows. */
+/* Removes all but the first `n` elements. Does nothing if there are no more than `n`. */
 void dymarray_rewind(dymarray_t* array, unsigned long long n);
 
 /* Exchanges two elements. */
 void dymarray_swap(dymarray_t* array, unsigned long long i, unsigned long long j);
 
-/* Sorts by `compare`, which returns as for qsort. */
+/* Sorts with `compare`, a comparison function as for qsort. */
 void dymarray_sort(dymarray_t* array, int (*compare)(const void*, const void*));
 
-/* The number of elements allocated but not in use. */
+/* Returns the number of elements that are allocated but not in use. */
 static inline unsigned long long dymarray_overhead(const dymarray_t* array) {
   return array->capacity - array->count;
 }

@@ -13,7 +13,7 @@ using Allocate = void* (*)(size_t bytes);
 
 static dympage_page_t* make_page(dympage_page_t* previous, unsigned long long payload,
                                  Allocate allocate_page) {
-  // A sum that wrapped would be a small size. SIZE_MAX is one that no allocation gives.
+  // If the sum would overflow, request SIZE_MAX bytes instead, which always fails.
   const bool fits = payload <= PTRDIFF_MAX - sizeof(dympage_page_t);
   auto* page = static_cast<dympage_page_t*>(
       allocate_page(fits ? sizeof(dympage_page_t) + payload : SIZE_MAX));
@@ -29,7 +29,7 @@ static void add_page(dympage_t* handle, unsigned long long size, unsigned long l
   const unsigned long long grow = std::max(handle->page_size, size);
   dympage_page_t* page = make_page(handle->page, grow, allocate_page);
   if (dympage_padding(page, alignment) + size > grow) {
-    // The padding leaves no room for the block. It is shorter than one alignment.
+    // The padding leaves no room for the block. `alignment` more bytes are always enough.
     std::free(page);
     page = make_page(handle->page, grow + alignment, allocate_page);
   }
@@ -59,7 +59,7 @@ void dympage_init2(dympage_t* handle, unsigned long long page_size) {
 
 void* dympage_alloc_in_new_page(dympage_t* handle, unsigned long long size,
                                 unsigned long long alignment) {
-  // Padding that fits the old page is consumed, although the block does not fit.
+  // Padding that fits in the old page is used up, although the block does not fit.
   dympage_page_t* const old = handle->page;
   const unsigned long long padding = dympage_padding(old, alignment);
   if (padding <= old->free_bytes) {
@@ -69,14 +69,14 @@ void* dympage_alloc_in_new_page(dympage_t* handle, unsigned long long size,
     add_page(handle, size, alignment, runenv::allocate);
     return dympage_alloc(handle, size, alignment);
   }
-  // The kernel zeroes a large block, page by page when the page is touched.
+  // For a large block, the kernel zeroes each page when it is first touched.
   add_page(handle, size, alignment, runenv::allocate_zeroed);
   return dympage_carve(handle->page, dympage_padding(handle->page, alignment), size);
 }
 
 void dympage_destroy(dympage_t* handle) {
   dympage_page_t* page = handle->page;
-  handle->page = nullptr;  // now, as the handle may lie in a page
+  handle->page = nullptr;  // first, because the handle may lie in a page
   while (page != nullptr) {
     dympage_page_t* const previous = page->previous;
     std::free(page);

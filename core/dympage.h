@@ -1,7 +1,7 @@
-/* A page (arena) allocator: blocks are carved from large pages and never freed one by one;
- * destroying the allocator frees every page. Every block is zero-filled.
+/* A page (arena) allocator. It takes blocks from large pages. Single blocks cannot be freed;
+ * destroying the allocator frees all pages. Every block is zero-filled.
  *
- * Sizes are bytes. A failed allocation ends the process. */
+ * Sizes are in bytes. A failed allocation ends the process. */
 #ifndef RUNENV_CORE_DYMPAGE_H
 #define RUNENV_CORE_DYMPAGE_H
 
@@ -23,23 +23,25 @@ struct dympage_page_t {
   unsigned long long free_bytes;
 };
 
+/* An allocator. */
 typedef struct dympage_t {
   dympage_page_t* page;         /* the most recent page */
   unsigned long long page_size; /* payload of a normal page */
 } dympage_t;
 
-/* Creates an allocator, whose handle lives in its own first page. `page_size` is the payload of a
- * page, 10 MiB by default. Memory that no block uses is not touched. */
+/* Create an allocator. The handle is stored in the allocator's first page. `page_size` is the
+ * payload of a page, 10 MiB by default. Unused memory of a page is not touched. */
 dympage_t* dympage_create(void);
 dympage_t* dympage_create2(unsigned long long page_size);
 
-/* Make an allocator of a handle that the caller holds. */
+/* Initialise an allocator whose handle is owned by the caller. */
 void dympage_init(dympage_t* handle);
 void dympage_init2(dympage_t* handle, unsigned long long page_size);
 
-/* For dympage_alloc alone: the bytes from the page's first unused one to the next multiple of
- * `alignment`; a block behind `padding` bytes of a page that has room for both; a zero-filled block
- * where the current page has no room, whose rest is then never used again. */
+/* Internal to dympage_alloc. dympage_padding returns the number of bytes from the page's first
+ * unused byte to the next multiple of `alignment`. dympage_carve takes a block after `padding`
+ * bytes; the page must have room for both. dympage_alloc_in_new_page adds a page and returns a
+ * zero-filled block from it. The rest of the previous page is never used. */
 static inline unsigned long long dympage_padding(const dympage_page_t* page,
                                                  unsigned long long alignment) {
   return -RUNENV_CAST(uintptr_t, page->next_free) & (alignment - 1);
@@ -54,8 +56,8 @@ static inline void* dympage_carve(dympage_page_t* page, unsigned long long paddi
 void* dympage_alloc_in_new_page(dympage_t* handle, unsigned long long size,
                                 unsigned long long alignment);
 
-/* A zero-filled block at a multiple of `alignment`, a power of two. A request larger than the page
- * size gets a page of its own. */
+/* Returns a zero-filled block, aligned to `alignment`, which must be a power of two. A block larger
+ * than the page size gets its own page. */
 static inline void* dympage_alloc(dympage_t* handle, unsigned long long size,
                                   unsigned long long alignment) {
   dympage_page_t* const page = handle->page;
@@ -66,14 +68,14 @@ static inline void* dympage_alloc(dympage_t* handle, unsigned long long size,
   return runenv_clear(dympage_carve(page, padding, size), size);
 }
 
-/* Frees every page, and with them the handle that dympage_create made. A handle that the caller
- * holds must be initialised before it is used again. */
+/* Frees all pages, including a handle from dympage_create. A handle that is owned by the caller
+ * must be initialised before it is used again. */
 void dympage_destroy(dympage_t* handle);
 
-/* The bytes of all pages, headers included. */
+/* Returns the size of all pages, including their headers. */
 unsigned long long dympage_usage(const dympage_t* handle);
 
-/* The bytes of all pages that are not handed out. */
+/* Returns the number of free bytes in all pages. */
 unsigned long long dympage_overhead(const dympage_t* handle);
 
 #ifdef __cplusplus

@@ -12,7 +12,8 @@ static unsigned long long chain_length(const void* slot) {
   return length;
 }
 
-// Slot 0 links the pages; the others go on the free list with the highest address first.
+// Slot 0 links to the previous page. The other slots are put on the free list, the one with the
+// highest address at its head.
 void* dympool_grow(dympool_t* pool) {
   if (pool->element_size < sizeof(void*) || pool->per_page < 2) {
     return nullptr;

@@ -1,16 +1,17 @@
-// The one exception type of the system, thrown by value and caught by reference.
+// The exception type of the library. Throw it by value and catch it by reference.
 #pragma once
 
 #include <cstdint>
 
 class Error {
  public:
+  // What went wrong.
   enum class Type : uint32_t {
     Failure = 10,   // an operation on the outside world failed
-    Internal = 11,  // a variant tag is none of the known kinds
+    Internal = 11,  // a kind tag has an unknown value
   };
 
-  // Keeps its own copy of `text`.
+  // Copies `text`.
   Error(Type error_type, const char* text);
   Error(Error&& other) noexcept;
   Error(const Error&) = delete;
@@ -18,6 +19,6 @@ class Error {
   Error& operator=(Error&&) = delete;
   ~Error();
 
-  Type type;
-  char* message;  // NUL-terminated, owned; null once the Error has been moved from
+  Type type;      // what went wrong
+  char* message;  // NUL-terminated, owned; null after a move from this object
 };

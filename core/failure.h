@@ -1,4 +1,4 @@
-// Internal: throwing an Error of type Failure: an operation on the outside world failed.
+// Internal: functions that throw an Error of type Failure.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@ namespace runenv {
 
 [[noreturn]] void throw_failure(const std::string& message);
 
-// The whole message is the system's text for `error_number`.
+// The message is strerror's text for `error_number`.
 [[noreturn]] void throw_system_failure(int error_number);
 
 }  // namespace runenv

@@ -1,5 +1,4 @@
-// Internal: owners of what the C library and the C functions hand out. No early return or throw
-// leaks it.
+// Internal: owners of C resources, so that no early return or exception leaks them.
 #pragma once
 
 #include <unistd.h>
@@ -20,7 +19,7 @@ struct Releaser {
   }
 };
 
-// Owns what `Release` gives back, such as owner<FILE, std::fclose>.
+// Owns a resource that `Release` frees, for example owner<FILE, std::fclose>.
 template <typename T, auto Release>
 using owner = std::unique_ptr<T, Releaser<Release>>;
 
@@ -28,7 +27,7 @@ using owner = std::unique_ptr<T, Releaser<Release>>;
 template <typename T>
 using malloc_ptr = owner<T, std::free>;
 
-// A text builder that is released with its scope.
+// A string builder that is released at the end of its scope.
 struct OwnedBucket : bucket_t {
   // cppcheck-suppress uninitDerivedMemberVar ; the base is a copy of the builder
   explicit OwnedBucket(const bucket_t& builder) : bucket_t(builder) {}
@@ -37,7 +36,7 @@ struct OwnedBucket : bucket_t {
   OwnedBucket& operator=(const OwnedBucket&) = delete;
 };
 
-// Owns one descriptor.
+// Owns a file descriptor. A negative one stands for none.
 class unique_fd {
  public:
   explicit unique_fd(int descriptor = -1) : fd(descriptor) {}

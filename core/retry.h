@@ -1,4 +1,4 @@
-// Internal: system calls that a signal interrupts.
+// Internal: repeating system calls that a signal interrupted.
 #pragma once
 
 #include <unistd.h>
@@ -8,7 +8,7 @@
 
 namespace runenv {
 
-// Makes the call, again as long as a signal interrupts it, and returns its result.
+// Makes the call, repeats it while it fails with EINTR, and returns the last result.
 template <typename Call>
 auto retry(const Call& call) {
   auto result = call();

@@ -9,7 +9,7 @@ String::~String() {
 }
 
 void String::update_from(const char* source) {
-  char* const previous = text;  // freed last: `source` may be our own text
+  char* const previous = text;  // freed last, because `source` may be this text
   copy_from(source);
   std::free(previous);
 }

@@ -3,19 +3,20 @@
 
 class String final {
  public:
-  String() = default;  // empty: a null pointer
+  String() = default;  // empty
   ~String();
   String(const String&) = delete;
   String& operator=(const String&) = delete;
 
-  // The string, null when empty. This object owns it.
+  // Returns the string, or null if empty. It is owned by this object and valid until the object is
+  // modified.
   char* get_unmanaged_string() { return text; }
   const char* get_unmanaged_string() const { return text; }
 
-  // Replaces the content by a copy of `source`, which may be this object's own text.
+  // Replaces the content with a copy of `source`, which may be this object's own text.
   void update_from(const char* source);
 
-  // Stores a copy of `source` in a String known to be empty; a filled one leaks what it held.
+  // Stores a copy of `source`. The object must be empty, otherwise its content leaks.
   void copy_from(const char* source);
 
   // Frees the content.

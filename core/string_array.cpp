@@ -15,7 +15,7 @@ const char* StringArray::get_unmanaged_string(unsigned index) const {
 }
 
 void StringArray::update_from(const char* const* source, unsigned n) {
-  StringArray previous;  // freed last: `source` may be our own texts
+  StringArray previous;  // freed last, because `source` may be its strings
   std::swap(previous.strings, strings);
   std::swap(previous.count, count);
   copy_from(source, n);

@@ -3,23 +3,26 @@
 
 class StringArray final {
  public:
-  StringArray() = default;  // empty: a null pointer and a count of 0
+  StringArray() = default;  // empty
   ~StringArray();
   StringArray(const StringArray&) = delete;
   StringArray& operator=(const StringArray&) = delete;
 
-  // Element `index`, null when out of range. The array owns it.
+  // Returns element `index`, or null if it is out of range. The string is owned by the array and
+  // valid until the array is modified.
   const char* get_unmanaged_string(unsigned index) const;
 
-  // The raw array of get_size() elements; may be null when empty.
+  // Returns the array of get_size() elements, which may be null if empty. Ownership as above.
   char** get_unmanaged_strings() const { return strings; }
 
+  // Returns the number of elements.
   unsigned get_size() const { return count; }
 
-  // Replaces the content by copies of `source[0 .. n)`, which may be this array's own texts.
+  // Replaces the content with copies of the `n` strings at `source`, which may be this array's own
+  // strings.
   void update_from(const char* const* source, unsigned n);
 
-  // The same for an array known to be empty; a filled one leaks what it held.
+  // Stores copies in the same way. The array must be empty, otherwise its content leaks.
   void copy_from(const char* const* source, unsigned n);
 
   // Frees the content.

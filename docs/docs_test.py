@@ -79,7 +79,7 @@ def is_run_here(line):
     if words[0] in SYSTEM or "/usr/share/" in line:
         expect([word for word in words if not re.search("[0-9./=]|runenv", word)],
                sh(f"{words[0]} --help 2>&1 || echo '{line}'"))
-    elif "scripts/" in line or words[0] in ("cmake", "cpack", ".ci/run"):
+    elif "scripts/" in line or "cmake/checks/" in line or words[0] in ("cmake", "cpack", ".ci/run"):
         expect([" ".join(words)], ELSEWHERE)
     else:
         return True
@@ -134,7 +134,7 @@ def check_setting(row):
 KNOWN = sh("""env --help && tar --help && curl --help all
     cat CMakeLists.txt cmake/*.cmake cmake/checks/*.sh scripts/*.sh app/* schema/* tools/*.* tests/*.*""", SOURCE)
 USAGE = sh("runenv-bootstrap --help")
-ELSEWHERE = sh("cat .ci/run; grep -E '^(cmake|cpack) ' README.md; echo .ci/run", SOURCE)
+ELSEWHERE = sh("cat .ci/run; grep -E '^(cmake|cpack) ' docs/building.md; echo .ci/run", SOURCE)
 EXAMPLES = [path.read_text() for path in SOURCE.glob("examples/*.cpp")]
 
 # The files, and a server that has what the documents speak of.

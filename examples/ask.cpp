@@ -25,20 +25,20 @@ int main(int argc, char** argv) {
     std::fputs("usage: ask PATH TEXT\n", stderr);
     return 1;
   }
-  genv_debug_info = true;  // tell why a connection fails
+  genv_debug_info = true;  // print why a connection fails
   Runtime.startsocket();
   Talk talk;
   Client* const client = create_client(argv[1], &talk, [](void* context, Connection*) {
     static_cast<Talk*>(context)->closed = true;
   });
   if (client == nullptr) {
-    return 1;  // the reason has been printed
+    return 1;  // create_client has printed the reason
   }
   Encoding::ZeroTerminated::create_encoding(client, print_answer);
   Message::Outbound* const question = Message::create_outbound(client);
   question->send_chunk(argv[2], static_cast<unsigned>(std::strlen(argv[2])));
   Message::finalize_outbound(question);
-  while (!talk.closed) {  // the server may end the connection too
+  while (!talk.closed) {  // also ends if the server closes the connection
     Runtime.poll(1000);
   }
   return talk.answered ? 0 : 1;

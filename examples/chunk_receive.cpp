@@ -1,4 +1,4 @@
-// Receives a file and further messages, all chunked, from one chunk_send.
+// Receives a file and further messages from one chunk_send. All messages are chunked.
 
 #include <cstdio>
 #include <cstring>
@@ -12,9 +12,9 @@
 
 using namespace SocketASync;
 
-// What is known about the sender; the layer hands it to the callbacks.
+// The state of the sender. The socket layer passes it to the callbacks.
 struct Sender {
-  const char* file;  // null once the file is there
+  const char* file;  // null once the file has been received
   bool gone = false;
 };
 
@@ -40,7 +40,7 @@ static void print_message(Message::Inbound* message) {
   Runtime.log("%.*s\n", static_cast<int>(text.length()), text.get_unmanaged_array());
 }
 
-// Called when the first chunk of a message is there; the rest is waited for while it is read.
+// Called when the first chunk of a message is complete. Reading blocks until the rest arrives.
 static void on_message(void* context, Message::Inbound* message) {
   auto* sender = static_cast<Sender*>(context);
   if (sender->file != nullptr) {
@@ -69,18 +69,18 @@ int main(int argc, char** argv) {
       argv[1], &sender,
       [](void* context, Connection* connection) {
         Encoding::Chunked::create_encoding(connection, on_message);
-        set_timeout(connection, 10);  // a sender that stops in the middle is given up
+        set_timeout(connection, 10);  // in seconds, for a sender that stops within a message
         return context;
       },
       [](void* context, Connection*) { static_cast<Sender*>(context)->gone = true; });
   if (listener == nullptr) {
-    return 1;  // the reason has been printed
+    return 1;  // create_listener has printed the reason
   }
   try {
     while (!sender.gone) {
       Runtime.poll(1000);
     }
-  } catch (const Error& error) {  // out of a read inside on_message
+  } catch (const Error& error) {  // thrown by a read in on_message
     Runtime.error("chunk_receive: %s\n", error.message);
     return 1;
   }

@@ -1,4 +1,4 @@
-// Sends a file and further messages, all chunked, to a chunk_receive.
+// Sends a file and further messages to a chunk_receive. All messages are chunked.
 
 #include <cstdio>
 #include <cstring>
@@ -13,7 +13,7 @@ using namespace SocketASync;
 
 static bool closed = false;
 
-// Sends the file as one message; a chunk goes out for every MiB that is written.
+// Sends the file as one message, one chunk for every MiB.
 static void send_file(Connection* connection, const char* path) {
   InstreamPathImpl input(path);
   OutstreamSockImpl output(connection);
@@ -42,7 +42,7 @@ int main(int argc, char** argv) {
     std::fputs("usage: chunk_send PATH FILE [MESSAGE...]\n", stderr);
     return 1;
   }
-  genv_debug_info = true;  // tell why a connection fails
+  genv_debug_info = true;  // print why a connection fails
   Runtime.startsocket();
   Client* const client = create_client(argv[1], nullptr, [](void*, Connection*) { closed = true; });
   if (client == nullptr) {
@@ -58,7 +58,7 @@ int main(int argc, char** argv) {
   for (int i = 3; i < argc; ++i) {
     send_text(client, argv[i]);
   }
-  mark_close(client);  // ends the connection once all of it has gone out
+  mark_close(client);  // closes the connection once all has been sent
   while (!closed) {
     Runtime.poll(1000);
   }

@@ -15,7 +15,7 @@ static void answer(void*, const void* payload, unsigned short length, const char
   const std::string text(static_cast<const char*>(payload), length);
   Runtime.log("%s asks: %s\n", sender, text.c_str());
   const std::string reply = std::to_string(text.size()) + " bytes";
-  // The result says nothing of use: it is false for a complete send as well.
+  // Ignore the result: it is false even on success.
   endpoint_sendto(endpoint, sender, reply.data(), static_cast<unsigned short>(reply.size()));
 }
 
@@ -44,7 +44,7 @@ int main(int argc, char** argv) {
   EndPoint* const asking = endpoint_create(asking_path.c_str(), &answered, print_answer);
   EndPoint* const answering = endpoint_create(answering_path.c_str(), nullptr, answer);
   if (asking == nullptr || answering == nullptr) {
-    return 1;  // the reason has been printed
+    return 1;  // endpoint_create has printed the reason
   }
   endpoint_sendto(asking, answering_path.c_str(), argv[2],
                   static_cast<unsigned short>(std::strlen(argv[2])));

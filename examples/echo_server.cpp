@@ -1,4 +1,4 @@
-// Answers every zero-terminated message with the same message, over TCP and a unix path at once.
+// Sends every zero-terminated message back. Listens on TCP and on a unix path at the same time.
 
 #include <cstdio>
 #include <cstring>
@@ -15,7 +15,7 @@ static void echo(Buffer* message, void*, Connection* connection) {
   Message::finalize_outbound(answer);
 }
 
-// Called for every accepted connection: what it returns is handed to all later callbacks.
+// Called for every accepted connection. Its result is passed to all later callbacks.
 static void* accept_connection(void*, Connection* connection) {
   Encoding::ZeroTerminated::create_encoding(connection, echo);
   return nullptr;
@@ -37,12 +37,12 @@ int main(int argc, char** argv) {
     std::fputs("usage: echo_server PORT PATH\n", stderr);
     return 1;
   }
-  genv_debug_info = true;  // tell about connections that come and go
+  genv_debug_info = true;  // log when connections open and close
   Runtime.startsocket();
   if (create_listener("127.0.0.1", argv[1], "tcp", nullptr, accept_connection, connection_closed) ==
           nullptr ||
       create_listener(argv[2], nullptr, accept_connection, connection_closed) == nullptr) {
-    return 1;  // the reason has been printed
+    return 1;  // create_listener has printed the reason
   }
   for (;;) {
     Runtime.poll(1000);

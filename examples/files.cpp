@@ -8,11 +8,11 @@
 #include "fs/path.h"
 
 static void write_index(const fs::path_t& directory, const fs::path_t& index) {
-  FILE* const file = index.open_write(true);  // makes the directories above it
+  FILE* const file = index.open_write(true);  // true: create missing parent directories
   for (fs::iterator_t entry(directory, false); entry.has_item(); entry.move_next()) {
     const fs::path_t path = entry.get_path();
     if (path.is_regular_file()) {
-      bucket_t name = fs_init(path.cstring());  // the C functions take their paths so
+      bucket_t name = fs_init(path.cstring());  // the path type of the C functions
       std::fprintf(file, "%8lld  %s\n", fs_size(&name), entry.get_name());
       bucket_release(&name);
     }
@@ -26,7 +26,7 @@ int main(int argc, char** argv) {
     return 1;
   }
   try {
-    // The real path fails where there is nothing; an iterator would find no entry and be content.
+    // real_path throws if the directory does not exist. An iterator would just find no entry.
     write_index(fs::path_t(argv[1]).real_path(), argv[2]);
   } catch (const Error& error) {
     std::fprintf(stderr, "files: %s\n", error.message);

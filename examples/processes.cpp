@@ -1,4 +1,4 @@
-// Has another program, a filter such as sort, work on the text that it is given.
+// Runs a filter program such as sort on a text.
 
 #include <csignal>
 #include <cstdio>
@@ -8,7 +8,7 @@
 #include "core/error.h"
 #include "process/child_process.h"
 
-// The child of the words, fed with `text`; what it answers goes to `output`.
+// Runs the program with `text` as its input and appends its output to `output`.
 static ChildProcess::result_t run(const char* const* words, const char* text, Buffer& output) {
   using namespace ChildProcess;
   const std::unique_ptr<process_t, void (*)(process_t*)> child(
@@ -16,7 +16,7 @@ static ChildProcess::result_t run(const char* const* words, const char* text, Bu
                    {REDIRECT_INHERIT, nullptr}, nullptr, false),
       destroy);
   write(child.get(), text);
-  shutdown(child.get(), CHANNEL_STDIN);  // or a filter would wait for more
+  shutdown(child.get(), CHANNEL_STDIN);  // otherwise a filter would wait for more input
   read_all(child.get(), CHANNEL_STDOUT, output);
   return wait2(child.get());
 }
@@ -26,14 +26,14 @@ int main(int argc, char** argv) {
     std::fputs("usage: processes TEXT PROGRAM [ARGUMENT...]\n", stderr);
     return 1;
   }
-  std::signal(SIGPIPE, SIG_IGN);  // writing to a child that has ended throws instead of killing us
+  std::signal(SIGPIPE, SIG_IGN);  // so that writing to a child that has ended throws
   Buffer output(0);
   try {
     const ChildProcess::result_t result = run(argv + 2, argv[1], output);
     std::printf("%.*s%s (%d)\n", static_cast<int>(output.length()), output.get_unmanaged_array(),
                 result.message.c_str(), result.code);
     return result.kind == 0 ? 0 : 1;
-  } catch (const Error& error) {  // there is no such program, or its input broke
+  } catch (const Error& error) {  // the program does not exist, or writing its input failed
     std::fprintf(stderr, "processes: %s: %s\n", argv[2], error.message);
     return 1;
   }

@@ -1,4 +1,4 @@
-// Copies a file in capital letters: one function reads and writes whatever a stream stands for.
+// Copies a file in capital letters. One function works with every kind of stream.
 
 #include <cctype>
 #include <cstdio>
@@ -28,7 +28,7 @@ int main(int argc, char** argv) {
     InstreamMemImpl text(argv[1], std::strlen(argv[1]));
     OutstreamMemImpl title(0);
     capitalise(text.stream(), title.stream());
-    title.finalize(true);  // delivers what is staged, and a NUL
+    title.finalize(true);  // flushes the writer and appends a NUL
     std::puts(title.buffer.get_unmanaged_array());
 
     // From file to file.

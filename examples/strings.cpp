@@ -1,4 +1,4 @@
-// Sorts the words of the command line, each once, and counts them.
+// Sorts the words of the command line, removes duplicates and counts the rest.
 
 #include <cstdio>
 #include <set>
@@ -13,7 +13,7 @@ int main(int argc, char** argv) {
     std::fputs("usage: strings WORD...\n", stderr);
     return 1;
   }
-  // Owns a copy of every word; what it hands out stays its own.
+  // The array owns a copy of every word. Its strings are valid until the array is modified.
   StringArray words;
   words.copy_from(argv + 1, static_cast<unsigned>(argc - 1));
   std::set<const char*, ByteArrayComparator> sorted;
@@ -21,7 +21,7 @@ int main(int argc, char** argv) {
     sorted.insert(words.get_unmanaged_string(i));
   }
 
-  // Text is put together in a builder; the calls chain.
+  // A string builder. Its calls can be chained.
   bucket_t line;
   bucket_nil(&line);
   for (const char* word : sorted) {
@@ -31,7 +31,7 @@ int main(int argc, char** argv) {
   bucket_append_int(&line, static_cast<long long>(sorted.size()));
   std::puts(bucket_cstring(&line));
 
-  // Bytes are collected in a buffer and read from its front.
+  // A buffer: append bytes at the end, read them from the front.
   Buffer bytes(0);
   bytes.append(line.data, line.length);
   bytes.consume(2);

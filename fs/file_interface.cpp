@@ -23,7 +23,7 @@ static bool get_status(bucket_t* path, struct stat* status) {
   return stat(bucket_cstring(path), status) == 0;
 }
 
-// Gives the path another text, which may have been made from its own.
+// Replaces the text of the path. The new text may have been made from the old one.
 static bucket_t* replace(bucket_t* path, const bucket_t& text) {
   bucket_release(path);
   *path = text;
@@ -34,8 +34,8 @@ static bool lies_in(const bucket_t* path, const char* text) {
   return runenv::offset_in(path->data, path->capacity, text) >= 0;
 }
 
-// With `own`, the texts to append lie in the path. Then the path goes on with a copy, and what is
-// returned keeps the original alive until they are appended.
+// `own`: the strings to append lie in the path. Then this gives the path a copy of its text and
+// returns the original text, which keeps those strings valid until they are appended.
 static runenv::OwnedBucket keep_texts(bucket_t* path, bool own) {
   if (!own) {
     return runenv::OwnedBucket(bucket_t{});
@@ -170,8 +170,8 @@ int fs_mkdir(bucket_t* path) {
   return mkdir(bucket_cstring(path), runenv::kDirectoryMode);
 }
 
-// The recursion of fs_mkdir_recursive is as deep as the path has components. Its frames are small
-// only without those of the functions that it calls.
+// fs_mkdir_recursive recurses once for each component of the path. The functions that it calls are
+// not inlined, so that its stack frames stay small.
 [[gnu::noinline]] static bool is_there(bucket_t* path) {
   return fs_exists(path) != 0;
 }
@@ -188,7 +188,7 @@ int fs_mkdir_recursive(bucket_t* path) {
   }
   runenv::OwnedBucket parent = parent_of(path);
   bucket_drop(&parent, parent.length - runenv::creatable_length({parent.data, parent.length}));
-  // The parent of "." is "." again. Where it cannot be seen, the recursion ends.
+  // The parent of "." is "." again. If it cannot be accessed, the recursion must end here.
   const bool is_top = std::strcmp(parent.data, bucket_cstring(path)) == 0;
   const int result = is_top ? 0 : fs_mkdir_recursive(&parent);
   return result != 0 ? result : fs_mkdir(path);
@@ -202,7 +202,7 @@ int fs_remove_recursive(bucket_t* path) {
   if (runenv::remove_tree(bucket_cstring(path)) != 0) {
     return -1;
   }
-  // The walk has removed the top as well, so this fails. Kept as it is.
+  // The walk has already removed the top directory, so this fails. Kept on purpose.
   return fs_remove(path);
 }
 
@@ -239,7 +239,7 @@ static int copy_content(FILE* to, FILE* from) {
   }
 }
 
-// Closes a file whose failure is told already: errno stays.
+// Closes a file and keeps the errno of an earlier failure.
 static void close_quietly(FILE* file) {
   const int error_number = errno;
   std::fclose(file);
@@ -256,7 +256,7 @@ int fs_fcopy(bucket_t* destination, bucket_t* source) {
   if (from == nullptr || copy_content(to.get(), from.get()) != 0) {
     return -1;
   }
-  return std::fclose(to.release()) == 0 ? 0 : -1;  // what is still buffered may not fit
+  return std::fclose(to.release()) == 0 ? 0 : -1;  // writing the buffered bytes may fail
 }
 
 static unsigned long long file_write_len(fs_ostream_t* stream, const char* bytes,

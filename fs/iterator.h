@@ -1,4 +1,4 @@
-// Walks the entries of one directory, in the order in which the system lists them.
+// Iterates over the entries of one directory, in the order in which the system returns them.
 #pragma once
 
 #include <memory>
@@ -11,21 +11,22 @@ struct _impl_t;
 
 class iterator_t final {
  public:
-  // Stands at the first entry. "." and ".." are never listed; other names that begin with "." only
-  // with `include_hidden`. A directory that cannot be opened has no entries.
+  // Starts at the first entry. Skips "." and ".." and, without `include_hidden`, all other names
+  // that begin with ".". A directory that cannot be opened has no entries.
   iterator_t(path_t dir, bool include_hidden);
   ~iterator_t();
   iterator_t(const iterator_t&) = delete;
   iterator_t& operator=(const iterator_t&) = delete;
 
-  // True while there is a current entry.
+  // Returns true if there is a current entry.
   bool has_item() const;
 
-  // The current entry's name, valid until move_next, and its path. Throw Error past the end.
+  // Return the name of the current entry, valid until move_next, and its path. Throw Error past the
+  // end.
   const char* get_name() const;
   path_t get_path() const;
 
-  // Moves on to the next entry; past the end it stays there.
+  // Moves to the next entry. Does nothing past the end.
   void move_next();
 
  private:

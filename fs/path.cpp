@@ -17,14 +17,14 @@
 
 namespace fs {
 
-// Takes the message in pieces, so that nothing comes between the failing call and errno.
+// The message comes in pieces, so that building it cannot change errno before it is read.
 [[noreturn]] static void throw_system_error(const char* before, const std::string& path,
                                             const char* after) {
   const char* const reason = std::strerror(errno);
   runenv::throw_failure(before + path + after + ": " + reason);
 }
 
-// The type bits of what is at the path, links followed; 0 where stat fails.
+// Returns the type bits of the file at the path, or 0 if stat fails. Follows links.
 static mode_t type_of(const char* path) {
   struct stat status;
   return stat(path, &status) == 0 ? status.st_mode & S_IFMT : 0;
@@ -38,7 +38,7 @@ path_t& path_t::join(const char* component) {
     text = component;
     return *this;
   }
-  // The "/" comes last: a component that lies in this path must not move before it is copied.
+  // Insert the "/" last: a component that lies in this path must not move before it is copied.
   const size_t end = text.size();
   text += component;
   if (end != 0 && text[end - 1] != '/') {
@@ -77,7 +77,7 @@ path_t path_t::dir_name() const {
 path_t path_t::base_name() const {
   const size_t slash = text.rfind('/');
   if (slash == std::string::npos) {
-    return "";  // on purpose, not the whole name
+    return "";  // on purpose: not the whole name
   }
   return text.substr(slash + 1);
 }
@@ -116,7 +116,7 @@ const path_t& path_t::create_directory(bool recursive) const {
   if (recursive) {
     create_missing_ancestors();
   } else if (mkdir(text.c_str(), runenv::kDirectoryMode) != 0 && errno != EEXIST) {
-    // EEXIST is success: another process may create the same directories at the same time.
+    // EEXIST is not a failure: another process may be creating the same directories.
     throw_system_error("Unable to create directory '", text, "'");
   }
   return *this;
@@ -127,13 +127,14 @@ path_t& path_t::create_directory(bool recursive) {
   return *this;
 }
 
-// The directories to create for `path`, the outermost last. None where not even "/" can be seen.
+// Returns the directories to create for `path`, the outermost one last. Returns none if not even
+// "/" can be accessed.
 static std::vector<path_t> missing_chain(const std::string& path) {
   std::vector<path_t> missing{path.substr(0, runenv::creatable_length(path))};
   while (!missing.back().is_root()) {  // throws for the empty path
     path_t parent = missing.back().dir_name();
     const mode_t type = type_of(parent.cstring());
-    // The parent of "." is "." again. Where it cannot be seen, creating will tell why.
+    // The parent of "." is "." again. If it cannot be accessed, creating fails and reports why.
     if (type == S_IFDIR || equal(parent.cstring(), missing.back().cstring())) {
       return missing;
     }
@@ -152,7 +153,7 @@ void path_t::create_missing_ancestors() const {
     return;
   }
   if (type != 0) {
-    // Scripts look for this message, with "byt" as it stands.
+    // The spelling "byt" is kept: scripts look for this message.
     runenv::throw_failure("Unable to create directory '" + text +
                           "': already exists byt is not a directory");
   }
@@ -204,7 +205,7 @@ bool path_t::remove_directory() const {
   if (runenv::remove_tree(text.c_str()) != 0) {
     return false;
   }
-  // The walk has removed the top as well, so this fails and returns true.
+  // The walk has already removed the top directory, so this fails and returns true.
   return remove();
 }
 

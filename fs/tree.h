@@ -1,5 +1,4 @@
-// Internal: making and removing whole directory trees, which both file interfaces of this folder
-// share.
+// Internal: creating and removing whole directory trees, for both file interfaces of this folder.
 #pragma once
 
 #include <cstddef>
@@ -7,16 +6,16 @@
 
 namespace runenv {
 
-// What mkdir is asked for; the umask applies.
+// The mode of new directories, before the umask is applied.
 constexpr unsigned kDirectoryMode = 0777;
 
-// How many bytes of `path` to look at when its missing directories are created: all, or those of
-// the shortest ancestor that is too long for the system. Creating fails there at the latest, so
-// this bounds the work for a path of any length.
+// Returns the length of the part of `path` to look at when missing directories are created. It is
+// the whole path, or the shortest ancestor that exceeds the system's limit: creating that one fails
+// in any case. This bounds the work for a path of any length.
 size_t creatable_length(std::string_view path);
 
-// Removes everything below `path` and `path` itself, children first, without following links or
-// crossing mount points. Returns 0, or non-zero with errno at the first entry that stays.
+// Removes `path` and everything below it, children first. Does not follow links and does not cross
+// mount points. Returns 0, or stops at the first failure and returns non-zero with errno set.
 int remove_tree(const char* path);
 
 }  // namespace runenv

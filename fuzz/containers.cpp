@@ -1,5 +1,5 @@
-// Strings, buffers, builders, arrays, pools and pages: sequences of operations against standard
-// containers, and the rules by which each grows.
+// Strings, buffers, builders, arrays, pools and pages: compares sequences of operations with
+// standard containers, and checks how each container grows.
 #include <array>
 #include <climits>
 #include <cstring>
@@ -21,7 +21,7 @@ static void fuzz_strings(Input* input) {
   std::vector<std::string> model;
   while (!input->empty()) {
     const unsigned decision = input->byte(), from = decision % (array.get_size() + 1);
-    // The end of its own content, and most often a further text.
+    // The last strings of the array itself and, in most cases, another string.
     char** const own = array.get_unmanaged_strings();
     std::vector<const char*> source(own + from, own + array.get_size());
     model.erase(model.begin(), model.begin() + from);
@@ -56,13 +56,13 @@ static void fuzz_buffer(Input* input) {
       buffer.consumed = consumed = capacity = 0;
       model.clear();
     } else if (operation == 1) {
-      consumed = text.empty() ? capacity : consumed + text.size();  // even what is not written yet
+      consumed = text.empty() ? capacity : consumed + text.size();  // may exceed the size
       buffer.consume(consumed - buffer.consumed);
     } else if (operation == 2 && model.size() < 4096) {
       buffer.append(buffer);
       model += model;
     } else if (operation == 3) {
-      buffer.append(buffer.array + model.size() - own, own);  // bytes that move as it grows
+      buffer.append(buffer.array + model.size() - own, own);  // its own bytes
       model += model.substr(model.size() - own);
     } else {
       buffer.append(text.data(), text.size());
@@ -105,7 +105,7 @@ static void fuzz_bucket(Input* input) {
       const bool odd = number == LLONG_MIN;
       for (const char c : odd ? "--922337203685477580(" : std::to_string(number)) put({c});
     } else if (operation == 2) {
-      bucket_cstring(&bucket);  // which reserves the first bytes
+      bucket_cstring(&bucket);  // allocates
       put("");
       result = bucket_drop(&bucket, text.size());
       model.resize(model.size() - own.size());
@@ -177,7 +177,7 @@ static void fuzz_array(Input* input) {
   dymarray_destroy(&array);
 }
 
-// True for zeroes, which are then overwritten.
+// Returns whether all bytes are zero, and overwrites them.
 static bool take_zeroes(void* block, size_t n) {
   const std::string bytes(static_cast<char*>(block), n);
   memset(block, 0xff, n);
@@ -188,13 +188,13 @@ static void fuzz_pool(Input* input) {
   const size_t size = 8 + input->byte() % 8 * 5, per_page = 2 + input->byte() % 4;
   dympool_t pool;
   dympool_init(&pool, size, per_page);
-  std::vector<char*> unused, used;  // the next one to hand out is the last
+  std::vector<char*> unused, used;  // the last unused element is allocated next
   size_t pages = 0;
   while (!input->empty()) {
     const uint8_t decision = input->byte();
     if (decision % 2 == 0 || used.empty()) {
       auto* const element = static_cast<char*>(dympool_alloc(&pool));
-      if (unused.empty()) {  // of a fresh page, the highest one comes first
+      if (unused.empty()) {  // of a new page, the highest element is allocated first
         for (size_t below = per_page - 1; below-- > 0;) unused.push_back(element - below * size);
         ++pages;
       }
@@ -228,7 +228,8 @@ static void fuzz_pages(Input* input) {
       REQUIRE(block == before.next_free + padding);
       overhead -= padding + size;
     } else {
-      // Padding that fits the page before is used up. The new page has room for its own, if any.
+      // Padding that fits in the previous page is used up. The new page has room for its own
+      // padding.
       const size_t payload = dympage_usage(handle) - usage - 24, least = std::max(page_size, size);
       REQUIRE(payload == least || (payload == least + alignment && alignment > 8));
       usage += 24 + payload;

@@ -1,6 +1,6 @@
-// Both decoders: however the bytes are split, and whether they are fed to the decoder or fetched by
-// it in the middle of a message, they give what a plain look at the whole gives. So they do when a
-// callback throws (at the piece "!", before it takes a chunk of 7 bytes, and after the end behind
+// Both decoders: they must produce the same pieces as a simple parser of all bytes, however the
+// bytes are split, and whether poll or recv_chunk reads them. This also holds when a callback
+// throws (at the piece "!", before it reads a chunk of 7 bytes, and at the end of a message after
 // "?") and when it installs the other encoding (at "~").
 #include <sys/socket.h>
 
@@ -16,7 +16,7 @@ using Pieces = std::vector<std::string>;  // messages, or the chunks of all mess
 
 static void install(Connection* connection, bool chunked);
 
-static int rejections = 0;  // in one read
+static int rejections = 0;  // exceptions during one read
 
 static void take(const std::string& piece, Connection* connection) {
   auto& pieces = *static_cast<Pieces*>(connection->context_object);
@@ -28,7 +28,7 @@ static void take(const std::string& piece, Connection* connection) {
 
 static void on_message(Buffer* message, void*, Connection* connection) {
   const std::string text(message->get_unmanaged_array(), message->length());
-  message->consume(text.size());  // as a callback may
+  message->consume(text.size());  // a callback may do this
   take(text, connection);
 }
 
@@ -49,7 +49,8 @@ static void install(Connection* connection, bool chunked) {
   Encoding::ZeroTerminated::create_encoding(connection, on_message);
 }
 
-// The pieces; `open` becomes whether they end inside a chunked message that a callback waits for.
+// Parses the bytes and returns the pieces. Sets `*open` if they end within a chunked message whose
+// callback would wait for more.
 static Pieces look_at(std::string bytes, bool chunked, bool* open) {
   Pieces pieces;
   bool skipping = false;
@@ -79,7 +80,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const bool chunked = input.byte() % 2 != 0;
   const std::string splits = input.text(input.byte() % 64), bytes = input.text(size);
   int ends[2];
-  REQUIRE(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) == 0);  // which keeps the pieces apart
+  REQUIRE(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) == 0);  // keeps the pieces separate
   const runenv::unique_fd near(ends[0]), far(ends[1]);
   for (size_t at = 0, i = 0; at < bytes.size(); ++i) {
     const std::string sent = bytes.substr(at, i < splits.size() ? 1 + uint8_t(splits[i]) : 4096);
@@ -94,13 +95,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   install(&connection, chunked);
   char area[4096];
   for (ssize_t n; (n = recv(near.get(), area, sizeof area, 0)) > 0;) {
-    std::vector<char> piece(area, area + n);  // nothing readable around it
+    std::vector<char> piece(area, area + n);  // a sanitizer detects reads beyond it
     rejections = 0;
     try {
       connection.receiver(piece.data(), static_cast<unsigned>(n), nullptr, &connection);
       REQUIRE(rejections == 0);
     } catch (int number) {
-      REQUIRE(number == 1);   // the first passes on
+      REQUIRE(number == 1);   // the first exception is rethrown
     } catch (const Error&) {  // the bytes end inside a message
     }
   }

@@ -1,5 +1,5 @@
-// The document reader and writer against a model: whole documents, cut ones, ones with a wrong
-// fingerprint, with a key twice and with bytes behind them.
+// Compares the document reader and writer with a model: whole documents, truncated documents,
+// documents with a wrong fingerprint, with a duplicate key and with trailing bytes.
 #include <map>
 #include <vector>
 
@@ -11,9 +11,9 @@
 
 #define DOCUMENT(name) image___version_info___##name
 
-// The bytes of a document, and for each of them why a reader fails that does not get it.
+// The bytes of a document, and for each byte the failure of a document that is truncated before it.
 struct Model {
-  std::string bytes, failure;  // of a reader that gets all bytes
+  std::string bytes, failure;  // failure: of the whole document
   std::vector<std::string> reasons;
 
   void put(const std::string& more, const char* reason) {

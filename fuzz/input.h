@@ -1,4 +1,4 @@
-// What the fuzz targets share: taking decisions and texts from the bytes of an input.
+// Common to the fuzz targets: making decisions and texts from the bytes of an input.
 #pragma once
 
 #include <algorithm>
@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string>
 
-// Stops at once where the code and its model disagree; nothing of the message is lost in a buffer.
+// Prints the condition and aborts if the code and its model differ.
 #define REQUIRE(condition) \
   ((condition) ? void() : (fprintf(stderr, "%s:%d: %s\n", __FILE__, __LINE__, #condition), abort()))
 

@@ -1,5 +1,5 @@
-// The ordered set against std::multimap, which also keeps equal keys in the order of their arrival.
-// After every operation the balance of the tree and every walk over it are checked.
+// Compares the ordered set with std::multimap, which also keeps equal keys in the order of
+// insertion. Checks the balance of the tree and every kind of iteration after every operation.
 #include <cstring>
 #include <map>
 #include <utility>
@@ -13,8 +13,8 @@
 using entry_t = DOCUMENT(root___system_types_t);
 using Entries = std::vector<const entry_t*>;
 
-// Notes the entries in pre-order, in-order and post-order and returns the number of black entries
-// on a way down, which is the same for every way. No red entry is below a red one.
+// Stores the entries in pre-order, in-order and post-order, and returns the number of black entries
+// on a path down, which must be the same for every path. No red entry may have a red parent.
 static int look_at(const entry_t* entry, bool below_red, Entries (&orders)[3]) {
   if (entry == nullptr) return 0;
   const bool red = entry->colour != 0;
@@ -46,12 +46,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   auto* const root = DOCUMENT(root_t___allocate_f)(allocator);
   entry_t** const top = &root->system_types;
   std::multimap<std::string, entry_t*> model;
-  entry_t* out = nullptr;  // an entry that was taken out
+  entry_t* out = nullptr;  // an entry that was removed
   SET(iterator) it;
   while (!input.empty()) {
     const uint8_t decision = input.byte(), operation = decision % 8, choice = decision / 8;
     std::string key = input.c_text(choice % 4);
-    // The greatest key or one behind it.
+    // The greatest key or a greater one.
     if (choice % 4 == 3 && !model.empty()) key.insert(0, model.rbegin()->first);
     const size_t known = model.count(key);
     entry_t probe{};
@@ -60,7 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     REQUIRE(found == nullptr ? known == 0 : found->key == key);
     REQUIRE(found == DOCUMENT(root___system_types_t___find_cf)(root, key.c_str()));
     entry_t *added = nullptr, *removed = nullptr;
-    if (operation == 0 && !model.empty()) {  // one of several with the same key, too
+    if (operation == 0 && !model.empty()) {  // may have the same key as others
       removed = std::next(model.begin(), choice % static_cast<int>(model.size()))->second;
       REQUIRE(SET(is_member)(*top, removed) == 1);
       SET(delete)(top, removed);
@@ -92,14 +92,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
 
     Entries orders[3], in_order, equal, same_start;
-    look_at(*top, true, orders);  // the top is black as well
+    look_at(*top, true, orders);  // true: the root must be black
     for (const auto& [name, entry] : model) {
       in_order.push_back(entry);
       if (name == key) equal.push_back(entry);
       if (strncmp(name.c_str(), key.c_str(), 1) == 0) same_start.push_back(entry);
     }
     REQUIRE(in_order == orders[1] && SET(len)(*top) == static_cast<int>(model.size()));
-    SET(it_init_preorder)(&it, *top);  // a walk that ends early leaves nothing for the next one
+    SET(it_init_preorder)(&it, *top);  // an unfinished iteration must not affect the next one
     check_walk(&it, SET(it_init)(&it, *top), orders[2]);
     check_walk(&it, SET(it_init_preorder)(&it, *top), orders[0]);
     check_walk(&it, SET(it_init_inorder)(&it, *top), orders[1]);
@@ -107,7 +107,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     check_walk(&it, SET(it_init_on_equal)(&it, *top, nullptr, &probe), equal);
     check_walk(&it, SET(it_init_on_equal)(&it, *top, compare_first_bytes, &probe), same_start);
   }
-  // A post-order walk does not look at an entry again.
+  // A post-order iteration does not access an entry again.
   for (entry_t* entry = SET(it_init)(&it, *top); entry != nullptr; entry = SET(it_next)(&it)) {
     memset(static_cast<void*>(entry), 0xff, sizeof *entry);
   }

@@ -1,4 +1,4 @@
-// Joining and splitting, in both file interfaces, against their description in terms of strings.
+// Compares joining and splitting in both file interfaces with a model on strings.
 #include <cstring>
 
 #include "fs/file_interface.h"
@@ -7,7 +7,7 @@
 
 struct Model {
   std::string text;
-  const char* absolute;  // what an absolute component begins with
+  const char* absolute;  // the first characters of an absolute component
 
   void join(const std::string& component, const std::string& ext = "") {
     if (!component.empty()) {
@@ -35,8 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   while (!input.empty()) {
     const uint8_t decision = input.byte();
     const std::string name = input.c_text(decision / 4 % 8), ext = input.c_text(decision / 32);
-    // Calls with two components, or a component and its end. Both may be the end of the path
-    // itself.
+    // Joins two components, or a component and an extension. Both may lie in the path.
     const auto join = [&](Model* model, const char* text, bool components, const auto& call) {
       const char* const end = text + model->text.size() - std::min(model->text.size(), name.size());
       const char* const first = decision % 2 == 0 ? end : name.c_str();

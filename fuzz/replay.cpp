@@ -1,6 +1,5 @@
-// Runs a fuzz target without a fuzzer, as part of the ordinary tests: on the seeds, cut,
-// changed and joined at random, and on random bytes. What a run takes from malloc it has to give
-// back.
+// Runs a fuzz target without a fuzzer, as one of the ordinary tests: on the seeds, which it
+// truncates, changes and joins at random, and on random bytes. A run must free all its memory.
 #include <malloc.h>
 
 #include <algorithm>
@@ -42,8 +41,8 @@ int main(int argc, char** argv) {
     }
     LLVMFuzzerTestOneInput(reinterpret_cast<const unsigned char*>(input.data()), input.size());
   }
-  // Only without a cache per thread, as CTest sets it, does malloc count what is freed at once. A
-  // sanitizer sees leaks itself and leaves these figures 0.
+  // malloc counts freed memory at once only without its per-thread cache; CTest sets that. Under a
+  // sanitizer, which finds leaks itself, these figures are 0.
   const bool leaks = std::getenv("GLIBC_TUNABLES") != nullptr && mallinfo2().uordblks > in_use;
   if (leaks) std::cerr << "runs leave memory in use\n";
   return leaks ? 1 : 0;

@@ -1,5 +1,5 @@
-// The member that carries a signature, minisign's texts and the trusted comment: what is written is
-// read back, and what is read is exactly what is written.
+// The archive member that holds a signature, minisign's texts and the trusted comment: reading
+// gives back what was written, and accepts nothing that would be written differently.
 #include <sys/mman.h>
 #include <unistd.h>
 

@@ -16,14 +16,14 @@
 namespace ChildProcess {
 
 static char read_buffer[5 * 1024 * 1024];
-static constexpr int kRoomyPipe = 1024 * 1024;  // what the system usually grants
+static constexpr int kRoomyPipe = 1024 * 1024;  // bytes; the usual limit without privileges
 
 static pid_t wait_for_exit(process_t* process, int options) {
   return runenv::retry([&] { return waitpid(process->pid, &process->status, options); });
 }
 
-// Collects the child's exit if there is one; true when the child has ended. One that cannot be
-// waited for is taken to be dead.
+// Reaps the child if it has ended. Returns true if it has ended. A child that cannot be waited for
+// counts as dead.
 static bool has_ended(process_t* process) {
   if (process->reaped) {
     return true;
@@ -45,12 +45,12 @@ bool is_alive(process_t* process) {
 }
 
 bool kill(process_t* process) {
-  // The id of a child that is reaped may be another process's by now.
+  // Once the child is reaped, another process may have its id.
   return !process->reaped && ::kill(process->pid, SIGTERM) == 0;
 }
 
 bool kill_job(process_t* process) {
-  // A group keeps its id as long as it has members, so it is signalled after the child's end, too.
+  // A group keeps its id as long as it has members, so it may be signalled after the child's end.
   return process->new_group != 0 && ::kill(-process->pid, SIGTERM) == 0;
 }
 
@@ -145,19 +145,19 @@ void read_all(process_t* process, channel_t channel, Buffer& target) {
     return;
   }
   const int fd = channel_of(process, channel)->fd;
-  // A roomy pipe carries more per read. Where there is none to have, it stays as it is.
+  // A larger pipe gives more bytes per read. If this fails, the pipe keeps its size.
   fcntl(fd, F_SETPIPE_SZ, kRoomyPipe);
   for (;;) {
     const ssize_t n = read_some(fd, read_buffer, sizeof read_buffer);
     if (n > 0) {
       target.append(read_buffer, static_cast<unsigned long long>(n));
     } else if (n == 0) {
-      // A child may write to a file between this read and its exit: only the end after that counts.
+      // The child may still write to a file. Only an end of file after its exit is final.
       if (process->reaped) {
         return;
       }
       has_ended(process);
-    } else if (errno != EAGAIN) {  // nothing there yet is asked again at once, on purpose
+    } else if (errno != EAGAIN) {  // on EAGAIN, read again at once, on purpose
       runenv::throw_system_failure(errno);
     }
   }
@@ -179,7 +179,7 @@ void shutdown(process_t* process, channel_t channel) {
 void destroy(process_t* process) {
   if (!has_ended(process)) {
     kill(process);
-    ::kill(process->pid, SIGCONT);  // a stopped child would never get to its end
+    ::kill(process->pid, SIGCONT);  // a stopped child would not handle SIGTERM
     wait2(process);
   }
   close_channel(&process->in);

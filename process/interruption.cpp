@@ -15,12 +15,13 @@ std::atomic<pid_t> interrupted_tool;
 static_assert(std::atomic<const char*>::is_always_lock_free &&
               std::atomic<pid_t>::is_always_lock_free);
 
-static volatile std::sig_atomic_t held;     // how many SignalsHeld there are
+static volatile std::sig_atomic_t held;     // the number of SignalsHeld objects
 static volatile std::sig_atomic_t arrived;  // the signal that came while they were held, 0: none
 
-// The tool gets the same signal, which nothing ignores: the program would ignore it as well. A tool
-// that is stopped has to go on to end. The id of one that was waited for may be another process's.
-// Returns whether the tool was running.
+// Sends the tool the same signal. The tool does not ignore the signal: the handler is not installed
+// for ignored signals, so the tool has not inherited one. SIGCONT wakes a stopped tool. A tool that
+// has ended is left alone: if it was reaped, another process may have its id. Returns whether it was
+// running.
 static bool pass_on(pid_t tool, int signal) {
   siginfo_t ended{};
   if (tool <= 0 ||
@@ -33,7 +34,7 @@ static bool pass_on(pid_t tool, int signal) {
   return true;
 }
 
-// The same signal ends the program at last, so that its parent learns the true reason.
+// Finally the same signal ends the program, so that its parent learns the true reason.
 static void undo(int signal) {
   const pid_t tool = interrupted_tool;
   const bool was_running = pass_on(tool, signal);
@@ -76,7 +77,7 @@ SignalsHeld::SignalsHeld() {
 
 SignalsHeld::~SignalsHeld() {
   held = held - 1;
-  if (arrived != 0) {  // if others hold it yet, for a tool that was started meanwhile
+  if (arrived != 0) {  // also while others hold it: a tool may have been started since
     undo(arrived);
   }
 }

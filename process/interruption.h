@@ -1,5 +1,5 @@
-// Internal: what a program undoes before SIGINT, SIGTERM or SIGHUP ends it. A tool that works for
-// it is ended and waited for, and temporary files are removed. Then the signal takes its course.
+// Internal: cleaning up before SIGINT, SIGTERM or SIGHUP ends the program. The signal handler ends
+// a running tool, waits for it, and removes temporary files. Then the signal ends the program.
 #pragma once
 
 #include <sys/types.h>
@@ -8,18 +8,18 @@
 
 namespace runenv {
 
-// Only one of each at a time. The name belongs to whoever stores it.
+// At most one of each at a time. Whoever stores a name keeps ownership of it.
 extern std::atomic<const char*> interrupted_file;        // null: none
 extern std::atomic<const char*> interrupted_tool_input;  // a file made for the tool; null: none
 extern std::atomic<pid_t> interrupted_tool;              // 0: none
 
-// From here on, these signals undo what is stored above, except where the program was started with
-// them ignored. Calling it again is harmless.
+// Installs the handler for those of these signals that have their default action, so an ignored
+// signal stays ignored. May be called again.
 void undo_on_signals();
 
-// Puts the signals off while one lives, for steps that must not be torn apart. A tool that works
-// meanwhile gets them all the same, so that the program need not wait for it for long. Programs
-// that are started meanwhile do not inherit that.
+// Delays the signals while an object of this class exists, for steps that must not be interrupted.
+// A tool that runs meanwhile receives them at once, so the program does not wait for it for long.
+// Child processes that are started meanwhile do not inherit the delay.
 class SignalsHeld {
  public:
   SignalsHeld();

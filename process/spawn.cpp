@@ -1,4 +1,4 @@
-// Starting a child: create_child.
+// create_child: starting a child process.
 
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -24,20 +24,20 @@ using runenv::unique_fd;
 
 namespace {
 
-// Both ends of a channel, -1 where it is inherited. All descriptors made here are close-on-exec:
-// exec closes them in the child, and no other child ever gets them.
+// Both ends of a channel, -1 if it is inherited. All descriptors opened here are close-on-exec, so
+// that no child inherits them by accident.
 struct Ends {
   int read_end = -1;
   int write_end = -1;
 };
 
-// The same ends by the side that uses them; what is not released is closed.
+// The same ends by the side that uses them. The destructor closes them.
 struct Channel {
   unique_fd child_end;
   unique_fd own_end;
 };
 
-// What to start, and how.
+// What to start and how.
 struct Launch {
   const char* const* argv;
   const char* cwd;
@@ -47,14 +47,14 @@ struct Launch {
   Channel out;
   Channel err;
   pid_t parent = getpid();
-  sigset_t mask = {};           // the signals that the program blocks
+  sigset_t mask = {};           // the parent's signal mask
   volatile int exec_error = 0;  // set by the child
 };
 
 }  // namespace
 
-// Moves a descriptor above the standard ones. A program may have closed some of those, and
-// redirecting one channel must not run over the end of another.
+// Moves a descriptor above the standard ones. If the program has closed a standard descriptor, a
+// new one may get its number, and redirecting one channel would overwrite the end of another.
 static int above_standard(int fd) {
   if (fd > STDERR_FILENO || fd < 0) {
     return fd;
@@ -82,7 +82,7 @@ static Ends open_pipe() {
   return {read_end.release(), moved};
 }
 
-// Opens the file twice, so that each side has a position of its own.
+// Opens the file twice, so that each side has its own file position.
 static Ends open_both_sides(const char* path, int base_flags) {
   unique_fd read_end(open_file(path, base_flags));
   if (read_end.get() < 0) {
@@ -108,7 +108,7 @@ static Ends prepare(const redirect_t& redirect, int base_flags) {
 }
 
 // Everything from here to run_child runs in the child, which shares the parent's memory. The parent
-// waits until the child calls exec or _exit. Only _exit leaves the parent's buffers alone.
+// is suspended until the child calls exec or _exit. exit would flush the parent's buffers.
 [[noreturn]] static void exit_child(const char* format) {
   Runtime.error(format, std::strerror(errno));
   _exit(1);
@@ -121,8 +121,8 @@ static void redirect_child(const Channel& channel, int to, const char* format) {
   }
 }
 
-// Has the kernel kill the child when its parent ends. The parent may have ended before. A parent in
-// another process namespace has the id 0.
+// Makes the kernel kill the child when its parent ends, and exits if the parent has already ended.
+// The id of a parent in another process namespace is 0.
 static void end_with_parent(pid_t parent) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   const pid_t now = getppid();
@@ -131,7 +131,7 @@ static void end_with_parent(pid_t parent) {
   }
 }
 
-// A handler of the parent must not run in the child, where it would change the parent's memory.
+// Removes the parent's signal handlers: in the child they would modify the parent's memory.
 static void drop_handlers() {
   struct sigaction action;
   for (int signal = 1; signal < NSIG; ++signal) {
@@ -142,8 +142,8 @@ static void drop_handlers() {
   }
 }
 
-// No signal ends or stops the child before exec: it may be in the middle of the parent's heap, and
-// the parent waits. Nor does an exception leave it.
+// Signals stay blocked until right before exec: one that ends or stops the child could leave the
+// parent's heap inconsistent, or the parent suspended. No exception may leave this function either.
 [[noreturn]] static void run_child(Launch* launch) noexcept {
   drop_handlers();
   if (launch->ends_with_parent) {
@@ -164,8 +164,8 @@ static void drop_handlers() {
   _exit(launch->exec_error);
 }
 
-// Returns the child's id once its program runs or it has exited. vfork copies none of the parent's
-// memory, so a start takes the same time however much that is.
+// Returns the child's id once its program runs or it has exited. vfork does not copy the parent's
+// page tables, so the time does not depend on the parent's memory use.
 static pid_t start_child(Launch* launch) {
   sigset_t all;
   sigfillset(&all);
@@ -191,8 +191,8 @@ static void keep_output(channel_record_t* channel, unique_fd own_end) {
 
 process_t* create_child(const char* const* argv, redirect_t in, redirect_t out, redirect_t err,
                         const char* cwd, bool new_group, bool ends_with_parent) {
-  // What an earlier channel has opened stays open when a later one throws: kept as it is, callers
-  // treat that as fatal.
+  // If a later channel throws, the descriptors of an earlier one stay open. Kept on purpose:
+  // callers treat this as fatal.
   const int output_flags = O_RDONLY | O_CREAT | O_TRUNC;
   const Ends in_ends = prepare(in, O_RDONLY);
   const Ends out_ends = prepare(out, output_flags);
@@ -212,7 +212,7 @@ process_t* create_child(const char* const* argv, redirect_t in, redirect_t out, 
                                                        .err = {err.mode, -1},
                                                        .status = 0,
                                                        .reaped = false});
-  std::fflush(stderr);  // the child may write to it: buffered text must not come out there
+  std::fflush(stderr);  // otherwise the child could print the parent's buffered text
   process->pid = start_child(&launch);
   if (launch.exec_error != 0) {
     destroy(process.release());

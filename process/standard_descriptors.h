@@ -1,11 +1,11 @@
-// Internal: descriptors 0 to 2, which a program may have been started without.
+// Internal: opening descriptors 0 to 2 if the program was started without them.
 #pragma once
 
 namespace runenv {
 
-// Opens /dev/null on each of descriptors 0, 1 and 2 that is closed, so that no file opened later
-// gets its number and is written to as standard output or error. Reading and writing there fail as
-// they would on the closed descriptor. A program calls it before it does anything else.
+// Opens /dev/null on each closed descriptor of 0, 1 and 2. Otherwise a file opened later could get
+// that number and receive the program's output. Reading standard input and writing standard output
+// and error still fail, as on a closed descriptor. Call it first in main.
 void open_standard_descriptors();
 
 }  // namespace runenv

@@ -12,7 +12,7 @@ bool genv_debug_verbose = false;
 RuntimeCore::RuntimeCore() : state(new State) {}
 
 void RuntimeCore::setup_prefix(const char* prefix) {
-  state->prefix = std::string(prefix);  // the constructor refuses a null pointer
+  state->prefix = std::string(prefix);  // the constructor throws for a null pointer
   state->prefix_enabled = true;
 }
 
@@ -25,12 +25,12 @@ static void print(FILE* stream, const std::string& format, va_list arguments) {
   std::fflush(stream);
 }
 
-// The prefix becomes part of the format text on purpose: a "%" in it is a conversion.
+// The prefix becomes part of the format string on purpose: a "%" in it is a conversion.
 static std::string plain(bool prefix_enabled, const std::string& prefix, const char* format) {
   return prefix_enabled ? "[" + prefix + "] " + format : std::string(format);
 }
 
-// The reset follows the whole text, its newline included.
+// The reset code comes after the whole text, including its newline.
 static std::string coloured(RuntimeCore::SGR colour, const char* format) {
   return "\x1b[" + std::to_string(static_cast<int>(colour)) + "m" + format + "\x1b[0m";
 }

@@ -1,7 +1,7 @@
-// The one process-wide runtime object: console output, and the hub of an embedding program's main
-// loop.
+// The process-wide runtime object: console output and the main loop of an embedding program.
 //
-// Use it from one thread. Other threads may log; set the prefix before they do.
+// Not thread-safe, with one exception: other threads may call log and error while no thread changes
+// the prefix.
 #pragma once
 
 #include <cstdint>
@@ -10,15 +10,17 @@
 
 // One callback registered with RuntimeCore::register_event.
 struct RuntimeCoreEvent {
-  uint32_t id;  // its position in the list
-  void (*callback)(void* argument);
-  void* argument;
+  uint32_t id;                       // its index in the list
+  void (*callback)(void* argument);  // called by every poll
+  void* argument;                    // passed to the callback
 };
 
+// The type of `Runtime`, its only instance.
 class RuntimeCore {
  public:
-  // Console colours; the values are the terminal's own codes (select graphic rendition).
+  // Console colours. The values are the terminal's codes (select graphic rendition).
   enum class SGR {
+    // Normal.
     Black = 30,
     Red = 31,
     Green = 32,
@@ -27,6 +29,8 @@ class RuntimeCore {
     Magenta = 35,
     Cyan = 36,
     White = 37,
+
+    // Bright.
     BrightBlack = 90,
     BrightRed = 91,
     BrightGreen = 92,
@@ -37,52 +41,53 @@ class RuntimeCore {
     BrightWhite = 97,
   };
 
+  // Makes an object without a prefix and without events. The socket layer is not started.
   RuntimeCore();
   RuntimeCore(const RuntimeCore&) = delete;
   RuntimeCore& operator=(const RuntimeCore&) = delete;
 
-  // From now on every message begins with "[" + prefix + "] ". The prefix becomes part of the
-  // format text: a "%" in it is read as a conversion. It must not be null.
+  // Makes every message begin with "[" + prefix + "] ". The prefix becomes part of the format
+  // string: a "%" in it is a conversion. The prefix must not be null.
   void setup_prefix(const char* prefix);
 
-  // Messages are plain again.
+  // Ends the use of the prefix.
   void reset_prefix();
 
-  // Print a message to standard output (log) or standard error (error) and flush it at once. Format
-  // and arguments are printf's. No newline is added. Output errors are ignored.
-  // %n is not supported. It would count the prefix and the colour as well. A hardened C library
-  // even ends the process, because the format text is in writable memory.
+  // Print a message to standard output (log) or standard error (error) and flush it. Format and
+  // arguments are as for printf. No newline is added. Output errors are ignored.
+  // %n is not supported: it would count the prefix and the colour, too, and a hardened C library
+  // ends the process, because the format string is in writable memory.
   [[gnu::format(printf, 2, 3)]] void log(const char* format, ...);
   [[gnu::format(printf, 2, 3)]] void error(const char* format, ...);
 
-  // The same in a colour, reset after the text. The prefix stays uncoloured.
+  // The same in a colour, which is reset after the text. The prefix is not coloured.
   [[gnu::format(printf, 3, 4)]] void log(SGR colour, const char* format, ...);
   [[gnu::format(printf, 3, 4)]] void error(SGR colour, const char* format, ...);
 
-  // Has every poll call `callback` with `argument`. Returns the event's id. Kept as it is: once a
-  // null callback is registered, every later registration returns its id and stores nothing.
+  // Makes every poll call `callback` with `argument`. Returns the event's id. Kept on purpose: once
+  // a null callback is registered, every later registration returns its id and stores nothing.
   uint32_t register_event(void (*callback)(void* argument), void* argument);
 
-  // Does nothing: an event stays registered for good.
+  // Does nothing: events stay registered.
   void deregister_event(uint32_t id);
 
-  // Runs the event callbacks in the order of their registration. Events that a callback registers
-  // run from the next poll on. Then, if the sockets are started, makes one pass of the socket
-  // layer, which waits up to `milliseconds`. Without sockets it never waits.
+  // Calls the event callbacks in the order of registration. An event that a callback registers is
+  // called from the next poll on. Then makes one pass of the socket layer, if that is started, and
+  // waits up to `milliseconds` in it. Without the socket layer it does not wait.
   void poll(uint32_t milliseconds);
 
   // Start and stop the socket layer. A second start or stop does nothing.
   void startsocket();
   void shutdown();
 
-  // Polls the socket layer, if started, until all queued output has gone out.
+  // Polls the socket layer, if started, until all queued output has been sent.
   void flush();
 
-  // Suspends the thread. The microseconds are counted in 32 bits: from 4,294,968 ms on, about 71.6
-  // minutes, they wrap.
+  // Suspends the thread. The number of microseconds is computed in 32 bits: it overflows from
+  // 4,294,968 ms (71.6 minutes) on.
   void sleep(uint64_t milliseconds);
 
-  // The process id.
+  // Returns the process id.
   int pid();
 
  private:
@@ -92,13 +97,13 @@ class RuntimeCore {
     bool sockets_started = false;
     std::vector<RuntimeCoreEvent> events;
   };
-  State* state;  // never freed: the one instance lives until the process ends
+  State* state;  // never freed: the only instance lives until the process ends
 };
 
-// The single instance, made before every other static object and never destroyed.
+// The only instance. It is constructed before every other static object and never destroyed.
 extern RuntimeCore Runtime;
 
-// Diagnostic output of the socket layer, off until an embedding program switches it on:
-// informational messages, and a trace of every message.
+// Diagnostic output of the socket layer: informational messages, and a trace of every message. Both
+// are off by default.
 extern bool genv_debug_info;
 extern bool genv_debug_verbose;

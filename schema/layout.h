@@ -1,5 +1,5 @@
-// Internal: the names in the tree that a distribution server serves. The run-time environment made
-// from it has the same names, all but kTreeRoot.
+// Internal: the names in the tree of a distribution server. A local run-time environment has the
+// same names, except kTreeRoot.
 #pragma once
 
 namespace runenv::Layout {

@@ -10,9 +10,9 @@
 #include "core/failure.h"
 #include "stream/instream.h"
 
-static constexpr size_t kBlockSize = 4096;  // the stream delivers no more at a time
+static constexpr size_t kBlockSize = 4096;  // the block size of the stream
 
-// The stream would repeat a failing read without end. So this runs before each block.
+// Call this before each block: the stream itself would repeat a failing read for ever.
 static void throw_if_unreadable(FILE* file, const char* path) {
   const int next = std::fgetc(file);
   if (next == EOF && std::ferror(file) != 0) {
@@ -36,9 +36,9 @@ char* read_pointer_line(const char* path) {
   }
   content.append("", 1);
   const size_t length = std::strcspn(content.array, "\r\n");
-  // The line takes over the storage of the content, so that a huge file is not held twice.
+  // The line takes over the storage of the buffer, so that a huge file is not in memory twice.
   char* const line = content.array;
-  content.capacity = 0;  // the buffer owns nothing any more
+  content.capacity = 0;  // the buffer no longer owns it
   line[length] = '\0';
   return static_cast<char*>(runenv::reallocate(line, length + 1));
 }

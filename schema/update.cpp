@@ -6,7 +6,6 @@
 
 #include "core/c_string.h"
 
-using root_t = image___update___root_t;
 using arguments_t = image___update___arguments_t;
 
 static constexpr char kAssigned = '%';
@@ -30,7 +29,7 @@ static bool at_end(const arguments_t* cursor) {
   return image___update___arguments_size(cursor) == 0;
 }
 
-// Consumes the next argument, which must exist, if it is `word`. Returns whether it was.
+// Consumes the next argument if it is `word`, and returns whether it was. There must be one.
 static bool accept(arguments_t* cursor, const char* word) {
   if (!equal(image___update___arguments_peek(cursor), word)) {
     return false;
@@ -66,7 +65,7 @@ static void exit_if_at_end(const arguments_t* cursor) {
   }
 }
 
-void image___update___do_parse(int argc, const char* const* argv, root_t* root) {
+void image___update___do_parse(int argc, const char* const* argv, image___update___root_t* root) {
   if (argc <= 0) {
     static constexpr char kMessage[] =
         "unable to parse arguments: no arguments provided to parse\n";

@@ -7,11 +7,11 @@ using entry_t = image___version_info___root___system_types_t;
 using iterator_t = image___version_info___root___system_types_t___iterator_t;
 
 static constexpr uint64_t kCopiedTextAlignment = 1;
-static constexpr uint64_t kFilledTextAlignment = 8;  // of a text that the caller fills
+static constexpr uint64_t kFilledTextAlignment = 8;  // for a text that the caller fills
 
 namespace {
 
-// A text of a record that can be assigned once.
+// A text property of a record. It can be assigned once.
 struct Property {
   root_t* root;
   uint8_t* set;
@@ -37,7 +37,7 @@ void* image___version_info___allocate_block_f(dympage_t* allocator, uint64_t siz
 
 // Returns a zero-filled block for a text of `length` bytes and its NUL.
 static char* allocate_text(dympage_t* allocator, uint64_t length, uint64_t alignment) {
-  // The size would wrap for the greatest length, which is too much for any memory by itself.
+  // For UINT64_MAX the sum would overflow. That size alone cannot be allocated.
   const uint64_t size = length == UINT64_MAX ? length : length + 1;
   return static_cast<char*>(image___version_info___allocate_block_f(allocator, size, alignment));
 }
@@ -109,8 +109,8 @@ static Property version_of(entry_t* entry) {
           .reassigned = "reassigning property: version"};
 }
 
-// Marks the property as assigned and returns true. Reports one that is assigned already and returns
-// false.
+// Marks the property as assigned and returns true. If it is already assigned, reports a failure and
+// returns false.
 static bool begin_assignment(const Property& property, uint64_t length) {
   if (*property.set != 0) {
     report_failure(property.root, property.reassigned);
@@ -164,7 +164,8 @@ char* image___version_info___root___system_types_t___version___iwrite_alloc(dymp
 entry_t* image___version_info___root_t___system_types___iwrite_create_entry(dympage_t* allocator,
                                                                             root_t* root,
                                                                             const char* key) {
-  // One descent finds a duplicate or the place. An entry that is refused stays unused in a page.
+  // One search finds either a duplicate or the place for the entry. A rejected entry stays unused
+  // in its page.
   entry_t* const entry = make_entry(allocator, root, key, std::strlen(key));
   entry_t* existing;
   if (sglib_image___version_info___root___system_types_t_add_if_not_member(&root->system_types,
@@ -181,7 +182,7 @@ void image___version_info___root_t___system_types___iwrite_unlink_entry(dympage_
   image___version_info___root___system_types_t___unlink_f(root, key);
 }
 
-// Returns a record to search the set with. The set only reads its key.
+// Returns a record for searching the set, which only reads its key.
 static entry_t probe_for(const char* key) {
   entry_t probe{};
   probe.key = const_cast<char*>(key);
@@ -204,7 +205,7 @@ void image___version_info___root___system_types_t___unlink_f(root_t* root, const
   entry_t* removed = nullptr;
   sglib_image___version_info___root___system_types_t_delete_if_member(&root->system_types, &probe,
                                                                       &removed);
-  // The count goes down for a missing key too, on purpose: callers only unlink keys that are
+  // On purpose the count is decremented for a missing key, too: callers only unlink keys that are
   // present.
   --root->system_types_count;
 }
@@ -218,7 +219,7 @@ entry_t* image___version_info___root___system_types_t___it_next(iterator_t* iter
   return sglib_image___version_info___root___system_types_t_it_next(iterator);
 }
 
-// The same walk, which changes nothing itself. Here the caller gets read-only entries from it.
+// The iteration itself modifies nothing, so the const variants can use the same functions.
 const entry_t* image___version_info___root___system_types_t___cit_init(const entry_t* top,
                                                                        iterator_t* iterator) {
   return image___version_info___root___system_types_t___it_init(const_cast<entry_t*>(top),

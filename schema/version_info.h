@@ -1,27 +1,27 @@
-// The version info document in memory: one platform version and the system types, ordered by name,
-// each with its version.
+// The version info document in memory: the platform version, and the system types with their
+// versions, ordered by name.
 //
-// The names are those of generated code. `___` separates their pieces:
+// The names have the form of generated code. `___` separates their parts:
 //
 //   image___              the prefix of all such names
 //   version_info___       the schema: this document
 //   root_t___             the record that the function takes: the document's root
 //   system_types___       a property of that record
-//   iwrite_create_entry   what the function does; `iwrite_` changes the document
+//   iwrite_create_entry   the operation; `iwrite_` modifies the document
 //
 // `image___version_info___root___system_types_t` is a type (`_t`): an entry of the root's property
-// `system_types`. `___find_f` behind it is a function (`_f`) for such entries, `___find_cf` its
-// read-only twin. `sglib_` before it and `_add` behind it make the function `add` of the ordered
+// `system_types`. The suffix `___find_f` names a function (`_f`) for such entries, `___find_cf` its
+// const variant. The prefix `sglib_` and the suffix `_add` name the operation `add` of the ordered
 // set of such entries, see schema/version_info_set.h.
 //
-// All records and texts of a document live in the page allocator made for it and are never freed
-// one by one. Texts end with a NUL; lengths are bytes without the NUL. A failed allocation ends the
-// process. So does a length that no memory can hold.
+// All records and texts of a document are allocated from its own page allocator and cannot be freed
+// one by one. Texts are NUL-terminated. Lengths are in bytes, without the NUL. A failed allocation
+// and a length that no memory can hold end the process.
 //
 // A setter that fails calls the root's `error_hook`, if any, with a message, stores the message in
-// the root's `error` and returns -1 or null. Nothing here throws or jumps. The hook must not
-// either: the reader has destructors, and a jump or an exception out of the hook would pass over
-// them. Jump to `recovery` after the setter or the reader has returned.
+// the root's `error` and returns -1 or null. No function throws or calls longjmp. The hook must not
+// do so either, because it would skip destructors of the reader. Call longjmp on `recovery` after
+// the setter or the reader has returned.
 #pragma once
 
 #include <csetjmp>
@@ -31,39 +31,41 @@
 #include "core/dympage.h"
 #include "schema/version_info_set.h"
 
+// A document.
 struct image___version_info___root_t {
   image___version_info___root_t* root;      // this record
   void (*error_hook)(const char* message);  // may be null; must return
-  jmp_buf recovery;                         // for the caller, who may jump to it after a failure
-  const char* error;                        // the last failure, a static text; null: none
-  uint8_t platform_version_set;             // 1: assigned
-  char* platform_version;
-  uint64_t platform_version_len;
-  image___version_info___root___system_types_t* system_types;  // top of the tree, null when empty
-  uint64_t system_types_count;
+  jmp_buf recovery;                         // for the caller, to longjmp to after a failure
+  const char* error;                        // the last failure, a static string; null if none
+  uint8_t platform_version_set;             // 1 if assigned
+  char* platform_version;                   // null unless assigned
+  uint64_t platform_version_len;            // in bytes
+  image___version_info___root___system_types_t* system_types;  // root of the tree, null if empty
+  uint64_t system_types_count;                                 // number of entries
 };
 
+// A system type, an entry of the document's collection.
 struct image___version_info___root___system_types_t {
-  char* key;
-  image___version_info___root_t* root;
-  image___version_info___root___system_types_t* left;
-  image___version_info___root___system_types_t* right;
-  uint8_t colour;       // 0 black, 1 red
-  uint8_t version_set;  // 1: assigned
-  char* version;
-  uint64_t version_len;
+  char* key;                                            // its name
+  image___version_info___root_t* root;                  // the document
+  image___version_info___root___system_types_t* left;   // subtree of earlier entries, or null
+  image___version_info___root___system_types_t* right;  // subtree of later entries, or null
+  uint8_t colour;                                       // 0 black, 1 red
+  uint8_t version_set;                                  // 1 if assigned
+  char* version;                                        // null unless assigned
+  uint64_t version_len;                                 // in bytes
 };
 
-// Returns a new allocator for one document. Destroying it frees the document.
+// Create and destroy the allocator of one document. Destroying it frees the document.
 dympage_t* image___version_info___create_allocator_f();
 void image___version_info___destroy_allocator_f(dympage_t* allocator);
 
-// Returns a zero-filled block at a multiple of `alignment`, a power of two.
+// Returns a zero-filled block, aligned to `alignment`, which must be a power of two.
 void* image___version_info___allocate_block_f(dympage_t* allocator, uint64_t size,
                                               uint64_t alignment);
 
-// Returns a zero-filled block of `length` + 1 bytes with a copy of `text` up to its first NUL, at
-// most `length` bytes.
+// Returns a zero-filled block of `length` + 1 bytes that begins with a copy of `text`. Copies up to
+// the first NUL, at most `length` bytes.
 char* image___version_info___allocate_text_f(dympage_t* allocator, const char* text,
                                              uint64_t length);
 
@@ -80,12 +82,12 @@ image___version_info___root___system_types_t___allocate_f(dympage_t* allocator,
                                                           image___version_info___root_t* root,
                                                           const char* key, uint64_t key_length);
 
-// Visits every entry in key order and changes nothing. Call it once after a successful read.
+// Visits every entry in key order and modifies nothing. Call it once after a successful read.
 void image___version_info___finalize_f(image___version_info___root_t* root);
 
-// A property is assigned once. `_set` assigns a copy of `text` and returns 0, or -1 when the
-// property is assigned already. `_alloc` assigns a zero-filled text of `length` bytes and returns
-// it for the caller to fill, or returns null when the property is assigned already.
+// Assign a property, which is possible only once. `_set` assigns a copy of `text` and returns 0, or
+// -1 if the property is already assigned. `_alloc` assigns a zero-filled text of `length` bytes and
+// returns it for the caller to fill, or returns null if the property is already assigned.
 int image___version_info___root_t___platform_version___iwrite_set(
     dympage_t* allocator, image___version_info___root_t* root, const char* text);
 char* image___version_info___root_t___platform_version___iwrite_alloc(
@@ -95,13 +97,13 @@ int image___version_info___root___system_types_t___version___iwrite_set(
 char* image___version_info___root___system_types_t___version___iwrite_alloc(
     dympage_t* allocator, image___version_info___root___system_types_t* entry, uint64_t length);
 
-// Adds a new entry with a copy of `key` and returns it, or returns null when the collection already
+// Adds a new entry with a copy of `key` and returns it. Returns null if the collection already
 // holds the key.
 image___version_info___root___system_types_t*
 image___version_info___root_t___system_types___iwrite_create_entry(
     dympage_t* allocator, image___version_info___root_t* root, const char* key);
 
-// Removes the entry with `key`. The collection must hold it, see `unlink_f`.
+// Removes the entry with `key`, which must exist, see `unlink_f`.
 void image___version_info___root_t___system_types___iwrite_unlink_entry(
     dympage_t* allocator, image___version_info___root_t* root, const char* key);
 
@@ -112,20 +114,19 @@ const image___version_info___root___system_types_t*
 image___version_info___root___system_types_t___find_cf(const image___version_info___root_t* root,
                                                        const char* key);
 
-// Removes the entry with `key`, if there is one. In every case `system_types_count` goes down by
-// one, so unlink only keys that are present.
+// Removes the entry with `key`, if there is one. Always decrements `system_types_count`, so unlink
+// only keys that are present.
 void image___version_info___root___system_types_t___unlink_f(image___version_info___root_t* root,
                                                              const char* key);
 
-// A walk in ascending key order. `_init` takes `top`, the `system_types` of a document, and returns
-// the first entry. `_next` returns the next one. Both return null at the end. The caller owns the
-// iterator, which needs no release and is `it_bsize` bytes long. The functions with `cit` are for
-// entries that the caller does not change.
+// Iteration in ascending key order. `_init` takes `top`, the `system_types` of a document, and
+// returns the first entry. `_next` returns the next entry. Both return null at the end. The caller
+// owns the iterator, which needs no release; `it_bsize` is its size in bytes. The functions with
+// `cit` return const entries.
 using image___version_info___root___system_types_t___iterator_t =
     sglib_image___version_info___root___system_types_t_iterator;
 inline constexpr size_t image___version_info___root___system_types_t___it_bsize =
     sizeof(image___version_info___root___system_types_t___iterator_t);
-
 image___version_info___root___system_types_t*
 image___version_info___root___system_types_t___it_init(
     image___version_info___root___system_types_t* top,

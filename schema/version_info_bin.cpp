@@ -22,7 +22,7 @@ static_assert(kFingerprintLength == 64);
 
 namespace {
 
-// What the binary form of a document takes.
+// The size of a document in binary form.
 struct Extent {
   uint64_t bytes = 0;
   uint64_t entries = 0;
@@ -36,7 +36,7 @@ struct Extent {
 
 }  // namespace
 
-// Stores the message in the document and returns the result of a function that failed.
+// Stores the message in the document and returns -1.
 static int report_fault(root_t* root, const char* message) {
   root->root->error = message;
   return -1;
@@ -66,8 +66,8 @@ static int read_uint32(root_t* root, istream* stream, uint32_t* value) {
   return 0;
 }
 
-// Fills a text of `length` bytes from iwrite_alloc, which has stored its NUL. For a null text,
-// iwrite_alloc has failed and reported why.
+// Fills `text`, the result of iwrite_alloc, with `length` bytes. Its NUL is already there. If it is
+// null, iwrite_alloc has failed and reported the failure.
 static int read_text(root_t* root, istream* stream, char* text, uint32_t length) {
   if (text == nullptr) {
     return -1;
@@ -149,7 +149,7 @@ static Extent measure(const root_t* root) {
   return extent;
 }
 
-// Stores the value, which fits 32 bits, at `end`. Returns the new end.
+// Stores the value, which must fit in 32 bits, at `end`. Returns the new end.
 static char* put_uint32(char* end, uint64_t value) {
   runenv::write_big_endian(end, static_cast<uint32_t>(value));
   return end + sizeof(uint32_t);
@@ -170,7 +170,7 @@ int image___version_info___write_bin_f(root_t* root, Buffer* target) {
   const runenv::malloc_ptr<char> bytes(static_cast<char*>(runenv::allocate(extent.bytes)));
   char* end = std::copy_n(kFingerprint, kFingerprintLength, bytes.get());
   end = put_text(end, root->platform_version, root->platform_version_len);
-  // Not `system_types_count`, which is too low when a missing key was unlinked.
+  // Not `system_types_count`, which is too low if a missing key was unlinked.
   end = put_uint32(end, extent.entries);
   iterator_t iterator;
   for (const entry_t* entry = first_entry(root->system_types, &iterator); entry != nullptr;

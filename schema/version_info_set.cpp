@@ -16,10 +16,10 @@ namespace {
 
 enum Order : uint32_t { kPreorder, kInorder, kPostorder };
 
-// The way from the top of a set down to an entry or to the empty place for one. It consists of
-// links: pointers to the pointers that lead down. The first is the set's own top pointer, the
-// others are child fields. So the parent of an entry is found without a search, and the top entry
-// needs no special case.
+// The path from the root of the tree to an entry, or to the empty place for one. It consists of
+// links: pointers to the pointers that lead down. The first link is the set's root pointer, the
+// others are child fields. The parent of an entry is found without a search, and the root needs no
+// special case.
 struct Path {
   entry_t** links[iterator_t::kMaxDepth];
   unsigned depth = 0;
@@ -43,8 +43,8 @@ static int compare_keys(const entry_t* a, const entry_t* b) {
   return std::strcmp(a->key, b->key);
 }
 
-// Lowers the entry at `link` to its right or left. The child on the other side takes its place, and
-// the two exchange their colours.
+// Rotates the entry at `link` down to the right or left. The child on the other side takes its
+// place, and the two exchange their colours.
 static void rotate(entry_t** link, bool right) {
   entry_t* const lowered = *link;
   entry_t* const raised = child(lowered, !right);
@@ -54,9 +54,9 @@ static void rotate(entry_t** link, bool right) {
   *link = raised;
 }
 
-// Repairs a tree whose only fault may be that the entry at the end of the path and its parent are
-// both red. Recolouring moves the fault up by two levels. A black parent, the top or a rotation
-// ends it.
+// Repairs a tree in which the entry at the end of the path and its parent may both be red.
+// Recolouring moves the violation up by two levels. It ends at a black parent, at the root or with
+// a rotation.
 static void repair_red_parent(const Path& path) {
   for (unsigned i = path.depth - 1; i >= 2; i -= 2) {
     entry_t** const parent_link = path.links[i - 1];
@@ -81,9 +81,9 @@ static void repair_red_parent(const Path& path) {
   }
 }
 
-// Repairs a tree whose only fault is that every way down through the end of the path has one black
-// entry too few. The fault moves up until a red entry turned black or a rotation mends it. At the
-// top it is gone, because it then concerns every way down.
+// Repairs a tree in which every path through the end of `path` has one black entry too few. The
+// violation moves up until a red entry becomes black or a rotation repairs it. At the root there is
+// no violation any more, because then all paths have lost one black entry.
 static void repair_missing_black(Path* path) {
   while (path->depth >= 2) {
     entry_t** const place = path->pop();
@@ -96,7 +96,7 @@ static void repair_missing_black(Path* path) {
       rotate(link, right);  // the parent becomes red, and the new sibling is black
       link = &child(raised, right);
     }
-    // There is always a sibling: its side has at least one black entry more.
+    // There is always a sibling, because its side has at least one more black entry.
     // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): the analyzer cannot know that
     if (!is_red((*sibling)->left) && !is_red((*sibling)->right)) {
       (*sibling)->colour = kRed;
@@ -125,8 +125,8 @@ static void insert_at(const Path& path, entry_t* entry) {
   (*path.links[0])->colour = kBlack;
 }
 
-// Exchanges the entry at the end of the path, which has two children, with its successor. It then
-// has one child at most. The path follows it down.
+// Exchanges the entry at the end of the path, which has two children, with its successor, and
+// extends the path to the new place of the entry. The entry then has at most one child.
 static void sink_to_successor(Path* path) {
   entry_t** const link = path->last();
   entry_t* const entry = *link;
@@ -144,7 +144,7 @@ static void sink_to_successor(Path* path) {
   path->links[below] = &successor->right;
 }
 
-// Takes the entry at the end of the path out of the tree.
+// Removes the entry at the end of the path from the tree.
 static void remove_at(Path* path) {
   entry_t* const entry = *path->last();
   if (entry->left != nullptr && entry->right != nullptr) {
@@ -159,11 +159,11 @@ static void remove_at(Path* path) {
   }
 }
 
-// Leads the path to an entry with the key and returns it. When there is none, leads the path to the
-// empty place for one and returns null.
+// Extends the path to an entry with the key and returns the entry. If there is none, extends the
+// path to the empty place for one and returns null.
 //
-// Steps to the right have a loop of their own. With one step for both sides, the compiler makes a
-// conditional move of it, and the descent takes up to twice as long.
+// Steps to the right have their own loop. With one loop for both sides, the compiler uses a
+// conditional move, and the search takes up to twice as long.
 static entry_t* descend_to_key(Path* path, entry_t** top, const char* key) {
   entry_t** link = path->push(top);
   for (;;) {
@@ -178,7 +178,7 @@ static entry_t* descend_to_key(Path* path, entry_t** top, const char* key) {
   }
 }
 
-// Leads the path to `entry` itself and returns true. Returns false when it is not below `link`.
+// Extends the path to `entry` itself and returns true. Returns false if it is not below `link`.
 static bool descend_to_entry(Path* path, entry_t** link, const entry_t* entry) {
   while (*path->push(link) != nullptr) {
     if (*link == entry) {
@@ -186,7 +186,7 @@ static bool descend_to_entry(Path* path, entry_t** link, const entry_t* entry) {
     }
     const int side = compare_keys(entry, *link);
     if (side == 0) {
-      // Rotations can move entries with the same key to either side.
+      // Rotations can move entries with equal keys to either side.
       const unsigned depth = path->depth;
       if (descend_to_entry(path, &(*link)->left, entry)) {
         return true;
@@ -314,8 +314,8 @@ entry_t* sglib_image___version_info___root___system_types_t_it_current(const ite
   return iterator->current;
 }
 
-// The walk visits every entry three times: before the entries on its left, before those on its
-// right and after both. It returns the entry at the visit that has the number of the order.
+// The iteration visits every entry three times: before its left subtree, between its subtrees, and
+// after its right subtree. It returns the entry at the visit whose number is the order.
 entry_t* sglib_image___version_info___root___system_types_t_it_next(iterator_t* iterator) {
   while (iterator->depth != 0) {
     entry_t* const entry = iterator->path[iterator->depth - 1];

@@ -10,8 +10,7 @@ trap 'rm -f "$log"' EXIT
 # for messages of the program.
 export GCOV_ERROR_FILE=/dev/null
 umask 0
-BUILD_DIR=$build scripts/test.sh -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS=--coverage \
-  -DCMAKE_C_FLAGS=--coverage >"$log" 2>&1 || {
+PRESET=coverage BUILD_DIR=$build scripts/test.sh >"$log" 2>&1 || {
     cat "$log" >&2
     exit 1
   }

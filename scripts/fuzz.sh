@@ -12,9 +12,7 @@ require "$(clang++ -print-resource-dir)/lib/linux/libclang_rt.fuzzer-x86_64.a=li
 seconds=${1:-60}
 [ $# -eq 0 ] || shift
 build=${BUILD_DIR:-build-fuzz}
-cmake -S . -B "$build" -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DRUNENV_BUILD_FUZZERS=ON -DRUNENV_BUILD_EXAMPLES=OFF \
-  -DRUNENV_SANITIZE=address,undefined,fuzzer-no-link -DRUNENV_FUZZ_SECONDS="$seconds"
+cmake --preset fuzz -B "$build" -DRUNENV_FUZZ_SECONDS="$seconds"
 cmake --build "$build" --parallel
 pattern=$(echo "$@" | tr ' ' '|')
 ctest --test-dir "$build" --verbose --no-tests=error -R "^fuzz_($pattern)" --parallel 2

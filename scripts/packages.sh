@@ -21,10 +21,24 @@ require() {
   [ "$(id -u)" -eq 0 ] || as_root=sudo
   echo "Installing:$missing"
   $as_root apt-get update -qq
+  had_nginx=$(dpkg-query -W -f '${Status}' nginx-common 2>/dev/null || true)
   # In run level 1 no package starts a service of its own.
   # shellcheck disable=SC2086 # a list of packages
   $as_root env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 \
     apt-get install -y -qq --no-install-recommends $missing >/dev/null
+  # The one that would serve port 80 from now on is not wanted: the tests start their own.
+  case "$had_nginx $missing " in
+    *' installed '*) ;;
+    *' nginx-light '*)
+      echo "Stopping and disabling: nginx, which would serve port 80 (to have it: systemctl enable --now nginx)"
+      if [ -d /run/systemd/system ]; then
+        $as_root systemctl --quiet disable --now nginx
+      else
+        $as_root service nginx stop >/dev/null 2>&1 || true
+        ! command -v update-rc.d >/dev/null || $as_root update-rc.d nginx disable
+      fi
+      ;;
+  esac
 }
 
 # Servers live where an ordinary user's search path does not look.

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Builds everything and runs all tests. Words after the command go to CMake; BUILD_DIR names the
-# build directory, "build" unless set.
+# Builds everything and runs all tests. PRESET is one of CMakePresets.json, "release" unless set, and
+# BUILD_DIR the build directory, unless it is to be the preset's. Words after the command go to CMake.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
@@ -11,10 +11,13 @@ require c++=g++ cc=gcc cmake=cmake ninja=ninja-build /usr/include/gtest/gtest.h=
   /usr/include/sodium.h=libsodium-dev minisign=minisign \
   /usr/include/nlohmann/json.hpp=nlohmann-json3-dev jq=jq
 
-build=${BUILD_DIR:-build}
-generator='-G Ninja'
-[ ! -e "$build/CMakeCache.txt" ] || generator= # as it was configured before
-# shellcheck disable=SC2086 # nothing or two words
-cmake -S . -B "$build" $generator "$@"
+preset=${PRESET:-release}
+build=build-$preset
+[ "$preset" != release ] || build=build
+build=${BUILD_DIR:-$build}
+generator=Ninja
+[ ! -e "$build/CMakeCache.txt" ] || # as it was configured before
+  generator=$(sed -n 's/^CMAKE_GENERATOR:INTERNAL=//p' "$build/CMakeCache.txt")
+cmake --preset "$preset" -B "$build" -G "$generator" "$@"
 cmake --build "$build" --parallel
 ctest --test-dir "$build" --output-on-failure --no-tests=error --parallel 2

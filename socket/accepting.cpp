@@ -20,7 +20,7 @@ using std::chrono::microseconds;
 
 namespace {
 
-// Doubles with every failure until accepting succeeds.
+// The pause doubles with every failure until accepting succeeds.
 struct AcceptPause {
   void lengthen() {
     length = std::clamp<microseconds>(2 * length, 10ms, 1s);
@@ -40,7 +40,8 @@ struct AcceptPause {
 
 static AcceptPause accept_pause;
 
-// The error of an accept that gave `fd`, 0 for none. A descriptor that fits no set is one too many.
+// Returns the errno of an accept that returned `fd`, or 0 on success. A descriptor that does not
+// fit in a descriptor set counts as one too many.
 static int accept_error(int fd) {
   if (fd < 0) {
     return errno;
@@ -49,7 +50,7 @@ static int accept_error(int fd) {
 }
 
 void accept_connection(Listener* listener) {
-  char peer[16];  // room for an IPv4 address, which is not kept
+  char peer[16];  // room for an IPv4 address, which is not used
   socklen_t length = sizeof peer;
   auto owned = std::make_unique<Connection>();
   listener->connections.push_back(owned.get());

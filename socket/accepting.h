@@ -1,4 +1,4 @@
-// Internal: accepting connections, which pauses when it fails.
+// Internal: accepting connections, with a pause after a failure.
 #pragma once
 
 #include <chrono>
@@ -7,12 +7,13 @@
 
 namespace runenv {
 
-// Accepts one connection, makes its record and calls the listener's factory. A failed accept makes
-// a connection all the same, which is lost in the next pass.
+// Accepts one connection, creates its record and calls the listener's factory. A failed accept also
+// creates a connection, which is lost in the next pass.
 void accept_connection(SocketASync::Listener* listener);
 
-// How long nothing is to be accepted. Accepting has failed then, as a rule for want of descriptors.
-// What waits to be accepted would end every wait at once, so the waits leave the listeners out.
+// Returns how long not to accept after a failed accept, 0 if there was none. Such a failure usually
+// means that there are no free descriptors. The pending connection would end every wait at once, so
+// poll does not wait for listeners during the pause.
 std::chrono::microseconds accept_pause_left();
 
 }  // namespace runenv

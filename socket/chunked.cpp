@@ -35,7 +35,8 @@ static uint32_t filled(const Chunk* chunk) {
   return static_cast<uint32_t>(chunk->write_position - chunk->data);
 }
 
-// Makes room for `wanted` bytes: doubles from 64 KiB, up to the length of the chunk.
+// Makes room for `wanted` bytes. The capacity is a power of two from 64 KiB on, limited to the
+// length of the chunk.
 static void grow(Chunk* chunk, uint32_t wanted) {
   const uint32_t present = filled(chunk);
   const uint64_t doubled = std::max(kFirstCapacity, std::bit_ceil(uint64_t{wanted}));
@@ -44,7 +45,7 @@ static void grow(Chunk* chunk, uint32_t wanted) {
   chunk->write_position = chunk->data + present;
 }
 
-// Copies up to `length` bytes into the chunk; returns how many.
+// Copies up to `length` bytes into the chunk and returns how many.
 static unsigned int fill_chunk(Chunk* chunk, const char* data, unsigned int length) {
   const uint32_t present = filled(chunk);
   const uint32_t n = std::min(length, chunk->length - present);
@@ -56,7 +57,8 @@ static unsigned int fill_chunk(Chunk* chunk, const char* data, unsigned int leng
   return n;
 }
 
-// Copies up to `length` bytes into the header, a complete one begins a chunk; returns how many.
+// Copies up to `length` bytes into the header and returns how many. A complete header begins a
+// chunk.
 static unsigned int fill_header(ChunkedState* state, const char* data, unsigned int length) {
   const unsigned int n = std::min(length, kHeaderSize - state->header_count);
   std::memcpy(state->header + state->header_count, data, n);
@@ -90,7 +92,7 @@ static void decode(ChunkedState* state, const char* data, unsigned int length) {
 
 namespace {
 
-// While the callback runs for a message, which it may end by throwing.
+// Exists while the callback runs for a message. Also cleans up if the callback throws.
 struct Streaming {
   Streaming(ChunkedState* decoder, Connection* connection)
       : state(decoder), message(Message::create_inbound(connection)) {
@@ -110,7 +112,7 @@ struct Streaming {
 
 }  // namespace
 
-// One message, from its first complete chunk on.
+// Calls the callback for the message that begins with the first complete chunk.
 static void dispatch(ChunkedState* state, Connection* connection) {
   if (genv_debug_verbose) {
     Runtime.log(RuntimeCore::SGR::Yellow, "Connection '%s' new chunked message.\n",
@@ -120,7 +122,7 @@ static void dispatch(ChunkedState* state, Connection* connection) {
   state->callback(connection->context_object, streaming.message);
 }
 
-// Drops what is there of a message whose callback has thrown.
+// Drops the received part of a message whose callback has thrown.
 static void skip(ChunkedState* state) {
   while (state->skipping && state->completed != nullptr) {
     drop_chunk(state);
@@ -128,7 +130,7 @@ static void skip(ChunkedState* state) {
   }
 }
 
-// What the decoder holds, as it came.
+// Returns the unread bytes in the decoder, as they were received.
 static std::string held_bytes(const ChunkedState* state) {
   std::string bytes;
   const auto append = [&bytes](const Chunk* chunk) {
@@ -158,7 +160,7 @@ void Chunked::collect(const char* data, unsigned int length, void*, Connection* 
   auto* const state = static_cast<ChunkedState*>(connection->encoder_state);
   decode(state, data, length);
   if (state->streaming) {
-    return;  // called by recv_chunk out of a running callback
+    return;  // recv_chunk in a running callback has called this
   }
   runenv::FirstException failure;
   skip(state);

@@ -7,19 +7,20 @@
 
 namespace SocketASync {
 
-// A connection of our own making. Owned by the layer; mark_close is the way to end one.
+// An outgoing connection. It is owned by the layer. End it with mark_close.
 struct Client : Connection {
-  // Called once when the connection has ended, with the descriptor closed already and right before
-  // the record is freed.
+  // Called once after the connection has ended. The descriptor is already closed. The record is
+  // freed when the call returns.
   std::function<void(void* context, Connection*)> closed;
 };
 
-// Connects to a numeric IPv4 address and a port, waiting for the handshake. Null on failure, which
-// is reported on standard error (a refused connection only with genv_debug_info).
+// Connects to a numeric IPv4 address and a port. Blocks until the connection is established. On
+// failure prints an error and returns null. A failed connect is printed only if genv_debug_info is
+// true.
 Client* create_client(const char* host, const char* port, void* context,
                       std::function<void(void* context, Connection*)> closed);
 
-// Connects to a unix-domain path of at most 107 bytes; failures as above.
+// Connects to a unix-domain path of at most 107 bytes. Fails as above.
 Client* create_client(const char* path, void* context,
                       std::function<void(void* context, Connection*)> closed);
 

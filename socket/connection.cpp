@@ -94,7 +94,7 @@ static void dump_state(const char* operation, const Connection* connection, int 
   dump_encoding(connection);
 }
 
-// The line for an error that is an ordinary end of a connection, null for any other.
+// Returns the log line for an error that is an ordinary end of a connection, or null.
 static const char* ordinary_end(int errnum) {
   switch (errnum) {
     case EPIPE:

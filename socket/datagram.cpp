@@ -12,7 +12,7 @@ namespace runenv {
 using SocketASync::EndPoint;
 
 static char datagram_buffer[65535];
-static EndPoint* receiving = nullptr;  // the one whose callback runs
+static EndPoint* receiving = nullptr;  // the endpoint whose callback is running
 
 bool callback_runs(const EndPoint* endpoint) {
   return endpoint == receiving;
@@ -40,7 +40,8 @@ static void report_failed_receive(const EndPoint* endpoint) {
   }
 }
 
-// Calls the endpoint's callback, which may destroy the endpoint but stays until it returns.
+// Calls the endpoint's callback. If that destroys the endpoint, the callback object is dropped
+// after it has returned.
 static void call_back(EndPoint* endpoint, const void* payload, unsigned short length,
                       const char* sender_path) {
   const Receiving guard(endpoint);
@@ -48,7 +49,7 @@ static void call_back(EndPoint* endpoint, const void* payload, unsigned short le
 }
 
 void receive_datagram(EndPoint* endpoint) {
-  // Room for the path of any sender and its terminator; the area comes first to be zeroed whole.
+  // Room for any sender's path and a terminator. `area` is the first member so that all is zeroed.
   union {
     char area[sizeof(sockaddr_un) + 1];
     sockaddr any;

@@ -1,4 +1,4 @@
-// Internal: datagrams of endpoints: their format and poll's part of the work.
+// Internal: the format of datagrams, and receiving them in poll.
 #pragma once
 
 #include "socket/endpoint.h"
@@ -8,10 +8,10 @@ namespace runenv {
 inline constexpr char kPrefix[4] = {'Q', 'V', 'I', 'R'};
 inline constexpr unsigned short kMaximumPayload = 65531;
 
-// Receives one datagram on a readable endpoint and hands it to the callback.
+// Receives one datagram from a readable endpoint and passes it to the callback.
 void receive_datagram(SocketASync::EndPoint* endpoint);
 
-// Whether the endpoint's callback runs: it may not be destroyed before it returns.
+// Returns whether the endpoint's callback is running. Do not drop a running callback.
 bool callback_runs(const SocketASync::EndPoint* endpoint);
 
 }  // namespace runenv

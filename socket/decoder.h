@@ -1,4 +1,4 @@
-// Internal: the decoders as only the layer itself may use them.
+// Internal: operations on decoders.
 #pragma once
 
 #include <string>
@@ -11,20 +11,20 @@ namespace runenv {
 using DecoderReceiver = void (*)(const char* data, unsigned int length, void* context,
                                  SocketASync::Connection* connection);
 
-// Installs a decoder and frees the one before. One whose callback runs is in use until its
-// `collect` returns, which finds it replaced and frees it.
+// Installs a decoder and frees the previous one. If the callback of the previous one is running,
+// its `collect` function frees it later.
 void install_decoder(SocketASync::Connection* connection, SocketASync::EncodingKind kind,
                      void* state, DecoderReceiver collect);
 
-// Gives what a replaced decoder leaves to the one that stands in its place.
+// Passes the bytes that a replaced decoder has left to the new decoder.
 void pass_on(std::string&& bytes, SocketASync::Connection* connection);
 
-// Frees a decoder with what it holds.
+// Free a decoder and its content.
 void free_encoder_state(SocketASync::EncodingKind kind, void* state);
 void free_chunked_state(SocketASync::ChunkedState* state);
 
-// Takes the first complete chunk, which must be there, and returns its length. A chunk that is
-// longer than `capacity` stays.
+// Moves the first complete chunk, which must exist, into `buffer` and returns its length. If it is
+// longer than `capacity`, returns its length and leaves it in place.
 unsigned int take_chunk(SocketASync::ChunkedState* state, char* buffer, unsigned int capacity);
 
 }  // namespace runenv

@@ -55,13 +55,13 @@ std::optional<UnixAddress> unix_address(const char* path) {
 }
 
 void report_long_path(const char* path) {
-  // "to long" on purpose: scripts look for the text as it is. Listeners say "too long".
+  // The spelling "to long" is kept: scripts look for this message. Listeners print "too long".
   Runtime.error("Unix domain socket path is to long (%ld)!\n",
                 static_cast<long>(std::strlen(path)));
 }
 
 int connect_waiting(int fd, const sockaddr* address, unsigned int length) {
-  // Across a signal the handshake goes on, and connecting again waits for it.
+  // After a signal the handshake goes on, and the next connect waits for it.
   const int result = retry([=] { return connect(fd, address, length); });
   return result != 0 && errno == EISCONN ? 0 : result;
 }

@@ -1,14 +1,14 @@
-// Messages out of the bytes of a connection, by one of two encodings.
+// Decoding the bytes of a connection into messages, with one of two encodings.
 //
-// An encoding is installed on a connection in the listener's factory or right after the client is
-// made, as a rule. Installing another one later replaces it and drops what it holds of an
-// unfinished message. A message callback may do that too: it runs on to its end, and all that has
-// been read and not been given to it goes to the new decoder. A chunked message is over with that:
-// its recv_chunk no longer gives its chunks.
+// Usually the listener's factory installs an encoding, or the program does after create_client.
+// Installing another encoding later replaces the old one and drops its unfinished message. A
+// message callback may do so, too. It then runs to its end. All bytes that were read but not passed
+// to it go to the new decoder. If the old encoding is chunked, its message ends there: recv_chunk
+// returns no more of its chunks.
 //
-// When a message callback throws, the messages behind in the same read are delivered all the same.
-// Then the first exception passes on, and later ones are lost.
+// If a message callback throws, the remaining messages of the same read are still delivered. Then
+// the first exception is rethrown. Later ones are lost.
 #pragma once
 
-#include "socket/chunked.h"          // pieces with their length; a message may come in many
-#include "socket/zero_terminated.h"  // whole messages, each ended by a zero byte
+#include "socket/chunked.h"          // messages of chunks, read while they arrive
+#include "socket/zero_terminated.h"  // whole messages that end with a zero byte

@@ -1,4 +1,4 @@
-// Internal: how a connection ends, wherever that is decided.
+// Internal: closing and freeing a connection.
 #pragma once
 
 #include <cstddef>
@@ -11,8 +11,8 @@
 namespace runenv {
 
 // Ends the connection at `index` of its owner's vector: closes the descriptor, calls the closed
-// callback, removes the record from the vector and from a running flush, and frees it. The record
-// goes also when the callback throws, so that the callback never runs twice.
+// callback, removes the record from the vector and from a running flush, and frees it. If the
+// callback throws, the record is removed and freed, too, so that the callback never runs twice.
 template <typename Record, typename Closed>
 void end_connection(std::vector<Record*>& owned, size_t index, const Closed& closed) {
   struct Removal {

@@ -31,7 +31,7 @@ EndPoint* endpoint_create(const char* path, void* context, Callback callback) {
     Runtime.error("Unable to create socket: %s\n", std::strerror(errno));
     return nullptr;
   }
-  unlink(path);  // a stale file of an earlier run; any other file goes as well
+  unlink(path);  // usually the socket of an earlier run
   if (bind(fd.get(), address->get(), address->length) != 0) {
     Runtime.error("Unable to bind socket to '%s': %s\n", path, std::strerror(errno));
     return nullptr;
@@ -79,7 +79,7 @@ bool endpoint_sendto(EndPoint* endpoint, const char* destination_path, const voi
     }
     return false;
   }
-  return sent == length;  // the prefix counts on the left only, on purpose
+  return sent == length;  // only `sent` includes the prefix, on purpose
 }
 
 }  // namespace SocketASync

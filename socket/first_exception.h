@@ -1,14 +1,14 @@
-// Internal: callbacks that all have to run, whatever one of them throws.
+// Internal: running several callbacks even if one of them throws.
 #pragma once
 
 #include <exception>
 
 namespace runenv {
 
-// Runs calls one by one and keeps the first exception out of them; later ones are lost.
+// Runs calls one by one and keeps the first exception. Later ones are lost.
 class FirstException {
  public:
-  // False when the call throws.
+  // Returns false if the call throws.
   template <typename Call>
   bool run(const Call& call) {
     try {
@@ -20,7 +20,7 @@ class FirstException {
     }
   }
 
-  // Passes the exception on, if there is one.
+  // Throws the kept exception, if there is one.
   void rethrow() const {
     if (first) {
       std::rethrow_exception(first);

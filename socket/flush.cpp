@@ -12,7 +12,7 @@
 using SocketASync::Connection;
 using Waiting = std::set<Connection*>;
 
-static Waiting* current = nullptr;  // what the flush that runs still waits for
+static Waiting* current = nullptr;  // the connections that the running flush waits for
 
 namespace {
 
@@ -22,7 +22,7 @@ struct Running {
   Running(const Running&) = delete;
   Running& operator=(const Running&) = delete;
 
-  Waiting* outer;  // a callback of a flush may call one that has nothing to wait for
+  Waiting* outer;  // of an outer flush: a callback may call flush while nothing is queued
 };
 
 }  // namespace

@@ -1,11 +1,11 @@
-// Internal: what a running flush has to hear of.
+// Internal: removing a connection from a running flush.
 #pragma once
 
 #include "socket/connection.h"
 
 namespace runenv {
 
-// The connection is about to be freed: a flush that waits for it no longer does.
+// Call this before freeing a connection: makes a running flush stop waiting for it.
 void leave_flush(SocketASync::Connection* connection);
 
 }  // namespace runenv

@@ -44,7 +44,7 @@ static void report_not_open(const char* service) {
   Runtime.error("Socket[%s] not open: %s\n", service, std::strerror(errno));
 }
 
-// A socket of the first entry that gives one with SO_REUSEADDR; -1 when none does.
+// Returns a socket with SO_REUSEADDR for the first address that allows it, or -1.
 static runenv::unique_fd open_reusable(const addrinfo* list) {
   const int on = 1;
   for (const addrinfo* entry = list; entry != nullptr; entry = entry->ai_next) {
@@ -55,7 +55,7 @@ static runenv::unique_fd open_reusable(const addrinfo* list) {
     if (setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0) {
       return fd;
     }
-    fd.release();  // abandoned open, on purpose
+    fd.release();  // left open on purpose
   }
   return runenv::unique_fd();
 }
@@ -75,7 +75,7 @@ Listener* create_listener(const char* node, const char* service, const char* nam
   }
   runenv::unique_fd fd = open_reusable(list.get());
   if (fd.get() >= 0) {
-    // Always the address of the first entry, whichever gave the socket.
+    // Always binds to the first address, whichever the socket was opened for.
     if (bind(fd.get(), list->ai_addr, list->ai_addrlen) != 0) {
       report_not_open(service);
       return nullptr;
@@ -84,14 +84,14 @@ Listener* create_listener(const char* node, const char* service, const char* nam
       Runtime.log("Socket open: %s -> %d [%s].\n", service, fd.get(), shown_name);
     }
   }
-  if (listen(fd.get(), kBacklog) != 0) {  // also where there is no socket: "Bad file descriptor"
+  if (listen(fd.get(), kBacklog) != 0) {  // also without a socket: "Bad file descriptor"
     report_not_open(service);
     return nullptr;
   }
   return add_listener(std::move(fd), std::move(factory), std::move(closed), shown_name, context);
 }
 
-// Binds `fd` to `path` and listens there; on failure reports it.
+// Binds `fd` to `path` and listens. On failure prints an error and returns false.
 static bool listen_at(int fd, const char* path, const runenv::UnixAddress& address) {
   if (fs::path_t(path).exists() && unlink(path) != 0) {
     Runtime.error("Unable to unlink '%s': %s\n", path, std::strerror(errno));
@@ -111,7 +111,7 @@ static bool listen_at(int fd, const char* path, const runenv::UnixAddress& addre
 Listener* create_listener(const char* path, void* context, Factory factory, Closed closed) {
   const auto address = runenv::unix_address(path);
   if (!address) {
-    // Clients and endpoints say "to long"; scripts look for each text as it is.
+    // Clients and endpoints print "to long". Scripts look for either message.
     Runtime.error("Unix domain socket path is too long (%ld)!\n",
                   static_cast<long>(std::strlen(path)));
     return nullptr;

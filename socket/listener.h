@@ -10,42 +10,43 @@
 
 namespace SocketASync {
 
-// Owned by the layer from its creation to destroy_listener. Poll accepts for it, at most one
-// connection a pass.
+// A listening socket. It is owned by the layer from its creation until destroy_listener. Each poll
+// accepts at most one connection from it.
 struct Listener {
-  int32_t fd;
-  // Called for every accepted connection; its result becomes the connection's context object. If
-  // it throws, the connection stays, with a null context object. It is also called when accepting
-  // fails, say for want of descriptors: the connection then has the descriptor -1, receives and
-  // sends nothing, and ends in the next pass. The error is reported with a dump, and accepting
-  // pauses: for 10 ms at first, twice as long after each further failure, at most 1 s, until it
-  // succeeds. A peer that has gone before it could be accepted (EAGAIN) causes neither.
+  int32_t fd;  // the descriptor
+  // Called for every accepted connection. Its result becomes the connection's context object. If it
+  // throws, the connection is kept, with a null context object.
+  //
+  // It is also called if accepting fails, for example because there are no free descriptors. The
+  // connection's descriptor is then -1, or not below FD_SETSIZE. The connection receives and sends
+  // nothing and ends in the next pass. The error is printed, and accepting pauses for 10 ms. The
+  // pause doubles with each further failure, up to 1 s, until accepting succeeds. If the peer is
+  // already gone (EAGAIN), nothing is printed and there is no pause.
   std::function<void*(void* context, Connection*)> factory;
-  // Called once for every connection that has ended, with the descriptor closed already and right
-  // before the record is freed.
+  // Called once after each connection has ended. The descriptor is already closed. The record is
+  // freed when the call returns.
   std::function<void(void* connection_context, Connection*)> closed;
   std::vector<Connection*> connections;  // owned, in the order of accepting
-  std::string name;
-  void* context;  // the user's object, given to the factory
+  std::string name;                      // for log lines
+  void* context;                         // passed to the factory, not owned
 };
 
-// A TCP listener on a numeric IPv4 address (null: loopback) and a port. `name` is for log lines and
-// may be null. Null on failure, which is reported on standard error.
+// Creates a TCP listener on a numeric IPv4 address (null: loopback) and a port. `name` is for log
+// lines and may be null. On failure prints an error and returns null.
 Listener* create_listener(const char* node, const char* service, const char* name, void* context,
                           std::function<void*(void* context, Connection*)> factory,
                           std::function<void(void* connection_context, Connection*)> closed);
 
-// A listener on a unix-domain path of at most 107 bytes; a file that stands there is removed first.
-// Null on failure, which is reported on standard error.
+// Creates a listener on a unix-domain path of at most 107 bytes. Removes an existing file at the
+// path. On failure prints an error and returns null.
 Listener* create_listener(const char* path, void* context,
                           std::function<void*(void* context, Connection*)> factory,
                           std::function<void(void* connection_context, Connection*)> closed);
 
-// Ends a listener and its connections at once, dropping what is queued; the closed callback runs
-// for each, and the first exception out of it passes through once all have ended. A listener that
-// no poll has taken up yet is left untouched, and so is one that ends already. Not to be called
-// from a factory, receiver or closed callback of the same listener: that ends the program with a
-// message.
+// Ends a listener and its connections at once. Drops all queued output. Calls the closed callback
+// for each connection; after the last one, throws the first exception that a callback threw. Does
+// nothing for a listener that no poll has served yet or that is already being destroyed. Called
+// from a factory, receiver or closed callback of the same listener, it prints a message and aborts.
 void destroy_listener(Listener* listener);
 
 }  // namespace SocketASync

@@ -19,12 +19,13 @@
 
 namespace SocketASync {
 
-// A chunk and its length together have a size of 32 bits.
+// The size of a chunk including its 4-byte length must fit in 32 bits.
 static constexpr uint32_t kChunkLimit = UINT32_MAX - 3;
 
 static char chunk_read_buffer[4096];
 
-// Waits until the connection is readable, at most for its timeout, which signals do not prolong.
+// Waits until the connection is readable. Throws when its timeout expires. Signals do not prolong
+// the timeout.
 static void wait_readable(const Connection* connection) {
   using Clock = std::chrono::steady_clock;
   using std::chrono::seconds, std::chrono::nanoseconds;
@@ -46,7 +47,7 @@ static void wait_readable(const Connection* connection) {
 
 unsigned int recv_blocked(Connection* connection, char* buffer, unsigned int capacity) {
   if (capacity == 0) {
-    return 0;  // reading nothing would look like the peer's end
+    return 0;  // recv would return 0, as if the peer had closed the connection
   }
   for (;;) {
     const ssize_t n = recv(connection->fd, buffer, capacity, 0);
@@ -106,7 +107,7 @@ void Outbound::send_chunk(const char* data, unsigned int length) {
       Raw::send_raw_block(connection, data, length);
       break;
     case EncodingKind::Chunked:
-      if (!connection->marked_closed) {  // silent otherwise, whatever the length
+      if (!connection->marked_closed) {  // if marked, do not throw for a long chunk either
         queue_chunk(connection, {data, length});
       }
       break;
@@ -134,7 +135,7 @@ Outbound* create_outbound(Connection* connection) {
   return new Outbound{connection};
 }
 
-// What ends a message on the wire.
+// Returns the bytes that end a message.
 static std::string_view message_end(EncodingKind kind) {
   static constexpr char kZeros[4] = {};
   switch (kind) {

@@ -27,7 +27,7 @@ static char receive_buffer[4096];
 
 namespace {
 
-// What one pass waits for.
+// The descriptors that one pass waits for.
 struct WaitSets {
   fd_set readable;
   fd_set writable;
@@ -44,7 +44,7 @@ struct WaitSets {
   }
 };
 
-// One pass at a time: a pass inside another would free what that still uses.
+// Prevents nested passes: the inner one could free objects that the outer one still uses.
 class Pass {
  public:
   Pass() {
@@ -71,13 +71,13 @@ void msg_init() {
 void msg_shutdown() {}
 
 static void end_client(size_t index) {
-  // The callback may not be destroyed while it runs: it is the record's own until then.
+  // The callback is a member of the record, which is only freed after the callback has returned.
   Client* const client = active_state.clients[index];
   runenv::end_connection(active_state.clients, index, client->closed);
 }
 
-// Adds a connection to the sets. False: it can never be ready, since its accept failed or its
-// descriptor fits no set.
+// Adds a connection to the sets. Returns false if its descriptor does not fit in a set, for example
+// after a failed accept.
 static bool watch(const Connection* connection, WaitSets* sets) {
   if (!runenv::fits_descriptor_set(connection->fd)) {
     return false;
@@ -108,7 +108,7 @@ static void watch_listener(Listener* listener, bool accepting, WaitSets* sets) {
       }
       runenv::end_connection(listener->connections, i, listener->closed);
     } else if (!watch(connection, sets)) {
-      // Nothing to report: accepting it has failed, which is reported.
+      // The failed accept has already been reported.
       runenv::end_connection(listener->connections, i, listener->closed);
     } else {
       ++i;
@@ -192,7 +192,7 @@ static void promote_pending() {
   promote(pending_state.endpoints, active_state.endpoints);
 }
 
-// The time that a pass waits. While accepting pauses it ends in time to accept again.
+// Returns how long a pass waits: no longer than until the pause of accepting ends.
 static timeval wait_limit(unsigned int milliseconds, microseconds accept_pause) {
   microseconds limit = std::chrono::milliseconds(milliseconds);
   if (accept_pause.count() != 0) {
@@ -224,7 +224,7 @@ void poll(unsigned int milliseconds) {
   }
 }
 
-// False when the connection is lost.
+// Reads once. Returns false if the connection is lost.
 static bool receive(Connection* connection) {
   const ssize_t n = recv(connection->fd, receive_buffer, sizeof receive_buffer, 0);
   if (n < 0) {
@@ -243,7 +243,7 @@ static bool receive(Connection* connection) {
   return true;
 }
 
-// Sends from the head of the queue, once. False when the connection is lost.
+// Sends once from the head of the queue. Returns false if the connection is lost.
 static bool send_head(Connection* connection) {
   Buffer& bytes = connection->send_queue.head->bytes;
   const ssize_t n = send(connection->fd, bytes.get_unmanaged_array(), bytes.length(), 0);

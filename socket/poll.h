@@ -1,4 +1,4 @@
-// The loop of the layer: the one place where it accepts, reads, writes and closes.
+// The event loop of the layer. It accepts, reads, writes and closes.
 #pragma once
 
 #include <sys/select.h>
@@ -7,24 +7,26 @@
 
 namespace SocketASync {
 
-// Makes writing to a broken connection an error instead of a SIGPIPE for the process.
+// Ignores SIGPIPE for the process, so that writing to a broken connection is an error.
 void msg_init();
 
-// The counterpart of msg_init; there is nothing to undo.
+// The counterpart of msg_init. Does nothing.
 void msg_shutdown();
 
-// One pass: waits up to `milliseconds` for any descriptor to become ready, then serves what is:
-// accepts one connection per listener, reads once and writes once per connection, receives one
-// datagram per endpoint, and closes what has ended. Callbacks run in here; what they throw passes
-// through and leaves the pass unfinished. Not to be called from a callback: that ends the program
-// with a message.
+// Makes one pass. Closes connections that have ended, waits up to `milliseconds` until a descriptor
+// is ready, and serves all ready descriptors: reads once and writes once per connection, accepts
+// one connection per listener, receives one datagram per endpoint. Calls the callbacks. An
+// exception of a callback propagates and ends the pass early. Called from a callback, it prints a
+// message and aborts.
 void poll(unsigned int milliseconds);
 
-// Polls until all output queued on active connections has gone out; without a time limit. Not to be
-// called from a callback either. What a callback throws passes through and ends the flush.
+// Polls until all queued output of the active connections has been sent. There is no time limit.
+// Called from a callback while output is queued, it aborts as poll does. An exception of a callback
+// propagates and ends the flush.
 void flush();
 
-// Reads from and writes to one connection as the sets allow, once each; false when it is lost.
+// Reads once and writes once on one connection, as far as the sets allow. Returns false if the
+// connection is lost.
 bool service_connection(Connection* connection, fd_set* readable, fd_set* writable);
 
 }  // namespace SocketASync

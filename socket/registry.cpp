@@ -2,7 +2,7 @@
 
 namespace SocketASync {
 
-// Made right after Runtime and before any other static object, so they outlive all of those.
+// Constructed right after Runtime and before all other static objects, so they outlive those.
 [[gnu::init_priority(102)]] state_t pending_state;
 [[gnu::init_priority(102)]] state_t active_state;
 

@@ -1,5 +1,4 @@
-// Which objects there are: those that poll serves, and those that wait for the next poll to take
-// them up.
+// The objects of the layer: those that poll serves, and those that the next poll adds to them.
 #pragma once
 
 #include <vector>
@@ -10,14 +9,15 @@ struct Client;
 struct EndPoint;
 struct Listener;
 
+// The objects in one state.
 struct state_t {
-  std::vector<Listener*> listeners;
-  std::vector<Client*> clients;
-  std::vector<EndPoint*> endpoints;
+  std::vector<Listener*> listeners;  // listening sockets
+  std::vector<Client*> clients;      // outgoing connections
+  std::vector<EndPoint*> endpoints;  // datagram endpoints
 };
 
-// Both exist before main and are destroyed after it, without the objects in them.
-extern state_t pending_state;  // made since the last poll
+// Constructed before main and destroyed after it. The objects in them are not freed.
+extern state_t pending_state;  // created since the last poll
 extern state_t active_state;   // served by poll
 
 }  // namespace SocketASync

@@ -1,4 +1,4 @@
-// Internal: visiting the listeners, while callbacks make and destroy some.
+// Internal: iterating over the listeners while callbacks create and destroy listeners.
 #pragma once
 
 #include "socket/listener.h"
@@ -6,11 +6,11 @@
 
 namespace runenv {
 
-// The listener that for_each_listener is at, null otherwise: it may not be destroyed now.
+// The current listener of for_each_listener, or null. It must not be destroyed.
 inline SocketASync::Listener* visited_listener = nullptr;
 
-// Calls `visit` with every active listener, in order. A callback may destroy listeners before and
-// after the one that is visited.
+// Calls `visit` with every active listener, in order. A callback may destroy any listener except
+// the current one.
 template <typename Visit>
 void for_each_listener(const Visit& visit) {
   struct NoneAfterwards {
@@ -22,7 +22,7 @@ void for_each_listener(const Visit& visit) {
     visited_listener = listeners[i];
     visit(visited_listener);
     while (i >= listeners.size() || listeners[i] != visited_listener) {
-      --i;  // earlier ones have been destroyed
+      --i;  // earlier listeners have been destroyed
     }
   }
 }

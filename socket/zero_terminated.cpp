@@ -11,7 +11,7 @@ namespace SocketASync {
 
 namespace {
 
-// While the callback runs. Nothing of its message stays behind, even if it throws.
+// Exists while the callback runs. Removes its message afterwards, even if the callback throws.
 struct Delivering {
   explicit Delivering(ZeroTerminatedState* decoder) : state(decoder) { state->delivering = true; }
   ~Delivering() {

@@ -6,20 +6,23 @@
 
 namespace SocketASync {
 
+// The state of a connection's decoder.
 struct ZeroTerminatedState {
+  // Called for every message.
   void (*callback)(Buffer* message, void* context, Connection* connection);
   Buffer collected{0};      // the message being received
-  bool delivering = false;  // the callback is running for it
+  bool delivering = false;  // the callback is running
 };
 
+// Messages that are delivered whole.
 namespace Encoding::ZeroTerminated {
 
-// `callback` gets every message whole, without its zero byte; the buffer is the decoder's and valid
-// during the call.
+// Installs the encoding. `callback` is called with every whole message, without its zero byte. The
+// buffer is owned by the decoder and valid during the call.
 void create_encoding(Connection* connection,
                      void (*callback)(Buffer* message, void* context, Connection* connection));
 
-// The receiver: feeds `length` bytes to the decoder.
+// The receiver: passes `length` bytes to the decoder.
 void collect(const char* data, unsigned int length, void* context, Connection* connection);
 
 }  // namespace Encoding::ZeroTerminated

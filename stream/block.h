@@ -1,4 +1,4 @@
-// Internal: a block of bytes that is read piece by piece, as every input stream holds one.
+// Internal: reading a block of bytes piece by piece. Every input stream has such a block.
 #pragma once
 
 #include <algorithm>
@@ -8,9 +8,9 @@ namespace runenv {
 
 inline constexpr size_t kLargestShortCopy = 64;
 
-// Copies up to 64 bytes: both ends, in pieces of a constant size, which overlap in the middle. Such
-// pieces are single instructions, where memcpy would be called. Documents consist of numbers and
-// short texts; reading one is a fifth faster with it.
+// Copies up to 64 bytes as two pieces of a constant size, the first and the last bytes. The pieces
+// may overlap. Compilers inline a memcpy of a constant size. Documents consist of numbers and short
+// texts: reading one is a fifth faster with this than with memcpy.
 template <size_t piece = kLargestShortCopy / 2>
 void copy_short(char* to, const char* from, size_t size) {
   if constexpr (piece < 4) {
@@ -24,7 +24,8 @@ void copy_short(char* to, const char* from, size_t size) {
 }
 
 // Copies up to `count` of the `*remaining` unread bytes at `*position` to `destination`, which may
-// be null for a count of 0. Moves both on and returns how many bytes it has copied.
+// be null if `count` is 0. Updates `*position` and `*remaining`. Returns the number of bytes
+// copied.
 template <typename Byte, typename Size>
 Size take(Byte** position, Size* remaining, char* destination, unsigned long long count) {
   const auto n = static_cast<Size>(std::min<unsigned long long>(*remaining, count));

@@ -79,8 +79,8 @@ InstreamFSImpl::~InstreamFSImpl() {
   std::free(block);
 }
 
-// Holds a block with unread bytes; false at the end of file. A read error leaves the block empty
-// and is tried again, on purpose: only the end of file ends a stream.
+// Ensures that the block has unread bytes. Returns false at the end of file. Repeats a failed read,
+// on purpose: only the end of file ends a stream.
 bool InstreamFSImpl::fill_block() {
   while (block_remaining == 0) {
     if (std::feof(file)) {
@@ -107,7 +107,7 @@ unsigned InstreamFSImpl::available_bytes() {
   return block_remaining;
 }
 
-// Appends a block, which makes the target grow, then reads straight into the spare bytes of it.
+// Appends a block, which makes the target grow, then reads directly into the target's spare bytes.
 void InstreamFSImpl::collect(Buffer* target) {
   while (fill_block()) {
     target->append(position, block_remaining);
@@ -130,9 +130,10 @@ InstreamPathImpl::~InstreamPathImpl() {
   std::free(read_ahead);
 }
 
-// Reads as many whole blocks of a file as `count` holds right into `destination`. Returns 0 when a
-// block has unread bytes, at the end of file, and for a `count` below a block. The file's position
-// is then the same as after reading block by block.
+// Reads as many whole blocks of a file as fit in `count` directly into `destination`, and returns
+// the number of bytes. The file position is then the same as after reading block by block. Returns
+// 0 if the current block has unread bytes, at the end of file, for a `count` less than a block, and
+// for other sources.
 static size_t read_whole_blocks(InstreamCache* cache, char* destination, unsigned count) {
   if (cache->kind != InstreamCache::kFile || count < kBlockSize) {
     return 0;

@@ -20,7 +20,7 @@ static unsigned long long memory_read_len(istream* stream, char* destination,
   return n;
 }
 
-// Moves from `start` by `offset`, if that stays between 0 and `length`.
+// Moves to `start` + `offset` if that is between 0 and `length`. Otherwise returns -1.
 static int memory_move(istream_memory* memory, unsigned long long start, long long offset) {
   const auto distance = static_cast<unsigned long long>(offset);
   const bool inside = offset < 0 ? 0 - distance <= start : distance <= memory->length - start;
@@ -86,7 +86,7 @@ static int file_seek_pos(istream* stream, int origin, long long offset) {
     case SEEK_END:
       return std::fseek(file_of(stream), offset, origin);
     default:
-      return static_cast<int>(offset);  // no seek; kept as it is
+      return static_cast<int>(offset);  // does not seek; kept on purpose
   }
 }
 
@@ -105,7 +105,7 @@ istream* istream_create_stdin(void) {
                      stdin);
 }
 
-// Here and not in fs/, since the record is this folder's.
+// Defined here and not in fs/ because the record belongs to this folder.
 istream* fs_open_read(bucket_t* path) {
   FILE* const file = std::fopen(bucket_cstring(path), "rbe");  // "e": no child inherits it
   if (file == nullptr) {

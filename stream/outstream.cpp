@@ -32,7 +32,7 @@ void OutstreamCache::write_pieces(const char* bytes, unsigned long long n) {
   }
 }
 
-// What comes after the file was closed is dropped.
+// Drops the bytes if the file is already closed.
 static void write_file(FILE* file, const char* bytes, uint64_t n) {
   if (file != nullptr) {
     std::fwrite(bytes, 1, n, file);
@@ -81,7 +81,7 @@ OutstreamPathImpl::OutstreamPathImpl(const fs::path_t& path, bool create_parents
 int OutstreamPathImpl::finalize() {
   cache.flush();
   if (file != nullptr) {
-    const bool failed = std::ferror(file) != 0;  // fclose does not tell of earlier writes
+    const bool failed = std::ferror(file) != 0;  // fclose does not report earlier failures
     const bool closed = std::fclose(file) == 0;
     file = nullptr;
     result = closed && !failed ? 0 : EOF;

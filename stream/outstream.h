@@ -1,13 +1,13 @@
-// Staged output to memory, a file or an outbound socket message.
+// Buffered output to memory, a file or an outbound socket message.
 //
-// A writer is an OutstreamCache, whose kind tag says which variant object holds its sink. It
-// gathers bytes in a stage of 1 MiB, so that the sink sees few and large pieces. A full stage is
-// handed on by the write that follows. Writers are handed around as Outstream, a one-pointer
-// handle. A variant owns its writer. OutstreamMemImpl and OutstreamPathImpl own their sinks, too;
-// the others borrow theirs. Variants cannot be copied or moved.
+// A writer is an OutstreamCache. Its `kind` says which variant object holds its sink. It collects
+// bytes in a stage of 1 MiB, so that the sink gets few large pieces. The first write after the
+// stage is full passes it to the sink. Pass writers as Outstream, a handle of one pointer. A
+// variant owns its writer. OutstreamMemImpl and OutstreamPathImpl also own their sinks; the others
+// borrow theirs. Variants cannot be copied or moved.
 //
-// Write errors of a file are not detected while writing. The file keeps them for ferror, and
-// OutstreamPathImpl::finalize returns them.
+// Writing does not report write errors of a file. They set the error indicator of the file (see
+// ferror) and make OutstreamPathImpl::finalize return EOF.
 #pragma once
 
 #include <cstdint>
@@ -21,23 +21,27 @@ class OutstreamMemImpl;
 class OutstreamFSImpl;
 class OutstreamSockImpl;
 
+// The writer. Its public members are for the variants.
 class OutstreamCache final {
  public:
+  // The kinds of sink.
   static constexpr uint32_t kMemory = 0;
   static constexpr uint32_t kFile = 1;
   static constexpr uint32_t kSocketMessage = 2;
-  static constexpr uint64_t kStageSize = uint64_t{1024} * 1024;
 
+  static constexpr uint64_t kStageSize = uint64_t{1024} * 1024;  // bytes
+
+  // Makes a writer to the sink of `variant`, which must outlive the writer.
   explicit OutstreamCache(OutstreamMemImpl* variant);
   explicit OutstreamCache(OutstreamFSImpl* variant);
   explicit OutstreamCache(OutstreamSockImpl* variant);
   OutstreamCache(const OutstreamCache&) = delete;
   OutstreamCache& operator=(const OutstreamCache&) = delete;
 
-  // Flushes what is staged. A flush that throws here ends the process.
+  // Flushes the stage. An exception of this flush ends the process.
   ~OutstreamCache();
 
-  // Stages `n` bytes.
+  // Copies `n` bytes into the stage. Flushes a full stage before it stores more bytes.
   void write(const char* bytes, unsigned long long n) {
     if (n == 0 || n > kStageSize - staged) {
       write_pieces(bytes, n);
@@ -47,80 +51,89 @@ class OutstreamCache final {
     staged += n;
   }
 
-  // Hands the staged bytes, if any, to the sink. An unknown kind drops them.
+  // Passes the staged bytes, if any, to the sink. Drops them if the kind is unknown.
   void flush();
 
-  uint32_t kind;
-  void* sink;   // the variant object
-  char* stage;  // malloc'ed, 1 MiB
-  uint64_t staged = 0;
+  uint32_t kind;        // one of the constants
+  void* sink;           // the variant object
+  char* stage;          // malloc'ed, 1 MiB
+  uint64_t staged = 0;  // number of bytes in the stage
 
  private:
   OutstreamCache(uint32_t variant_kind, void* variant);
   void write_pieces(const char* bytes, unsigned long long n);
 };
 
-// A writer into a Buffer of its own.
+// A writer to its own Buffer.
 class OutstreamMemImpl final {
  public:
+  // `initial_capacity` is the capacity of the buffer in bytes.
   explicit OutstreamMemImpl(unsigned long long initial_capacity);
 
+  // The writer, which this object owns.
   OutstreamCache* stream() { return &cache; }
 
-  // Delivers what is staged, then one NUL byte, counted in the size, when `terminate` is true.
+  // Flushes the stage, then appends one NUL byte, counted in the size, if `terminate` is true.
   void finalize(bool terminate);
 
-  Buffer buffer;
-  OutstreamCache cache;
+  Buffer buffer;         // the flushed bytes
+  OutstreamCache cache;  // the writer
 };
 
-// A writer into an open file, which it borrows.
+// A writer to an open file, which it borrows.
 class OutstreamFSImpl {
  public:
+  // Writes from the current position of the file.
   explicit OutstreamFSImpl(FILE* open_file);
 
+  // The writer, which this object owns.
   OutstreamCache* stream() { return &cache; }
 
-  // Delivers what is staged; the file stays open.
+  // Flushes the stage. The file stays open.
   void finalize();
 
-  FILE* file;
-  OutstreamCache cache;
+  FILE* file;            // the sink
+  OutstreamCache cache;  // the writer
 };
 
-// A writer into the file at a path. It creates or empties the file, with `create_parents` after the
-// directories above it. Throws Error when the file cannot be opened. The base is private because a
-// finalize through it would leave the file open.
+// A writer to the file at a path. The base class is private because a finalize through it would
+// leave the file open.
 class OutstreamPathImpl final : private OutstreamFSImpl {
  public:
+  // As in OutstreamFSImpl.
   using OutstreamFSImpl::cache, OutstreamFSImpl::file, OutstreamFSImpl::stream;
 
+  // Creates or empties the file. With `create_parents`, creates missing parent directories first.
+  // Throws Error if the file cannot be opened.
   OutstreamPathImpl(const fs::path_t& path, bool create_parents);
 
-  // Delivers what is staged and closes the file. Returns 0, or EOF when not all that was ever
-  // written has reached the file. A second call changes nothing and returns the same. `file` is
-  // null then, and what is written is dropped. A writer that is never finalised leaves its file
-  // open.
+  // Flushes the stage and closes the file. Returns 0, or EOF if this or an earlier write to the
+  // file failed. Afterwards `file` is null, further bytes are dropped, and further calls return the
+  // same result. Without a call of finalize the file stays open.
   [[nodiscard]] int finalize();
 
  private:
   int result = 0;  // of finalize
 };
 
-// The handle of a writer; copying it copies the handle, not the stream.
+// A handle of a writer. Copying it does not copy the stream.
 class Outstream {
  public:
+  // Makes a handle of `writer`, which must outlive it.
   Outstream(OutstreamCache* writer) : cache(writer) {}
 
+  // Write a C string without its NUL, and `n` bytes.
   void write(const char* text);
   void write_len(const char* bytes, unsigned long n) { cache->write(bytes, n); }
+
+  // The writer.
   OutstreamCache* cstream() { return cache; }
 
  private:
   OutstreamCache* cache;
 };
 
-// The same writes for C callers.
+// The same for C callers.
 extern "C" void outstream_api_write(OutstreamCache* cache, const char* text);
 extern "C" void outstream_api_write_len(OutstreamCache* cache, const char* bytes,
                                         unsigned long long n);

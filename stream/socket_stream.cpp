@@ -17,7 +17,7 @@ InstreamSockImpl::~InstreamSockImpl() {
   std::free(block);
 }
 
-// Holds the next chunk; false at the end of the message.
+// Fetches the next chunk. Returns false at the end of the message.
 bool InstreamSockImpl::fetch_chunk() {
   const unsigned size = message->recv_chunk(nullptr, 0);
   if (size == 0) {
@@ -57,7 +57,7 @@ OutstreamSockImpl::OutstreamSockImpl(SocketASync::Connection* borrowed)
 
 OutstreamSockImpl::~OutstreamSockImpl() {
   cache.flush();
-  delete message;  // which is not ended, on purpose
+  delete message;  // without sending its end, on purpose
 }
 
 void OutstreamSockImpl::finalize() {

@@ -1,5 +1,5 @@
-// The socket message variants of the streams: they read the chunks of an inbound message and write
-// chunks of an outbound one.
+// The socket message variants of the streams. They read the chunks of an inbound message and write
+// the chunks of an outbound message.
 #pragma once
 
 #include <cstdint>
@@ -15,54 +15,58 @@ struct Outbound;
 }  // namespace Message
 }  // namespace SocketASync
 
-// A reader over an inbound message, which it borrows. A block is one chunk, of whatever size.
+// A reader of an inbound message, which it borrows. A block is one chunk of any size.
 class InstreamSockImpl final {
  public:
+  // Reads the rest of `inbound`.
   explicit InstreamSockImpl(SocketASync::Message::Inbound* inbound);
   ~InstreamSockImpl();
   InstreamSockImpl(const InstreamSockImpl&) = delete;
   InstreamSockImpl& operator=(const InstreamSockImpl&) = delete;
 
+  // The reader, which this object owns.
   InstreamCache* stream() { return &cache; }
 
-  // Waits for a chunk where none is held. Throws Error as recv_chunk does, and when a chunk arrives
-  // short. Do not call it again after the -1 at the message's end: it would wait for the next
-  // message and read that.
+  // Blocks until a chunk is complete, if the current one is used up. Throws Error as recv_chunk
+  // does, and if a chunk is shorter than announced. Do not call it again after it has returned -1
+  // at the end of the message: it would wait for the next message and read that.
   long long read_block(char* destination, unsigned count);
 
-  // These two wait for nothing: they see the chunk that is held.
+  // These two do not block: they use the rest of the current chunk.
   unsigned available_bytes() const { return block_remaining; }
   void collect(Buffer* target);
 
-  SocketASync::Message::Inbound* message;
-  char* block = nullptr;     // malloc'ed, the current chunk; null at first
-  char* position = nullptr;  // the next unread byte of the chunk
-  uint32_t block_remaining = 0;
-  InstreamCache cache;
+  SocketASync::Message::Inbound* message;  // the source
+  char* block = nullptr;                   // malloc'ed, the current chunk; null at first
+  char* position = nullptr;                // the next unread byte of the chunk
+  uint32_t block_remaining = 0;            // number of unread bytes of the chunk
+  InstreamCache cache;                     // the reader
 
  private:
   bool fetch_chunk();
 };
 
 // A writer of messages on a connection, which it borrows. Every full stage is sent as one chunk.
-// Destroyed without finalize, it sends what is staged but does not end the message.
+// Without finalize, the destructor sends the staged bytes but does not end the message.
 class OutstreamSockImpl final {
  public:
+  // Writes to `borrowed`, which must outlive the stream.
   explicit OutstreamSockImpl(SocketASync::Connection* borrowed);
   ~OutstreamSockImpl();
   OutstreamSockImpl(const OutstreamSockImpl&) = delete;
   OutstreamSockImpl& operator=(const OutstreamSockImpl&) = delete;
 
+  // The writer, which this object owns.
   OutstreamCache* stream() { return &cache; }
 
-  // Sends what is staged and ends the message, if one was begun. The next write begins another.
+  // Sends the staged bytes and ends the message, if one was begun. The next write begins another
+  // message.
   void finalize();
 
-  // The writer's part of a flush: sends `n` bytes as one chunk, of a new message where none is
-  // begun.
+  // Called by the writer's flush: sends `n` bytes as one chunk. Begins a message if there is none.
   void send_staged(const char* bytes, uint64_t n);
 
-  SocketASync::Connection* connection;
-  SocketASync::Message::Outbound* message = nullptr;
-  OutstreamCache cache;
+  SocketASync::Connection* connection;                // where the messages go
+  SocketASync::Message::Outbound* message = nullptr;  // the message that was begun, or null
+  OutstreamCache cache;                               // the writer
 };

@@ -3,15 +3,18 @@
 #undef NDEBUG
 #include <assert.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include "core/bucket.h"
 #include "core/dymarray.h"
 #include "core/dympage.h"
 #include "core/dympool.h"
+#include "core/version.h"
 #include "fs/file_interface.h"
 #include "stream/istream.h"
 
 int main(void) {
+  assert(strcmp(runenv_version(), RUNENV_VERSION) == 0 && strlen(RUNENV_VERSION) >= 5);
   dymarray_t array;
   assert(dymarray_init(&array, 1, 0) == 64 && dymarray_begin(&array) == dymarray_end(&array));
   *(char*)dymarray_alloc(&array) = 'a';

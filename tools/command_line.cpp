@@ -8,6 +8,7 @@
 #include <exception>
 
 #include "core/error.h"
+#include "core/version.h"
 #include "process/standard_descriptors.h"
 #include "tools/failure.h"
 

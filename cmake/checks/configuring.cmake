@@ -6,12 +6,17 @@
 function(check module accepted refusal)
   execute_process(COMMAND ${CMAKE_COMMAND} ${ARGN}
                           -P "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/../${module}.cmake"
-                  RESULT_VARIABLE status ERROR_VARIABLE message OUTPUT_QUIET)
+                  RESULT_VARIABLE status ERROR_VARIABLE message OUTPUT_VARIABLE output)
   string(REGEX REPLACE "[ \n]+" " " message "${message}") # cmake wraps it
   if(accepted AND NOT status EQUAL 0)
     message(SEND_ERROR "refused: '${ARGN}'\n${message}")
   elseif(NOT accepted AND (status EQUAL 0 OR NOT message MATCHES "${refusal}"))
     message(SEND_ERROR "not refused: '${ARGN}'\n${message}")
+  elseif(accepted AND ARGN MATCHES "RUNENV_BASE_URL=(.*)")
+    string(FIND "${output}" "Distribution server: ${CMAKE_MATCH_1}\n" position)
+    if(position EQUAL -1)
+      message(SEND_ERROR "not told: '${ARGN}'")
+    endif()
   endif()
 endfunction()
 

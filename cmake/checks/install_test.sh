@@ -17,10 +17,12 @@ if [ -e "$source/.git" ] && git -C "$source" ls-files >tracked; then
   find runenv -type f -printf '%P\n' | sort | diff present -
 fi
 
-# The README's commands do there what they say; only the build takes what has been built already.
+# The commands of the guide do there what they say; only the build takes what has been built already.
 sed -n -e 's/ *#.*//' -e 's|^cmake --build|cp "$BUILT"/*.cmake|p' -e '/^cmake -S/p' \
-  -e "s/^cmake --install.*/& --config $2/p" -e "s/^cpack.*/& -C $2/p" runenv/README.md >commands
-(cd runenv && DESTDIR="$scratch/root" sh -eux ../commands)
+  -e "s/^cmake --install.*/& --config $2/p" -e "s/^cpack.*/& -C $2/p" runenv/docs/building.md >commands
+(cd runenv && DESTDIR="$scratch/root" sh -eux ../commands) >log 2>&1 || { cat log && exit 1; }
+! grep 'RUNENV_BASE_URL "https://localhost"' "$BUILT/CPackConfig.cmake" || # which nobody means
+  grep 'packages are for the distribution server https://localhost' log
 
 # Installed in one place and moved to another, everything is found all the same.
 mv "$(dirname "$(find root -type d -name bin)")" moved
@@ -29,10 +31,13 @@ sh -n moved/libexec/runenv-update
 find root -type f >outside
 [ ! -s outside ]
 PKG_CONFIG_PATH=$(find "$scratch/moved" -type d -name pkgconfig)
-export PKG_CONFIG_PATH CMAKE_PREFIX_PATH="$scratch/moved"
+LD_LIBRARY_PATH=${PKG_CONFIG_PATH%/*} # for a shared library
+export LD_LIBRARY_PATH PKG_CONFIG_PATH CMAKE_PREFIX_PATH="$scratch/moved"
 version=$(pkg-config --modversion runenv)
 moved/bin/runenv-versions --version | grep -Fw "$version"
 [ -e "source/runenv-$version.tar.gz" ]
+! grep -E 'scripts/|CONTRIBUTING|cmake ' moved/share/doc/runenv/README.md || exit 1
+sed -n 's|.*](\([A-Za-z][A-Za-z./-]*\)).*|moved/share/doc/runenv/\1|p' moved/share/doc/runenv/README.md | xargs ls
 
 # Every header, and what the examples include, compiles with the installed ones alone. A C compiler
 # links a C program.
@@ -58,10 +63,16 @@ for other in 0.0 0.999 999.0; do
   grep "runenvConfig.cmake, version: $version" log
 done
 cmake -S . -B folder -DWAY=2
+# The guides' programs are a project where they are copied to.
+cp -r moved/share/doc/runenv-dev/examples copied
+cmake -S copied -B copied/build
+cmake --build copied/build --target strings
+[ "$(copied/build/strings b a | head -n 1)" = 'a b - words: 2' ]
 export GIT_CONFIG_GLOBAL="$scratch/gitconfig"
 printf '[user]\nname = x\nemail = x\n[url "%s"]\ninsteadOf = https://git.example.com/runenv.git\n' \
   "$scratch/runenv" >gitconfig
-(cd runenv && git init -q && git add . && git commit -q -m x && git tag "v$version")
+(cd runenv && git init -q && git add . && git commit -q -m x && git rev-parse HEAD >../commit)
+sed -i "s/GIT_TAG [0-9a-f]*/GIT_TAG $(cat commit)/" 1
 cmake -S . -B fetched -DWAY=1 -DCMAKE_UNITY_BUILD=ON
 cmake --build fetched --parallel 2
 fetched/app
@@ -78,8 +89,22 @@ for package in runenv/build/*.deb; do dpkg-deb -x "$package" unpacked; done
 dpkg-deb -f runenv/build/runenv_*.deb Depends | grep '^curl, tar .*libc6 '
 unpacked/usr/bin/runenv-bootstrap --help 2>&1 | grep 'version info'
 for page in runenv/docs/man/*.1; do
-  gzip -dc "unpacked/usr/share/man/man1/${page##*/}.gz" | cmp - "$page"
+  gzip -dc "unpacked/usr/share/man/man1/${page##*/}.gz" >packed
+  tail -n +4 "$page" >text
+  tail -n +5 packed | cmp - text
+  sed 4q packed | paste -sd ' ' |
+    grep -E "[.]Dd [A-Z][a-z]+ [0-9]+, 20[0-9]+ [.]Dt [A-Z-]+ 1 runenv-$version [.]Os runenv $version"
 done
+# The changelogs agree on what there is, and Debian finds nothing to say.
+for changelog in unpacked/usr/share/doc/*/changelog.gz; do
+  gzip -dc "$changelog" >packed
+  [ "$(dpkg-parsechangelog --all -l packed -S version | head -n 1)" = "$version" ]
+  [ "$(grep -c '^runenv (' packed)" = "$(grep -c '^## \[' runenv/CHANGELOG.md)" ]
+done
+ls -d unpacked/usr/lib/*-linux-gnu/cmake/runenv
+# CPack has the scripts of a package with a shared library call ldconfig, beside its trigger.
+! command -v lintian ||
+  [ -z "$(lintian --allow-root --suppress-tags maintscript-calls-ldconfig runenv/build/*.deb)" ]
 # The program that verifies comes by itself, and under the name of tar out of everybody's way.
 [ "$(readlink -f unpacked/usr/libexec/runenv/tar)" = "$PWD/unpacked/usr/bin/runenv-verify" ]
 dpkg-deb -f runenv/build/runenv-verify_*.deb Depends | grep libsodium
