@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 
 #include "core/retry.h"
@@ -20,8 +21,8 @@ static volatile std::sig_atomic_t arrived;  // the signal that came while they w
 
 // Sends the tool the same signal. The tool does not ignore the signal: the handler is not installed
 // for ignored signals, so the tool has not inherited one. SIGCONT wakes a stopped tool. A tool that
-// has ended is left alone: if it was reaped, another process may have its id. Returns whether it was
-// running.
+// has ended is left alone: if it was reaped, another process may have its id. Returns whether it
+// was running.
 static bool pass_on(pid_t tool, int signal) {
   siginfo_t ended{};
   if (tool <= 0 ||
@@ -36,10 +37,12 @@ static bool pass_on(pid_t tool, int signal) {
 
 // Finally the same signal ends the program, so that its parent learns the true reason.
 static void undo(int signal) {
+  const int error = errno;
   const pid_t tool = interrupted_tool;
   const bool was_running = pass_on(tool, signal);
   if (held != 0) {
     arrived = signal;
+    errno = error;
     return;
   }
   if (was_running) {
