@@ -136,7 +136,23 @@ static void clear_parent(int root, const std::string& name, Remover* remover) {
   }
 }
 
-// Downloads that nobody has written to for long enough.
+// The downloads in the temp cache that nobody has written to for long enough, in order of name.
+static std::vector<std::string> old_downloads(int cache, unsigned days) {
+  std::vector<std::string> result;
+  for (fs::iterator_t entry(descriptor_path(cache).c_str(), true); entry.has_item();
+       entry.move_next()) {
+    const std::string name = entry.get_name();
+    struct stat status;
+    if ((name == Layout::kLatest || name.ends_with(Layout::kArchiveExtension)) &&
+        fstatat(cache, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+        S_ISREG(status.st_mode) && is_older(status.st_mtime, days)) {
+      result.push_back(name);
+    }
+  }
+  std::sort(result.begin(), result.end());
+  return result;
+}
+
 static void clean_temp_cache(const Arguments& arguments, Remover* remover) {
   const fs::path_t cache =
       fs::path_t(arguments.directory.c_str()).join(arguments.temp_cache.c_str());
@@ -151,20 +167,10 @@ static void clean_temp_cache(const Arguments& arguments, Remover* remover) {
   if (directory.get() < 0) {
     throw_errno_of(printable(cache.cstring()));
   }
-  const std::string place = descriptor_path(directory.get());
-  std::vector<std::string> old;
-  for (fs::iterator_t entry(place.c_str(), true); entry.has_item(); entry.move_next()) {
-    const std::string name = entry.get_name();
-    struct stat status;
-    if ((name == Layout::kLatest || name.ends_with(Layout::kArchiveExtension)) &&
-        fstatat(directory.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-        S_ISREG(status.st_mode) && is_older(status.st_mtime, arguments.days)) {
-      old.push_back(name);
-    }
-  }
-  std::sort(old.begin(), old.end());
-  for (const std::string& name : old) {
-    remover->remove_file(place + "/" + name, fs::path_t(cache).join(name.c_str()).cstring());
+  const fs::path_t place(descriptor_path(directory.get()).c_str());
+  for (const std::string& name : old_downloads(directory.get(), arguments.days)) {
+    remover->remove_file(fs::path_t(place).join(name.c_str()).cstring(),
+                         fs::path_t(cache).join(name.c_str()).cstring());
   }
   if (!arguments.dry_run) {
     rmdir(cache.cstring());  // as the bootstrapper does: only if it is empty
