@@ -64,7 +64,7 @@ TEST_F(VerifyTest, NothingButWhatWasSignedForItIsUnpacked) {
       {"gzip -dc r2 | gzip >" + kArchive, "is not signed"},
       {"sign r2 their", ", which is not trusted here"},
       {"rm keys/our.pub && cp their.pub keys", ", which is not trusted here"},
-      {"rm keys/our.pub", "keys: holds no key (*.pub), so nothing can be verified"},
+      {"rm keys/our.pub", "keys: contains no key (*.pub), so nothing can be verified"},
       {"rm -r keys", "keys: No such file or directory"},
       {"echo >keys/b.pub", "keys/b.pub: is not a public key of minisign"},
       {"cp our.key keys/b.pub", "keys/b.pub: is not a public key of minisign"},
@@ -74,7 +74,7 @@ TEST_F(VerifyTest, NothingButWhatWasSignedForItIsUnpacked) {
        "keys/b.pub: is not a public key of minisign"},
       {"ln -s /proc/self/mem keys/b.pub", "keys/b.pub: Input/output error"},
       {"mkdir keys/b.pub", "keys/b.pub: is not a regular file"},
-      {"echo yes >keys/policy", "keys/policy: unknown demand 'yes'"},
+      {"echo yes >keys/policy", "keys/policy: unknown policy 'yes'"},
       {"mkdir keys/policy", "keys/policy: cannot be read"},
       {"cp " + kItem + "r1/* " + kArchive,
        "for 'runenv/platform/5/r1', not as 'linux-x64.tar.gz' for 'runenv/platform/5/r2'"},
@@ -177,10 +177,10 @@ TEST_F(VerifyTest, SignsAndVerifiesLikeMinisign) {
   const std::tuple<std::string, std::string> kRows[] = {
       {"-t \"$comment$bytes\"", ""},
       {"-t \"$comment$bytes\" -c \"$(head -c 900 /dev/zero | tr '\\0' x)\"", ""},
-      {"-l -t \"$comment$bytes\"", "is signed in a format of minisign's that is not supported"},
-      {"", "is signed for something else than a release: 'timestamp:"},
-      {"-t \"${comment}9\"", "is signed for something else than a release: 'runenv archive: "},
-      {"-t \"$comment$bytes \"", "is signed for something else than a release: 'runenv archive: "},
+      {"-l -t \"$comment$bytes\"", "is signed in a minisign format that is not supported"},
+      {"", "is not signed as a release, but as 'timestamp:"},
+      {"-t \"${comment}9\"", "is not signed as a release, but as 'runenv archive: "},
+      {"-t \"$comment$bytes \"", "is not signed as a release, but as 'runenv archive: "},
   };
   for (const auto& [options, error] : kRows) {
     sign_by_hand(options);
@@ -221,7 +221,7 @@ TEST_F(VerifyTest, PolicyForbidsGoingBack) {
   EXPECT_EQ(update_after("runenv-publish server/www platform 5 r1 --sign our.key").status, 0);
   undo();
   outcome = update_after("touch content/.runenv-signature; sign r1");
-  EXPECT_NE(outcome.err.find("is in the archive, but only verifying may put it"), std::string::npos)
+  EXPECT_NE(outcome.err.find("is in the archive, but only runenv-verify may create it"), std::string::npos)
       << outcome.err;
 }
 
@@ -265,12 +265,12 @@ TEST_F(VerifyTest, ProducerKeepsOnSigning) {
 TEST_F(VerifyTest, CommandLine) {
   const std::string hint = "\nTry 'runenv-verify --help'.", program = "runenv-verify ",
                     words =
-                        "in the place of tar it takes -x -f ARCHIVE -C RELEASE and nothing else";
+                        "instead of tar, it accepts only -x -f ARCHIVE -C RELEASE";
   EXPECT_TRUE(run("runenv-verify --help").out.starts_with("usage: runenv-verify [--keys DIREC"));
   teller = "runenv-verify: ";
   const Row kRows[] = {
       {"", "", "an archive is needed" + hint},
-      {"r2 --tar -x -f r2 -C r", "", "--tar takes the place of archives" + hint},
+      {"r2 --tar -x -f r2 -C r", "", "--tar cannot be combined with archives" + hint},
       {"--tar -x -f r2 -C", "", words + hint},
       {"--tar -x -z -f r2 -C r", "", words + hint},
       {"--tar -x -C r -f r2", "", words + hint},

@@ -107,7 +107,7 @@ static PublicKey load_key(const fs::path_t& path, const std::string& name) {
 
 std::vector<PublicKey> load_keys(const std::string& directory) {
   if (sodium_init() < 0) {
-    throw_failure("libsodium does not work here");
+    throw_failure("libsodium could not be initialised");
   }
   const fs::path_t path(directory.c_str());
   open_directory(path);
@@ -119,7 +119,7 @@ std::vector<PublicKey> load_keys(const std::string& directory) {
     }
   }
   if (result.empty()) {
-    throw_failure_of(directory, "holds no key (*.pub), so nothing can be verified");
+    throw_failure_of(directory, "contains no key (*.pub), so nothing can be verified");
   }
   return result;
 }
@@ -143,7 +143,7 @@ const PublicKey& check_comment(const char* path, const Signature& signature,
   }
   if (!decoded->starts_with(kPrehashedEd25519)) {
     throw_failure_of(
-        path, "is signed in a format of minisign's that is not supported, such as the legacy one");
+        path, "is signed in a minisign format that is not supported, such as the legacy one");
   }
   const std::string id = printed_id(*decoded);
   const std::string comment = decoded->substr(kHeadSize) + signature.trusted_comment;

@@ -85,7 +85,7 @@ static bool demands_no_rollback(const std::string& directory) {
     if (line == "no-rollback") {
       result = true;
     } else if (!line.empty() && !line.starts_with('#')) {
-      throw_failure_of(path.cstring(), "unknown demand '" + printable(line) + "'");
+      throw_failure_of(path.cstring(), "unknown policy '" + printable(line) + "'");
     }
   }
   if (!policy.eof()) {
@@ -133,7 +133,7 @@ static std::string read_content(int file, off_t size, const char* path, Replacem
     const auto wanted = static_cast<size_t>(std::min<off_t>(size - offset, kBlockSize));
     const ssize_t n = retry([&] { return pread(file, block.data(), wanted, offset); });
     if (n <= 0) {
-      throw_failure_of(path, "cannot be read to its end");
+      throw_failure_of(path, "could not be read completely");
     }
     digest.update(block.data(), static_cast<size_t>(n));
     if (copy != nullptr) {
@@ -153,7 +153,7 @@ static Claim read_claim(int file, const char* path, const Trust& trust) {
   const PublicKey& key = check_comment(path, *signature, trust.keys);
   const std::optional<Purpose> purpose = from_trusted_comment(signature->trusted_comment);
   if (!purpose || purpose->bytes != carried.signed_bytes) {
-    throw_failure_of(path, "is signed for something else than a release: '" +
+    throw_failure_of(path, "is not signed as a release, but as '" +
                                printable(signature->trusted_comment) + "'");
   }
   return {*purpose, key, *signature, carried.text};
@@ -209,7 +209,7 @@ static void check_not_older(const Purpose& purpose, const fs::path_t& item, cons
 static void remember(const std::string& signature, const fs::path_t& directory) {
   const fs::path_t path = joined(directory, kRememberedSignature);
   if (path.exists(true)) {
-    throw_failure_of(path.cstring(), "is in the archive, but only verifying may put it there");
+    throw_failure_of(path.cstring(), "is in the archive, but only runenv-verify may create it");
   }
   OutstreamPathImpl file(path, false);
   Outstream(file.stream()).write(signature.c_str());
@@ -252,7 +252,7 @@ static void remove_if_empty(const std::string& directory) {
 // Takes the words that the bootstrapper gives tar, and no others.
 static void stand_in_for_tar(const std::vector<std::string>& words, const std::string& keys) {
   if (words.size() != 5 || words[0] != "-x" || words[1] != "-f" || words[3] != "-C") {
-    throw_usage("in the place of tar it takes -x -f ARCHIVE -C RELEASE and nothing else");
+    throw_usage("instead of tar, it accepts only -x -f ARCHIVE -C RELEASE");
   }
   const char* const directory = words[4].c_str();
   try {
@@ -296,7 +296,7 @@ static void verify_archives(int argc, char** argv) {
                   {{.name = "--keys", .value = &other_keys, .needs = "a directory"}});
   const std::string directory = other_keys != nullptr ? other_keys : keys;
   if (archives.empty() == (tar == end)) {
-    throw_usage(archives.empty() ? "an archive is needed" : "--tar takes the place of archives");
+    throw_usage(archives.empty() ? "an archive is needed" : "--tar cannot be combined with archives");
   }
   if (tar != end) {
     stand_in_for_tar({tar + 1, end}, directory);
