@@ -1,6 +1,6 @@
-# Completion for runenv-publish, which offers what the tree holds already.
+# Completion for runenv-publish. Offers the names that are already in the tree.
 
-# The words so far that are neither options nor their values.
+# Prints the words so far that are neither options nor their values.
 function __runenv_publish_operands
     set -l words (commandline -opc)[2..]
     while set -q words[1]
