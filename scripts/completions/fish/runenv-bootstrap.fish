@@ -29,8 +29,8 @@ complete -c runenv-bootstrap -f
 complete -c runenv-bootstrap -n '__runenv_bootstrap_takes document' -F
 complete -c runenv-bootstrap -n '__runenv_bootstrap_takes value-of-target' -a linux-x64
 complete -c runenv-bootstrap -n '__runenv_bootstrap_takes value-of-temp-cache' -a '(__fish_complete_directories)'
-complete -c runenv-bootstrap -n '__runenv_bootstrap_takes --target' -a --target -d 'Name the platform'
-complete -c runenv-bootstrap -n '__runenv_bootstrap_takes --temp-cache' -a --temp-cache -d 'Name the directory for downloads'
-complete -c runenv-bootstrap -n '__runenv_bootstrap_takes --skip-platform' -a --skip-platform -d 'Update the system types only'
+complete -c runenv-bootstrap -n '__runenv_bootstrap_takes --target' -a --target -d 'Target, such as linux-x64'
+complete -c runenv-bootstrap -n '__runenv_bootstrap_takes --temp-cache' -a --temp-cache -d 'Directory for downloads'
+complete -c runenv-bootstrap -n '__runenv_bootstrap_takes --skip-platform' -a --skip-platform -d 'Update only the system types'
 complete -c runenv-bootstrap -n '__runenv_bootstrap_takes --lock-latest' -a --lock-latest -d 'Take turns with other runs'
 complete -c runenv-bootstrap -n '__runenv_bootstrap_takes --help' -a --help -d 'Print the usage'
