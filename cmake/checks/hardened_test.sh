@@ -6,7 +6,7 @@ call=$1 library=$2
 shift 2
 
 # Every object is marked for indirect branch tracking and shadow stacks. A program is not marked if
-# the start code of the C library is not; for programs, the check of main below must do.
+# the start code of the C library is not; for programs, main below is checked instead.
 [ "$(readelf -nW "$library" | grep -c 'IBT, SHSTK')" = "$(ar t "$library" | wc -l)" ]
 
 for program in "$@"; do

@@ -1,7 +1,8 @@
 #!/bin/sh
-# Checks that the library's names cannot collide with those of a program: symbols_test.sh LIBRARY
-# GUIDE Each symbol is in a namespace, begins with a prefix or is a name that the guide lists. A
-# shared library does not export the names that the guide calls internal.
+# Checks that the library's names cannot collide with those of a program:
+# symbols_test.sh LIBRARY GUIDE
+# Each symbol is in a namespace, begins with a prefix or is a name that the guide lists. A shared
+# library does not export the names that the guide calls internal.
 set -eu
 # shellcheck disable=SC2016 # backticks of the guide
 listed=$(sed -n '/^## Names/,/^## /p' "$2" | grep -o '`[^`]*`' | tr -d '`' | paste -sd ' ')
