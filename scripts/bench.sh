@@ -1,7 +1,7 @@
 #!/bin/sh
 # bench.sh [--quick]: compares the product with its alternatives and writes
-# docs/benchmark-figures.md. With --quick, it only runs every benchmark for a moment and does not write the file.
-# BUILD_DIR names the build directory. The default is "build-bench".
+# docs/benchmark-figures.md. With --quick, it only runs every benchmark for a moment and does not
+# write the file. BUILD_DIR names the build directory. The default is "build-bench".
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
