@@ -1,6 +1,6 @@
-# Programs that run unattended on other people's data: position independent, with bound and
-# read-only relocations, a stack that is protected and cannot be jumped over, marked targets of
-# indirect jumps, and checked calls of the C and the C++ library.
+# The programs run unattended on data of others. Hardening makes them position independent, with
+# immediate binding and read-only relocations, stack protection, protection from stack clashes,
+# marked targets of indirect jumps, and checked calls of the C and the C++ library.
 option(RUNENV_HARDENING "Build hardened programs" ON)
 
 if(RUNENV_HARDENING AND PROJECT_IS_TOP_LEVEL)
@@ -10,8 +10,8 @@ if(RUNENV_HARDENING AND PROJECT_IS_TOP_LEVEL)
   set(CMAKE_POSITION_INDEPENDENT_CODE ON)
   add_compile_options(-fstack-protector-strong -fstack-clash-protection -fcf-protection)
   add_compile_definitions(_GLIBCXX_ASSERTIONS)
-  # The C library's checks need an optimising build, and do not go with a sanitizer. Level 3 also
-  # knows the sizes of what the program allocates; the C library says whether it has that.
+  # The C library's checks need an optimised build and do not work with sanitizers. Level 3 also
+  # checks the sizes of allocated memory, if the C library supports it.
   if(NOT RUNENV_SANITIZE)
     set(CMAKE_REQUIRED_FLAGS "-O2 -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3")
     check_cxx_source_compiles("

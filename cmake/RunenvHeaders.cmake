@@ -1,5 +1,5 @@
 # The public headers, relative to the project: all that do not begin with "// Internal:". They are
-# installed, they have a page in the reference, and their names are what a shared library exports.
+# installed, have a page in the reference, and declare the names that a shared library exports.
 set(runenv_public_headers)
 foreach(folder core fs process runtime schema socket stream)
   file(GLOB headers CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}

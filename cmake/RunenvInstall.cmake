@@ -1,7 +1,7 @@
-# What "cmake --install" puts where: the component "runtime" has the programs and what is read
-# beside them, the component "development" the library; what programs need of a shared one is the
-# component "library". A project that embeds this one installs nothing of it, and builds of its
-# programs only what it asks for, unless it sets RUNENV_INSTALL.
+# What "cmake --install" installs, and where. The component "runtime" has the programs and their
+# documents, "development" the library for compiling, "library" the shared library, "verify"
+# runenv-verify, "reference" the reference. A project that embeds this one installs nothing of it,
+# and builds only the programs that it asks for, unless it sets RUNENV_INSTALL.
 option(RUNENV_INSTALL "Install the programs and the library" ${PROJECT_IS_TOP_LEVEL})
 
 set(programs runenv-bootstrap ${tools})
@@ -18,7 +18,7 @@ if(NOT RUNENV_INSTALL)
 endif()
 
 include(CMakePackageConfigHelpers)
-# Where packages are Debian's, libraries are where Debian has them.
+# On Debian, libraries go to Debian's directory.
 if(PROJECT_IS_TOP_LEVEL AND NOT DEFINED CMAKE_INSTALL_LIBDIR AND CMAKE_LIBRARY_ARCHITECTURE
    AND EXISTS /etc/debian_version)
   set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Libraries")
@@ -26,7 +26,7 @@ endif()
 include(GNUInstallDirs)
 include(RunenvInstalledText)
 
-# The programs. What does not come from the compiler is looked up when it is installed.
+# The programs, their manual pages and completions.
 install(TARGETS ${programs} COMPONENT runtime)
 install(DIRECTORY ${text}/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime
         FILES_MATCHING PATTERN "*.1" PATTERN "runenv-verify*" EXCLUDE)
@@ -39,8 +39,8 @@ install(DIRECTORY scripts/completions/fish/ DESTINATION ${fish_dir} COMPONENT ru
 install(DIRECTORY scripts/completions/zsh/
         DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT runtime)
 
-# The program that verifies has a component of its own, since it alone needs libsodium. Under the
-# name of tar it stands where nobody meets it by accident.
+# runenv-verify has its own component, since it alone needs libsodium. Its link named tar is in a
+# directory that is on no search path by default.
 if(verifying)
   install(TARGETS runenv-verify COMPONENT verify)
   install(FILES ${text}/man/runenv-verify.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT verify)
@@ -55,9 +55,10 @@ if(verifying)
           COMPONENT verify)
 endif()
 
-# What keeps a machine up to date by itself: systemd finds it below /usr and /usr/local. Nothing is
-# put outside of the prefix; from share/runenv it is copied to where it takes effect.
-if(TARGET runenv-status) # which runenv-update asks first
+# What updates a machine automatically. systemd finds its files below /usr and /usr/local. Nothing
+# is installed outside of the prefix: users copy the files in share/runenv to where they take
+# effect.
+if(TARGET runenv-status) # runenv-update runs it first
   set(data_dir ${CMAKE_INSTALL_DATADIR}/runenv)
   file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/contrib)
   install(CODE "
@@ -84,7 +85,7 @@ if(TARGET runenv-status) # which runenv-update asks first
           PATTERN "*.sh" EXCLUDE)
 endif()
 
-# The README's links into docs/ hold.
+# The links from README.md into docs/ work here, too.
 install(FILES ${text}/README.md CHANGELOG.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
         COMPONENT runtime)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
@@ -96,7 +97,7 @@ install(PROGRAMS contrib/upload/runenv-upload DESTINATION ${CMAKE_INSTALL_DOCDIR
 install(FILES contrib/nginx/runenv-cache.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/contrib/nginx
         COMPONENT runtime)
 
-# For those who embed the library: the guides, their programs as a project, and the reference.
+# For users of the library: the guides, their programs as a project, and the reference.
 set(guides_dir ${CMAKE_INSTALL_DATADIR}/doc/runenv-dev)
 install(FILES docs/embedding.md docs/sockets.md docs/stability.md DESTINATION ${guides_dir}
         COMPONENT development)
@@ -117,7 +118,7 @@ install(TARGETS runenv EXPORT runenv
         ARCHIVE COMPONENT development
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/runenv)
 
-# find_package(runenv CONFIG). Before 1.0 every minor version may break what used the one before.
+# find_package(runenv CONFIG). Before 1.0, every minor version may break compatibility.
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/runenv)
 install(EXPORT runenv NAMESPACE runenv:: FILE runenvConfig.cmake DESTINATION ${package_dir}
         COMPONENT development)
@@ -126,8 +127,8 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/runenvConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/runenvConfigVersion.cmake DESTINATION ${package_dir}
         COMPONENT development)
 
-# pkg-config, above all for C programs: with a static library they link what a C++ compiler adds by
-# itself. The file finds its prefix from where it lies, so that an installation can be moved.
+# pkg-config, mainly for C programs: with a static library, they must link the libraries that a C++
+# compiler adds by itself. The prefix is relative to the file, so that an installation can be moved.
 set(pc_dir ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY "${pc_dir}" OUTPUT_VARIABLE pc_prefix)
 set(pc_libdir "\${prefix}")

@@ -1,5 +1,5 @@
-# The texts that are installed, made in the directory "text" of what stands in the sources: the
-# README without what is about the sources, and the manual pages with the version and its date.
+# Makes the installed texts in the directory "text": README.md without its parts about the sources,
+# and the manual pages with the version and its date.
 file(STRINGS CHANGELOG.md changes)
 set(date)
 foreach(line ${changes})
@@ -9,7 +9,7 @@ foreach(line ${changes})
 endforeach()
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS CHANGELOG.md README.md)
 
-# A version that is not released yet has the date of the build, which SOURCE_DATE_EPOCH can set.
+# An unreleased version has the date of the build, which SOURCE_DATE_EPOCH can set.
 set(runenv_released ${date})
 if(NOT date)
   string(TIMESTAMP date "%Y-%m-%d" UTC)
@@ -20,7 +20,7 @@ math(EXPR month "${CMAKE_MATCH_2} - 1")
 list(GET months ${month} month)
 set(manual_date "${month} ${CMAKE_MATCH_3}, ${CMAKE_MATCH_1}")
 
-# What mandoc puts into the header in brackets, groff looks up as a volume.
+# mandoc prints the third word of .Dt in the header. groff needs a definition of it as a volume.
 set(name runenv-${PROJECT_VERSION})
 set(volume ".ds doc-volume-as-${name} ${name}\n")
 set(text ${PROJECT_BINARY_DIR}/text)

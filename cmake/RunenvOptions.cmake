@@ -1,4 +1,4 @@
-# How this project's own targets are compiled.
+# Compiler options of this project's own targets.
 option(RUNENV_WARNINGS_AS_ERRORS "Treat compiler warnings as errors (for the project's own CI)" OFF)
 set(RUNENV_SANITIZE "" CACHE STRING
     "Sanitizers for every target, in the compiler's words, such as address,undefined")
@@ -14,7 +14,7 @@ function(runenv_options target)
   if(PROJECT_IS_TOP_LEVEL)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
     if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
-      # g++ 12 sees overlaps in std::string's own concatenation that are not there.
+      # g++ 12 reports overlaps in the concatenation of std::string that do not exist.
       target_compile_options(${target} PRIVATE -Wno-restrict)
     endif()
     if(RUNENV_WARNINGS_AS_ERRORS)
@@ -22,15 +22,15 @@ function(runenv_options target)
     endif()
   endif()
   if(RUNENV_SANITIZE)
-    # The vptr check needs descriptors of its own, which tests take away on purpose.
+    # The vptr check opens descriptors, which some tests make impossible.
     target_compile_options(${target} PUBLIC "-fsanitize=${RUNENV_SANITIZE}" -fno-sanitize=vptr
                            -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(${target} PUBLIC "-fsanitize=${RUNENV_SANITIZE}")
   endif()
 endfunction()
 
-# The programs carry the C++ runtime: loading the shared one takes longer than all else they do at
-# their start. Distributions that want every program to share it switch this off.
+# The programs contain the C++ runtime, because loading the shared one takes longer than the rest of
+# their start. Distributions that want the shared one can switch this off.
 option(RUNENV_STATIC_CXX_RUNTIME "Link the programs with the static C++ runtime" ON)
 
 function(runenv_program_options target)

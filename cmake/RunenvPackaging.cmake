@@ -1,6 +1,6 @@
-# Packages of what RunenvInstall.cmake installs. The target "package" makes "runenv", "runenv-verify",
-# "runenv-dev" and "runenv-doc" for Debian where its tools are at hand, an archive elsewhere; the target
-# "package_source" makes the source archive.
+# Packages of what RunenvInstall.cmake installs. The target "package" makes Debian packages if
+# Debian's tools are installed, otherwise an archive. The target "package_source" makes the source
+# archive.
 set(RUNENV_MAINTAINER "runenv maintainers <maintainers@runenv.invalid>" CACHE STRING
     "Whom the packages name as responsible for them")
 
@@ -14,7 +14,7 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
 set(CPACK_RUNENV_BASE_URL "${RUNENV_BASE_URL}")
 set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/RunenvStagedPackage.cmake")
 
-# dpkg-shlibdeps names the libraries that the programs need; it and CPack look with file(1).
+# dpkg-shlibdeps finds the libraries that the programs need. It and CPack use file(1).
 find_program(RUNENV_DPKG_SHLIBDEPS dpkg-shlibdeps)
 find_program(RUNENV_FILE file)
 mark_as_advanced(RUNENV_DPKG_SHLIBDEPS RUNENV_FILE)
@@ -39,7 +39,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME runenv)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
-# tar tells compressed archives by itself since 1.15.
+# Since 1.15, tar detects compressed archives itself.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "curl, tar (>= 1.15)")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS ca-certificates)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS "runenv-verify, minisign")
@@ -90,7 +90,7 @@ if(BUILD_SHARED_LIBS)
   set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME librunenv${soversion})
   set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
   set(CPACK_DEBIAN_LIBRARY_PACKAGE_SHLIBDEPS ON)
-  # Which package a program needs that is linked with the library, and that ld.so learns of it.
+  # Names the package for programs that are linked with the library, and makes dpkg run ldconfig.
   set(control ${PROJECT_BINARY_DIR}/control)
   file(WRITE ${control}/shlibs
        "librunenv ${soversion} librunenv${soversion} (>= ${PROJECT_VERSION})\n")
@@ -112,8 +112,8 @@ set(CPACK_DEBIAN_REFERENCE_DESCRIPTION
 A page for each header of the library, with a search, for any browser. It
 begins at /usr/share/doc/runenv-doc/html/index.html and needs no network.")
 
-# The source archive. Of what lies in the source directory, RunenvStagedPackage.cmake leaves what git
-# tracks; without git, all but build directories goes in.
+# The source archive. RunenvStagedPackage.cmake removes what git does not track. Without git,
+# everything except build directories is included.
 set(CPACK_SOURCE_GENERATOR TGZ)
 set(CPACK_SOURCE_PACKAGE_FILE_NAME "${PROJECT_NAME}-${PROJECT_VERSION}")
 set(source "${PROJECT_SOURCE_DIR}")

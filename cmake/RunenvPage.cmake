@@ -1,10 +1,10 @@
-# Puts tools/page/index.html, with tools/page/index.css in it, into the source page_text.cpp of the
-# build directory. The page's policy allows this style by its hash and no other.
+# Makes the source page_text.cpp in the build directory: tools/page/index.html with
+# tools/page/index.css in it. The page's security policy allows only this style, by its hash.
 set(page_dir ${PROJECT_SOURCE_DIR}/tools/page)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${page_dir}/index.html
                                        ${page_dir}/index.css)
 
-# The base64 of 32 bytes in hexadecimal: 11 times 4 letters for 3 bytes, the last of which is missing.
+# Converts 32 bytes from hexadecimal to base64. A padding byte makes 11 groups of 3 bytes.
 function(runenv_base64 hex result)
   set(letters ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/)
   string(REGEX MATCHALL "......" groups "${hex}00")

@@ -1,5 +1,5 @@
-# The machine that the code is written for: sizes, alignments and system calls are those of Linux on
-# x86-64 with pointers of 8 bytes, which -m32 and -mx32 take away.
+# The code depends on sizes, alignments and system calls of Linux on x86-64 with pointers of 8
+# bytes. With -m32 or -mx32, pointers have 4 bytes.
 if(NOT CMAKE_SYSTEM_NAME STREQUAL Linux OR NOT CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|amd64)$"
    OR NOT CMAKE_SIZEOF_VOID_P EQUAL 8)
   message(FATAL_ERROR

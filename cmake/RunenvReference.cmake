@@ -1,5 +1,5 @@
-# The reference: a page for each public header, made by Doxygen into reference/html. An undocumented
-# public name fails it.
+# The reference: Doxygen makes a page for each public header in reference/html. It fails on a public
+# name without a comment.
 option(RUNENV_BUILD_REFERENCE "Build and install the library's reference (with Doxygen)" OFF)
 find_program(RUNENV_DOXYGEN doxygen)
 mark_as_advanced(RUNENV_DOXYGEN)

@@ -1,8 +1,8 @@
-# runenv_shared_library(INNER): makes `runenv` a shared library of the objects of the static library
-# INNER, which export the names of the public headers and no others. What needs more than those, as
-# the programs and the tests do, links INNER itself.
+# runenv_shared_library(INNER): makes the shared library `runenv` from the objects of the static
+# library INNER. It exports only the names in the public headers. The programs and tests need other
+# names and link INNER instead.
 function(runenv_shared_library inner)
-  # What is declared in the public headers is visible, since every source begins with them.
+  # Every source includes the public headers first and makes their declarations visible.
   set(visible ${PROJECT_BINARY_DIR}/visible.h)
   list(TRANSFORM runenv_public_headers REPLACE "(.+)" "#include \"\\1\"\n" OUTPUT_VARIABLE includes)
   string(CONCAT text "#pragma GCC visibility push(default)\n" ${includes}
@@ -15,10 +15,10 @@ function(runenv_shared_library inner)
   set(script ${PROJECT_SOURCE_DIR}/cmake/runenv.map)
   add_library(runenv SHARED $<TARGET_OBJECTS:${inner}>)
   target_link_options(runenv PRIVATE "-Wl,--version-script=${script}")
-  if(NOT RUNENV_SANITIZE) # whose functions are the program's
+  if(NOT RUNENV_SANITIZE) # a sanitizer's functions are in the program
     target_link_options(runenv PRIVATE -Wl,--no-undefined)
   endif()
-  # Before 1.0 every minor version may break what was linked with the one before.
+  # Before 1.0, every minor version may break binary compatibility.
   set_target_properties(
     runenv PROPERTIES VERSION ${PROJECT_VERSION} LINK_DEPENDS ${script} LINKER_LANGUAGE CXX
                       SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})

@@ -1,10 +1,10 @@
-# Run by cpack when the content of a package lies in place and is not yet packed.
+# cpack runs this when the files of a package are in the staging directory and not yet packed.
 if(NOT CPACK_INSTALLED_DIRECTORIES AND CPACK_RUNENV_BASE_URL STREQUAL "https://localhost")
   message(WARNING "The packages are for the distribution server https://localhost. "
                   "Configure with -DRUNENV_BASE_URL=https://your.server to name yours.")
 endif()
 if(CPACK_INSTALLED_DIRECTORIES)
-  # The sources: what git does not track, goes, as far as git can tell.
+  # The source archive: remove what git does not track, if git is available.
   list(GET CPACK_INSTALLED_DIRECTORIES 0 source)
   find_program(git git)
   if(git AND EXISTS "${source}/.git")
@@ -16,8 +16,8 @@ if(CPACK_INSTALLED_DIRECTORIES)
     endforeach()
   endif()
 elseif(CPACK_GENERATOR STREQUAL DEB)
-  # Debian's ways: compressed manual pages, a changelog in its own form, who holds the rights, zsh
-  # completions where its zsh looks, and curl's settings in place.
+  # Debian's policy: compressed manual pages, a changelog in Debian's format, a copyright file, zsh
+  # completions in Debian's directory, and curl's settings in /etc.
   set(share "${CPACK_TEMPORARY_DIRECTORY}/runtime/usr/share")
   string(TIMESTAMP date "%Y-%m-%d" UTC)
   string(TIMESTAMP year "%Y" UTC)

@@ -1,4 +1,4 @@
-# runenv-verify needs libsodium. Without it that program alone is left out.
+# runenv-verify needs libsodium. Without it, only this program is left out.
 set(RUNENV_KEYS "/etc/runenv/keys" CACHE STRING "Directory of the keys that runenv-verify trusts")
 set(RUNENV_TAR "/bin/tar" CACHE STRING "The tar that runenv-verify unpacks with")
 find_path(SODIUM_INCLUDE_DIR sodium.h)

@@ -1,6 +1,6 @@
-# Makes Debian's changelog out of CHANGELOG.md: its versions, what it says of each, and whether it is
-# released. The variables are `version`, that of the build; `maintainer`; and `now`, a date. What is
-# not released has the version and the date of the build and goes to UNRELEASED.
+# Converts CHANGELOG.md to Debian's format. The variables are `version`, the version of the build;
+# `maintainer`; and `now`, the date of the build. An unreleased entry gets this version and date and
+# the distribution UNRELEASED.
 function print_item(    i, line) {
   if (item == "") return
   count = split(item, words, " ")

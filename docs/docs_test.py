@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Holds the documents to their word: docs_test.py SOURCE-DIRECTORY BUILD-DIRECTORY
+"""Tests the documents: docs_test.py SOURCE-DIRECTORY BUILD-DIRECTORY
 
-Does what they say, on a distribution server and machines of its own. docs/testing.md tells what the
-blocks of a document are.
+Runs their commands and compares the output, with its own distribution server and machines.
+docs/testing.md describes the blocks of a document.
 """
 import atexit, os, re, sys, tempfile
 from concurrent.futures import ThreadPoolExecutor
@@ -13,9 +13,9 @@ SOURCE, BUILD = (Path(word).resolve() for word in sys.argv[1:])
 SCRATCH_OWNER = tempfile.TemporaryDirectory()
 SCRATCH = Path(SCRATCH_OWNER.name)
 DOCUMENTS = [*SOURCE.glob("*.md"), *SOURCE.glob("docs/*.md"), *SOURCE.glob("docs/man/*.1")]
-FILES = ("nginx",)  # blocks that are one, named in the first line
-SYSTEM = ("apt", "systemctl", "systemd-sysusers", "systemd-tmpfiles", "journalctl", "ansible-playbook")  # what changes it
-# The fixed places and names of the documents, and where they lie here.
+FILES = ("nginx",)  # a block of this kind is a file, whose name is in its first line
+SYSTEM = ("apt", "systemctl", "systemd-sysusers", "systemd-tmpfiles", "journalctl", "ansible-playbook")  # not run
+# Replaces paths, names and ports of the documents by those of this test.
 PORT = 12000 + 2 * (os.getpid() % 4000)
 PLACES = {r"(?<=[ =':\"])/tmp/": f"{SCRATCH}/tmp/", r"\b7007\b": f"{PORT}",
           "/srv/runenv": f"{SCRATCH}/server/www", r"dist\.example\.com": "localhost",
@@ -28,7 +28,7 @@ os.environ.update(HOME=f"{SCRATCH}", CURL_HOME=f"{SCRATCH}/server/curl",
 
 
 def sh(script, directory=SCRATCH):
-    """What a script of the shell prints. It must succeed, and what it leaves running is ended."""
+    """Runs a shell script, which must succeed. Ends its background job. Returns its output."""
     ran = run(["sh", "-euc", 'trap "kill \\${!-} 2>&- || :" EXIT\n' + script], cwd=directory,
               stdin=DEVNULL, stdout=PIPE, stderr=STDOUT)
     printed = ran.stdout.decode(errors="replace")
@@ -38,7 +38,7 @@ def sh(script, directory=SCRATCH):
 
 def expect(words, text):
     for word in words:
-        assert re.search(rf"(?<![\w-]){re.escape(word)}(?![\w-])", text), f"nobody knows: {word}"
+        assert re.search(rf"(?<![\w-]){re.escape(word)}(?![\w-])", text), f"unknown word: {word}"
 
 
 def read(document):
@@ -49,7 +49,7 @@ def read(document):
 
 
 def blocks_of(document):
-    """The blocks of a document in their order, each a kind and a text."""
+    """Returns the blocks of a document in order: (kind, text)."""
     text = read(document)
     if document.suffix == ".1":  # the examples of a manual page
         text = re.sub(r"(?ms)^\.Bd.*?\n(.*?)^\.Ed|^\.Dl (.*?)$", r"```sh\n\1\2\n```", text)
@@ -57,7 +57,7 @@ def blocks_of(document):
 
 
 def check_names(document):
-    """The files, headings, options and variables that a document speaks of are there."""
+    """Checks that the files, headings, options and variables in a document exist."""
     text = document.read_text()
     for path, heading in re.findall(r"\]\(([\w./-]*)#?([\w-]*)\)", text):
         target = (document.parent / path if path else document).read_text()
@@ -73,8 +73,8 @@ def check_names(document):
 
 
 def is_run_here(line):
-    """Whether a line of a block is run. Others are run by CI or install_test.sh, or their words are
-    told by --help."""
+    """Returns whether a line of a block is run here. Checks that CI or install_test.sh runs it
+    otherwise, or that --help of its program knows its words."""
     words = line.split(" #")[0].split() or [""]
     if words[0] in SYSTEM or "/usr/share/" in line:
         expect([word for word in words if not re.search("[0-9./=]|runenv", word)],
@@ -86,15 +86,15 @@ def is_run_here(line):
 
 
 def sizeless(text):
-    """The text without the sizes of archives, which depend on the time of packing."""
+    """Returns the text without the sizes of archives, which depend on the time of packing."""
     return re.sub(r"\(\d+ B", "(SIZE", text)
 
 
 def follow(document):
-    """Does what a document says, in a directory of its own."""
+    """Runs a document in a directory of its own."""
     directory = SCRATCH / document.name
     sh(f"rm -rf tmp/* server/www; cp -r www server; mkdir {directory}; ln -s ../build {SOURCE}/contrib {directory}")
-    if document.suffix == ".1":  # has no words for what its examples begin with
+    if document.suffix == ".1":  # its examples expect these files
         sh("mkdir out x64 arm64; tar -czf linker.tar.gz -C out .;"
            "runenv-versions compose -o versions.bin 5", directory)
     printed = ""
@@ -104,18 +104,18 @@ def follow(document):
             continue
         holds = {
             "text": sizeless(text) == sizeless(printed),
-            "hex": re.sub("(?m)^(.{40}).*", r"\1", text).split() == printed.split(),  # and remarks
+            "hex": re.sub("(?m)^(.{40}).*", r"\1", text).split() == printed.split(),  # without the remarks
             "cpp": text in EXAMPLES,
             "": not text.startswith("runenv-") or text.split(" ", 1)[1] in USAGE,
-            "cmake": document.name == "embedding.md",  # which install_test.sh takes
+            "cmake": document.name == "embedding.md",  # install_test.sh runs it
             "make": document.name == "embedding.md",
         }.get(kind, kind in FILES)
         assert holds, f"{kind or 'usage'}:\n{text}after:\n{printed}"
 
 
 def check_setting(row):
-    """A run with a setting of curl's or tar's ends as said, and prints what is said. One before it
-    was killed while it unpacked, and left another archive."""
+    """Checks how a run with a setting of curl or tar ends and what it prints. An earlier run was killed
+    while it unpacked, and left another archive in the temp cache."""
     setting, outcome, text = row
     of_curl, of_tar = ("", setting) if setting.startswith("--") else (setting, "")
     printed = sh(f"""
@@ -137,7 +137,7 @@ USAGE = sh("runenv-bootstrap --help")
 ELSEWHERE = sh("cat .ci/run; grep -E '^(cmake|cpack) ' docs/building.md; echo .ci/run", SOURCE)
 EXAMPLES = [path.read_text() for path in SOURCE.glob("examples/*.cpp")]
 
-# The files, and a server that has what the documents speak of.
+# Writes the files, and publishes what the documents use on a server.
 for kind, text in (block for document in DOCUMENTS for block in blocks_of(document)):
     if kind in FILES:
         file = Path(re.match("# (.*)", text)[1])
@@ -145,7 +145,7 @@ for kind, text in (block for document in DOCUMENTS for block in blocks_of(docume
         file.write_text(text)
 sh(f"""
     mkdir tmp server www content bin libexec
-    keys="--keys '$PWD/machine/etc/runenv/keys'"  # instead of those that are built in
+    keys="--keys '$PWD/machine/etc/runenv/keys'"  # instead of the built-in directory
     printf '#!/bin/sh\\ncase $* in *--keys*) keys= ;; *) keys=1 ;; esac\\nexec "%s" ${{keys:+%s}} "$@"\\n' \\
       '{BUILD}/runenv-verify' "$keys" >bin/runenv-verify
     printf '#!/bin/sh\\nexec runenv-verify --tar "$@"\\n' >libexec/tar
@@ -165,12 +165,12 @@ for document in DOCUMENTS:
     check_names(document)
     follow(document)
 
-# curl's settings that come with the package.
+# Checks the settings for curl in the package.
 curlrc = (SOURCE / "contrib/curlrc").read_text()
 expect(["--" + name for name in re.findall("(?m)^[a-z-]+", curlrc)], KNOWN)
 sh(f"cat {SOURCE}/contrib/curlrc server/curl/.curlrc >machine/etc/runenv/.curlrc")
 
-# What must never be set does what its row says.
+# Checks that settings that must never be set do what their row says.
 sh("""cp content/README content/README.md
     head -c 200000 /dev/urandom >content/data
     runenv-publish server/www platform 6 release-2 --from content
@@ -180,12 +180,12 @@ rows = [("fail", "installs", "")]
 for settings, outcome, text in re.findall(
         r"(?m)^\| (`.*) \| ([a-z]+)(?:[^`\n]*`(.*?)`.*|.*) \|$", section):
     rows += [(setting, outcome, text) for setting in re.findall("`(.*?)`", settings)
-             if "--" + re.search("[a-z]+[a-z-]*", setting)[0] in KNOWN]  # an older curl knows fewer
+             if "--" + re.search("[a-z]+[a-z-]*", setting)[0] in KNOWN]  # an older curl knows fewer options
 assert len(rows) > 30, rows
 with ThreadPoolExecutor(8) as pool:
     list(pool.map(check_setting, rows))
 
-# No option is missing in a manual page or a completion.
+# Checks that the manual pages and completions have every option.
 for program in ("runenv-bootstrap", "runenv-versions", "runenv-publish", "runenv-verify",
                 "runenv-prune", "runenv-status", "runenv-served"):
     for option in re.findall(r"(?m)^ +(?:-\w, )?--([a-z][a-z-]+)", sh(f"{program} --help")):
@@ -193,11 +193,12 @@ for program in ("runenv-bootstrap", "runenv-versions", "runenv-publish", "runenv
                      "scripts/completions/zsh/_runenv", f"scripts/completions/fish/{program}.fish"):
             assert re.search(f"-l? ?{option}", (SOURCE / file).read_text()), f"{file}: no {option}"
 
-# Every message of the programs is told: the fixed parts of what the code prints or throws.
+# Checks that every message of the programs is documented: the fixed parts of what the code prints or
+# throws.
 told = " ".join(sh("cat docs/*.md", SOURCE).split())
 code = sh("cat app/*.cpp core/buffer.cpp fs/*.cpp process/*.cpp schema/*.cpp tools/*.cpp", SOURCE)
 for call in re.findall(r"\b(?:(?:throw|exit|report)_\w+|report|redirect_child|Runtime\.(?:error|log))\([^;]*;",
                        code):
     for literal in re.findall(r'"((?:[^"\\]|\\.)*)"', call):
         for part in re.split(r"%[-0-9.*l]*[a-z]", literal.replace(r"\n", "")):
-            assert len(part) < 6 or part in told, f"nothing is said about: {part}"
+            assert len(part) < 6 or part in told, f"not documented: {part}"

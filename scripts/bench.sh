@@ -1,14 +1,14 @@
 #!/bin/sh
-# Measures the product beside its alternatives and writes docs/benchmark-figures.md:
-# bench.sh [--quick]. With --quick everything runs once, for an instant, and nothing is written.
-# BUILD_DIR names the build directory, "build-bench" unless set.
+# bench.sh [--quick]: compares the product with its alternatives and writes
+# docs/benchmark-figures.md. With --quick, it only runs every benchmark for a moment and does not
+# write the file. BUILD_DIR names the build directory. The default is "build-bench".
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
 require c++=g++ cmake=cmake ninja=ninja-build pkg-config=pkg-config curl=curl tar=tar \
   openssl=openssl nginx=nginx-light jq=jq \
   minisign=minisign /usr/include/sodium.h=libsodium-dev /usr/include/benchmark/benchmark.h=libbenchmark-dev
-# The peers are wanted, not needed.
+# The peers are optional.
 for peer in /usr/include/uv.h=libuv1-dev /usr/include/event2/event.h=libevent-dev \
   /usr/include/boost/pool/pool.hpp=libboost-dev \
   /usr/lib/x86_64-linux-gnu/libboost_filesystem.so=libboost-filesystem-dev \

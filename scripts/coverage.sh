@@ -1,13 +1,14 @@
 #!/bin/sh
-# Measures with gcov which lines of the product the tests reach: the figure per folder, then every
-# line that no test reaches. BUILD_DIR names the build directory, "build-coverage" unless set.
+# Measures with gcov which lines of the product the tests reach. Prints the coverage of each folder,
+# then every line that no test reaches. BUILD_DIR names the build directory. The default is
+# "build-coverage".
 set -eu
 cd "$(dirname "$0")/.."
 build=${BUILD_DIR:-build-coverage}
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
-# Counts that cannot be written, since a test leaves no room or runs as another user, would be taken
-# for messages of the program.
+# Some tests fill the disk or run as another user, so that gcov cannot write its data. The tests
+# would take its error messages for output of the program.
 export GCOV_ERROR_FILE=/dev/null
 umask 0
 PRESET=coverage BUILD_DIR=$build scripts/test.sh >"$log" 2>&1 || {
@@ -30,7 +31,7 @@ for file in *.cpp.gcov; do
       line = $2 + 0
       match($0, /^[^:]*:[^:]*:/)
       text[line] = substr($0, RLENGTH + 1)
-      if (count !~ /^[#=]/) reached[line] = 1  # in one of its instances is enough
+      if (count !~ /^[#=]/) reached[line] = 1  # one instance of a template is enough
     }
     END {
       for (line in text) {

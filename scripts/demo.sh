@@ -1,7 +1,7 @@
 #!/bin/sh
-# Shows the programs at work on this machine: builds them, publishes a small run-time environment on
-# a web server of its own, installs it, rolls out a release, rolls it back and verifies a signed one.
-# Leaves nothing behind but build-demo/.
+# Demonstrates the programs on this machine: builds them, publishes a small environment on its own
+# web server, installs it, rolls out a release, rolls it back and verifies a signed one. Only
+# build-demo/ remains afterwards.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
@@ -27,8 +27,8 @@ mkdir -p "$demo/server/www" "$demo/content" "$demo/machine"
 trap 'trap "" HUP INT TERM; "$server_script" stop "$demo/server"; rm -rf "$demo"' EXIT
 trap 'exit 1' HUP INT TERM
 
-# publish RELEASE TEXT ITEM...: publishes a directory with one file for an item, and signs it with
-# the key that $key names.
+# publish RELEASE TEXT ITEM...: publishes a directory with one file. Signs it with the key file $key
+# if that is set.
 key=
 publish() {
   release=$1
@@ -82,7 +82,7 @@ mkdir ../keys ../bin
 run minisign -G -W -p ../keys/producer.pub -s ../producer.key >/dev/null
 printf '#!/bin/sh\nexec runenv-verify --keys "%s/keys" --tar "$@"\n' "$demo" >../bin/tar
 chmod +x ../bin/tar
-# What an installation has ready: a tar that verifies, for the bootstrapper to find first.
+# Runs a command with the verifying tar first on PATH. An installation contains such a tar.
 verifying() {
   printf '$ %s\n' "PATH=../bin:\$PATH $*"
   PATH=$demo/bin:$PATH "$@"

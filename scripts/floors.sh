@@ -1,11 +1,11 @@
 #!/bin/sh
-# Holds every include of the product against the floors that CONTRIBUTING.md tells of: a file
-# includes only what is on its own floor or below, and the programs in app/ and tools/ nothing of
-# each other. Silent when all is well.
+# Checks every include of the product against the floors in CONTRIBUTING.md: a file includes only
+# what is on its own floor or below, and app/ and tools/ include nothing of each other. Prints
+# nothing if there is no error.
 set -eu
 cd "$(dirname "$0")/.."
 
-# The only file that reaches up: the main loop of the runtime object drives the sockets.
+# The only include of a higher floor: the main loop of the runtime object polls the sockets.
 exceptions='runtime/polling.cpp socket/poll.h'
 
 git ls-files app core fs process runtime schema socket stream tools | grep -E '\.(cpp|h)$' |
@@ -22,7 +22,7 @@ git ls-files app core fs process runtime schema socket stream tools | grep -E '\
       split(from, a, "/"); split(to, b, "/")
       apart = floor[a[1]] == 5 && floor[b[1]] == 5 && a[1] != b[1]
       if ((!(b[1] in floor) || floor[b[1]] > floor[a[1]] || apart) && from " " to != exceptions) {
-        print from " includes " to ", which is above it or apart from it"
+        print from " includes " to ", which is on a higher floor or in the other programs"
         wrong = 1
       }
     }

@@ -1,8 +1,8 @@
 #!/bin/sh
 # Builds the fuzz targets with clang under AddressSanitizer and UndefinedBehaviorSanitizer and runs
-# each for some time: fuzz.sh [SECONDS [TARGET...]], 60 seconds and all targets unless given.
-# BUILD_DIR names the build directory, "build-fuzz" unless set; what a run finds worth keeping stays
-# there, in fuzz/found.
+# each for some time: fuzz.sh [SECONDS [TARGET...]]. The default is 60 seconds and all targets.
+# BUILD_DIR names the build directory. The default is "build-fuzz". New inputs that increase the
+# coverage are kept there, in fuzz/found.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/packages.sh

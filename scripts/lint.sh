@@ -1,14 +1,16 @@
 #!/bin/sh
-# Looks at the sources without running them: includes, formatting, clang-tidy, cppcheck, shellcheck. Silent
-# when all is well. BUILD_DIR names the build directory it makes, "build-lint" unless set.
+# Static checks: includes, spelling, formatting, shellcheck, mandoc, cppcheck and clang-tidy. Prints
+# nothing if there is no error. BUILD_DIR names the build directory. The default is "build-lint".
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
 require clang++=clang clang-format=clang-format clang-tidy=clang-tidy cppcheck=cppcheck \
-  shellcheck=shellcheck mandoc=mandoc cmake=cmake ninja=ninja-build \
+  shellcheck=shellcheck mandoc=mandoc codespell=codespell cmake=cmake ninja=ninja-build \
   /usr/include/sodium.h=libsodium-dev /usr/include/nlohmann/json.hpp=nlohmann-json3-dev
 
 scripts/floors.sh
+# "Nd" is a macro of manual pages.
+git ls-files | grep -vE '^fuzz/corpus/|[.]abi$' | xargs codespell --check-hidden -L nd
 sources=$(git ls-files '*.cpp' '*.h' '*.c')
 # shellcheck disable=SC2086 # a list of files
 clang-format --dry-run --Werror $sources
@@ -17,7 +19,7 @@ if git ls-files '*.1' | xargs mandoc -T lint 2>&1 |
   grep -v -e 'referenced manual not found' -e 'outdated mandoc.db'; then # not installed here
   exit 1
 fi
-# cppcheck 2.10 takes a designated initialiser for an assignment.
+# cppcheck 2.10 reports designated initialisers as self-assignments.
 cppcheck --quiet --error-exitcode=1 --enable=warning,performance,portability --inline-suppr \
   --suppress=selfAssignment --suppress=accessMoved \
   --std=c++20 --language=c++ -I . app core fs process runtime schema socket stream tools examples

@@ -2,16 +2,15 @@
 # A distribution server on loopback, for the demo and the tests.
 #
 #   local-server.sh start DIR   serves DIR/www over https as localhost, as long as its caller runs
-#   local-server.sh stop DIR    ends it; harmless when it does not run
+#   local-server.sh stop DIR    ends the server, if one runs
 #
-# The two take turns: stop waits for a start at work and ends what it has started; start, which
-# replaces a server that runs, fails where another start or stop is at work. However its caller ends,
-# the server ends within a second.
+# start replaces a running server, and fails during another start or stop of the same DIR. stop
+# waits for a running start and ends its server. The server ends within a second after its caller,
+# however the caller ends.
 #
-# Everything it needs is made in DIR: certificates, nginx's files, DIR/access.log, and
-# DIR/curl/.curlrc, by which curl (with CURL_HOME=DIR/curl) finds the server and trusts it.
-# Directives in DIR/extra.conf become part of the server block; DIR/site.conf may have server blocks
-# of its own.
+# All files are in DIR: certificates, nginx's files, DIR/access.log and DIR/curl/.curlrc. With
+# CURL_HOME=DIR/curl, curl finds the server and trusts it. DIR/extra.conf may contain directives for
+# the server block, and DIR/site.conf further server blocks.
 set -eu
 
 PATH=$PATH:/usr/sbin:/sbin
@@ -30,7 +29,7 @@ make_certificates() {
 }
 
 write_configuration() {
-  # Run by root, nginx would give its workers another user, who may not look in here.
+  # As root, nginx would run its workers as another user, who may not read this directory.
   user=
   [ "$(id -u)" -ne 0 ] || user='user root;'
   cat >nginx.conf <<CONF
@@ -65,7 +64,7 @@ noproxy = "*"
 CONF
 }
 
-# Whether the server has come up: its pid file, without which nobody could end it, goes first.
+# Waits for the pid file of the server, which stop needs. Fails if the server cannot start.
 is_up() {
   for _ in $(seq 250); do
     [ ! -s nginx.pid ] || return 0
@@ -75,7 +74,7 @@ is_up() {
   return 1
 }
 
-# Serves as long as the caller lives: tail waits for its end, and takes its own child with it.
+# Serves until the caller ends. tail waits for that, and nginx ends when tail, its parent, ends.
 serve() {
   trap - HUP INT TERM
   setpriv --pdeathsig TERM nginx -c "$dir/nginx.conf" -g 'daemon off;' &
@@ -87,15 +86,15 @@ start() {
     echo "$dir: another start or stop is at work" >&2
     return 1
   }
-  trap '' HUP INT TERM # once begun, it is done: a server that is half up could not be ended
+  trap '' HUP INT TERM # stop could not end a server whose start was interrupted
   end_server
   mkdir -p www curl
   make_certificates
   for _ in 1 2 3 4 5 6 7 8 9 10; do
     write_configuration $((20000 + $(od -An -N2 -tu2 /dev/urandom) % 12000))
-    serve >start.log 2>&1 9>&- & # which keeps no lock
+    serve >start.log 2>&1 9>&- & # without the lock
     if is_up; then return 0; fi
-    # Nobody would end it, or find it where the directory is gone.
+    # It may still run, and nothing else would end it.
     { kill $! && wait $!; } 2>/dev/null || true
     grep -q 'Address already in use' start.log || break
   done
@@ -109,11 +108,11 @@ stop() {
 }
 
 end_server() {
-  # A signal to the whole process group may end the server at this moment.
+  # The server may end at any moment, for example by a signal to the whole process group.
   pid=$(cat nginx.pid 2>/dev/null) || return 0
   tail=$(sed -n 's/^PPid:[[:space:]]*//p' "/proc/$pid/status" 2>/dev/null) || return 0
   ! grep -qsx tail "/proc/$tail/comm" || kill "$tail" 2>/dev/null || true
-  # The pid file goes last; the process may stay for a while until its own parent looks after it.
+  # nginx removes the pid file last. The process may remain as a zombie for a while.
   while [ -e nginx.pid ] && grep -qsx nginx "/proc/$pid/comm"; do sleep 0.02; done
 }
 

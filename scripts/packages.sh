@@ -1,8 +1,8 @@
 # shellcheck shell=sh
 # Sourced by the other scripts: installs what is missing.
 
-# require WHAT=PACKAGE...: makes sure that each WHAT is there, a command or, with a slash, a file,
-# and installs the packages of those that are not. Needs neither root nor network when all is there.
+# require WHAT=PACKAGE...: installs PACKAGE if WHAT is missing. WHAT is a command, or a file if it
+# contains a slash. Needs neither root nor network if nothing is missing.
 require() {
   missing=
   for need in "$@"; do
@@ -22,11 +22,11 @@ require() {
   echo "Installing:$missing"
   $as_root apt-get update -qq
   had_nginx=$(dpkg-query -W -f '${Status}' nginx-common 2>/dev/null || true)
-  # In run level 1 no package starts a service of its own.
+  # In run level 1, packages do not start their services.
   # shellcheck disable=SC2086 # a list of packages
   $as_root env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 \
     apt-get install -y -qq --no-install-recommends $missing >/dev/null
-  # The one that would serve port 80 from now on is not wanted: the tests start their own.
+  # A newly installed nginx would serve port 80 from now on. The tests start their own.
   case "$had_nginx $missing " in
     *' installed '*) ;;
     *' nginx-light '*)
@@ -41,5 +41,5 @@ require() {
   esac
 }
 
-# Servers live where an ordinary user's search path does not look.
+# Servers are in directories that are not on the search path of an ordinary user.
 PATH=$PATH:/usr/sbin:/sbin

@@ -1,6 +1,7 @@
 #!/bin/sh
-# Builds everything and runs all tests. PRESET is one of CMakePresets.json, "release" unless set, and
-# BUILD_DIR the build directory, unless it is to be the preset's. Words after the command go to CMake.
+# Builds everything and runs all tests. PRESET is one of CMakePresets.json; the default is
+# "release". BUILD_DIR names the build directory if it is not to be the preset's. Arguments go to
+# CMake.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
@@ -16,7 +17,7 @@ build=build-$preset
 [ "$preset" != release ] || build=build
 build=${BUILD_DIR:-$build}
 generator=Ninja
-[ ! -e "$build/CMakeCache.txt" ] || # as it was configured before
+[ ! -e "$build/CMakeCache.txt" ] || # keep the generator of an existing build
   generator=$(sed -n 's/^CMAKE_GENERATOR:INTERNAL=//p' "$build/CMakeCache.txt")
 cmake --preset "$preset" -B "$build" -G "$generator" "$@"
 cmake --build "$build" --parallel

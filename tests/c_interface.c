@@ -1,4 +1,4 @@
-/* The C families as a C11 program sees them: every header included, every family called. */
+/* A C11 program that includes every C header and calls functions of every family. */
 #define _POSIX_C_SOURCE 200809L /* mkdtemp */
 #undef NDEBUG
 #include <assert.h>

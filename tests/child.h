@@ -1,5 +1,5 @@
-// A child of a test: a program, or the shell with a script. It does not outlive the test, nor does
-// its process group, if it has one of its own.
+// A child process of a test: a program, or the shell with a script. It ends with the test, and so
+// does its process group, if it has its own.
 #pragma once
 
 #include <csignal>

@@ -10,19 +10,19 @@
 #include "core/dympage.h"
 #include "core/dympool.h"
 
-// What the containers hold and how they grow is held against models under fuzz/.
-TEST(Buffer, ExhaustionIsReportedAndThrowsAPlainText) {
+// The fuzz targets compare the content and growth of the containers with models.
+TEST(Buffer, ExhaustionIsReportedAndThrowsACString) {
   for (const unsigned long long n : {1ULL << 62, 1ULL << 63, ~0ULL}) {
     Buffer buffer(4);
     buffer.append("abc", 3);
-    for (int i = 0; i < 2; ++i) {  // the second time it owns nothing
+    for (int i = 0; i < 2; ++i) {  // the second time without storage
       testing::internal::CaptureStderr();
       EXPECT_THROW(buffer.append("", n), const char*);
       const std::string report = "\n" + testing::internal::GetCapturedStderr();
       EXPECT_TRUE(report.ends_with("\nOut of memory!\n"));
     }
     buffer.release();
-    buffer.append("z", 2);  // usable again
+    buffer.append("z", 2);  // it can be used again
     EXPECT_STREQ(buffer.get_unmanaged_array(), "z");
   }
 }

@@ -1,5 +1,5 @@
-// The outside world at its worst: kills, servers, tools and disks that fail, and many processes at
-// once. What is installed stays whole, and the next run heals the rest.
+// Failures from outside: kills, failing servers, tools and disks, and many processes at once.
+// Installed releases stay complete, and the next run repairs the rest.
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -8,13 +8,13 @@
 
 #include "tests/program.h"
 
-// There in programs that a sanitizer watches, which takes memory and time itself.
+// Defined only under AddressSanitizer, which needs more memory and time.
 extern "C" [[gnu::weak]] void __asan_init();
 
 class FaultTest : public ServerTest {
  protected:
   FaultTest() {
-    prctl(PR_SET_CHILD_SUBREAPER, 1);  // what a program leaves behind belongs to this process then
+    prctl(PR_SET_CHILD_SUBREAPER, 1);  // to adopt and wait for tools that outlive their program
     run("runenv-versions compose -o versions.bin 5 alpha=1.4 &&"
         " head -c 300000 /dev/urandom | split -b 10000 - content/part");
   }
@@ -24,9 +24,9 @@ class FaultTest : public ServerTest {
   }
 };
 
-TEST_F(FaultTest, KilledAtAnyMomentItEndsItsToolAndThePointerNamesACompleteVersion) {
+TEST_F(FaultTest, AKilledRunEndsItsToolAndThePointerNamesACompleteRelease) {
   std::string installed;  // by the run before
-  // At work it is with a tool, which is stopped meanwhile.
+  // The run is killed while it waits for this tool, which has stopped itself; with "none", anytime.
   for (const std::string tool : {"curl", "tar", "none"}) {
     for (const int signal : {SIGKILL, SIGTERM, SIGINT, SIGHUP}) {
       const std::string newest = tool + std::to_string(signal);
@@ -42,14 +42,14 @@ TEST_F(FaultTest, KilledAtAnyMomentItEndsItsToolAndThePointerNamesACompleteVersi
       }
       kill(group, signal);
       const Outcome outcome = finish(killed);
-      // The tools that it has not waited for are killed; SIGUSR1 says that one has outlived it.
+      // A tool that is still alive gets SIGUSR1. All others were killed.
       kill(-group, SIGUSR1);
       kill(-group, SIGCONT);
       std::vector<int> ends;
       for (int status; waitpid(-group, &status, 0) > 0;) ends.push_back(status);
       if (at_work) {
         EXPECT_EQ(outcome.status, -signal);
-        EXPECT_EQ(outcome.out.empty(), tool == "curl") << newest;  // it is flushed at once
+        EXPECT_EQ(outcome.out.empty(), tool == "curl") << newest;  // output is flushed at once
         EXPECT_EQ(ends, std::vector(signal == SIGKILL, SIGKILL)) << newest;
       }
       const std::string pointer = local("platform/5/latest");
@@ -67,8 +67,9 @@ TEST_F(FaultTest, KilledAtAnyMomentItEndsItsToolAndThePointerNamesACompleteVersi
   }
 }
 
-TEST_F(FaultTest, ManyProcessesUnpackAVersionOnceAndAnItemOneAtATime) {
-  // Fails where that is not so. It takes long enough to be overlapped, and sees its input end.
+TEST_F(FaultTest, ProcessesUnpackAReleaseOnceAndAnItemOneAtATime) {
+  // This tar fails if another one is unpacking the item or has unpacked the release, or if its
+  // input does not end. It takes long enough for runs to overlap.
   stand_in("tar",
            "timeout 60 cat && mkdir $5/once $5/../busy && /bin/tar \"$@\" && sleep 0.02 && "
            "rmdir $5/../busy");
@@ -89,7 +90,7 @@ TEST_F(FaultTest, FailuresEndTheRunAndKeepWhatIsInstalled) {
                     curl_fails = "\n" + fatal + "curl command failed",
                     tar_fails = "tar exit code: 2\n" + fatal + "tar command failed",
                     huge = __asan_init == nullptr ? "64M" : "1M",
-                    // The words of the arrangements below.
+                    // Definitions for the commands below.
       begin =
           "program=$(command -v runenv-bootstrap); item=server/www/2/runenv/platform/5; "
           "stand_in() { printf '#!/bin/sh\\n%s\\n' \"$2\" >bin/$1 && chmod +x bin/$1; }; ";
@@ -105,13 +106,13 @@ TEST_F(FaultTest, FailuresEndTheRunAndKeepWhatIsInstalled) {
        "curl exit code: 60" + curl_fails},
       {"options='--temp-cache no/cache'", "",
        fatal + "Unable to create directory 'no/cache': No such file or directory"},
-      // Without curl's own `fail` an error page is a file like any other: its first line is taken
-      // for a version, the page for its archive, and tar refuses it.
+      // Without curl's `fail`, error pages are taken for the pointer and the archive, and tar
+      // rejects the archive.
       {"rm $item/latest", updating, tar_fails},
       {": >$item/latest", updating, tar_fails},
       {"head -c " + huge + " /dev/zero | tr '\\0' v >$item/latest", updating,
        fatal + "Argument list too long"},
-      // Names that lead out of the directory.
+      // An archive with names that lead out of the directory.
       {"tar -C bin -P -czf $item/r2/linux-x64.tar.gz ../content/file", updating, tar_fails},
       {"ulimit -f 100", updating, "curl exit code: -25" + curl_fails},
   };
@@ -123,17 +124,17 @@ TEST_F(FaultTest, FailuresEndTheRunAndKeepWhatIsInstalled) {
     EXPECT_EQ(local("platform/5/latest"), "r1") << row.command;
     EXPECT_EQ(local("platform/5/r1/file"), "platform 5 r1") << row.command;
   }
-  rusage most;  // of all programs: the bootstrapper holds a version once
+  rusage most;  // of any program: the bootstrapper keeps a name only once
   getrusage(RUSAGE_CHILDREN, &most);
   EXPECT_TRUE(most.ru_maxrss < 96 << 10 || __asan_init != nullptr) << most.ru_maxrss << " KiB";
-  // A disk that is full when nothing is left to do but to write the pointer; the pipe has room.
-  write_file("version", std::string(1000, '/'));  // the first 512 bytes get there
+  // The disk is full when the pointer is written. The output goes to a pipe, which has room.
+  write_file("version", std::string(1000, '/'));  // only 512 bytes can be written
   stand_in("curl", "ln -s ../version \"$4\"");
   stand_in("tar", "");
   check("rm -rf .update; (ulimit -f 1; trap '' XFSZ; runenv-bootstrap versions.bin) 2>&1 | cat",
         updating + fatal + "latest file could not be written\n");
   EXPECT_EQ(local("platform/5/latest"), "");
-  // The next run gets over what was left behind. Servers may redirect, too.
+  // The next run works in spite of the remains. Servers may redirect, too.
   files::remove_all("bin");
   publish("platform 5", "r3");
   write_file("server/extra.conf", "rewrite 5/(r3/.*) /2/runenv/platform/$1 redirect;");
@@ -142,7 +143,7 @@ TEST_F(FaultTest, FailuresEndTheRunAndKeepWhatIsInstalled) {
           "; local-server.sh start server;"
           " runenv-bootstrap versions.bin; cat runenv/platform/5/latest runenv/platform/5/r3/file",
       updating + "r3platform 5 r3");
-  // A pointer that fails to be read, as from a broken disk, or to be locked.
+  // A pointer that cannot be read, as on a broken disk, or cannot be locked.
   check("ln -sf /proc/self/mem runenv/platform/5/latest; runenv-bootstrap versions.bin", "",
         fatal + "Unable to open 'runenv/platform/5/latest' for reading: Input/output error");
   check(

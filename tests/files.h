@@ -1,4 +1,4 @@
-// Files for tests: every test stands in an empty directory of its own.
+// Files for tests: every test runs in its own empty directory.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -21,12 +21,12 @@ using FsTest = ScratchTest;
 using fs::path_t;
 using File = runenv::owner<FILE, std::fclose>;
 
-// No child process gets to see a file that is open here.
+// Returns whether child processes do not inherit the file.
 static bool is_private(FILE* file) {
   return fcntl(fileno(file), F_GETFD) == FD_CLOEXEC;
 }
 
-// A builder for the length of a test, or of a call.
+// A bucket that frees itself at the end of a test or of a call.
 struct Bucket : runenv::OwnedBucket {
   Bucket(const char* text) : OwnedBucket(fs_init(text)) {}
   explicit Bucket(const bucket_t& other) : OwnedBucket(other) {}
@@ -34,13 +34,13 @@ struct Bucket : runenv::OwnedBucket {
   std::string text() { return bucket_cstring(this); }
 };
 
-TEST_F(FsTest, FailuresSayWhatAndWhy) {
+TEST_F(FsTest, FailuresNameThePathAndTheReason) {
   write_file("f", "");
   files::create_directory("d");
   const std::string long_name = "x/" + std::string(300, 'n');
   std::string chain;
   while (chain.size() < 5000) chain += std::string(250, 'c') + '/';
-  const std::string refused = chain.substr(0, chain.find('/', 4096));  // too long for the system
+  const std::string refused = chain.substr(0, chain.find('/', 4096));  // too long for the kernel
   const auto read = [](path_t path) { File(path.open_read()); };
   const auto make_all = [](path_t path) { path.create_directory(true); };
   const std::tuple<std::string, void (*)(path_t), std::string> kRows[] = {
@@ -70,7 +70,7 @@ TEST_F(FsTest, FailuresSayWhatAndWhy) {
       EXPECT_EQ(error.message, message);
     }
   }
-  // What was made before the long name, or the long chain, failed.
+  // The directories before the long name, and before the end of the chain, were created.
   EXPECT_TRUE(path_t("x").is_directory() && path_t(refused).dir_name().is_directory());
   EXPECT_THROW(path_t(nullptr), std::logic_error);
 }
@@ -90,7 +90,7 @@ TEST_F(FsTest, DirectoriesAreMadeQueriedAndRemoved) {
   }
   EXPECT_EQ(read_file("p/q/f"), "texttext");
   EXPECT_TRUE(file.is_regular_file() && file.exists() && !file.is_directory());
-  file.create_directory(false);  // whatever stands there is fine in this mode
+  file.create_directory(false);  // accepts a file in this mode
   EXPECT_EQ(file.set_utime(5, 7), 0);
   EXPECT_EQ(file.get_mtime(), 7);
   EXPECT_EQ(path_t("no").get_mtime(), 0);
@@ -149,7 +149,7 @@ TEST_F(FsTest, CFunctionsReturnPlainIntegers) {
   const Call set_mode = [](bucket_t* path) { return fs_set_mode(path, 0640); };
   const Call set_mtime = [](bucket_t* path) { return fs_set_mtime(path, 9); };
   const Call rename_to_m = [](bucket_t* path) { return fs_rename(path, Bucket("m")); };
-  const auto copy_from = [](const char* source) -> Call {  // which returns errno for a failure
+  const auto copy_from = [](const char* source) -> Call {  // returns errno on failure
     return [source](bucket_t* path) {
       const int result = fs_fcopy(path, Bucket(source));
       return result == -1 ? errno : result;
@@ -165,11 +165,11 @@ TEST_F(FsTest, CFunctionsReturnPlainIntegers) {
       {fs_get_mtime, {{"no", -1}, {"f", 9}}},
       {set_mode, {{"no", -1}, {"fifo", 0}}},
       {fs_mkdir, {{"d", 0}, {"d", -1}}},
-      // Anything that exists will do.
+      // Accepts a file as the last component.
       {fs_mkdir_recursive, {{"d", 0}, {"f", 0}, {"f/x", -1}, {hostile.c_str(), -1}, {"d/e/g", 0}}},
       {fs_type, {{"d/e/g", 3}}},
       {rename_to_m, {{"f", 0}, {"f", -1}}},
-      // Touching empties. "f" is gone, so a directory of that name can be made.
+      // fs_touch empties a file. "f" was renamed, so a directory of that name can be created.
       {fs_touch, {{"d", -1}, {"m", 0}}},
       {fs_touch_path, {{"m/x", -1}, {"f/x", 0}}},
       {fs_size, {{"m", 0}}},
@@ -179,7 +179,7 @@ TEST_F(FsTest, CFunctionsReturnPlainIntegers) {
       {fs_remove_recursive, {{"d", -1}, {"no", -1}}},
       {fs_exists, {{"d", 0}}},
       {copy_from("many"), {{"c", 0}, {"e", 0}, {".", EISDIR}, {"/dev/full", ENOSPC}}},
-      {copy_from("small"), {{"/dev/full", ENOSPC}}},  // not told before the file is closed
+      {copy_from("small"), {{"/dev/full", ENOSPC}}},  // reported only when the file is closed
       {copy_from("."), {{"e", EISDIR}}},
       {fs_size, {{"c", 5000}, {"e", 0}}},
       {copy_from("no"), {{"c", ENOENT}}},
@@ -194,10 +194,10 @@ TEST_F(FsTest, CFunctionsReturnPlainIntegers) {
   EXPECT_EQ(here.text(), directory);
 }
 
-TEST_F(FsTest, ClimbingEndsWhereTheWorkingDirectoryCannotBeSeen) {
+TEST_F(FsTest, CreatingParentsEndsAtAnUnreadableWorkingDirectory) {
   ASSERT_EQ(chmod(".", 0), 0);
   const uid_t user = geteuid();
-  ASSERT_EQ(seteuid(user == 0 ? 65534 : user), 0);  // root would see it all the same
+  ASSERT_EQ(seteuid(user == 0 ? 65534 : user), 0);  // root could read it
   EXPECT_EQ(fs_mkdir_recursive(Bucket("x/y")), -1);
   EXPECT_THROW(path_t("x/y").create_directory(true), Error);
   ASSERT_EQ(seteuid(user), 0);

@@ -35,8 +35,8 @@ static std::tuple<int, int, std::string> result_of(process_t* child) {
   return {kind, code, message};
 }
 
-// No test leaves a child behind, and each goes on in spite of signals that break into every wait,
-// but not for ever.
+// Checks that no test leaves a child. Signals interrupt every wait, and end a test that takes too
+// long.
 class ProcessTest : public ScratchTest {
  protected:
   ProcessTest() {
@@ -66,7 +66,7 @@ class ProcessTest : public ScratchTest {
     pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
     return sigismember(&blocked, signal) == 1;
   }
-  // For a copy of this process, which has no timer.
+  // For a forked process, which does not inherit the timer.
   static void limit_time() {
     std::signal(SIGALRM, SIG_DFL);
     alarm(60);
@@ -83,17 +83,18 @@ TEST_F(ProcessTest, ResultsTellExitStatusAndSignal) {
   for (const auto& [script, folded, result] : kRows) {
     const Child child("sh", script);
     EXPECT_EQ(wait(child), folded) << script;
-    child->pid = getpid();  // whose id it is by now does not matter: the record tells
+    child->pid = getpid();  // it was reaped, so its pid is not used any more
     EXPECT_EQ(result_of(child), result);
     EXPECT_FALSE(is_alive(child) || kill(child));
   }
 }
 
-// A system call, dup2 with this second argument, and what the kernel does with it from here on.
+// What the kernel does with a system call from now on. For dup2, only if the second argument is
+// `argument`.
 struct Replaced {
   unsigned call = ~0U, argument = 0, deed = SECCOMP_RET_ERRNO | EPERM;
   void start() const {
-    const uint8_t any = call == SYS_dup2 ? 0 : 2;  // passes over what looks at the argument
+    const uint8_t any = call == SYS_dup2 ? 0 : 2;  // skips the check of the argument
     sock_filter code[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
                           BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, any, 3),
                           BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[1])),
@@ -106,10 +107,10 @@ struct Replaced {
   }
 };
 
-TEST_F(ProcessTest, EveryStepOfAStartThatFailsIsToldAndNothingIsRepeated) {
+TEST_F(ProcessTest, EveryFailingStepOfAStartIsReportedOnce) {
   const std::string refused = ": Operation not permitted\n", none = "No such file or directory";
-  // The status is the child's, 100 where there is none. What the child says on the channel that it
-  // was given stands in <>.
+  // The status of the child, 100 if none was started. The child's own output on its standard error
+  // is in <>.
   const struct {
     int status;
     std::string message;
@@ -129,7 +130,7 @@ TEST_F(ProcessTest, EveryStepOfAStartThatFailsIsToldAndNothingIsRepeated) {
       {1, "Failed to duplicate stderr" + refused + "<>", {SYS_dup2, 2}},
       {1, "<Failed to set working directory: " + none + "\n>", {}, "true", kPipe, "/no/such"},
       {1, "<Failed to set process group" + refused + ">", {SYS_setpgid}},
-      // By the signal, and no handler of ours.
+      // Ended by the signal: the child does not have this process's handler.
       {256 - SIGSYS, "<>", {SYS_execve, 0, SECCOMP_RET_TRAP}}};
   write_file("file", "");
   for (const auto& row : kRows) {
@@ -138,7 +139,7 @@ TEST_F(ProcessTest, EveryStepOfAStartThatFailsIsToldAndNothingIsRepeated) {
       std::signal(SIGSYS, [](int) { _exit(3); });
       dup2(STDERR_FILENO, STDOUT_FILENO);
       std::setvbuf(stderr, nullptr, _IOFBF, BUFSIZ);
-      std::printf("last");  // what is buffered must not come out once more in a child
+      std::printf("last");  // the child must not print buffered output again
       std::fprintf(stderr, "first ");
       row.replaced.start();
       const auto open = open_descriptors();
@@ -168,7 +169,7 @@ TEST_F(ProcessTest, PipesCarryEverything) {
     const Child child("sh", "sleep 0.05; echo late >&2; sleep 0.05; cat", kPipe,
                       {REDIRECT_FILE, "out"}, kPipe);
     char line[5];
-    EXPECT_EQ(read(child, CHANNEL_STDERR, line, 5), 0);  // nothing there yet
+    EXPECT_EQ(read(child, CHANNEL_STDERR, line, 5), 0);  // no data yet
     EXPECT_EQ(read(child, CHANNEL_STDIN, line, 5), 0);
     EXPECT_EQ(fcntl(child->in.fd, F_GETFL) & O_NONBLOCK, 0);
     fcntl(child->in.fd, F_SETFL, flags);
@@ -200,10 +201,10 @@ TEST_F(ProcessTest, FilesAreRedirectedAndReadableByTheParent) {
                     {REDIRECT_FILE, "err"});
   EXPECT_EQ(all_of(child, CHANNEL_STDERR), "bad\n");
   EXPECT_EQ(all_of(child), "from a file");
-  write_len(child, "seen, too", 4);  // the parent's own descriptor stands at the start
+  write_len(child, "seen, too", 4);  // the parent's descriptor has its own offset
   EXPECT_EQ(read_file("in"), "seen a file");
   EXPECT_EQ(files::status("err").permissions(), files::perms::all);
-  mkfifo("fifo", 0600);  // opening it waits
+  mkfifo("fifo", 0600);  // blocks when opened
   const Child writer("sh", "sleep 0.05; echo late >fifo");
   const Child reader("sh", "read x; echo $x", {REDIRECT_FILE, "fifo"}, kPipe);
   EXPECT_EQ(all_of(reader), "late\n");
@@ -247,7 +248,7 @@ TEST_F(ProcessTest, AChildEndsWithItsParentOnlyIfToldTo) {
   destroy(free);
 }
 
-TEST_F(ProcessTest, AChildReapedBehindOurBackIsTakenToBeDead) {
+TEST_F(ProcessTest, AChildReapedByOtherCodeIsTakenToBeDead) {
   const std::string cause = std::strerror(ECHILD);
   for (const bool reading : {false, true}) {
     const Child child("true", nullptr, kInherit, kPipe);
@@ -269,7 +270,7 @@ TEST_F(ProcessTest, ChildrenGetTheirStandardChannelsOnly) {
       for (int fd = 0; fd < 3; ++fd) {
         if ((missing >> fd & 1) != 0) close(fd);
       }
-      close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);  // what we were started with
+      close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);  // inherited descriptors
       limit_time();
       const std::string errors =
           all_of(Child("sh", "echo err >&2", kInherit, kInherit, kPipe), CHANNEL_STDERR);
@@ -277,14 +278,14 @@ TEST_F(ProcessTest, ChildrenGetTheirStandardChannelsOnly) {
       const Child sibling("cat", nullptr, kPipe, {REDIRECT_FILE, "/dev/null"});
       write(child, "through");
       shutdown(child, CHANNEL_STDIN);
-      _exit(all_of(child) == "through0\n1\n2\n3\n" && errors == "err\n" ? 0 : 1);  // 3: the listing
+      _exit(all_of(child) == "through0\n1\n2\n3\n" && errors == "err\n" ? 0 : 1);  // 3 is of ls
     };
     EXPECT_EXIT(check(), testing::ExitedWithCode(0), "") << missing;
   }
 }
 
-TEST_F(ProcessTest, ASignalIsPutOffWhileItIsHeldAndThenUndoesEverything) {
-  prctl(PR_SET_CHILD_SUBREAPER, 1);  // a tool that is not waited for becomes this process's child
+TEST_F(ProcessTest, AHeldSignalTakesEffectLaterAndUndoesEverything) {
+  prctl(PR_SET_CHILD_SUBREAPER, 1);  // to adopt a tool that outlives its parent
   write_file("temporary", "");
   const auto check = [] {
     limit_time();

@@ -1,4 +1,4 @@
-// What the tests of the programs share: running them, and a distribution server of their own.
+// Common code for tests of the programs: runs them and a distribution server.
 #pragma once
 
 #include <unistd.h>
@@ -13,21 +13,21 @@ struct Outcome {
   std::string out, err;
 };
 
-// A command, what it prints, and the error that ends it with status 1, if any.
+// A command, its output, and its error message. With a message, its status is 1.
 struct Row {
   std::string command, out = "", error = "";
 };
 
-// Runs commands of the shell, which finds the programs by name.
+// Runs shell commands, with the programs on the search path.
 class ProgramTest : public ScratchTest {
  protected:
   struct Run {
     Child child;
-    std::string out, err;  // where it writes to
+    std::string out, err;  // the files of its output
   };
 
   ProgramTest() {
-    // Whoever starts the tests may ignore them, as nohup does.
+    // The process that starts the tests may ignore these signals, as nohup does.
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) std::signal(signal, SIG_DFL);
     setenv("CURL_HOME", (directory + "/server/curl").c_str(), 1);
     setenv("PATH", (directory + "/bin:" PROGRAM_PATH ":" + search_path).c_str(), 1);
@@ -49,8 +49,8 @@ class ProgramTest : public ScratchTest {
   }
   Outcome run(const std::string& command) { return finish(start(command)); }
 
-  // Runs a command, which prints `out` and succeeds, or fails with an error behind what `teller`
-  // says. With `tools` there may be more before that.
+  // Runs a command and checks its output. It must fail with `teller` and `error`, or succeed if
+  // `error` is empty. With `tools`, other messages may come before the error.
   void check(const std::string& command, const std::string& out = "", std::string error = "",
              bool tools = false) {
     const Outcome outcome = run(command);
@@ -68,7 +68,7 @@ class ProgramTest : public ScratchTest {
                options + " versions.bin");
   }
 
-  // Puts a script in the place of a program.
+  // Replaces a program by a script.
   static void stand_in(const std::string& program, const std::string& script) {
     write_file("bin/" + program, "#!/bin/sh\n" + script + "\n");
     files::permissions("bin/" + program, files::perms::all);
@@ -76,7 +76,7 @@ class ProgramTest : public ScratchTest {
 
   static std::string local(const std::string& file) { return read_file("runenv/" + file); }
 
-  // For the rest of the command after $as: an ordinary user.
+  // Sets $as, a prefix that runs a command as an ordinary user.
   static inline const std::string ordinary =
       "[ $(id -u) -ne 0 ] || { chown -R 65534 .; as='setpriv --reuid 65534 --clear-groups'; }; ";
   static inline const std::string search_path = getenv("PATH");
@@ -84,7 +84,7 @@ class ProgramTest : public ScratchTest {
   int runs = 0;
 };
 
-// With a distribution server of its own: a platform at 5, the types alpha and beta.
+// Runs a distribution server with platform 5 and the system types alpha and beta.
 class ServerTest : public ProgramTest {
  protected:
   ServerTest() {
@@ -97,7 +97,7 @@ class ServerTest : public ProgramTest {
 
   static std::string item(const std::string& name) { return "server/www/2/runenv/" + name; }
 
-  // Publishes what is in the directory "content", with a file that names the release.
+  // Publishes the directory "content" with a file that names the item and the release.
   void publish(const std::string& item, const std::string& release) {
     write_file("content/file", item + " " + release);
     check("PATH=${PATH#*:}; mkdir -p server/www; runenv-publish --quiet server/www " + item + " " +

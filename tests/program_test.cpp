@@ -1,11 +1,11 @@
-// The programs as a user runs them: against a real web server with TLS, the real curl and tar, and
-// a stand-in on the search path only for what those cannot be made to do.
+// Runs the programs as a user does, with a real web server with TLS, and with the real curl and
+// tar. A fake tool is used only for what the real one cannot be made to do.
 #include "tests/program.h"
 
 #include <linux/close_range.h>
 
-// schema_test has the other command lines and documents that are refused.
-TEST_F(ProgramTest, BadInputEndsTheRunBeforeAnything) {
+// schema_test tests the other invalid command lines and documents.
+TEST_F(ProgramTest, BadInputEndsTheRunBeforeItChangesAnything) {
   const std::string usage =
       "\x1b[1musage:\x1b[0m  [--target 'platform'] [--temp-cache 'directory'] [--skip-platform] "
       "[--lock-latest] 'version info'\n"
@@ -44,7 +44,7 @@ TEST_F(ProgramTest, DocumentToolWritesAndPrints) {
       {"$v compose -o dash -- -5 -o=1 && $v show dash", "-5\n-o=1\n"},
       {"$v show --help", usage},
       {"$v compose --version | grep -c '^runenv-versions [0-9.]*$'", "1\n"},
-      // Where a link leads, and to a file whose name another one seems to have.
+      // Writes to the target of links, and to an open file that was removed.
       {"ln -s f last; ln -s ././././last l; $v compose 5 -o l; $v show f", "5\n"},
       {"chmod 640 f; $v compose 6 -o l; stat -c %a f; readlink l", "640\n././././last\n"},
       {"ln -s /proc/self/fd/1 out; exec 8>f 7<f; rm f; : >'f (deleted)'; $v compose 7 -o out >&8 &&"
@@ -81,7 +81,7 @@ TEST_F(ProgramTest, DocumentToolWritesAndPrints) {
       {"$v compose 1 -o", "", "option '-o' needs a file" + hint},
       {"$v compose 1 --output=", "", "option '--output' needs a file" + hint},
       {"$v compose 1 -o a --output b", "", "option '--output' is given twice" + hint},
-      // All is as it was.
+      // The failures above changed nothing.
       {"$v show d/v; ls -A d; chmod 700 closed; wc -c closed/*", listing + "l\nv\n0 closed/v\n"},
   };
   for (const Row& row : kRows) check(row.command, row.out, row.error);
@@ -111,9 +111,9 @@ TEST_F(ServerTest, InstallsOnceAndThenOnlyWhatHasChanged) {
       " runenv-bootstrap --temp-cache cache versions.bin; readlink cache; ls cache",
       "- 2/runenv/system-types/beta/0.9 [updating]\nreal\nother\n");
   EXPECT_EQ(installed(beta, "b2"), "b2: system-type beta 0.9 b2");
-  EXPECT_EQ(installed(beta, "b1"), "b2: system-type beta 0.9 b1");  // which is kept
+  EXPECT_EQ(installed(beta, "b1"), "b2: system-type beta 0.9 b1");  // the old release is kept
 
-  // The lock makes an empty pointer, which the group may write to as well.
+  // Locking creates an empty pointer, which is writable for the group, too.
   publish("platform 5", "r2 --platform other");
   const std::string locking =
       "umask 0; runenv-bootstrap --target other --lock-latest versions.bin; ";
@@ -130,15 +130,17 @@ TEST_F(ServerTest, InstallsOnceAndThenOnlyWhatHasChanged) {
 }
 
 TEST_F(ServerTest, OnlyTheLocksStayOpen) {
-  close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);  // what we were started with ourselves
-  // Tools have their three channels; 3 is the listing. curl also counts what the program holds once
-  // that waits: just after the start, its ends of the pipes are open, too.
+  close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);  // descriptors inherited by this test
+  // Tools have their three channels; 3 is the directory listed. This curl also counts the
+  // descriptors of the bootstrapper, but only when that waits: before, it still has further ends of
+  // the pipes.
   stand_in("curl",
            "ls /proc/self/fd | tr '\\n' ' ' >../log; until grep -q '^State:.S' /proc/$PPID/status; "
            "do :; done; ls /proc/$PPID/fd | wc -l >>../log; exec /usr/bin/curl $*");
   stand_in("tar", "ls /proc/self/fd | tr '\\n' ' ' >tar.log; exec /bin/tar \"$@\"");
-  // What there is at the last download of a run: three channels and two pipes to curl. Who has
-  // updated an item lets go of its lock; who has found it up to date relies on it.
+  // At the last download of a run, the bootstrapper has three channels, two pipes to curl, and
+  // locks. It releases the lock of an item that it has updated, and keeps the lock of one that was
+  // up to date.
   const std::pair<std::string, std::string> kRuns[] = {
       {"--lock-latest", "0 1 2 3 6\n"}, {"", "0 1 2 3 5\n"}, {"--lock-latest", "0 1 2 3 8\n"}};
   for (const auto& [options, held] : kRuns) {
@@ -148,7 +150,7 @@ TEST_F(ServerTest, OnlyTheLocksStayOpen) {
   EXPECT_EQ(read_file("tar.log"), "0 1 2 3 ");
 }
 
-TEST_F(ServerTest, ClosedDescriptorsBecomeNobodysFile) {
+TEST_F(ServerTest, NoFileIsOpenedAsAClosedStandardDescriptor) {
   const std::string pointer = "runenv/system-types/alpha/1.4/latest";
   bootstrap();
   for (const std::string closed : {" <&-", " >&-", " 2>&-", " <&- >&- 2>&-"}) {

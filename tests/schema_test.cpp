@@ -22,8 +22,8 @@ using strings = std::vector<std::string>;
 #define ROOT(name) image___version_info___root_t___##name
 #define ENTRY(name) image___version_info___root___system_types_t___##name
 
-// Parses a line of words and ends the process with the members of the record on standard error:
-// presence, mark and value of each.
+// Parses a line of words, prints the members of the record (presence, mark and value of each) on
+// standard error, and ends the process.
 static void parse(const std::string& line) {
   std::istringstream stream(line);
   const strings words{std::istream_iterator<std::string>(stream), {}};
@@ -48,7 +48,7 @@ TEST(Update, WordsFillTheMembersOrAreReportedWithACaret) {
   const std::string none = " requires an argument, but no argument is available";
   const std::string version_info = "path 'version info'" + none;
   const std::string superfluous = "superfluous command line argument(s)";
-  // The words, the column of the caret and the report; or 0 and the members.
+  // The words; then the column of the caret and the message, or 0 and the members.
   const std::tuple<std::string, size_t, std::string> kRows[] = {
       {"p v", 0, "0x 0x 0x 0x %v"},
       {"p --target mac --temp-cache d --skip-platform --lock-latest v", 0, "1%mac 1%d 1% 1% %v"},
@@ -124,7 +124,7 @@ TEST(VersionInfo, PropertiesAreAssignedOnceAndFailuresGoThroughTheRoot) {
   EXPECT_EQ(root->system_types_count, 1U);  // on purpose
 }
 
-TEST(VersionInfo, LengthsThatNoMemoryHoldsEndTheProcess) {
+TEST(VersionInfo, LengthsBeyondTheMemoryEndTheProcess) {
   const Document document;
   auto [pages, root] = std::pair(document.pages, document.root);
   for (const uint64_t length : {UINT64_MAX, UINT64_MAX - 1, UINT64_MAX / 2}) {
@@ -144,18 +144,18 @@ static std::string text(const std::string& bytes) {
   return number(bytes.size()) + bytes;
 }
 
-// What documents of moderate lengths become is held against a model under fuzz/.
+// The fuzz target compares the reader with a model, for documents of moderate lengths.
 TEST(VersionInfoBin, ClaimedLengthsAreNotTouched) {
   rusage before, after;
   getrusage(RUSAGE_SELF, &before);
   const std::string claim = number(UINT32_MAX);
   const std::string head = kFingerprint + text("2") + claim;
   EXPECT_EQ(Document().read(kFingerprint + claim + "2"), "insufficient data to read text");
-  const std::string key(1 << 20, 'k');  // more than a block of a length that has wrapped could hold
+  const std::string key(1 << 20, 'k');  // longer than a block whose length overflowed
   EXPECT_EQ(Document().read(head + claim + key), "insufficient bytes to read entry key");
   EXPECT_EQ(Document().read(head + text("a") + claim), "insufficient data to read text");
   getrusage(RUSAGE_SELF, &after);
-  // In KiB. An address sanitizer, which leaves mallinfo2 without figures, touches an eighth.
+  // In KiB. Under AddressSanitizer, mallinfo2 returns 0, and an eighth of the memory is used.
   EXPECT_LT(after.ru_maxrss - before.ru_maxrss, mallinfo2().arena == 0 ? 1 << 20 : 32 << 10);
 }
 
@@ -163,9 +163,9 @@ TEST(VersionInfoBin, AllBytesOfALengthCount) {
   Document document, large;
   auto [pages, root] = std::pair(document.pages, document.root);
   Buffer bytes(0);
-  ASSERT_EQ(DOCUMENT(write_bin_f)(root, &bytes), 0);  // nothing is assigned yet
+  ASSERT_EQ(DOCUMENT(write_bin_f)(root, &bytes), 0);  // without any assignment
   entry_t* const entry = document.add("unset");
-  root->system_types_count = 9;  // may be wrong
+  root->system_types_count = 9;  // it may be wrong
   ASSERT_EQ(DOCUMENT(write_bin_f)(root, &bytes), 0);
   entry->version_len = uint64_t{UINT32_MAX} + 1;
   EXPECT_EQ(DOCUMENT(write_bin_f)(root, &bytes), -1);

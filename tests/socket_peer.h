@@ -1,4 +1,4 @@
-// What the socket tests share: a connection in memory, and raw sockets for the other side of one.
+// Common code for the socket tests: a connection in memory, and raw sockets as its peers.
 #pragma once
 
 #include <arpa/inet.h>
@@ -28,13 +28,13 @@ inline void say(Connection* connection, const std::string& text) {
   finalize_outbound(message);
 }
 
-// Gives bytes to the receiver of a connection as poll does.
+// Passes bytes to the receiver of a connection as poll does.
 inline void feed(Connection* connection, std::string bytes) {
   connection->receiver(bytes.data(), static_cast<unsigned>(bytes.size()),
                        connection->context_object, connection);
 }
 
-// What is queued on a connection, block by block.
+// Returns the blocks that are queued on a connection.
 inline Messages queued(const Connection& connection) {
   Messages blocks;
   for (auto* block = connection.send_queue.head; block != nullptr; block = block->next) {
@@ -57,7 +57,7 @@ inline sockaddr_un unix_address(const std::string& path) {
   return address;
 }
 
-// A raw socket of the test's own.
+// A raw socket that is the peer of a connection.
 struct Peer {
   explicit Peer(const char* path, int type = SOCK_STREAM) : fd(socket(AF_UNIX, type, 0)) {
     const sockaddr_un address = unix_address(path);
@@ -67,7 +67,7 @@ struct Peer {
     const auto n = static_cast<ssize_t>(bytes.size());
     EXPECT_EQ(::send(fd.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), n);
   }
-  // Whatever comes until the other side closes.
+  // Returns all bytes until the other side closes.
   std::string receive() const {
     std::string bytes;
     char area[65536];
@@ -83,7 +83,7 @@ class SocketTest : public ScratchTest {
  public:
   SocketTest() { Runtime.startsocket(); }
 
-  // Ends all that a test has left, as its owner would.
+  // Closes what the test has left open, as its owner would.
   ~SocketTest() override {
     genv_debug_info = genv_debug_verbose = false;
     Runtime.poll(0);
@@ -96,7 +96,7 @@ class SocketTest : public ScratchTest {
 
   Listener* listen_unix(const char* path) { return create_listener(path, this, factory, ended); }
 
-  // A peer on a fresh unix listener, accepted.
+  // Returns an accepted peer of a new unix listener.
   std::unique_ptr<Peer> connect_peer() {
     listen_unix("s");
     auto peer = std::make_unique<Peer>("s");
@@ -108,7 +108,7 @@ class SocketTest : public ScratchTest {
     static_cast<SocketTest*>(test)->messages.push_back(text);
   }
 
-  Messages messages;  // what comes in raw connections
+  Messages messages;  // received by raw connections
   std::vector<Connection*> connections;
   int closed = 0;
   std::function<void(Connection*)> accepted = [](Connection*) {};

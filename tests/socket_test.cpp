@@ -15,7 +15,7 @@
 
 using std::chrono::milliseconds;
 
-// The call of this name gives a result and an error instead, as the kernel does not on demand.
+// The system call of this name returns this result and error instead of calling the kernel.
 static struct {
   std::string name;
   int result, error;
@@ -39,12 +39,12 @@ int listen(int fd, int backlog) noexcept {
 int connect(int fd, const sockaddr* address, socklen_t length) {
   const auto result = static_cast<int>(syscall(SYS_connect, fd, address, length));
   if (fault.name != "connect") return result;
-  fault.name.clear();  // the connection is made all the same
+  fault.name.clear();  // but the connection is made
   return errno = fault.error, -1;
 }
 }
 
-// Prints a line with the Error that an action throws.
+// Runs an action and prints a line with the Error that it throws.
 static void attempt(const auto& action) {
   try {
     action();
@@ -139,23 +139,23 @@ TEST(SocketMessages, AreStreamsOfChunksOfAnySize) {
   const std::string wire = sent[0] + sent[1] + sent[2];
   size_t at = 0;
   for (; at < 16900000; at += 100000) feed(&connection, wire.substr(at, 100000));
-  feed(&connection, wire.substr(at));  // from here on the chunks are complete
+  feed(&connection, wire.substr(at));  // the other chunks arrive complete
   EXPECT_TRUE(ended);
   const auto heap = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
   const size_t before = heap();
-  feed(&connection, "\xff\xff\xff\xff begun");  // nothing is claimed ahead
+  feed(&connection, "\xff\xff\xff\xff begun");  // allocates no memory for the announced length
   EXPECT_LT(heap(), before + 100000);
 }
 
 TEST_F(SocketTest, BlockingReadsWaitFailAndExpire) {
-  static int late = -1;  // what signals write to
+  static int late = -1;  // signals write to it
   auto peer = connect_peer();
   Connection* const connection = connections.at(0);
   char bytes[8];
   const auto read = [&] { EXPECT_EQ(Message::Inbound{connection}.recv_chunk(bytes, 8), 1U); };
   const itimerval often{{0, 20000}, {0, 20000}}, once{{}, {0, 20000}};
   std::signal(SIGALRM, [](int) { send(late, "x", 1, MSG_NOSIGNAL); });
-  setitimer(ITIMER_REAL, &often, nullptr);  // which does not prolong the wait
+  setitimer(ITIMER_REAL, &often, nullptr);  // signals do not prolong the wait
   set_timeout(connection, 1);
   EXPECT_EQ(recv_blocked(connection, bytes, 0), 0U);
   const milliseconds waited = elapsed([&] {
@@ -194,7 +194,7 @@ TEST_F(SocketTest, QueuesGoOutWholeButNotToTheDead) {
   Runtime.startsocket();
   EXPECT_EQ(std::signal(SIGPIPE, SIG_IGN), SIG_IGN);
   EXPECT_EQ(Runtime.pid(), getpid());
-  EXPECT_GT(elapsed([] { Runtime.sleep(4294968 + 19); }), milliseconds(19));  // the former wraps
+  EXPECT_GT(elapsed([] { Runtime.sleep(4294968 + 19); }), milliseconds(19));  // 4294968 overflows
   std::string received;
   std::thread other_side([&] {
     Runtime.sleep(20);
@@ -217,14 +217,14 @@ TEST_F(SocketTest, QueuesGoOutWholeButNotToTheDead) {
 
 TEST_F(SocketTest, AListenerEndsWithItsConnectionsAndOthersGoOn) {
   Listener* const doomed = listen_unix("doomed");
-  destroy_listener(doomed);  // no poll has taken it up: left untouched
+  destroy_listener(doomed);  // no effect before the first poll
   listen_unix("deadly"), listen_unix("later");
   Peer peers[2] = {Peer("doomed"), Peer("doomed")};
   ASSERT_TRUE(poll_until([&] { return connections.size() == 2; }));
   accepted = [&](Connection* connection) {
     if (!connection->name.starts_with("deadly")) return;
     say(connections[0], "dropped");
-    destroy_listener(doomed);  // from a callback of another, while the pass goes on
+    destroy_listener(doomed);  // by a callback of another listener, during a pass
     listen_unix("born");
   };
   Peer first("deadly"), second("later");
@@ -251,11 +251,11 @@ TEST_F(SocketTest, EmptyAndThrowingCallablesPassThroughButNothingRunsTwice) {
   EXPECT_THROW(Runtime.poll(1000), std::bad_function_call);  // the closed callback
   listener->closed = [&](void*, Connection*) {
     messages.push_back(std::to_string(owned.size()));
-    destroy_listener(listener);  // it ends already
+    destroy_listener(listener);  // it is already ending
     runenv::throw_failure(messages.back());
   };
-  EXPECT_EQ(outcome([&] { destroy_listener(listener); }), "10 2\n");  // its first failure
-  EXPECT_EQ(messages, (Messages{"2", "1"}));  // yet it ended whole, one by one
+  EXPECT_EQ(outcome([&] { destroy_listener(listener); }), "10 2\n");  // the first failure is thrown
+  EXPECT_EQ(messages, (Messages{"2", "1"}));  // but all connections ended, one by one
 }
 
 TEST_F(SocketTest, CallbacksThatPullTheLayerFromUnderThemselvesEndTheProgram) {
@@ -264,7 +264,7 @@ TEST_F(SocketTest, CallbacksThatPullTheLayerFromUnderThemselvesEndTheProgram) {
   const auto poll_again = [](void*, Connection*) { return Runtime.poll(0), nullptr; };
   const auto ignore = [](void*, Connection*) { return nullptr; };
   const auto run = [](const auto& on_accept, const auto& on_close) {
-    alarm(10);  // it could as well go on for ever
+    alarm(10);  // otherwise it might run for ever
     own = create_listener("own", nullptr, on_accept, on_close);
     std::make_unique<Peer>("own").reset();
     for (;;) Runtime.poll(1000);
@@ -294,13 +294,14 @@ TEST_F(SocketTest, FailedAcceptsPauseWhileOthersGoOn) {
   EXPECT_TRUE(doubled >= milliseconds(10 + 20 + 40 + 80 + 160) && doubled < milliseconds(1200));
   EXPECT_TRUE(poll_until([&] { return connections.size() == 2; }));
   Peer second("s");
-  EXPECT_LT(failures(2, "", FD_SETSIZE, "Too many open files"), milliseconds(600));  // begun anew
+  EXPECT_LT(failures(2, "", FD_SETSIZE, "Too many open files"), milliseconds(600));  // a new pause
   EXPECT_TRUE(poll_until([&] { return connections.size() == 3; }));
 }
 
-// Holds what a script prints against lines that begin with "-" where they come in any case, with
-// "i" or "v" where information or the trace is asked for: one letter for each time in a row. Ports
-// and descriptors are N there, colours stand in <>, and | begins a further line of a dump.
+// Compares the output of a script with `lines`. A line begins with "-" if it is always printed,
+// with "i" if only with information, with "v" if only with the trace. The letter is repeated as
+// often as the line. Ports and descriptors are N, colours are in <>, and | is a line break in a
+// dump.
 static void expect_lines(const auto& script, const char* lines) {
   const std::pair<std::regex, const char*> kRows[] = {
       {std::regex("(:|-> )[0-9]+(?=['\\s])"), "$1N"},
@@ -321,13 +322,13 @@ static void expect_lines(const auto& script, const char* lines) {
   }
 }
 
-TEST_F(SocketTest, WhatCannotBeMadeIsSaid) {
+TEST_F(SocketTest, EveryFailureToCreateIsReported) {
   const std::string longest(107, 'p'), over = longest + "q";
   const auto create_all = [&](const char* address, const char* server, const char* path) {
     return (create_listener(address, "0", "n", this, factory, ended) != nullptr) +
            (create_client(server, "1", this, ended) != nullptr) + (listen_unix(path) != nullptr) +
            (create_client(path, this, ended) != nullptr) +
-           (endpoint_create(path, this, nullptr) != nullptr);  // how many there are
+           (endpoint_create(path, this, nullptr) != nullptr);  // the number of successes
   };
   files::create_directory("dir");
   const auto script = [&] {
@@ -424,7 +425,7 @@ TEST_F(SocketTest, EndpointsExchangePrefixedDatagrams) {
                                            const char* sender, EndPoint* self) mutable {
     const std::string text(static_cast<const char*>(payload), n);
     if (text == "end") endpoint_destroy(self), endpoint_destroy(self);
-    if (text == "kill") endpoint_destroy(b);  // which has something to receive
+    if (text == "kill") endpoint_destroy(b);  // although it has something to receive
     note(this, sender + (dots += ".") + text);
     if (text == "throw") throw std::runtime_error(text);
   };
@@ -433,7 +434,7 @@ TEST_F(SocketTest, EndpointsExchangePrefixedDatagrams) {
     unlink(longest.c_str());
     EndPoint* const a = endpoint_create("a", nullptr, receive);
     b = endpoint_create("b", nullptr, receive);
-    const auto send_to = [a](const char* to, const std::string& bytes) {  // false when sent, too
+    const auto send_to = [a](const char* to, const std::string& bytes) {  // false even on success
       const auto length = static_cast<unsigned short>(bytes.size());
       EXPECT_FALSE(endpoint_sendto(a, to, bytes.data(), length));
     };
@@ -457,7 +458,7 @@ TEST_F(SocketTest, EndpointsExchangePrefixedDatagrams) {
     EXPECT_EQ(recv(a->fd, bytes, sizeof bytes, MSG_PEEK), 8);
     EXPECT_STREQ(bytes, "QVIRkill");
     Runtime.poll(1000);
-    dup2(runenv::unique_fd(open("/dev/null", O_RDWR)).get(), a->fd);  // which fails to receive
+    dup2(runenv::unique_fd(open("/dev/null", O_RDWR)).get(), a->fd);  // it cannot receive
     Runtime.poll(1000);
     endpoint_destroy(a);
     Runtime.poll(0);
@@ -484,7 +485,7 @@ v EndPoint 'a' failed to receive.
 )");
 }
 
-TEST_F(SocketTest, SocketsAreMadeForTheLoopAndTheirLifeIsTold) {
+TEST_F(SocketTest, SocketsAreSetUpForTheLoopAndTheirLifeIsLogged) {
   const auto option = [](int fd, int level, int name) {
     int value = 0;
     socklen_t length = sizeof value;

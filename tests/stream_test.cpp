@@ -24,7 +24,7 @@ TEST_F(StreamTest, AFileIsDeliveredInBlocks) {
   InstreamPathImpl variant("f");
   InstreamCache* const cache = variant.stream();
   char bytes[8192];
-  // What is asked for, what comes and what the block has left.
+  // The requested bytes, the returned bytes, and the bytes that remain in the block.
   const std::tuple<unsigned, long long, long long> kRows[] = {
       {100, 100, 3996}, {8192, 3996, 4096}, {8192, 4096, 1808}, {8192, 1808, 0}, {1, -1, 0}};
   for (const auto& [count, delivered, available] : kRows) {
@@ -34,7 +34,7 @@ TEST_F(StreamTest, AFileIsDeliveredInBlocks) {
   EXPECT_EQ(instream_api_read_len(cache, bytes, 1), 0);
 }
 
-// However a file is taken, its bytes come once and in order, and a buffer grows by doubling.
+// Pieces of any size return every byte once and in order, and a buffer grows by doubling.
 TEST_F(StreamTest, AFileIsTheSameInAnyPieces) {
   for (const size_t size : {0U, 5U, 4096U, 8192U, 10000U, 200000U}) {
     const std::string content = pattern(size);
@@ -99,7 +99,7 @@ TEST_F(StreamTest, RecordsReadAndSeek) {
   write_file("f", content);
   runenv::OwnedBucket path(fs_init("f")), missing(fs_init("no"));
   EXPECT_EQ(fs_open_read(&missing), nullptr);
-  // From 4: the origin and the offset; where that leads in memory and in a file, -1 for nowhere.
+  // Seeks from position 4: origin, offset, and the new position in memory and in a file, or -1.
   const std::tuple<int, long long, int, int> kRows[] = {
       {0, 10, 10, 10}, {0, 11, -1, 11}, {0, -1, -1, -1},       {1, 6, 10, 10},
       {1, 7, -1, 11},  {1, -4, 0, 0},   {1, -5, -1, -1},       {1, INT64_MAX, -1, -1},
@@ -128,7 +128,7 @@ TEST_F(StreamTest, RecordsReadAndSeek) {
   istream_destroy(input);
 }
 
-TEST(Outstream, MemoryGetsFullStagesAndTheRestAtTheEnd) {
+TEST(Outstream, MemoryGetsFullBlocksAndTheRestAtTheEnd) {
   static constexpr size_t kMiB = 1024 * 1024;
   const std::string content = pattern(3 * kMiB + 8);
   OutstreamMemImpl memory(0);
@@ -136,7 +136,7 @@ TEST(Outstream, MemoryGetsFullStagesAndTheRestAtTheEnd) {
   for (const size_t size : {size_t{5}, kMiB - 5, size_t{0}, kMiB, size_t{1}, kMiB + 7}) {
     outstream_api_write_len(memory.stream(), content.data() + written, size);
     written += size;
-    EXPECT_EQ(memory.buffer.size, (written - 1) / kMiB * kMiB);  // the next write hands on
+    EXPECT_EQ(memory.buffer.size, (written - 1) / kMiB * kMiB);  // the next write flushes
   }
   memory.finalize(false);
   EXPECT_TRUE(std::string(memory.buffer.array, memory.buffer.size) == content);
@@ -144,7 +144,7 @@ TEST(Outstream, MemoryGetsFullStagesAndTheRestAtTheEnd) {
   EXPECT_TRUE(std::string(memory.buffer.array, memory.buffer.size) == content + '\0');
 }
 
-// Closed through a base, they would leave their files open.
+// The destructors are not virtual: one called through a base class would leave the file open.
 static_assert(!std::is_convertible_v<OutstreamPathImpl*, OutstreamFSImpl*> &&
               !std::is_convertible_v<InstreamPathImpl*, InstreamFSImpl*>);
 
@@ -157,7 +157,7 @@ TEST_F(StreamTest, AFileThatIsNotWholeIsReportedByEveryFinalize) {
       Outstream(file.stream()).write_len(content.data(), size);
       const int expected = size != 0 && path[0] == '/' ? EOF : 0;
       EXPECT_EQ(file.finalize(), expected) << path << " " << size;
-      Outstream(file.stream()).write_len(content.data(), size);  // too late
+      Outstream(file.stream()).write_len(content.data(), size);  // after the end
       EXPECT_EQ(file.finalize(), expected);
       Outstream(file.stream()).write("for the destructor");
     }
@@ -165,7 +165,7 @@ TEST_F(StreamTest, AFileThatIsNotWholeIsReportedByEveryFinalize) {
   }
 }
 
-TEST_F(StreamTest, ABorrowedFileGetsWhatIsStagedAndStaysOpen) {
+TEST_F(StreamTest, ABorrowedFileGetsBufferedBytesAndStaysOpen) {
   const runenv::owner<FILE, std::fclose> borrowed(std::fopen("f", "wb"));
   {
     OutstreamFSImpl file(borrowed.get());

@@ -1,5 +1,5 @@
-// Signed releases on their whole road: runenv-publish has the real minisign sign them, a real
-// server serves them, and the bootstrapper unpacks them with runenv-verify in the place of tar.
+// Signed releases from signing to installation: runenv-publish signs them with the real minisign, a
+// real server serves them, and the bootstrapper unpacks them with runenv-verify instead of tar.
 #include <algorithm>
 #include <tuple>
 
@@ -14,7 +14,7 @@ static const std::string kArchive = kItem + "r2/linux-x64.tar.gz";
 static const std::string member =
     "tail -c +$(($(tail -c 999 r2 | sed -n 's/^trusted.* bytes=//p') + 1)) r2";
 
-// The machine has r1, verified. The server has r2 as well, which is the latest there.
+// The machine has installed r1 with verification. The server also has r2, the latest release there.
 class VerifyTest : public ServerTest {
  protected:
   VerifyTest() {
@@ -23,7 +23,7 @@ class VerifyTest : public ServerTest {
     stand_in("sign",
              "exec runenv-publish server/www platform ${3-5} --from ${from-content} --as-is "
              "--replace --sign ${2-our}.key -- \"$1\"");
-    // By it, a producer publishes what nobody should.
+    // With this tar, runenv-publish accepts content that it would reject.
     stand_in("../blind/tar", "[ $1 = -t ] || exec /bin/tar \"$@\"");
     const Outcome made =
         run("mkdir keys && minisign -GW -p keys/our.pub -s our.key &&"
@@ -33,7 +33,7 @@ class VerifyTest : public ServerTest {
             kArchive + " r2");
     EXPECT_EQ(made.status, 0) << made.err;
   }
-  // Updates the machine after the change; undo has everything as it was before.
+  // Makes a change and updates the machine. undo() restores the state before.
   Outcome update_after(const std::string& change, bool as_ordinary = false) {
     run("mkdir saved && cp -a keys content runenv server/www saved && mv saved/www saved/w");
     run(change);
@@ -46,7 +46,7 @@ class VerifyTest : public ServerTest {
   std::string machine() {
     return run("find runenv -printf '%p %m %l\\n' -type f -exec cat {} + | sort").out;
   }
-  // Publishes as r2 what minisign signs with these options.
+  // Publishes as r2 an archive that minisign has signed with these options.
   void sign_by_hand(const std::string& options) {
     const Outcome outcome = run(
         "/bin/tar -C content -czf bare . && bytes=$(stat -c %s bare) && comment='runenv archive: "
@@ -58,13 +58,13 @@ class VerifyTest : public ServerTest {
   }
 };
 
-TEST_F(VerifyTest, NothingButWhatWasSignedForItIsUnpacked) {
+TEST_F(VerifyTest, OnlyWhatWasSignedForThePlaceIsUnpacked) {
   const std::tuple<std::string, std::string> kRows[] = {
       {"ln -s nowhere keys/policy", "keys/policy: cannot be read"},
       {"gzip -dc r2 | gzip >" + kArchive, "is not signed"},
       {"sign r2 their", ", which is not trusted here"},
       {"rm keys/our.pub && cp their.pub keys", ", which is not trusted here"},
-      {"rm keys/our.pub", "keys: holds no key (*.pub), so nothing can be verified"},
+      {"rm keys/our.pub", "keys: contains no key (*.pub), so nothing can be verified"},
       {"rm -r keys", "keys: No such file or directory"},
       {"echo >keys/b.pub", "keys/b.pub: is not a public key of minisign"},
       {"cp our.key keys/b.pub", "keys/b.pub: is not a public key of minisign"},
@@ -74,7 +74,7 @@ TEST_F(VerifyTest, NothingButWhatWasSignedForItIsUnpacked) {
        "keys/b.pub: is not a public key of minisign"},
       {"ln -s /proc/self/mem keys/b.pub", "keys/b.pub: Input/output error"},
       {"mkdir keys/b.pub", "keys/b.pub: is not a regular file"},
-      {"echo yes >keys/policy", "keys/policy: unknown demand 'yes'"},
+      {"echo yes >keys/policy", "keys/policy: unknown policy 'yes'"},
       {"mkdir keys/policy", "keys/policy: cannot be read"},
       {"cp " + kItem + "r1/* " + kArchive,
        "for 'runenv/platform/5/r1', not as 'linux-x64.tar.gz' for 'runenv/platform/5/r2'"},
@@ -111,7 +111,7 @@ TEST_F(VerifyTest, NothingButWhatWasSignedForItIsUnpacked) {
   }
 }
 
-TEST_F(VerifyTest, WhatIsSignedTakesItsPlaceWhole) {
+TEST_F(VerifyTest, SignedReleasesReplaceTheirPlaceInOneStep) {
   const std::string staging = "'runenv/platform/5/.runenv-verify#unpacking'";
   const std::tuple<std::string, std::string, std::string> kRows[] = {
       {":", "cat r2/file", "r2\n"},
@@ -130,7 +130,7 @@ TEST_F(VerifyTest, WhatIsSignedTakesItsPlaceWhole) {
       {"runenv-publish server/www platform 5 r2 --sign our.key", "cat r2/file", "r2\n"},
   };
   for (const auto& [change, look, seen] : kRows) {
-    // Only an ordinary user is held off by a directory that nobody may write to.
+    // A directory without write permission stops only an ordinary user.
     const Outcome outcome = update_after(change, change.find("555 runenv") != std::string::npos);
     EXPECT_EQ(outcome.out, "- 2/runenv/platform/5 [updating]\n") << outcome.err;
     const Outcome result = run("cd runenv/platform/5 && " + look + " && ls -A && cat latest");
@@ -139,7 +139,7 @@ TEST_F(VerifyTest, WhatIsSignedTakesItsPlaceWhole) {
   }
 }
 
-// All that is signed, and all that says by whom and for what, is held at every byte.
+// Every changed byte is detected, in the content and in the signature.
 TEST_F(VerifyTest, NoByteMayChange) {
   const std::string whole = read_file("r2");
   const size_t free = whole.find("untrusted comment: ") + 19, end = whole.find('\n', free);
@@ -162,12 +162,12 @@ TEST_F(VerifyTest, NoByteMayChange) {
   EXPECT_THROW(runenv::signature_member(std::string(65508, 'x')), Error);
 }
 
-TEST_F(VerifyTest, WhatIsCheckedIsUnpacked) {
+TEST_F(VerifyTest, UnpacksTheBytesThatItHasChecked) {
   run("mkdir e && echo evil >e/file && /bin/tar -C e -czf evil . && echo no-rollback >keys/policy "
       "&& rm runenv/platform/5/latest &&"
       " mkfifo runenv/platform/5/latest && mkdir runenv/platform/5/r2 && cp r2 linux-x64.tar.gz");
   const Run unpacking = start("verify/tar -x -f linux-x64.tar.gz -C runenv/platform/5/r2");
-  // It asks for the pointer when it has checked all, and waits for somebody who writes it.
+  // After it has checked everything, it opens the pointer, a fifo, and waits for a writer.
   run("exec 3>runenv/platform/5/latest; cat evil >linux-x64.tar.gz; echo r1 >&3");
   EXPECT_EQ(finish(unpacking).status, 0);
   EXPECT_EQ(local("platform/5/r2/file"), "r2\n");
@@ -177,10 +177,10 @@ TEST_F(VerifyTest, SignsAndVerifiesLikeMinisign) {
   const std::tuple<std::string, std::string> kRows[] = {
       {"-t \"$comment$bytes\"", ""},
       {"-t \"$comment$bytes\" -c \"$(head -c 900 /dev/zero | tr '\\0' x)\"", ""},
-      {"-l -t \"$comment$bytes\"", "is signed in a format of minisign's that is not supported"},
-      {"", "is signed for something else than a release: 'timestamp:"},
-      {"-t \"${comment}9\"", "is signed for something else than a release: 'runenv archive: "},
-      {"-t \"$comment$bytes \"", "is signed for something else than a release: 'runenv archive: "},
+      {"-l -t \"$comment$bytes\"", "is signed in a minisign format that is not supported"},
+      {"", "is not signed as a release, but as 'timestamp:"},
+      {"-t \"${comment}9\"", "is not signed as a release, but as 'runenv archive: "},
+      {"-t \"$comment$bytes \"", "is not signed as a release, but as 'runenv archive: "},
   };
   for (const auto& [options, error] : kRows) {
     sign_by_hand(options);
@@ -199,7 +199,7 @@ TEST_F(VerifyTest, SignsAndVerifiesLikeMinisign) {
       << split.err;
 }
 
-TEST_F(VerifyTest, PolicyForbidsGoingBack) {
+TEST_F(VerifyTest, PolicyForbidsRollback) {
   run("echo '# as the guide says' >keys/policy; echo no-rollback >>keys/policy; sleep 1;"
       " sign r2; update;"
       " runenv-publish server/www platform 5 r1 --latest-only");
@@ -213,7 +213,7 @@ TEST_F(VerifyTest, PolicyForbidsGoingBack) {
   undo();
   EXPECT_EQ(update_after("rm -r runenv").status, 0);
   undo();
-  // A directory of that name can be the server's doing.
+  // The server can cause a directory of that name.
   EXPECT_EQ(
       update_after("cd runenv/platform/5/r2; rm .runenv-signature; mkdir .runenv-signature").status,
       0);
@@ -221,11 +221,12 @@ TEST_F(VerifyTest, PolicyForbidsGoingBack) {
   EXPECT_EQ(update_after("runenv-publish server/www platform 5 r1 --sign our.key").status, 0);
   undo();
   outcome = update_after("touch content/.runenv-signature; sign r1");
-  EXPECT_NE(outcome.err.find("is in the archive, but only verifying may put it"), std::string::npos)
+  EXPECT_NE(outcome.err.find("is in the archive, but only runenv-verify may create it"),
+            std::string::npos)
       << outcome.err;
 }
 
-TEST_F(VerifyTest, ProducerKeepsOnSigning) {
+TEST_F(VerifyTest, SignedItemsStaySigned) {
   const std::string program = "runenv-publish server/www platform 5 ";
   const std::tuple<std::string, std::string> kRows[] = {
       {"r2 --sign our.key", ""},
@@ -250,7 +251,7 @@ TEST_F(VerifyTest, ProducerKeepsOnSigning) {
        "--latest-only goes with --drop-platforms and --unsigned"},
       {"r7 --sign our.key --replace", "--sign without --from goes with --platform alone"},
   };
-  run(member + " >>" + kArchive);  // signed twice: to sign it again mends that
+  run(member + " >>" + kArchive);  // signed twice; the next signing repairs that
   for (const auto& [words, error] : kRows) {
     const Outcome outcome = run(program + words);
     EXPECT_EQ(outcome.status, error == "" ? 0 : 1) << words << outcome.err;
@@ -264,13 +265,12 @@ TEST_F(VerifyTest, ProducerKeepsOnSigning) {
 
 TEST_F(VerifyTest, CommandLine) {
   const std::string hint = "\nTry 'runenv-verify --help'.", program = "runenv-verify ",
-                    words =
-                        "in the place of tar it takes -x -f ARCHIVE -C RELEASE and nothing else";
+                    words = "instead of tar, it accepts only -x -f ARCHIVE -C RELEASE";
   EXPECT_TRUE(run("runenv-verify --help").out.starts_with("usage: runenv-verify [--keys DIREC"));
   teller = "runenv-verify: ";
   const Row kRows[] = {
       {"", "", "an archive is needed" + hint},
-      {"r2 --tar -x -f r2 -C r", "", "--tar takes the place of archives" + hint},
+      {"r2 --tar -x -f r2 -C r", "", "--tar cannot be combined with archives" + hint},
       {"--tar -x -f r2 -C", "", words + hint},
       {"--tar -x -z -f r2 -C r", "", words + hint},
       {"--tar -x -C r -f r2", "", words + hint},
@@ -281,7 +281,7 @@ TEST_F(VerifyTest, CommandLine) {
       {"--keys keys keys/our.pub", "", "keys/our.pub: is not signed"},
   };
   for (const auto& [arguments, out, error] : kRows) check(program + arguments, out, error);
-  // Under the name of tar it takes tar's words, with the keys that are built in.
+  // Under the name tar, it accepts tar's arguments and uses the built-in keys.
   check(
       "d=runenv/platform/5; mkdir -p $d/r2 $d/.runenv-verify#unpacking; cp r2 linux-x64.tar.gz;"
       " flock $d/.runenv-verify#unpacking verify/tar -x -f linux-x64.tar.gz -C $d/r2",

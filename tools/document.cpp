@@ -20,7 +20,7 @@ void read_document(const char* path, const Document& document) {
   }
   const int result =
       image___version_info___parse_bin_f(document.allocator.get(), document.root, stream.get());
-  // To the parser a failure to read is the end of the file.
+  // The parser takes a failure to read for the end of the file.
   if (std::ferror(reinterpret_cast<istream_file*>(stream.get())->file) != 0) {
     throw_errno_of(path);
   }

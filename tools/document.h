@@ -1,4 +1,4 @@
-// A version info document, as the companions read it.
+// A version info document in memory.
 #pragma once
 
 #include <string>
@@ -15,11 +15,11 @@ struct Document {
   image___version_info___root_t* root = image___version_info___root_t___allocate_f(allocator.get());
 };
 
-// Throws Error if the file cannot be read or is no document.
+// Reads the file into `document`. Throws Error if it cannot be read or is not a document.
 void read_document(const char* path, const Document& document);
 
-// The directories of the document's items below "runenv", such as "platform/5" and
-// "system-types/linker/0.9", in the order in which the bootstrapper visits them.
+// Returns the directories of the document's items below "runenv", such as "platform/5" and
+// "system-types/linker/0.9", in the order in which the bootstrapper updates them.
 std::vector<std::string> item_directories(const Document& document);
 
 }  // namespace runenv

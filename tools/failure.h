@@ -1,4 +1,4 @@
-// Throwing an Error of the form "SUBJECT: REASON", such as "FILE: No such file or directory".
+// Throws an Error of the form "SUBJECT: REASON", such as "FILE: No such file or directory".
 #pragma once
 
 #include <string_view>

@@ -20,8 +20,8 @@ static constexpr std::string_view kPrehashedEd25519 = "ED";
 static constexpr size_t kPublicKeySize = kHeadSize + crypto_sign_PUBLICKEYBYTES;
 static constexpr size_t kSignatureSize = kHeadSize + crypto_sign_BYTES;
 
-// The bytes that the base64 text stands for. None unless there are exactly `size` of them, and the
-// text is the only one that stands for them: libsodium lets some odd characters pass.
+// Decodes base64. Returns nothing unless the result has exactly `size` bytes and encodes to the
+// same text again: libsodium accepts some invalid characters.
 static std::optional<std::string> decode(std::string_view text, size_t size) {
   std::string bytes(size, '\0');
   auto* const begin = reinterpret_cast<unsigned char*>(bytes.data());
@@ -43,7 +43,7 @@ static const unsigned char* raw(const std::string& bytes) {
   return reinterpret_cast<const unsigned char*>(bytes.data());
 }
 
-// minisign prints the id as a number, whose lowest byte comes first in the files.
+// minisign prints the id as a number. The files have its lowest byte first.
 static std::string printed_id(std::string_view decoded) {
   std::string result;
   for (size_t i = kHeadSize; i-- > kAlgorithmSize;) {
@@ -107,7 +107,7 @@ static PublicKey load_key(const fs::path_t& path, const std::string& name) {
 
 std::vector<PublicKey> load_keys(const std::string& directory) {
   if (sodium_init() < 0) {
-    throw_failure("libsodium does not work here");
+    throw_failure("libsodium could not be initialised");
   }
   const fs::path_t path(directory.c_str());
   open_directory(path);
@@ -119,7 +119,7 @@ std::vector<PublicKey> load_keys(const std::string& directory) {
     }
   }
   if (result.empty()) {
-    throw_failure_of(directory, "holds no key (*.pub), so nothing can be verified");
+    throw_failure_of(directory, "contains no key (*.pub), so nothing can be verified");
   }
   return result;
 }
@@ -143,7 +143,7 @@ const PublicKey& check_comment(const char* path, const Signature& signature,
   }
   if (!decoded->starts_with(kPrehashedEd25519)) {
     throw_failure_of(
-        path, "is signed in a format of minisign's that is not supported, such as the legacy one");
+        path, "is signed in a minisign format that is not supported, such as the legacy one");
   }
   const std::string id = printed_id(*decoded);
   const std::string comment = decoded->substr(kHeadSize) + signature.trusted_comment;

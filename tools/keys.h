@@ -1,4 +1,4 @@
-// The producers' public keys, and checking signatures with them.
+// The public keys of producers, and checking signatures with them.
 #pragma once
 
 #include <sodium.h>
@@ -13,7 +13,7 @@
 
 namespace runenv {
 
-// The BLAKE2b hash of a content, which is what minisign signs.
+// The BLAKE2b hash of a content. minisign signs this hash.
 class Digest {
  public:
   Digest();
@@ -30,16 +30,16 @@ struct PublicKey {
   std::array<unsigned char, crypto_sign_PUBLICKEYBYTES> key;
 };
 
-// Reads the two lines of a key file: a remark, and the key in base64. None if it is anything else.
-// `file` is the name of the file.
+// Parses the two lines of a key file: a comment, and the key in base64. Returns nothing for any
+// other text. `file` is the name of the file.
 std::optional<PublicKey> parse_key(std::string_view text, const std::string& file);
 
 // Reads all files "*.pub" in the directory. Throws Error if there is none, or if one of them cannot
-// be read or is not a public key of minisign's: what an operator believes to be in force is.
+// be read or is not a public key of minisign, so that no key is silently ignored.
 std::vector<PublicKey> load_keys(const std::string& directory);
 
-// Returns the key that has signed the trusted comment, and with it the signature of the content.
-// Needs nothing of the content. Throws Error "PATH: REASON" if none has.
+// Returns the key that has signed the trusted comment and the signature of the content. Does not
+// need the content. Throws Error "PATH: REASON" if no key has.
 const PublicKey& check_comment(const char* path, const Signature& signature,
                                const std::vector<PublicKey>& keys);
 

@@ -86,6 +86,7 @@ void pack(const Making& making, uint64_t bytes, const Replacement& archive) {
     words.insert(words.end(), listed->words().begin(), listed->words().end());
   }
   std::vector<const char*> argv;
+  argv.reserve(words.size() + 1);
   for (const std::string& word : words) {
     argv.push_back(word.c_str());
   }

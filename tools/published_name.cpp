@@ -36,8 +36,8 @@ std::string_view last_component(std::string_view path) {
   return path.substr(path.rfind('/') + 1);
 }
 
-// curl refuses control characters and blanks, and takes "[]{}" for patterns. A URL's path ends at
-// "?" and "#". Servers decode "%". tar takes a backslash in its directory for an escape. A pointer
+// curl rejects control characters and blanks, and expands "[]{}". A URL's path ends at "?" and "#".
+// Servers decode "%". tar takes a backslash in the name of its directory for an escape. A pointer
 // ends at a line end.
 static bool is_reserved(char c) {
   return is_control(c) || std::strchr("/ #%?[]{}\\", c) != nullptr;

@@ -6,16 +6,16 @@
 
 namespace runenv {
 
-// The text with each control character written as "\xNN". In a message it takes one line and does
-// nothing to a terminal.
+// Returns the text with each control character written as "\xNN", so that a message is one line and
+// harmless to a terminal.
 std::string printable(std::string_view text);
 
-// What follows the last "/" of the path.
+// Returns the part of the path after the last "/".
 std::string_view last_component(std::string_view path);
 
-// Throws Error unless `name` is one path component that every reader takes as it is, curl and tar
-// included. `what` stands for it in the message. `appended` follows it in the name of its file,
-// which must not get too long.
+// Throws Error unless `name` is one path component without characters that are special to curl,
+// tar, servers or pointers. `what` is its kind, for the message. Its file is called `name` followed
+// by `appended`, which must not be too long.
 void check_name(const char* what, const std::string& name, const char* appended = "");
 
 }  // namespace runenv

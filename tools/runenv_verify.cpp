@@ -1,4 +1,4 @@
-// runenv-verify: checks who has signed an archive and for what, by itself or in the place of tar.
+// runenv-verify: checks the signatures of archives, or unpacks verified archives instead of tar.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -40,14 +40,13 @@ static constexpr char kUsage[] =
     "Checks that archives are signed by a trusted key, and prints which key that is and what the\n"
     "archive is for.\n"
     "\n"
-    "With --tar, or under the name tar, it stands in for the tar that runenv-bootstrap starts:\n"
-    "it unpacks the archive if that is signed for exactly this release and platform, and refuses\n"
-    "it otherwise.\n"
+    "With --tar, or under the name tar, it runs instead of the tar that runenv-bootstrap starts:\n"
+    "it unpacks the archive only if that is signed for exactly this release and target.\n"
     "\n"
-    "  --keys DIRECTORY  where the trusted keys are, public keys of minisign in files *.pub;\n"
-    "                    " RUNENV_KEYS
-    " unless given\n"
-    "  --tar             stand in for tar; this ends the options\n"
+    "  --keys DIRECTORY  the directory of the trusted keys, files *.pub made by minisign; the\n"
+    "                    default is " RUNENV_KEYS
+    "\n"
+    "  --tar             run instead of tar; the options end here\n"
     "  --help            print this text\n"
     "  --version         print the version of this program\n"
     "  --                take every word that follows as it is, even if it begins with \"-\"\n";
@@ -59,7 +58,7 @@ struct Trust {
   bool no_rollback = false;
 };
 
-// What an archive says of itself, with a trusted key behind it. Its content is not looked at yet.
+// What an archive claims to be, signed by a trusted key. Its content is not verified yet.
 struct Claim {
   Purpose purpose;
   PublicKey key;
@@ -73,7 +72,8 @@ static fs::path_t joined(fs::path_t directory, const char* name) {
   return directory.join(name);
 }
 
-// The file "policy" beside the keys, which may be missing. Each line is a demand or a remark.
+// Reads the file "policy" beside the keys, which may be missing. Each line is a policy or a
+// comment.
 static bool demands_no_rollback(const std::string& directory) {
   const fs::path_t path = joined(directory.c_str(), "policy");
   if (!path.exists(true)) {
@@ -85,7 +85,7 @@ static bool demands_no_rollback(const std::string& directory) {
     if (line == "no-rollback") {
       result = true;
     } else if (!line.empty() && !line.starts_with('#')) {
-      throw_failure_of(path.cstring(), "unknown demand '" + printable(line) + "'");
+      throw_failure_of(path.cstring(), "unknown policy '" + printable(line) + "'");
     }
   }
   if (!policy.eof()) {
@@ -124,7 +124,8 @@ static CarriedSignature carried_signature(int file, const char* path) {
   return *found;
 }
 
-// The digest of the first `size` bytes of the file, which go to `copy` too unless it is null.
+// Returns the digest of the first `size` bytes of the file. Appends them to `copy` if it is not
+// null.
 static std::string read_content(int file, off_t size, const char* path, Replacement* copy) {
   static constexpr size_t kBlockSize = 262144;
   std::vector<char> block(kBlockSize);
@@ -133,7 +134,7 @@ static std::string read_content(int file, off_t size, const char* path, Replacem
     const auto wanted = static_cast<size_t>(std::min<off_t>(size - offset, kBlockSize));
     const ssize_t n = retry([&] { return pread(file, block.data(), wanted, offset); });
     if (n <= 0) {
-      throw_failure_of(path, "cannot be read to its end");
+      throw_failure_of(path, "could not be read completely");
     }
     digest.update(block.data(), static_cast<size_t>(n));
     if (copy != nullptr) {
@@ -153,19 +154,19 @@ static Claim read_claim(int file, const char* path, const Trust& trust) {
   const PublicKey& key = check_comment(path, *signature, trust.keys);
   const std::optional<Purpose> purpose = from_trusted_comment(signature->trusted_comment);
   if (!purpose || purpose->bytes != carried.signed_bytes) {
-    throw_failure_of(path, "is signed for something else than a release: '" +
-                               printable(signature->trusted_comment) + "'");
+    throw_failure_of(
+        path, "is not signed as a release, but as '" + printable(signature->trusted_comment) + "'");
   }
   return {*purpose, key, *signature, carried.text};
 }
 
-// If `copy` is not null, it gets the bytes that were signed, as they were verified.
+// If `copy` is not null, appends the verified bytes to it.
 static void verify_content(int file, const char* path, const Claim& claim, Replacement* copy) {
   const std::string digest = read_content(file, claim.purpose.bytes, path, copy);
   check_content(path, claim.signature, digest, claim.key);
 }
 
-// The bootstrapper's words say which item, release and platform it wants.
+// Checks that the archive is for the item, release and target in the bootstrapper's arguments.
 static void check_purpose(const Purpose& purpose, const std::string& archive,
                           const std::string& directory) {
   const std::string_view wanted = last_component(archive);
@@ -179,7 +180,7 @@ static void check_purpose(const Purpose& purpose, const std::string& archive,
   }
 }
 
-// The release that the machine has now must not have been signed later.
+// Checks that the installed release was not signed later.
 static void check_not_older(const Purpose& purpose, const fs::path_t& item, const char* archive) {
   const fs::path_t pointer = joined(item, Layout::kLatest);
   if (!pointer.exists()) {
@@ -187,7 +188,8 @@ static void check_not_older(const Purpose& purpose, const fs::path_t& item, cons
   }
   const malloc_ptr<char> current(read_pointer_line(pointer.cstring()));
   const fs::path_t remembered = joined(joined(item, current.get()), kRememberedSignature);
-  // Only a file is of our making: the server's pointer can have a directory of this name made.
+  // Ignore anything but a file: the server's pointer can make the bootstrapper create a directory
+  // of this name.
   if (!remembered.is_regular_file()) {
     return;
   }
@@ -209,7 +211,7 @@ static void check_not_older(const Purpose& purpose, const fs::path_t& item, cons
 static void remember(const std::string& signature, const fs::path_t& directory) {
   const fs::path_t path = joined(directory, kRememberedSignature);
   if (path.exists(true)) {
-    throw_failure_of(path.cstring(), "is in the archive, but only verifying may put it there");
+    throw_failure_of(path.cstring(), "is in the archive, but only runenv-verify may create it");
   }
   OutstreamPathImpl file(path, false);
   Outstream(file.stream()).write(signature.c_str());
@@ -222,8 +224,8 @@ static void unpack_verified(const char* archive, const char* directory, const Tr
   const unique_fd file = open_archive(archive);
   const Claim claim = read_claim(file.get(), archive, trust);
   check_purpose(claim.purpose, archive, directory);
-  // Nobody can change what this file holds between the check and its use. It has no name, and lies
-  // where nobody else may write, unlike the archive.
+  // Unlike the archive, this file cannot be changed between check and use: it has no name, and is
+  // in a directory where nobody else may write.
   Replacement copy{fs::path_t(archive), fs::path_t(Layout::kEnvironment)};
   verify_content(file.get(), archive, claim, &copy);
   if (trust.no_rollback) {
@@ -240,8 +242,8 @@ static void unpack_verified(const char* archive, const char* directory, const Tr
   staging.commit();
 }
 
-// The directory that the bootstrapper has made for the release. Only inside the environment: the
-// server's pointer may name any other.
+// Removes the directory that the bootstrapper has made for the release, but only inside the
+// environment: the server's pointer may name a directory elsewhere.
 static void remove_if_empty(const std::string& directory) {
   const std::string inside = std::string(Layout::kEnvironment) + "/";
   if (directory.starts_with(inside) && (directory + "/").find("/../") == std::string::npos) {
@@ -249,10 +251,10 @@ static void remove_if_empty(const std::string& directory) {
   }
 }
 
-// Takes the words that the bootstrapper gives tar, and no others.
+// Accepts only the arguments that the bootstrapper gives to tar.
 static void stand_in_for_tar(const std::vector<std::string>& words, const std::string& keys) {
   if (words.size() != 5 || words[0] != "-x" || words[1] != "-f" || words[3] != "-C") {
-    throw_usage("in the place of tar it takes -x -f ARCHIVE -C RELEASE and nothing else");
+    throw_usage("instead of tar, it accepts only -x -f ARCHIVE -C RELEASE");
   }
   const char* const directory = words[4].c_str();
   try {
@@ -296,7 +298,8 @@ static void verify_archives(int argc, char** argv) {
                   {{.name = "--keys", .value = &other_keys, .needs = "a directory"}});
   const std::string directory = other_keys != nullptr ? other_keys : keys;
   if (archives.empty() == (tar == end)) {
-    throw_usage(archives.empty() ? "an archive is needed" : "--tar takes the place of archives");
+    throw_usage(archives.empty() ? "an archive is needed"
+                                 : "--tar cannot be combined with archives");
   }
   if (tar != end) {
     stand_in_for_tar({tar + 1, end}, directory);

@@ -30,13 +30,13 @@ static constexpr char kUsage[] =
     "show     print the platform version of a document, then one NAME=VERSION line for each\n"
     "         system type in order of name\n"
     "\n"
-    "  -o, --output FILE  write the document to FILE, which is replaced only once the document is\n"
-    "                     complete, instead of standard output\n"
+    "  -o, --output FILE  write the document to FILE instead of standard output; an existing FILE\n"
+    "                     is replaced when the document is complete\n"
     "  --help             print this text\n"
     "  --version          print the version of this program\n"
     "  --                 take every word that follows as it is, even if it begins with \"-\"\n";
 
-// Takes the word NAME=VERSION. The version may have a "=" in it.
+// Adds the system type in the word NAME=VERSION. The version may contain "=".
 static void add_system_type(const Document& document, const char* word) {
   const char* const equals = std::strchr(word, '=');
   if (equals == nullptr) {
@@ -55,9 +55,9 @@ static void add_system_type(const Document& document, const char* word) {
                                                                       entry, equals + 1);
 }
 
-// Follows the links that a path leads to. The last target need not exist.
+// Follows symbolic links. The last target need not exist.
 static fs::path_t behind_links(const char* path) {
-  static constexpr int kMostLinks = 40;  // as the system follows
+  static constexpr int kMostLinks = 40;  // as the kernel
   fs::path_t result = path;
   char target[PATH_MAX];
   for (int i = 0; i < kMostLinks; ++i) {
@@ -71,10 +71,9 @@ static fs::path_t behind_links(const char* path) {
   return result;
 }
 
-// Whether the bytes go to what `path` opens, instead of a new file in its place. A device and a
-// pipe take them, and so does an open file that has lost its name, such as /dev/stdout may be. What
-// cannot be looked at gets its error message from being opened. `target` is what is behind the
-// links of `path`.
+// Returns whether to open `path` and write to it instead of replacing it with a new file: for a
+// device, a pipe, and an open file without a name, which /dev/stdout may be. Also if stat fails, so
+// that opening reports the error. `target` is `path` with its links followed.
 static bool is_written_in_place(const char* path, const fs::path_t& target) {
   struct stat status, named;
   if (stat(path, &status) != 0) {
@@ -92,7 +91,8 @@ static void write_in_place(const Buffer& bytes, const char* path) {
   }
 }
 
-// Null: standard output. A link stays, and what it leads to is made or replaced.
+// Writes to standard output if `path` is null. If it is a link, creates or replaces the link's
+// target.
 static void write_document(const Buffer& bytes, const char* path) {
   if (path == nullptr) {
     std::fwrite(bytes.array, 1, bytes.size, stdout);
@@ -131,7 +131,7 @@ static void compose(int argc, char** argv) {
   write_document(bytes, output);
 }
 
-// Texts may have NULs in them.
+// Prints the text, which may contain NULs, and a line end.
 static void print_line(const char* text, size_t length) {
   std::fwrite(text, 1, length, stdout);
   std::putchar('\n');

@@ -15,7 +15,7 @@ namespace runenv {
 
 using namespace std::string_literals;
 
-// The only flag says that there is an extra field; no time, an unknown system.
+// The header of the member: only the flag for an extra field, no time, an unknown system.
 static const std::string kMemberStart = "\x1f\x8b\x08\x04\0\0\0\0\0\xff"s;
 static const std::string kSubfield = "RS";
 static const std::string kMemberEnd = "\x03\0\0\0\0\0\0\0\0\0"s;
@@ -34,7 +34,8 @@ static size_t from_little_endian(std::string_view bytes) {
   return static_cast<unsigned char>(bytes[0]) + (size_t{static_cast<unsigned char>(bytes[1])} << 8);
 }
 
-// The line at the start of `rest`, without its label and its end, both of which it must have.
+// Removes the first line from `rest` and stores it without its label and line end. Returns false if
+// one of these is missing.
 static bool take_line(std::string_view label, std::string_view* rest, std::string* line) {
   const size_t end = rest->find('\n');
   if (!rest->starts_with(label) || end == std::string_view::npos) {
@@ -110,7 +111,7 @@ std::string signature_member(const std::string& text) {
          little_endian(text.size() + kLengthSize) + text + little_endian(size) + kMemberEnd;
 }
 
-// Bytes of the file from `offset` on, fewer than `count` only at its end.
+// Returns `count` bytes of the file from `offset` on, fewer only at its end.
 static std::string read_bytes(int file, off_t offset, size_t count, const char* path) {
   std::string result(count, '\0');
   const ssize_t n = retry([&] { return pread(file, result.data(), count, offset); });

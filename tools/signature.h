@@ -1,14 +1,14 @@
-// The signature of an archive: what it says, and how the archive carries it.
+// The signature of an archive: its content and its format in the archive.
 //
-// The signature is the text that minisign writes, four lines. Its trusted comment, which is signed
-// too, says what the archive is for. An archive consists of gzip members. The one that carries the
-// signature is empty and comes last, so that whatever unpacks the archive passes over it. The
-// signature covers all bytes before it:
+// The signature is the text that minisign writes, four lines. Its trusted comment is signed, too,
+// and says what the archive is for. An archive consists of gzip members. The last member carries
+// the signature and has an empty content, so that programs that unpack the archive ignore it. The
+// signature covers all bytes before this member, which consists of:
 //
 //   12 bytes  header of a gzip member that has an extra field, and the length of that field
 //    4 bytes  "RS" and the length of what follows in the field
 //    N bytes  the signature
-//    2 bytes  the length of the whole member, by which it is found from the end of the file
+//    2 bytes  the length of the whole member, to find its start from the end of the file
 //   10 bytes  the empty content, its checksum and its length
 //
 // Lengths are little-endian.
@@ -21,31 +21,31 @@
 
 namespace runenv {
 
-// In an installed release, if the policy asks for it: the signature that its archive had.
+// The file in an installed release with the signature of its archive, if the policy is no-rollback.
 inline constexpr char kRememberedSignature[] = ".runenv-signature";
 
-// The parts of minisign's text. The first and the last are base64 still.
+// The parts of minisign's text. The first and the last are still in base64.
 struct Signature {
   std::string of_content;  // algorithm, key id and signature of the content
   std::string trusted_comment;
   std::string of_comment;  // signature of the signature above and of the trusted comment
 };
 
-// None if the text is anything but the four lines, each with its line end.
+// Returns nothing unless the text consists of the four lines, each with its line end.
 std::optional<Signature> split_signature(const std::string& text);
 
-// What an archive is for. The names are as in the tree of the server, without blanks.
+// What an archive is for. The names are as in the server's tree and contain no blanks.
 struct Purpose {
   std::string item;  // such as "platform/5" or "system-types/linker/0.9"
   std::string release;
-  std::string platform;
-  std::string time;  // of signing, such as "2026-11-21T09:30:00Z": a later time sorts behind
-  off_t bytes = 0;   // how many are signed
+  std::string platform;  // the target, such as "linux-x64"
+  std::string time;      // of signing, such as "2026-11-21T09:30:00Z"; strings sort by time
+  off_t bytes = 0;       // the number of signed bytes
 };
 
 std::string to_trusted_comment(const Purpose& purpose);
 
-// None if the comment is not exactly what to_trusted_comment makes of some purpose.
+// Returns nothing unless to_trusted_comment makes exactly this comment from some purpose.
 std::optional<Purpose> from_trusted_comment(const std::string& comment);
 
 // Returns the gzip member that carries the text. Throws Error if the text is too long for one.
@@ -53,19 +53,19 @@ std::string signature_member(const std::string& text);
 
 struct CarriedSignature {
   std::string text;
-  off_t signed_bytes = 0;  // the signature's member follows them and ends the file
+  off_t signed_bytes = 0;  // the member of the signature follows them, up to the end
 };
 
-// Reads the signature at the end of the first `size` bytes of a file. None if there is none, or if
-// its member differs from what signature_member makes. Throws Error "PATH: REASON" if the file
-// cannot be read.
+// Reads the signature at the end of the first `size` bytes of a file. Returns nothing if there is
+// none, or if its member differs from the result of signature_member. Throws Error "PATH: REASON"
+// if the file cannot be read.
 std::optional<CarriedSignature> find_signature(int file, off_t size, const char* path);
 
-// Whether the signature says that it is for the item, release and platform of `purpose` and for the
-// bytes that are before it. Whether it is a good one needs the key.
+// Returns whether the signature claims to be for the item, release and target of `purpose` and for
+// all bytes before it. Does not check the claim, which needs the key.
 bool is_signed_for(const Purpose& purpose, const CarriedSignature& carried);
 
-// Whether there is something like a signature near the end, at its end or not.
+// Returns whether there is something like a signature at the end or near it.
 bool has_traces_of_signature(int file, off_t size, const char* path);
 
 }  // namespace runenv

@@ -13,7 +13,7 @@
 
 namespace runenv {
 
-// A path by which minisign reaches a descriptor of this process.
+// Returns a path with which minisign opens a descriptor of this process.
 static std::string path_of(int descriptor) {
   return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(descriptor);
 }
@@ -26,9 +26,9 @@ std::string time_of_signing() {
   return text.data();
 }
 
-// What minisign writes in the memory file.
+// Returns what minisign has written to the memory file.
 static std::string signature_in(int file) {
-  static constexpr size_t kLongest = 16384;  // minisign's own limits are below
+  static constexpr size_t kLongest = 16384;  // minisign's own limits are lower
   std::string text(kLongest, '\0');
   const ssize_t size = pread(file, text.data(), text.size(), 0);
   if (size < 0) {
@@ -44,7 +44,7 @@ void sign_archive(const char* key, const Purpose& purpose, Replacement* archive)
     throw_errno_of("signature");
   }
   const std::string comment = to_trusted_comment(purpose);
-  // What minisign says on its standard output is for people who sign by hand.
+  // The standard output of minisign is only useful when signing by hand.
   run_tool({"minisign", "-S", "-H", "-s", key, "-m", path_of(archive->descriptor()).c_str(), "-x",
             path_of(signature.get()).c_str(), "-t", comment.c_str(), "-c",
             "signature of a release for runenv-verify", nullptr},

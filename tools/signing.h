@@ -6,12 +6,12 @@
 
 namespace runenv {
 
-// Has minisign sign the content of `archive`, of which purpose.bytes tells the length, with the
-// secret key in the file `key`, and appends the member that carries the signature. minisign asks
-// for the password of the key itself. Throws Error.
+// Runs minisign to sign the content of `archive`, purpose.bytes long, with the secret key in the
+// file `key`. Appends the member that carries the signature. minisign itself asks for the password
+// of the key. Throws Error.
 void sign_archive(const char* key, const Purpose& purpose, Replacement* archive);
 
-// The time now, as a purpose has it.
+// Returns the current time in the format of Purpose::time.
 std::string time_of_signing();
 
 }  // namespace runenv

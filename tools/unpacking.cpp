@@ -19,27 +19,28 @@
 
 namespace runenv {
 
-// Beside the releases. No release has this name, since "#" cannot be in one.
+// The outer directory, beside the releases. No release has this name, since "#" is not allowed
+// there.
 static constexpr char kStagingName[] = ".runenv-verify#unpacking";
 
 static fs::path_t joined(fs::path_t directory, const char* name) {
   return directory.join(name);
 }
 
-// Opens the directory, which is made if it is missing, for this user alone.
+// Opens the directory for this user only. Creates it if it is missing.
 static unique_fd open_private(const fs::path_t& path) {
   static constexpr mode_t kPrivate = 0700;
   if (mkdir(path.cstring(), kPrivate) != 0 && errno != EEXIST) {
     throw_errno_of(path.cstring());
   }
   unique_fd directory(open(path.cstring(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (directory.get() < 0 || fchmod(directory.get(), kPrivate) != 0) {  // also one that was there
+  if (directory.get() < 0 || fchmod(directory.get(), kPrivate) != 0) {  // it may have existed
     throw_errno_of(path.cstring());
   }
   return directory;
 }
 
-// Whether the path still leads to the open directory.
+// Returns whether the path still leads to the open directory.
 static bool is_at(int directory, const fs::path_t& path) {
   struct stat opened, named;
   return fstat(directory, &opened) == 0 && lstat(path.cstring(), &named) == 0 &&
@@ -51,12 +52,12 @@ Staging::Staging(const fs::path_t& path)
       outer(joined(path.dir_name(), kStagingName)),
       inner(joined(outer, path.base_name().cstring())),
       lock(open_private(outer)) {
-  // Some network file systems cannot lock a directory. There it goes without the lock.
+  // Some network file systems cannot lock a directory. There, this works without the lock.
   const bool taken = flock(lock.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
   if (taken || !is_at(lock.get(), outer)) {
     throw_failure_of(target.cstring(), "another process is unpacking there");
   }
-  remove_content();  // what a killed run has left
+  remove_content();  // from a run that was killed
   if (mkdir(inner.cstring(), kDirectoryMode) != 0) {
     const int error = errno;
     rmdir(outer.cstring());
@@ -70,7 +71,7 @@ Staging::~Staging() {
   rmdir(outer.cstring());
 }
 
-// What stays is said by whoever needs its place.
+// Ignores failures. A caller that needs the place of what remains reports them.
 void Staging::remove_content() const {
   for (fs::iterator_t entry(outer, true); entry.has_item(); entry.move_next()) {
     remove_whole_tree(entry.get_path().cstring());
@@ -90,7 +91,7 @@ static void check_link(const FTSENT& entry) {
   }
 }
 
-// A directory that its owner may not write to takes no file and cannot move to another directory.
+// Makes the directory writable for its owner: otherwise it takes no file and cannot be moved.
 static void make_writable(const fs::path_t& directory) {
   struct stat status;
   if (stat(directory.cstring(), &status) != 0 ||

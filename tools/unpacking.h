@@ -1,4 +1,4 @@
-// The directory of a release, filled beside its place and put there when it is complete.
+// The directory of a release, which is filled elsewhere and moved to its place when it is complete.
 #pragma once
 
 #include <sys/types.h>
@@ -8,12 +8,12 @@
 
 namespace runenv {
 
-// A new directory for a release. It is made in another one beside the release's, which only this
-// user may enter. The destructor removes that, and so does the next Staging in the same place if
-// this one is killed. The functions throw Error with the path in front.
+// A new directory for a release. It is made in an outer directory beside the release, which only
+// this user may enter. The destructor removes the outer directory. If the process is killed, the
+// next Staging in the same place removes it. The functions throw Error with the path in front.
 class Staging {
  public:
-  // The release is to take the place at `path`. Throws Error if another process is at it.
+  // `path` is the place of the release. Throws Error if another process is unpacking there.
   explicit Staging(const fs::path_t& path);
   ~Staging();
   Staging(const Staging&) = delete;
@@ -22,12 +22,12 @@ class Staging {
   // The new directory, empty at first.
   const fs::path_t& directory() const { return inner; }
 
-  // Throws Error unless all that is in the directory is a file, a directory, or a link that leads
-  // to somewhere in it. After it the owner may write to the directory.
+  // Throws Error unless the directory contains only files, directories, and links that stay in it.
+  // Makes the directory writable for its owner.
   void check();
 
-  // Puts the directory in its place, in one step, with the mode that it had when it was checked.
-  // What was there is removed.
+  // Moves the directory to its place in one step, with the mode that it had at the check. A
+  // directory that was there is removed.
   void commit();
 
  private:

@@ -1,12 +1,13 @@
 #!/bin/sh
-# Holds the interface of the shared library, its symbols and what the public headers say of them,
-# against what was accepted last, librunenv.abi beside this script: abi_test.sh BUILD-DIRECTORY
-# [--accept]. BUILD-DIRECTORY has the library with debugging information, built by g++.
+# Compares the interface of the shared library with the last accepted one, librunenv.abi beside this
+# script: abi_test.sh BUILD-DIRECTORY [--accept]. The interface is the symbols and their
+# declarations in the public headers. BUILD-DIRECTORY has the library with debugging information,
+# built by g++.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 headers=$(mktemp -d)
 trap 'rm -rf "$headers"' EXIT
-# Types of other headers are nobody's promise.
+# Types of other headers are not part of the interface.
 sed -n 's/^#include "\(.*\)"/\1/p' "$1/visible.h" | (cd "$here/../.." && xargs cp --parents -t "$headers")
 
 abi() {
@@ -20,6 +21,6 @@ if [ "${2-}" = --accept ]; then
 fi
 abi "$1" >"$headers/abi"
 abidiff "$here/librunenv.abi" "$headers/abi" || {
-  echo "The interface has changed. If that is wanted: $0 $1 --accept" >&2
+  echo "The interface has changed. To accept the change: $0 $1 --accept" >&2
   exit 1
 }

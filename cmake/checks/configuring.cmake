@@ -1,13 +1,13 @@
-# Runs the checks of configuring on good and bad values, each by a cmake of its own, since a bad one
-# ends it.
+# Runs the checks of the configuration on good and bad values. Each runs in its own cmake, because a
+# bad value ends it.
 
-# check(MODULE ACCEPTED REFUSAL DEFINITION...): whether the module takes the definitions, and what a
-# refusal says.
+# check(MODULE ACCEPTED MESSAGE DEFINITION...): tests whether the module accepts the definitions, or
+# rejects them with MESSAGE.
 function(check module accepted refusal)
   execute_process(COMMAND ${CMAKE_COMMAND} ${ARGN}
                           -P "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/../${module}.cmake"
                   RESULT_VARIABLE status ERROR_VARIABLE message OUTPUT_VARIABLE output)
-  string(REGEX REPLACE "[ \n]+" " " message "${message}") # cmake wraps it
+  string(REGEX REPLACE "[ \n]+" " " message "${message}") # cmake wraps the lines
   if(accepted AND NOT status EQUAL 0)
     message(SEND_ERROR "refused: '${ARGN}'\n${message}")
   elseif(NOT accepted AND (status EQUAL 0 OR NOT message MATCHES "${refusal}"))
@@ -45,8 +45,7 @@ check_platform(FALSE Linux aarch64 8)
 check_platform(FALSE Linux x86_64_v9 8)
 check_platform(FALSE Darwin x86_64 8)
 
-# The whole project refuses what these flags take away. That their programs cannot be linked here
-# does not matter.
+# The whole project rejects these flags. Linking for them is not possible here, and not needed.
 foreach(flag -m32 -mx32)
   file(REMOVE_RECURSE refused)
   execute_process(COMMAND ${CMAKE_COMMAND} -S "${CMAKE_CURRENT_LIST_DIR}/../.." -B refused

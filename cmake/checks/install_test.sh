@@ -1,7 +1,7 @@
 #!/bin/sh
-# What a build installs and packs, used as its users will: install_test.sh BUILD-DIRECTORY CONFIG
-# Compilers, their flags and CMake's generator come from the environment. The last command that it
-# shows is the one that failed.
+# Uses the installed files and the packages as a user does: install_test.sh BUILD-DIRECTORY CONFIG
+# Compilers, their flags and CMake's generator come from the environment. The last command in the
+# output is the one that failed.
 # shellcheck disable=SC2016,SC2046,SC2086 # "$" for another shell; words of pkg-config and the flags
 set -eux
 BUILT=$(cd "$1" && pwd) source=$(cd "$(dirname "$0")/../.." && pwd) scratch=$(mktemp -d)
@@ -9,7 +9,7 @@ export BUILT
 trap 'rm -rf "$scratch"' EXIT
 cd "$scratch"
 
-# The source archive holds what git tracks.
+# The source archive contains exactly the files that git tracks.
 cpack -G TGZ --config "$BUILT/CPackSourceConfig.cmake" -B source
 tar -xzf source/runenv-*.tar.gz --one-top-level=runenv --strip-components=1
 if [ -e "$source/.git" ] && git -C "$source" ls-files >tracked; then
@@ -17,14 +17,14 @@ if [ -e "$source/.git" ] && git -C "$source" ls-files >tracked; then
   find runenv -type f -printf '%P\n' | sort | diff present -
 fi
 
-# The commands of the guide do there what they say; only the build takes what has been built already.
+# Runs the commands of docs/building.md there. The build step uses what has already been built.
 sed -n -e 's/ *#.*//' -e 's|^cmake --build|cp "$BUILT"/*.cmake|p' -e '/^cmake -S/p' \
   -e "s/^cmake --install.*/& --config $2/p" -e "s/^cpack.*/& -C $2/p" runenv/docs/building.md >commands
 (cd runenv && DESTDIR="$scratch/root" sh -eux ../commands) >log 2>&1 || { cat log && exit 1; }
-! grep 'RUNENV_BASE_URL "https://localhost"' "$BUILT/CPackConfig.cmake" || # which nobody means
+! grep 'RUNENV_BASE_URL "https://localhost"' "$BUILT/CPackConfig.cmake" || # the default needs a warning
   grep 'packages are for the distribution server https://localhost' log
 
-# Installed in one place and moved to another, everything is found all the same.
+# A moved installation works.
 mv "$(dirname "$(find root -type d -name bin)")" moved
 grep -x 'ExecStart=/usr/local/libexec/runenv-update %i' moved/lib/systemd/system/runenv-update@.service
 sh -n moved/libexec/runenv-update
@@ -39,8 +39,8 @@ moved/bin/runenv-versions --version | grep -Fw "$version"
 ! grep -E 'scripts/|CONTRIBUTING|cmake ' moved/share/doc/runenv/README.md || exit 1
 sed -n 's|.*](\([A-Za-z][A-Za-z./-]*\)).*|moved/share/doc/runenv/\1|p' moved/share/doc/runenv/README.md | xargs ls
 
-# Every header, and what the examples include, compiles with the installed ones alone. A C compiler
-# links a C program.
+# All headers, and the includes of the examples, compile with the installed headers alone. A C
+# compiler links a C program.
 set -- $(pkg-config --cflags --libs runenv)
 find moved/include/runenv -name '*.h' -printf '#include <%P>\n' >all.cpp
 cat runenv/examples/*.cpp | grep '^#include "' >>all.cpp
@@ -48,7 +48,8 @@ $CXX $CXXFLAGS -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only all.cpp
 $CC $CFLAGS $LINK_CXX -std=c11 runenv/tests/c_interface.c "$@"
 ./a.out
 
-# The ways of docs/embedding.md: 1 fetches a repository, 2 takes a folder, 3 and 4 what is installed.
+# The ways in docs/embedding.md: 1 fetches a repository, 2 adds a folder, 3 and 4 use the
+# installation.
 awk '/^```(cmake|make)$/ { file = ++n; next } /^```/ { file = "" } file { print >file }' \
   runenv/docs/embedding.md
 cp runenv/cmake/checks/consumer/* .
@@ -63,7 +64,7 @@ for other in 0.0 0.999 999.0; do
   grep "runenvConfig.cmake, version: $version" log
 done
 cmake -S . -B folder -DWAY=2
-# The guides' programs are a project where they are copied to.
+# A copy of the guides' programs is a project of its own.
 cp -r moved/share/doc/runenv-dev/examples copied
 cmake -S copied -B copied/build
 cmake --build copied/build --target strings
@@ -76,7 +77,7 @@ sed -i "s/GIT_TAG [0-9a-f]*/GIT_TAG $(cat commit)/" 1
 cmake -S . -B fetched -DWAY=1 -DCMAKE_UNITY_BUILD=ON
 cmake --build fetched --parallel 2
 fetched/app
-# Of what it embeds, that project installs nothing and builds no programs.
+# The embedding project installs nothing of runenv and builds none of its programs.
 cmake --install fetched --prefix nothing
 [ ! -e nothing ]
 find fetched/_deps/runenv-build -type f >built
@@ -95,21 +96,21 @@ for page in runenv/docs/man/*.1; do
   sed 4q packed | paste -sd ' ' |
     grep -E "[.]Dd [A-Z][a-z]+ [0-9]+, 20[0-9]+ [.]Dt [A-Z-]+ 1 runenv-$version [.]Os runenv $version"
 done
-# The changelogs agree on what there is, and Debian finds nothing to say.
+# The changelogs list the same versions, and lintian reports nothing.
 for changelog in unpacked/usr/share/doc/*/changelog.gz; do
   gzip -dc "$changelog" >packed
   [ "$(dpkg-parsechangelog --all -l packed -S version | head -n 1)" = "$version" ]
   [ "$(grep -c '^runenv (' packed)" = "$(grep -c '^## \[' runenv/CHANGELOG.md)" ]
 done
 ls -d unpacked/usr/lib/*-linux-gnu/cmake/runenv
-# CPack has the scripts of a package with a shared library call ldconfig, beside its trigger.
+# CPack makes the scripts of a shared library call ldconfig, although its trigger does so.
 ! command -v lintian ||
   [ -z "$(lintian --allow-root --suppress-tags maintscript-calls-ldconfig runenv/build/*.deb)" ]
-# The program that verifies comes by itself, and under the name of tar out of everybody's way.
+# runenv-verify has its own package, with a link named tar outside of the search path.
 [ "$(readlink -f unpacked/usr/libexec/runenv/tar)" = "$PWD/unpacked/usr/bin/runenv-verify" ]
 dpkg-deb -f runenv/build/runenv-verify_*.deb Depends | grep libsodium
 dpkg-deb -c runenv/build/runenv_*.deb | grep bin/runenv-status
-# What the timer and cron start is there, and so are curl's settings, which survive an upgrade.
+# The timer and cron start a file that exists. An upgrade keeps curl's settings.
 for file in lib/systemd/system/runenv-update@.service share/runenv/runenv-update.cron; do
   [ -x "unpacked$(sed -n 's|.*[ =]\(/usr/libexec/[^ ]*\) .*|\1|p' unpacked/usr/$file)" ]
 done

@@ -1,5 +1,5 @@
 #!/bin/sh
-# What package_test.sh has happen on its machine, where $SCRATCH has what is needed.
+# package_test.sh runs this on the machine that it boots. $SCRATCH contains the files for it.
 set -eux
 cd "$SCRATCH"
 trap 'journalctl -o short-precise --no-pager | tail -n 40' EXIT
@@ -7,7 +7,7 @@ fails() { ! systemctl start runenv-update@main || exit 1; systemctl is-failed ru
 told() { journalctl --sync && journalctl -o cat -u runenv-update@main | tail -n "$1"; }
 environment=/var/lib/runenv/main/runenv
 
-# From package to timer.
+# Installs the package and switches the timer on.
 apt-get install -y --no-install-recommends ./packages/runenv_*.deb
 cat curl-lines >>/etc/runenv/.curlrc && cp ca.pem /etc/runenv
 install -D -m 644 versions.bin /etc/runenv/main/versions.bin
@@ -17,7 +17,7 @@ systemctl is-active runenv-update@main.timer
 systemd-analyze security runenv-update@main | tail -n 1
 systemd-analyze security --threshold=30 runenv-update@main >/dev/null
 
-# The service installs, for all users to read, and then finds all up to date by asking once.
+# The service installs files that all users can read. Its next run only asks for the two pointers.
 systemctl start runenv-update@main
 told 9 | grep -x -e '- 2/runenv/system-types/linker/0.9 .updating.'
 [ "$(setpriv --reuid 65534 --clear-groups cat $environment/platform/5/latest)" = release-1 ]
@@ -26,7 +26,7 @@ systemctl start runenv-update@main
 until [ "$(wc -l <server/access.log)" -ge 2 ]; do sleep 0.1; done
 [ "$(wc -l <server/access.log)" -eq 2 ]
 
-# What fails, fails the unit, and the journal names the item.
+# Every failure makes the unit fail, and the journal names the item.
 mv server/www server/gone
 fails && told 6 | grep -F 'curl: wanted https://localhost/2/runenv/platform/5/latest,'
 mv server/gone server/www
@@ -45,7 +45,7 @@ runenv-publish server/www system-type linker 0.9 build-3 --sign key
 systemctl start runenv-update@main
 [ -s $environment/platform/5/latest ]
 
-# The line of cron does the same, as that user and under another umask. Names and settings that are wrong.
+# The cron job works as this user, also with another umask. Wrong names and settings are rejected.
 sed -n 's/^0 \* \* \* \*  runenv  //; s/\\%/%/g; s/^sleep/: /p' /usr/share/runenv/runenv-update.cron >cron
 : >$environment/platform/5/latest
 (umask 077 && cd / && runuser -u runenv -- env -i sh -eu <"$SCRATCH/cron") | grep -x -e '- 2/runenv/platform/5 .updating.'
@@ -67,19 +67,19 @@ install -m 600 /dev/null /etc/runenv/main/.curlrc
 update main | grep '/etc/runenv/main/.curlrc cannot be read'
 rm /etc/runenv/main/.curlrc
 
-# curl without the words of the shipped file is as good, if less brief.
+# An older curl that does not know the write-out variables of the shipped file also works.
 sed -i.new 's/onerror/unknown1/; s/{stderr/{unknown2/; s/{url}/{unknown3}/' /etc/runenv/.curlrc
 : >$environment/platform/5/latest
 systemctl start runenv-update@main
 [ -s $environment/platform/5/latest ]
 mv /etc/runenv/.curlrc.new /etc/runenv/.curlrc
 
-# A machine of a fleet.
+# The role for Ansible.
 if command -v ansible-playbook; then
   ansible/role_test.sh "$SCRATCH/curl-lines" "$SCRATCH"/packages/runenv_*.deb
 fi
 
-# Removed, it runs no more, and keeps what it has until it is purged.
+# Removing the package stops the timer and keeps the environment. Purging removes it.
 dpkg -r runenv-verify runenv
 journalctl --sync && journalctl -o cat -u runenv-update@main.timer | grep '^Stopped'
 ! systemctl is-active runenv-update@main.timer || exit 1

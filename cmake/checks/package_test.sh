@@ -1,7 +1,7 @@
 #!/bin/sh
-# A machine's days with the packages: package_test.sh BUILD-DIRECTORY CONFIG
-# A copy of this machine, of which nothing is kept, is booted by systemd in namespaces of its own,
-# with no service but those that are asked for. machine_test.sh is what happens there. Needs root.
+# Tests the packages from installation to purge: package_test.sh BUILD-DIRECTORY CONFIG
+# systemd boots a temporary copy of this machine in its own namespaces, with only the services that
+# the test needs. There it runs machine_test.sh. Needs root.
 set -eux
 built=$(cd "$1" && pwd) checks=$(cd "$(dirname "$0")" && pwd)
 [ "$(id -u)" -eq 0 ] && command -v dpkg-shlibdeps file systemd-analyze nginx jq &&

@@ -1,17 +1,18 @@
 #!/bin/sh
-# What scripts/packages.sh does with the service of a package: it turns off one that it has brought,
-# and leaves one alone that was there. The system's commands are stand-ins.
+# Tests that scripts/packages.sh turns off a service that it has installed, and no other. The
+# commands of the system are fakes.
 set -eu
 scripts=$(cd "$(dirname "$0")/../../scripts" && pwd) scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 for command in apt-get service systemctl update-rc.d sudo; do
-  # shellcheck disable=SC2016 # for the stand-in
+  # shellcheck disable=SC2016 # for the fake
   printf '#!/bin/sh\necho "%s $*" >>"%s/log"\ncase $0 in *sudo) exec "$@" ;; esac\n' $command "$scratch" >"$scratch/$command"
 done
 printf '#!/bin/sh\ncat "%s/state"\n' "$scratch" >"$scratch/dpkg-query"
 chmod +x "$scratch"/*
 
-# turned_off STATE PACKAGE: how often the service was turned off, with the package's state before.
+# turned_off STATE PACKAGE: prints how often installing PACKAGE turned the service off. STATE is the
+# state of nginx before that.
 turned_off() {
   echo "$1" >"$scratch/state"
   : >"$scratch/log"

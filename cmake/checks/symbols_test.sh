@@ -1,8 +1,8 @@
 #!/bin/sh
-# Names of the library must not meet those of a program that it is linked with. Each symbol that it
-# defines is in one of the namespaces, begins with one of the prefixes or is one of the names that
-# the guide lists; a shared library has none of those that the guide calls the library's own:
+# Checks that the library's names cannot collide with those of a program:
 # symbols_test.sh LIBRARY GUIDE
+# Each symbol is in a namespace, begins with a prefix or is a name that the guide lists. A shared
+# library does not export the names that the guide calls internal.
 set -eu
 # shellcheck disable=SC2016 # backticks of the guide
 listed=$(sed -n '/^## Names/,/^## /p' "$2" | grep -o '`[^`]*`' | tr -d '`' | paste -sd ' ')
@@ -11,9 +11,9 @@ case $1 in
   *.so*) table=--dynamic listed=$(echo "$listed " | sed -e 's/runenv:: //g' -e 's/runenv_ /runenv_version /g') ;;
 esac
 
-# What is left of a symbol without template arguments, parameters and type is its qualified name.
-# Templates of the standard library and the type information of function types are told apart by
-# their arguments, which are ours.
+# Reduces each symbol to its qualified name: removes template arguments, parameters and the type.
+# Templates of the standard library and type information of function types are skipped: their
+# arguments, types of this library, make them unique.
 # shellcheck disable=SC2086 # nothing or a word
 nm $table --demangle --defined-only --extern-only "$1" | sed -n 's/^[0-9a-f]\{16\} [A-Za-z] //p' |
   sed -e '/^typeinfo.* for void (/d' -e ':again' -e 's/<[^<>]*>//g' -e 't again' -e 's/(.*//' -e 's/.* //' | sort -u |

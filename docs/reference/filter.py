@@ -1,10 +1,9 @@
 #!/usr/bin/env python3
-"""Turns a header's plain comments into Doxygen's: filter.py HEADER
+"""Converts a header's plain comments to Doxygen's: filter.py HEADER
 
-The first comment is the file's, and that of its first type if this has none of its own. Every other
-one stands before what it is about and holds for all declarations up to the next blank line or
-comment, or stands behind it on the same line. Lines of a comment that are indented are shown as they
-stand.
+The first comment documents the file, and also its first type if that has no comment. Every other
+comment documents all declarations after it, up to the next blank line or comment. A comment at the
+end of a line documents the declaration on this line. Indented lines of a comment are shown verbatim.
 """
 import re
 import sys
@@ -12,14 +11,14 @@ from pathlib import Path
 
 
 def escaped(text):
-    """The text, of which Doxygen takes nothing for a command; what is in backticks it leaves alone."""
+    """Returns the text with Doxygen's commands escaped. Doxygen itself skips text in backticks."""
     parts = re.split("(`[^`]*`)", text)
     parts[::2] = [re.sub(r'[\\@<>#%"&]', r"\\\g<0>", part) for part in parts[::2]]
     return "".join(parts)
 
 
 def converted(lines, opening):
-    """The comment of these lines as one of Doxygen's."""
+    """Returns the lines as a Doxygen comment."""
     body = []
     for is_indented, group in grouped(lines, lambda line: line[:2] == "  "):
         if is_indented:
@@ -39,8 +38,8 @@ def grouped(lines, key):
 
 
 def parts_of(text):
-    """The text in its order, each part a comment, a line of code, or what stands between the two:
-    (kind, content)."""
+    """Yields the parts of the text in order, as (kind, content): "comment" is a block of comment lines,
+    "code" a line of code, "behind" a line of code with a comment at its end."""
     block = r"[ ]*/\*(?P<block>.*?)\*/[ ]*\n"
     lines = r"(?P<lines>(?:[ ]*//[^\n]*\n)+)"
     behind = r"(?P<code>[^\n]*?[^\s/*][^\n]*?)[ ]+(?://[ ](?P<a>[^\n]*)|/\*(?P<b>[^\n]*)\*/)\n"
@@ -57,8 +56,8 @@ def parts_of(text):
 
 def filtered(path):
     out, is_first, about_file = [], True, None
-    comment, depth = None, 0  # the comment that holds, and the braces that are open
-    comment_depth, is_open = 0, False  # where it holds; whether a declaration goes on
+    comment, depth = None, 0  # the comment that applies; the number of open braces
+    comment_depth, is_open = 0, False  # the depth of the comment; whether a declaration continues
     for kind, content in parts_of(path.read_text()):
         if kind == "comment":
             opening = f"/** @file {'/'.join(path.parts[-2:])}\n" if is_first else "/**"

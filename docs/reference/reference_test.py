@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Looks at the reference in a browser, as wide as a phone: reference_test.py HTML-DIRECTORY
+"""Tests the reference in a browser as wide as a phone: reference_test.py HTML-DIRECTORY
 
-Every header's page renders without an error and is no wider than the screen, and the search finds a
-function. The browser is Chromium, driven by its DevTools protocol through two pipes.
+Every header's page must render without an error and be no wider than the screen, and the search must
+find a function. The browser is Chromium, controlled by the DevTools protocol through two pipes.
 """
 import json, os, re, subprocess, sys, tempfile, time
 from pathlib import Path
@@ -63,7 +63,7 @@ class Browser:
             if self.value(script):
                 return
             time.sleep(0.1)
-        raise AssertionError(f"in vain: {script}")
+        raise AssertionError(f"never true: {script}")
 
     def open(self, page):
         self.call("Page.navigate", url=(PAGES / page).as_uri() if "/" not in page else page)
@@ -76,7 +76,7 @@ browser = Browser(profile.name)
 try:
     headers = sorted(page.name for page in PAGES.glob("*_8h.html"))
     assert len(headers) > 30, headers
-    # A namespace without a comment would have no page, and neither would what is in it.
+    # A namespace without a comment would have no page, and nor would its members.
     source = Path(__file__).parents[2]
     spaces = {name for page in headers for header in source.glob(f"*/{page.replace('__', '_')[:-9]}.h")
               for name in re.findall(r"(?m)^namespace (\w+)", header.read_text())}
@@ -93,7 +93,7 @@ try:
     for letter in "create_child":
         browser.call("Input.dispatchKeyEvent", type="keyDown", text=letter, key=letter)
         browser.call("Input.dispatchKeyEvent", type="keyUp", key=letter)
-    # The results are in a frame of their own.
+    # The results are in a separate frame.
     browser.wait_for("document.getElementById('MSearchResults').src")
     while not (frame := browser.call("Page.getFrameTree")["frameTree"]["childFrames"][0]["frame"]
                )["url"].endswith("?create_child"):

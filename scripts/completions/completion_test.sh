@@ -1,6 +1,6 @@
 #!/bin/bash
-# What the completions offer in each shell that is here.
-# shellcheck disable=SC2016,SC2046,SC2086,SC2317 # for other shells, in words, called by their names
+# Tests what the completions offer in each shell that is installed.
+# shellcheck disable=SC2016,SC2046,SC2086,SC2317 # code for other shells; split words; functions by name
 set -eu
 completions=$(cd "$(dirname "$0")" && pwd) HOME=$(mktemp -d)
 export HOME
@@ -9,8 +9,8 @@ cd
 mkdir -p folder platform system-type linker linux-x64 tree/2/runenv/system-types/linker/0.9/build-3
 touch document
 
-# A command line, whose last word is unfinished, and the words that are offered for it. A directory
-# is told by a "/" behind it, which no other word may have.
+# A command line whose last word is incomplete, and the words that are offered for it. Directories,
+# and nothing else, end with "/".
 cat >table <<'END'
 runenv-bootstrap --: --help --lock-latest --skip-platform --target --temp-cache
 runenv-bootstrap --target linux-x64 --: --lock-latest --skip-platform --temp-cache
@@ -51,13 +51,13 @@ runenv-served tree list --j: --json
 END
 
 in_bash() {
-  set -- $(printf '%s\n' "$@" | sed 's/^\(--.*\)=/\1 = /') # it makes three words of --option=value
+  set -- $(printf '%s\n' "$@" | sed 's/^\(--.*\)=/\1 = /') # bash splits --option=value into three words
   bash -c 'compopt() { mark=/; }; source "$0/bash/$1" && COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
     $(complete -p "$1" | sed "s/.*-F \([^ ]*\) .*/\1/")
     for word in "${COMPREPLY[@]}"; do [[ -d $word ]] && word+=$mark; echo "$word"; done' \
     "$completions" "$@"
 }
-in_zsh() { # what its completion system would be given, filtered as it filters
+in_zsh() { # prints what the completion system would get, filtered in the same way
   zsh -fc 'compadd() { print -l -- ${@:#--} }
     _describe() { print -l -- ${${(P)@[-1]}%%:*} }
     _files() { [[ $1 == -/ ]] && print -l -- *(N/M) || print -l -- *(NM) }
@@ -70,9 +70,9 @@ in_fish() {
 }
 failed=
 for shell in bash zsh fish; do
-  command -v $shell || { echo "$shell is not here: not tested" && continue; }
+  command -v $shell || { echo "$shell is not installed: not tested" && continue; }
   while IFS=: read -r line _; do echo $line: $("in_$shell" $line | sort); done <table >offered
   diff table offered || failed=1
-  sed -i '/--from=f:/d' table # which only bash completes
+  sed -i '/--from=f:/d' table # only bash completes this
 done
 [ ! "$failed" ]

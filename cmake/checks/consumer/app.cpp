@@ -1,12 +1,12 @@
-// Somebody else's program: says hello to itself over a unix socket. What it uses of the library
-// before main must be ready by then.
+// A program of a user: it sends itself a message over a unix socket. It uses the library already
+// before main.
 #include <core/buffer.h>
 #include <runtime/runtime_core.h>
 #include <socket/socket_async.h>
 
 #include <cstdio>
 
-// Names that the program has for itself.
+// The program has its own types of these names.
 struct unique_fd {};
 struct Extent {};
 

@@ -1,6 +1,6 @@
-# Completion for runenv-publish, which offers what the tree holds already.
+# Completion for runenv-publish. Offers the names that are already in the tree.
 
-# The words so far that are neither options nor their values.
+# Prints the words so far that are neither options nor their values.
 function __runenv_publish_operands
     set -l words (commandline -opc)[2..]
     while set -q words[1]
@@ -35,17 +35,17 @@ complete -c runenv-publish -f
 complete -c runenv-publish -n '__runenv_publish_has 0' -a '(__fish_complete_directories)'
 complete -c runenv-publish -n '__runenv_publish_has 1' -a 'platform system-type'
 complete -c runenv-publish -a '(__runenv_publish_published)'
-complete -c runenv-publish -l from -rF -d 'Name the directory or archive'
-complete -c runenv-publish -l list -d 'Pack a list of the files too'
-complete -c runenv-publish -l platform -x -a linux-x64 -d 'Name the platform of the archive'
+complete -c runenv-publish -l from -rF -d 'Directory or archive to publish'
+complete -c runenv-publish -l list -d 'Pack a list of the files, too'
+complete -c runenv-publish -l platform -x -a linux-x64 -d 'Target of the archive'
 complete -c runenv-publish -l keep-latest -d 'Leave the pointer as it is'
-complete -c runenv-publish -l latest-only -d 'Move the pointer only'
+complete -c runenv-publish -l latest-only -d 'Only move the pointer'
 complete -c runenv-publish -l replace -d 'Replace a published archive'
-complete -c runenv-publish -l drop-platforms -d 'Move the pointer though platforms lack'
+complete -c runenv-publish -l drop-platforms -d 'Move the pointer although targets are missing'
 complete -c runenv-publish -l sign -rF -d 'Sign with the key in a file'
-complete -c runenv-publish -l unsigned -d 'Move the pointer though archives are not signed'
-complete -c runenv-publish -l as-is -d 'Publish what is hardly meant too'
-complete -c runenv-publish -l compress -x -a "'pigz -n' gzip" -d 'Name the program to compress with'
-complete -c runenv-publish -l quiet -d 'Say nothing on success'
+complete -c runenv-publish -l unsigned -d 'Move the pointer although archives are not signed'
+complete -c runenv-publish -l as-is -d 'Publish even what is probably a mistake'
+complete -c runenv-publish -l compress -x -a "'pigz -n' gzip" -d 'Program to compress with'
+complete -c runenv-publish -l quiet -d 'Print nothing on success'
 complete -c runenv-publish -l help -d 'Print the usage'
 complete -c runenv-publish -l version -d 'Print the version'
