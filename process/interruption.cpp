@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 
 #include "core/retry.h"
@@ -18,27 +19,34 @@ static_assert(std::atomic<const char*>::is_always_lock_free &&
 static volatile std::sig_atomic_t held;     // the number of SignalsHeld objects
 static volatile std::sig_atomic_t arrived;  // the signal that came while they were held, 0: none
 
-// Sends the tool the same signal and waits for its end. The tool does not ignore the signal: the
-// handler is not installed for ignored signals, so the tool has not inherited one. SIGCONT wakes a
-// stopped tool. A tool that was already reaped is left alone: another process may have its id.
-static void end_by_signal(pid_t tool, int signal) {
-  if (waitpid(tool, nullptr, WNOHANG) != 0) {
-    return;
+// Sends the tool the same signal. The tool does not ignore the signal: the handler is not installed
+// for ignored signals, so the tool has not inherited one. SIGCONT wakes a stopped tool. A tool that
+// has ended is left alone: if it was reaped, another process may have its id. Returns whether it
+// was running.
+static bool pass_on(pid_t tool, int signal) {
+  siginfo_t ended{};
+  if (tool <= 0 ||
+      waitid(P_PID, static_cast<id_t>(tool), &ended, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+      ended.si_pid != 0) {
+    return false;
   }
   kill(tool, signal);
   kill(tool, SIGCONT);
-  retry([=] { return waitpid(tool, nullptr, 0); });
+  return true;
 }
 
 // Finally the same signal ends the program, so that its parent learns the true reason.
 static void undo(int signal) {
+  const int error = errno;
+  const pid_t tool = interrupted_tool;
+  const bool was_running = pass_on(tool, signal);
   if (held != 0) {
     arrived = signal;
+    errno = error;
     return;
   }
-  const pid_t tool = interrupted_tool;
-  if (tool > 0) {
-    end_by_signal(tool, signal);
+  if (was_running) {
+    retry([=] { return waitpid(tool, nullptr, 0); });
   }
   for (const char* const file : {interrupted_file.load(), interrupted_tool_input.load()}) {
     if (file != nullptr) {
@@ -72,7 +80,7 @@ SignalsHeld::SignalsHeld() {
 
 SignalsHeld::~SignalsHeld() {
   held = held - 1;
-  if (held == 0 && arrived != 0) {
+  if (arrived != 0) {  // also while others hold it: a tool may have been started since
     undo(arrived);
   }
 }

@@ -18,6 +18,7 @@ extern std::atomic<pid_t> interrupted_tool;              // 0: none
 void undo_on_signals();
 
 // Delays the signals while an object of this class exists, for steps that must not be interrupted.
+// A tool that runs meanwhile receives them at once, so the program does not wait for it for long.
 // Child processes that are started meanwhile do not inherit the delay.
 class SignalsHeld {
  public:

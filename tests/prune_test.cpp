@@ -50,7 +50,7 @@ static const std::map<std::string, std::pair<const char*, bool>> kEntries = {
 
 TEST_F(PruneTest, OnlyWhatNoPointerNamesIsRemoved) {
   std::mt19937 random(7);
-  run("mkdir outside; echo mine >outside/file; runenv-versions compose -o versions.bin 5 a=1");
+  run("mkdir outside; echo mine >outside/file; runenv-versions compose -o versions.bin 5 a=./1");
   for (int round = 0; round < 40; ++round) {
     const Pointer& pointer = kPointers[random() % 3 == 0 ? random() % std::size(kPointers) : 0];
     const bool old = random() % 4 != 0, dry = random() % 4 == 0, unlisted = random() % 2 == 0,
@@ -99,7 +99,8 @@ TEST_F(PruneTest, TellsWhatItDoesAndWaitsForRuns) {
   run("for v in r1 r2; do mkdir -p " + kHere + "$v; done; printf r2 >" + kHere +
       "latest; touch -d '8 days ago' " + kHere +
       "latest; mkdir -p runenv/platform/5 .update down;"
-      " ln -s 5 runenv/platform/6; for d in .update down; do touch $d/latest $d/l.tar.gz $d/mine;"
+      " ln -s 5 runenv/platform/6; ln -s down link; for d in .update down; do touch $d/latest "
+      "$d/l.tar.gz $d/mine;"
       " touch -d '8 days ago' $d/*; touch $d/new.tar.gz; done");
   const Row kRows[] = {
       {"", "", "one document is needed" + hint},
@@ -122,6 +123,8 @@ TEST_F(PruneTest, TellsWhatItDoesAndWaitsForRuns) {
        leaving + "removing " + kHere +
            "r1 (N)\nremoving .update/l.tar.gz (N)\nremoving .update/latest (N)\n"
            "freed N\nmine\nnew.tar.gz\n"},
+      {"versions.bin --temp-cache link; ls -A down",
+       leaving + "leaving link: is not a directory\nfreed N\nl.tar.gz\nlatest\nmine\nnew.tar.gz\n"},
       {"versions.bin --older-than 0 --temp-cache down; ls -A down",
        leaving + "removing down/l.tar.gz (N)\nremoving down/latest (N)\n"
                  "removing down/new.tar.gz (N)\nfreed N\nmine\n"},
@@ -129,6 +132,14 @@ TEST_F(PruneTest, TellsWhatItDoesAndWaitsForRuns) {
   run("runenv-versions compose -o versions.bin 5 a=1; runenv-versions compose -o up 5 ..=../..;"
       " runenv-versions compose -o six 6; rm -r runenv/platform/5/latest");
   for (const auto& [words, out, error] : kRows) check("prune " + words, out, error);
+  // What is mounted in a release stays, even from the same file system.
+  const Outcome mounted =
+      run("mkdir -p " + kHere + "r1/sub; unshare -rm sh -c 'mount --bind down " + kHere +
+          "r1/sub || exit 77; runenv-prune versions.bin'; status=$?; ls down; rm -r " + kHere +
+          ".runenv-prune#removing; exit $status");
+  if (mounted.status != 77) {
+    EXPECT_EQ(mounted.out.substr(mounted.out.rfind("B\n") + 2), "mine\n");
+  }
   // What interrupted programs have left goes; what is at work stays, and is waited for.
   check("mkdir -p " + kHere + "'.runenv-prune#removing/x' " + kHere +
             "'.runenv-verify#unpacking/x';"

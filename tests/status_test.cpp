@@ -27,8 +27,11 @@ TEST_F(StatusTest, TellsEveryState) {
       {"rm -r " + item + "/r1", 2, "broken", "latest names 'r1', which is not there"},
       {"printf '../5' >" + latest, 2, "broken",
        "latest names '../5', which is not a release\nother release: " + item + "/r1 (N)"},
-      {"printf '\\033' >" + latest, 2, "broken",
-       "latest names '\\x1b', which is not there\nother release: " + item + "/r1 (N)"},
+      {"truncate -s 2M " + latest, 2, "broken",
+       "latest is too large\nother release: " + item + "/r1 (N)"},
+      {"rm -r " + item + "; touch " + item, 2, "broken", item + ": is not a directory"},
+      {"printf '\\033\\302\\233' >" + latest, 2, "broken",
+       "latest names '\\x1b\\xc2\\x9b', which is not there\nother release: " + item + "/r1 (N)"},
       {"ln -sf r1/file " + latest, 2, "broken",
        "latest is not a file\nother release: " + item + "/r1 (N)"},
       {"mv " + item + " x; ln -s ../../x " + item, 2, "broken",
@@ -110,6 +113,9 @@ TEST_F(StatusTest, VerifiesFiles) {
        3,
        of("unread", "many/1", "changed while it was read") +
            of("unread", "many/9", "changed while it was read")},
+      {"echo 'PATH=${PATH#*:}; sha256sum \"$@\" | sed 2d; exit 1' >$OLDPWD/bin/sha256sum", 3,
+       of("unread", "many/1", "could not be read by sha256sum") +
+           of("unread", "many/81", "could not be read by sha256sum")},
       {"echo 'exit 1' >$OLDPWD/bin/sha256sum", 3,
        place + ": a release's files: could not be read (sha256sum: exit status 1)\n"},
       {"rm .runenv-files; mkfifo .runenv-files", 2, list("is not a file")},
@@ -159,6 +165,22 @@ TEST_F(StatusTest, VerifiesFiles) {
       "{\"kind\":\"extra\",\"path\":\"runenv/platform/5/r2/\xef\xbf\xbd\",\"detail\":\"\"}]\n");
 }
 
+TEST_F(StatusTest, WhatCannotBeLookedAtIsUnknown) {
+  const std::string item = "runenv/platform/5", denied = ": Permission denied\n";
+  const std::tuple<std::string, int, std::string> kRows[] = {
+      {"chmod 0 " + item + "/latest", 3, "platform/5 unknown " + item + "/latest" + denied},
+      {"chmod 0 runenv/platform", 3, "platform/5 unknown " + item + denied},
+      {"mkdir -m 0 runenv/platform/6", 0, "runenv-status: runenv/platform/6" + denied},
+      {"mkdir -m 0 x; set -- --directory x", 3, "runenv-status: x" + denied},
+  };
+  for (const auto& [deny, status, told] : kRows) {
+    const Outcome outcome = run(
+        ordinary + deny + "; $as status \"$@\" 2>&1; status=$?; chmod -R u+rwX .; exit $status");
+    EXPECT_EQ(outcome.status, status) << deny;
+    EXPECT_NE(outcome.out.find(told), std::string::npos) << deny << outcome.out;
+  }
+}
+
 TEST_F(StatusTest, AsksTheServerForAllAtOnce) {
   run("cd " + item("system-types/alpha/1.4") + "; mkdir a2; cp a1/* a2; echo a2 >latest");
   run("rm " + item("system-types/beta/0.9") + "/latest");
@@ -182,11 +204,33 @@ TEST_F(StatusTest, AsksTheServerForAllAtOnce) {
             "1\n");
 }
 
+// Whatever has not come whole is no pointer, and its directory is gone after every end.
+TEST_F(StatusTest, DoesNotTakeAPartForAPointer) {
+  const std::string ask = "TMPDIR=$PWD/t runenv-status --check --quiet versions.bin 2>&1";
+  const std::string kRows[] = {
+      "(ulimit -f 0; " + ask + ") | grep -q 'wishes: File too large' && exit 3",
+      ask,
+      "truncate -s 2M " + item("platform/5") + "/latest; " + ask,
+      "printf '#!/bin/sh\nexec sleep 60' >bin/curl; chmod +x bin/curl; for s in INT TERM HUP; do "
+      "TMPDIR=$PWD/t timeout --foreground -s $s 0.3 runenv-status --check versions.bin; done; exit "
+      "3",
+  };
+  write_file("server/extra.conf",
+             "keepalive_timeout 0;"
+             "location ~ beta.*latest { add_header Content-Length 9; return 200 \"b1\"; }");
+  run("mkdir t; exec local-server.sh start server");
+  for (const std::string& row : kRows) {
+    EXPECT_EQ(run(row).status, 3) << row;
+    EXPECT_TRUE(files::is_empty("t")) << row;
+  }
+}
+
 TEST_F(StatusTest, PrintsForTerminalsAndPrograms) {
   run("runenv-versions compose -o hostile 5 $(printf 'a\\377\\033=1') \\\"=1 alpha=1.4");
   check(
       "runenv-status --json hostile | jq -r '.items[].name' | od -An -c | tr -d ' \\n'",
       "platform/5\\nsystem-types/\"/1\\nsystem-types/alpha/1.4\\nsystem-types/a357277275033/1\\n");
+  check("runenv-status --json hostile | LC_ALL=C tr -d '\\n -~'");
   check("runenv-status --json versions.bin | jq -c '[keys_unsorted, (.items[0] | keys_unsorted)]'",
         R"([["document","server","status","items","other_releases","unlisted_items","leftovers"],)"
         R"(["name","state","release","since","bytes"]])"
@@ -221,6 +265,7 @@ TEST_F(StatusTest, PrintsForTerminalsAndPrograms) {
       {"", "", "one document is needed" + hint},
       {"--json --quiet v", "", "--json and --quiet exclude each other" + hint},
       {"none", "", "none: No such file or directory"},
+      {"--directory none versions.bin", "", "none: No such file or directory"},
   };
   for (const auto& [words, out, error] : kRows) {
     const Outcome outcome = run("runenv-status " + words);

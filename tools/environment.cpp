@@ -6,7 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <filesystem>
 
 #include "core/retry.h"
 #include "fs/iterator.h"
@@ -17,6 +17,18 @@
 #include "tools/tree.h"
 
 namespace runenv {
+
+bool has_environment(const std::string& directory) {
+  const std::string place = directory.empty() ? "." : directory;
+  const unique_fd descriptor(open(place.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  struct stat status;
+  const bool is_there = descriptor.get() >= 0 && fstatat(descriptor.get(), Layout::kEnvironment,
+                                                         &status, AT_SYMLINK_NOFOLLOW) == 0;
+  if (!is_there && (descriptor.get() < 0 || errno != ENOENT)) {
+    throw_errno_of(place);
+  }
+  return is_there;
+}
 
 unique_fd open_environment(const std::string& directory) {
   const std::string path = fs::path_t(directory.c_str()).join(Layout::kEnvironment).cstring();
@@ -30,15 +42,22 @@ unique_fd open_environment(const std::string& directory) {
 LocalItem::LocalItem(int root, const std::string& item)
     : shown(std::string(Layout::kEnvironment) + "/" + printable(item)),
       directory(open_below(root, item.c_str(), O_RDONLY | O_DIRECTORY)) {
-  if (directory.get() < 0 && errno == EXDEV) {
-    throw_failure_of(shown, "leads out of the environment");
+  const auto fail = [&](const std::string& why) {
+    throw OddItem(Error::Type::Failure, (shown + ": " + why).c_str());
+  };
+  if (directory.get() >= 0 || errno == ENOENT) {
+    return;
   }
-  if (directory.get() < 0 && errno == ELOOP) {
-    throw_failure_of(shown, "is behind a symbolic link");
+  if (errno == EXDEV) {
+    fail("leads out of the environment");
   }
-  if (directory.get() < 0 && errno != ENOENT) {
-    throw_errno_of(shown);
+  if (errno == ELOOP) {
+    fail("is behind a symbolic link");
   }
+  if (errno == ENOTDIR) {
+    fail("is not a directory");
+  }
+  throw_errno_of(shown);
 }
 
 std::string LocalItem::path_of(const std::string& name) const {
@@ -66,17 +85,21 @@ bool LocalItem::lock() {
 }
 
 std::optional<std::string> LocalItem::current(std::string* problem) const {
-  const std::string path = path_of(Layout::kLatest);
-  struct stat status;
-  if (lstat(path.c_str(), &status) != 0) {
-    *problem = errno == ENOENT ? "" : std::string("latest: ") + std::strerror(errno);
+  const unique_fd file(openat(directory.get(), Layout::kLatest,
+                              O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (file.get() < 0 && errno == ENOENT) {
     return std::nullopt;
   }
-  if (!S_ISREG(status.st_mode)) {
-    *problem = "latest is not a file";
+  struct stat status {};
+  const bool is_link_or_socket = file.get() < 0 && (errno == ELOOP || errno == ENXIO);
+  if (!is_link_or_socket && (file.get() < 0 || fstat(file.get(), &status) != 0)) {
+    throw_errno_of(shown + "/" + Layout::kLatest);
+  }
+  if (!S_ISREG(status.st_mode) || status.st_size > kPointerLimit) {
+    *problem = S_ISREG(status.st_mode) ? "latest is too large" : "latest is not a file";
     return std::nullopt;
   }
-  const malloc_ptr<char> line(read_pointer_line(path.c_str()));
+  const malloc_ptr<char> line(read_pointer_line(descriptor_path(file.get()).c_str()));
   const std::string name = line.get();
   if (name.empty()) {
     *problem = "latest is empty";
@@ -124,8 +147,10 @@ std::vector<std::string> LocalItem::leftovers() const {
 }
 
 std::set<std::string> wanted_directories(const std::vector<std::string>& listed) {
-  std::set<std::string> result(listed.begin(), listed.end());
-  for (const std::string& item : listed) {
+  std::set<std::string> result;
+  for (const std::string& name : listed) {
+    const std::string item = std::filesystem::path(name).lexically_normal();  // such as ./5
+    result.insert(item);
     for (size_t slash = item.find('/'); slash != std::string::npos;
          slash = item.find('/', slash + 1)) {
       result.insert(item.substr(0, slash));

@@ -2,15 +2,25 @@
 // directory for each item. That has the local pointer "latest" and a directory for each release.
 #pragma once
 
+#include <sys/types.h>
+
 #include <ctime>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "core/error.h"
 #include "core/owner.h"
 
 namespace runenv {
+
+inline constexpr off_t kPointerLimit = 1 << 20;  // bytes; a larger file is no pointer
+
+// What is thrown of an item that leads out of the environment, or is no directory.
+struct OddItem : Error {
+  using Error::Error;
+};
 
 // What an item's directory holds besides its pointer.
 struct Release {
@@ -23,7 +33,7 @@ struct Release {
 class LocalItem {
  public:
   // `root` is a descriptor of the directory "runenv", `item` a path below it, such as "platform/5".
-  // Throws Error if the path leads anywhere else, through ".." or a link.
+  // Throws OddItem if the path leads anywhere else, through ".." or a link, or to a file.
   LocalItem(int root, const std::string& item);
 
   // Whether there is such a directory. The functions below need it.
@@ -60,7 +70,11 @@ class LocalItem {
 // Opens the directory "runenv" in `directory`; empty is the working directory. Throws Error.
 unique_fd open_environment(const std::string& directory);
 
-// The items `listed` and all directories above them.
+// Whether there is something called "runenv" in `directory`. Throws Error if nobody can tell, as
+// where `directory` itself is missing.
+bool has_environment(const std::string& directory);
+
+// The items `listed` and all directories above them, by the names that items_present gives them.
 std::set<std::string> wanted_directories(const std::vector<std::string>& listed);
 
 // The items that are there, whether anybody wants them or not, in order of name.

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <span>
 
+#include "core/error.h"
 #include "core/owner.h"
 #include "tools/failure.h"
 #include "tools/run_tool.h"
@@ -113,7 +114,7 @@ static std::vector<OpenFile> open_files(int directory, std::span<const std::stri
   return result;
 }
 
-// What sha256sum prints of open files: a line for each.
+// What sha256sum prints of open files: a line for each that it can read.
 static std::string digests_of(const std::vector<OpenFile>& files, int output) {
   std::vector<std::string> names(files.size());
   std::transform(files.begin(), files.end(), names.begin(),
@@ -123,9 +124,15 @@ static std::string digests_of(const std::vector<OpenFile>& files, int output) {
     argv.push_back(name.c_str());
   }
   argv.push_back(nullptr);
-  run_tool(argv, kNoFile, descriptor_path(output).c_str(), "a release's files",
-           "could not be read");
-  struct stat status;
+  struct stat status {};
+  try {
+    run_tool(argv, kNoFile, descriptor_path(output).c_str(), "a release's files",
+             "could not be read");
+  } catch (const Error&) {
+    if (fstat(output, &status) != 0 || status.st_size == 0) {
+      throw;
+    }
+  }
   if (fstat(output, &status) != 0) {
     throw_errno_of("memory");
   }
@@ -150,13 +157,15 @@ void hash_files(int directory, const std::vector<std::string>& paths, Scan* scan
       continue;
     }
     const std::string text = digests_of(files, output.get());
-    size_t line = 0;
     for (const OpenFile& file : files) {
+      const size_t name = text.find("  " + descriptor_path(file.descriptor.get()) + "\n");
       if (!file.is_as_seen()) {
         scan->unread[file.path] = kChanged;
+      } else if (name == std::string::npos || name < kDigestLength) {
+        scan->unread[file.path] = "could not be read by sha256sum";
+      } else {
+        scan->files.at(file.path).content = text.substr(name - kDigestLength, kDigestLength);
       }
-      scan->files.at(file.path).content = text.substr(std::min(line, text.size()), kDigestLength);
-      line = text.find('\n', line) + 1;
     }
   }
 }

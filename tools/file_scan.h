@@ -25,7 +25,7 @@ Scan scan_files(int directory);
 bool is_unchanged(const Scan& before, const Scan& after);
 
 // Has sha256sum read the regular files at these paths, and enters the digests of their contents.
-// Throws Error if it cannot be run or fails.
+// Throws Error if it cannot be run or reads none of them.
 void hash_files(int directory, const std::vector<std::string>& paths, Scan* scan);
 
 }  // namespace runenv

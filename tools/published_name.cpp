@@ -1,5 +1,6 @@
 #include "tools/published_name.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -14,14 +15,19 @@ static bool is_control(char c) {
 
 std::string printable(std::string_view text) {
   std::string result;
-  for (const char c : text) {
-    if (is_control(c)) {
-      char code[sizeof "\\xNN"];
-      std::snprintf(code, sizeof code, "\\x%02x", c);
-      result += code;
-    } else {
-      result += c;
+  size_t coded = 0;  // how many bytes from here on
+  for (; !text.empty(); text.remove_prefix(1)) {
+    // Terminals obey U+0080 to U+009F, too.
+    const bool is_wide_control = text.size() > 1 && text[0] == '\xc2' && (text[1] & 0xe0) == 0x80;
+    coded = is_wide_control ? 2 : std::max<size_t>(coded, is_control(text[0]) ? 1 : 0);
+    if (coded == 0) {
+      result += text[0];
+      continue;
     }
+    char code[sizeof "\\xNN"];
+    std::snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned char>(text[0]));
+    result += code;
+    --coded;
   }
   return result;
 }

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -19,8 +20,10 @@
 #include "tools/command_line.h"
 #include "tools/document.h"
 #include "tools/environment.h"
+#include "tools/failure.h"
 #include "tools/published_name.h"
 #include "tools/remover.h"
+#include "tools/tree.h"
 
 namespace runenv {
 
@@ -133,27 +136,41 @@ static void clear_parent(int root, const std::string& name, Remover* remover) {
   }
 }
 
-// Downloads that nobody has written to for long enough.
+// The downloads in the temp cache that nobody has written to for long enough, in order of name.
+static std::vector<std::string> old_downloads(int cache, unsigned days) {
+  std::vector<std::string> result;
+  for (fs::iterator_t entry(descriptor_path(cache).c_str(), true); entry.has_item();
+       entry.move_next()) {
+    const std::string name = entry.get_name();
+    struct stat status;
+    if ((name == Layout::kLatest || name.ends_with(Layout::kArchiveExtension)) &&
+        fstatat(cache, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+        S_ISREG(status.st_mode) && is_older(status.st_mtime, days)) {
+      result.push_back(name);
+    }
+  }
+  std::sort(result.begin(), result.end());
+  return result;
+}
+
 static void clean_temp_cache(const Arguments& arguments, Remover* remover) {
   const fs::path_t cache =
       fs::path_t(arguments.directory.c_str()).join(arguments.temp_cache.c_str());
-  if (!cache.is_directory()) {
+  const unique_fd directory(open(cache.cstring(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (directory.get() < 0 && errno == ENOENT) {
     return;
   }
-  std::vector<std::string> old;
-  for (fs::iterator_t entry(cache, true); entry.has_item(); entry.move_next()) {
-    const std::string name = entry.get_name();
-    const fs::path_t path = entry.get_path();
-    struct stat status;
-    if ((name == Layout::kLatest || name.ends_with(Layout::kArchiveExtension)) &&
-        lstat(path.cstring(), &status) == 0 && S_ISREG(status.st_mode) &&
-        is_older(status.st_mtime, arguments.days)) {
-      old.emplace_back(path.cstring());
-    }
+  if (directory.get() < 0 && errno == ENOTDIR) {  // perhaps a link to somewhere else
+    std::printf("leaving %s: is not a directory\n", printable(cache.cstring()).c_str());
+    return;
   }
-  std::sort(old.begin(), old.end());
-  for (const std::string& path : old) {
-    remover->remove_file(path, path);
+  if (directory.get() < 0) {
+    throw_errno_of(printable(cache.cstring()));
+  }
+  const fs::path_t place(descriptor_path(directory.get()).c_str());
+  for (const std::string& name : old_downloads(directory.get(), arguments.days)) {
+    remover->remove_file(fs::path_t(place).join(name.c_str()).cstring(),
+                         fs::path_t(cache).join(name.c_str()).cstring());
   }
   if (!arguments.dry_run) {
     rmdir(cache.cstring());  // as the bootstrapper does: only if it is empty

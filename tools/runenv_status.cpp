@@ -141,8 +141,11 @@ static Item look_at(int root, const std::string& name, Report* report) {
       }
     }
     add_leftovers(local, name, report);
-  } catch (const Error& error) {
+  } catch (const OddItem& error) {
     item.state = State::kBroken;
+    item.problem = error.message;
+  } catch (const Error& error) {
+    item.state = State::kUnknown;
     item.problem = error.message;
   }
   return item;
@@ -155,26 +158,36 @@ static void look_at_temp_cache(const fs::path_t& cache, Report* report) {
   }
 }
 
+// What lies beside the items that the document names.
+static void look_besides(int root, const std::vector<std::string>& listed, Report* report) {
+  const std::set<std::string> wanted = wanted_directories(listed);
+  for (const std::string& name : items_present(root)) {
+    if (!wanted.contains(name)) {
+      attempt([&] {
+        const LocalItem item(root, name);
+        report->unlisted.push_back({below_environment(name), report->size_of(item.path_of("."))});
+      });
+    }
+  }
+  for (const std::string& name : parents_of_items(root)) {
+    attempt([&] { add_leftovers(LocalItem(root, name), name, report); });
+  }
+}
+
 static Report look_around(const Arguments& arguments, const std::vector<std::string>& listed) {
   const std::string directory = arguments.directory != nullptr ? arguments.directory : "";
   Report report;
   report.measures = !arguments.quiet;
-  const bool is_new = !fs::path_t(directory.c_str()).join(Layout::kEnvironment).exists(true);
-  const unique_fd root = is_new ? unique_fd() : open_environment(directory);
+  const unique_fd root = has_environment(directory) ? open_environment(directory) : unique_fd();
   for (const std::string& name : listed) {
-    report.items.push_back(is_new ? Item{} : look_at(root.get(), name, &report));
+    report.items.push_back(root.get() < 0 ? Item{} : look_at(root.get(), name, &report));
     report.items.back().name = name;
   }
-  const std::set<std::string> wanted = wanted_directories(listed);
-  for (const std::string& name : is_new ? listed : items_present(root.get())) {
-    if (!wanted.contains(name)) {
-      const LocalItem item(root.get(), name);
-      report.unlisted.push_back({below_environment(name), report.size_of(item.path_of("."))});
-    }
+  if (arguments.quiet) {
+    return report;
   }
-  for (const std::string& name :
-       is_new ? std::vector<std::string>() : parents_of_items(root.get())) {
-    add_leftovers(LocalItem(root.get(), name), name, &report);
+  if (root.get() >= 0) {
+    look_besides(root.get(), listed, &report);
   }
   const char* const cache = arguments.temp_cache != nullptr ? arguments.temp_cache : ".update";
   look_at_temp_cache(fs::path_t(directory.c_str()).join(cache), &report);
@@ -296,9 +309,10 @@ static void print_json(const Arguments& arguments, const Report& report) {
   result["other_releases"] = to_json(report.releases);
   result["unlisted_items"] = to_json(report.unlisted);
   result["leftovers"] = to_json(report.leftovers);
-  // Names are bytes; what is no UTF-8 in them is replaced.
+  // Names are bytes; what is no UTF-8 in them is replaced. All else but ASCII is written as \uXXXX,
+  // since terminals obey some of it.
   const std::string text =
-      result.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+      result.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace);
   std::printf("%s\n", text.c_str());
 }
 

@@ -1,7 +1,6 @@
 #include "tools/served_pointers.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -9,9 +8,11 @@
 
 #include "core/error.h"
 #include "core/owner.h"
+#include "process/interruption.h"
 #include "schema/layout.h"
 #include "schema/pointer.h"
 #include "tools/command_line.h"
+#include "tools/environment.h"
 #include "tools/failure.h"
 #include "tools/run_tool.h"
 #include "tools/tree.h"
@@ -55,11 +56,12 @@ static std::string quoted(const std::string& text) {
   return result + '"';
 }
 
-std::vector<std::optional<std::string>> fetch_pointers(const std::string& base_url,
-                                                       const std::vector<std::string>& items) {
-  const PrivateDirectory directory;
-  const std::string wanted = directory.file("wanted");
-  std::ofstream list(wanted);
+// Writes curl's configuration file. What comes only in part is no pointer; curl before 7.83 does
+// not know that setting, and passes over it.
+static void write_wishes(const PrivateDirectory& directory, const std::string& path,
+                         const std::string& base_url, const std::vector<std::string>& items) {
+  std::ofstream list(path);
+  list << "remove-on-error\nmax-filesize = " << kPointerLimit << "\n";
   for (size_t i = 0; i < items.size(); ++i) {
     list << "url = "
          << quoted(base_url + "/" + Layout::kTreeRoot + "/" + Layout::kEnvironment + "/" +
@@ -67,19 +69,43 @@ std::vector<std::optional<std::string>> fetch_pointers(const std::string& base_u
          << "\noutput = " << quoted(directory.file(std::to_string(i))) << "\n";
   }
   list.close();
+  if (!list) {
+    throw_errno_of(path);
+  }
+}
+
+// What has come into the directory; `problem` says what went wrong, if anything did.
+static std::vector<std::optional<std::string>> fetch_into(const PrivateDirectory& directory,
+                                                          const std::string& base_url,
+                                                          const std::vector<std::string>& items,
+                                                          std::string* problem) {
+  const std::string wishes = directory.file("wishes");
+  write_wishes(directory, wishes, base_url, items);
   try {
-    run_tool({"curl", "-s", "-S", "-f", "-L", "-g", "-K", wanted.c_str(), nullptr}, kNoFile,
+    run_tool({"curl", "-s", "-S", "-f", "-L", "-g", "-K", wishes.c_str(), nullptr}, kNoFile,
              kNoFile, fs::path_t("curl"), "failed");
   } catch (const Error& error) {
-    // One transfer that fails does not keep the others from being made.
-    std::fprintf(stderr, "%s: %s\n", program_name(), error.message);
+    *problem = error.message;  // one transfer that fails does not keep the others from being made
   }
   std::vector<std::optional<std::string>> result(items.size());
   for (size_t i = 0; i < items.size(); ++i) {
     const std::string file = directory.file(std::to_string(i));
-    if (access(file.c_str(), R_OK) == 0) {
+    struct stat status;
+    if (stat(file.c_str(), &status) == 0 && status.st_size <= kPointerLimit) {
       result[i] = malloc_ptr<char>(read_pointer_line(file.c_str())).get();
     }
+  }
+  return result;
+}
+
+std::vector<std::optional<std::string>> fetch_pointers(const std::string& base_url,
+                                                       const std::vector<std::string>& items) {
+  undo_on_signals();
+  const SignalsHeld held;  // until the directory is gone again
+  std::string problem;
+  auto result = fetch_into(PrivateDirectory(), base_url, items, &problem);
+  if (!problem.empty()) {  // whoever should read this may be gone as well
+    std::fprintf(stderr, "%s: %s\n", program_name(), problem.c_str());
   }
   return result;
 }

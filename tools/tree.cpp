@@ -14,7 +14,6 @@
 
 #include "core/owner.h"
 #include "fs/path.h"
-#include "fs/tree.h"
 
 namespace runenv {
 
@@ -45,8 +44,10 @@ int open_below(int root, const char* path, int flags) {
   how.flags = static_cast<uint64_t>(flags | O_CLOEXEC);
   how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
   const auto descriptor = static_cast<int>(syscall(SYS_openat2, root, path, &how, sizeof how));
-  // systemd's RestrictSUIDSGID= takes the call away.
-  return descriptor < 0 && errno == ENOSYS ? open_step_by_step(root, path, flags) : descriptor;
+  // systemd's RestrictSUIDSGID= takes the call away; filters that do not know it may forbid it.
+  return descriptor < 0 && (errno == ENOSYS || errno == EPERM)
+             ? open_step_by_step(root, path, flags)
+             : descriptor;
 }
 
 std::string descriptor_path(int descriptor) {
@@ -90,13 +91,59 @@ uint64_t size_on_disk(const std::string& path) {
   return bytes;
 }
 
+// Whether something is mounted there, perhaps from the same file system.
+static bool is_mount_point(int descriptor) {
+  struct statx status;
+  return statx(descriptor, "", AT_EMPTY_PATH, 0, &status) == 0 &&
+         (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
+// Has the directory let its owner remove what is in it. Returns whether it may be entered.
+static bool open_for_removal(const FTSENT& entry) {
+  const unique_fd directory(open(entry.fts_accpath, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (directory.get() < 0 || is_mount_point(directory.get())) {
+    return false;
+  }
+  if ((entry.fts_statp->st_mode & S_IRWXU) != S_IRWXU) {
+    chmod(descriptor_path(directory.get()).c_str(), S_IRWXU);
+  }
+  return true;
+}
+
+// Returns 0 or the error.
+static int remove_entry(FTS* tree, FTSENT* entry) {
+  switch (entry->fts_info) {
+    case FTS_D:
+      if (!open_for_removal(*entry)) {
+        fts_set(tree, entry, FTS_SKIP);  // it comes as FTS_DP next
+      }
+      return 0;
+    case FTS_ERR:
+    case FTS_NS:
+      return entry->fts_errno;
+    case FTS_DP:
+    case FTS_DNR:
+      return rmdir(entry->fts_accpath) == 0 ? 0 : errno;
+    default:
+      return unlink(entry->fts_accpath) == 0 ? 0 : errno;
+  }
+}
+
 int remove_whole_tree(const std::string& path) {
-  walk_tree(path, [](const FTSENT& entry) {
-    if (entry.fts_info == FTS_D) {
-      chmod(entry.fts_path, S_IRWXU);
-    }
-  });
-  return remove_tree(path.c_str());
+  std::string root = path;
+  char* const roots[] = {root.data(), nullptr};
+  // It goes from directory to directory, and notices when one is not the one that it has seen.
+  const owner<FTS, fts_close> tree(fts_open(roots, FTS_PHYSICAL | FTS_XDEV, nullptr));
+  if (tree == nullptr) {
+    return -1;
+  }
+  int problem = 0;
+  for (errno = 0; FTSENT* entry = fts_read(tree.get()); errno = 0) {
+    const int error = remove_entry(tree.get(), entry);
+    problem = problem == 0 ? error : problem;
+  }
+  errno = problem == 0 ? errno : problem;
+  return errno == 0 ? 0 : -1;
 }
 
 bool stays_inside(std::string_view link, int depth) {

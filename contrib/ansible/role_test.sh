@@ -23,7 +23,11 @@ none runenv_instance=none
 END
 play() { ansible-playbook -i hosts -e @all.json "$@" | tee played; }
 
-# Everything is set up, and a second time nothing changes.
+# A trial changes nothing. Then everything is set up, and a second time nothing changes.
+play site.yml --check --limit '!none'
+grep -c 'failed=0' played | grep -x 2
+[ ! -e /etc/runenv/first ]
+! play site.yml --limit first -e "runenv_instance='a b'" | grep failed=0 || exit 1
 play site.yml --forks 1 --limit '!none'
 grep -c 'failed=0' played | grep -x 2
 play site.yml --limit '!none'
