@@ -12,15 +12,23 @@ static bool is_control(char c) {
   return static_cast<unsigned char>(c) < ' ' || c == '\x7f';
 }
 
+// Whether a character from U+0080 to U+009F begins there, such as U+009B: to many terminals that is
+// the escape character and "[".
+static bool is_control_of_two_bytes(std::string_view text) {
+  return text.size() >= 2 && text[0] == '\xc2' && (text[1] & 0xe0) == 0x80;
+}
+
 std::string printable(std::string_view text) {
   std::string result;
-  for (const char c : text) {
-    if (is_control(c)) {
+  for (size_t i = 0; i < text.size(); ++i) {
+    const unsigned char c = static_cast<unsigned char>(text[i]);
+    if (is_control(text[i]) || is_control_of_two_bytes(text.substr(i)) ||
+        (i > 0 && is_control_of_two_bytes(text.substr(i - 1)))) {
       char code[sizeof "\\xNN"];
       std::snprintf(code, sizeof code, "\\x%02x", c);
       result += code;
     } else {
-      result += c;
+      result += text[i];
     }
   }
   return result;

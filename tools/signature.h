@@ -65,7 +65,10 @@ std::optional<CarriedSignature> find_signature(int file, off_t size, const char*
 // bytes that are before it. Whether it is a good one needs the key.
 bool is_signed_for(const Purpose& purpose, const CarriedSignature& carried);
 
-// Whether there is something like a signature near the end, at its end or not.
-bool has_traces_of_signature(int file, off_t size, const char* path);
+// Returns why no machine would accept a signature of the file, of which find_signature has returned
+// `found`: it is damaged, not at the end, or one of several. Empty if it is none of these, or if
+// there is no signature at all. Throws Error "PATH: REASON" if the file cannot be read.
+std::string flaw_of_signature(int file, off_t size, const char* path,
+                              const std::optional<CarriedSignature>& found);
 
 }  // namespace runenv
