@@ -124,6 +124,7 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
       {"head -c 9999 /dev/urandom >data; tar -czf big data; ulimit -f 8; " + put + "big",
        "big: could not be copied: File too large"},
       {put + uuid, uuid + ": reads differently from its copy"},
+      {put + "server", "server: holds the tree itself, which would be published in it"},
       {put + "none", "none: No such file or directory"},
       {put + "/dev/null", "/dev/null: is neither a directory nor a regular file"},
       {"runenv-publish none platform 5 r" + from, "none: No such file or directory"},
@@ -151,6 +152,9 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
        "source: could not be packed (tar: Killed)"},
       {"printf '[ $1 != -c ] && exec /bin/tar \"$@\"; echo junk' >bin/tar; " + put + "source",
        "source: " + no_archive},
+      {"printf '[ $1 != -c ] || touch source/new; exec /bin/tar \"$@\"' >bin/tar; " + put +
+           "source; status=$?; rm source/new; exit $status",
+       "source: changed while it was packed"},
       {"printf '[ $1 != -c ] || touch source/file; exec /bin/tar \"$@\"' >bin/tar; " + put +
            "source --list; status=$?; rm bin/tar; exit $status",
        "source: changed while it was packed"},
@@ -193,7 +197,8 @@ TEST_F(PublishTest, WhatIsHardlyMeantIsRefusedInDirectoriesAndArchives) {
       kAround =
           "is a directory around everything: a client would find the files in it, "
           "one level down; publish what is in it",
-      kKind = "is neither a file nor a directory nor a link";
+      kKind = "is neither a file nor a directory nor a link",
+      kMade = "is a file that runenv-verify makes on a machine: remove it";
   const auto leads_to = [](const std::string& target) {
     return "is a link that could lead out of the release, to '" + target +
            "': a client would find its own file there, or none; link to something in the release";
@@ -206,20 +211,23 @@ TEST_F(PublishTest, WhatIsHardlyMeantIsRefusedInDirectoriesAndArchives) {
       {"touch f; chmod 4755 f", "f", kSetId},
       {"touch f; chmod 2745 f", "f", kSetId},
       {R"(ln -s /etc/a 'l -> "k"')", R"(l -> "k")", leads_to("/etc/a")},
-      {R"(ln -s ../../a $'d/\\\n\t\e\303')", "d/\\\\x0a\\x09\\x1b\303", leads_to("../../a")},
+      {R"(ln -s ../../a $'d/\\\n\t\e\302\233\303\233')", "d/\\\\x0a\\x09\\x1b\\xc2\\x9b\303\233",
+       leads_to("../../a")},
       {"ln -s a/../../x d/l", "d/l", leads_to("a/../../x")},
       {"rm keep", "d", kAround},
       {"mkfifo f", "f", kKind},
+      {"touch .runenv-signature d/.runenv-signature", ".runenv-signature", kMade},
       {R"(ln -s ../keep d/l; ln keep d/h; mkdir e; chmod 3777 e; touch $'a\tb"')", "", ""},
   };
   for (const auto& [made, name, why] : kRows) {
     SCOPED_TRACE(made);
     write_file("make", made);
     run("rm -rf source; mkdir -p source/d; cd source; touch keep; bash ../make");
+    const bool always = why == kKind || why == kMade;
     for (const std::string from : {"source", "archive"}) {
       const std::string put = "$p r2 --replace --from " + from, error = from + ": '" + name + "' ";
-      check(put, "", why == "" ? "" : error + why + (why == kKind ? "" : ", or give --as-is"));
-      check(put + " --as-is", "", why == kKind ? error + why : "");
+      check(put, "", why == "" ? "" : error + why + (always ? "" : ", or give --as-is"));
+      check(put + " --as-is", "", always ? error + why : "");
       run("tar -C source -czf archive .");
     }
   }
@@ -234,6 +242,13 @@ TEST_F(PublishTest, WhatIsHardlyMeantIsRefusedInDirectoriesAndArchives) {
     check("$p r2 --replace --as-is --from archive", "",
           "archive: 'k' is a place outside the release");
   }
+  check(
+      "cd source; ln d/h k; tar -cf ../a ./d/h k; tar --delete -f ../a ./d/h; cd ..; gzip -f <a "
+      ">archive;"
+      "$p r2 --replace --as-is --from archive",
+      "",
+      "archive: 'k' is a hard link to 'd/h', which is not in the archive before it: no client "
+      "could unpack it");
 }
 
 // A producer reads how it goes on, and where things are afterwards.
@@ -249,7 +264,7 @@ TEST_F(PublishTest, ItTellsWhatIsWhereAndHowFarItIs) {
         "'r2', the latest so far, has no archive any more, so nobody knows which platforms it had; "
         "if release 'r1' has them all, give --drop-platforms");
   check("exec >/dev/full; " + loud + "r1 --latest-only --drop-platforms", "",
-        "standard output: No space left on device");
+        "standard output: No space left on device; all else is done");
   check("cat " + kItem + "latest", "r1\n");
   check("runenv-publish server/www platform 5 r3 --compress 'gzip -1' --from source | wc -l",
         "1\n");
@@ -257,12 +272,19 @@ TEST_F(PublishTest, ItTellsWhatIsWhereAndHowFarItIs) {
         "source: could not be packed (tar: exit status 2)", true);
   check("$p r4 --compress cat --from source", "",
         "source: is not a .tar.gz archive with files that tar can read (tar: exit status 2)", true);
-  // A slow tar, on a terminal and not.
-  stand_in("tar", "sleep 0.5; exec /bin/tar \"$@\"");
-  check("$p r5 --from source 2>&1");
-  const Outcome shown = run("script -qec '$p r6 --from source' /dev/null");
+  // A slow tar, on a terminal and not. It lists slowly, but never stops for long.
+  stand_in("tar", R"([ $1 != -c ] || sleep 0.5
+    for i in 1 2 3 4 5 6; do [ $1 = -c ] || { echo '---------- 0/0 0 "x"'; sleep 0.1; }; done
+    exec /bin/tar "$@")");
+  check("$p r5 --as-is --from source 2>&1");
+  const Outcome shown = run("script -qec '$p r6 --as-is --from source' /dev/null");
   EXPECT_NE(shown.out.find("\rpacking: "), std::string::npos) << shown.out;
   EXPECT_NE(shown.out.find(" of 8 B, "), std::string::npos) << shown.out;
+  EXPECT_NE(shown.out.find("\rchecking: "), std::string::npos) << shown.out;
+  if (inject("-e inject=pidfd_open:error=ENOSYS")) {
+    EXPECT_EQ(run("timeout 60 script -qec '$p r7 --as-is --from source' /dev/null").status, 0);
+    inject("");
+  }
   EXPECT_TRUE(shown.out.ends_with("\r\033[K")) << shown.out;
 }
 
@@ -298,7 +320,7 @@ TEST_F(PublishTest, ASystemCallThatFailsIsToldAndUndone) {
       {"linkat:error=EEXIST:when=3", ""},  // the temporary name was taken
       {"write:error=EINTR:when=1", ""},
       {"write:error=EINTR:when=2", ""},
-      {"utimensat:error=EIO", "source" + failed},
+      {"utimensat:error=EIO", directory + "/runenv-publish.XXXXXX" + failed},
       {"pread64:error=EINTR:when=20", "", "big"},
       {"flock:error=EINTR:when=1", ""},
       {"flock:error=ENOLCK", ""},
@@ -308,7 +330,7 @@ TEST_F(PublishTest, ASystemCallThatFailsIsToldAndUndone) {
   run("head -c 999999 /dev/urandom >data; tar -czf big data");
   for (const auto& row : kRows) {
     inject("-e inject=" + row.words);
-    check("$p r2 --from " + row.source, "", row.error);
+    check("TMPDIR=$PWD $p r2 --from " + row.source, "", row.error);
     const bool unchanged = row.error != "" && row.error.find("in place") == row.error.npos,
                moved = row.error == "" || row.error.starts_with(pointer + in_place);
     EXPECT_EQ(tree() == before, unchanged) << row.words << "\n" << tree();
@@ -424,6 +446,9 @@ TEST_F(PublishTest, InterruptedItLeavesTheTreeAsItWas) {
     EXPECT_TRUE(files::exists(kItem + "r3/linux-x64.tar.gz"));
   }
   inject("");
+  // So it does while another publisher has the lock.
+  EXPECT_EQ(run("exec 9<" + kItem + "; flock 9; exec timeout -k 5 1 $p r4 --from source").status,
+            124);
   stand_in("tar", "kill -INT $PPID; kill -HUP $PPID; exec /bin/tar \"$@\"");
   check("trap '' INT HUP; $p r2 --from source; cat " + kItem + "latest", "r2\n");
 }

@@ -25,6 +25,7 @@ class VerifyTest : public ServerTest {
              "--replace --sign ${2-our}.key -- \"$1\"");
     // With this tar, runenv-publish accepts content that it would reject.
     stand_in("../blind/tar", "[ $1 = -t ] || exec /bin/tar \"$@\"");
+    stand_in("forge", "tar -C content -czf evil . && PATH=$PWD/blind:$PATH from=evil exec sign $1");
     const Outcome made =
         run("mkdir keys && minisign -GW -p keys/our.pub -s our.key &&"
             " minisign -GW -p their.pub -s their.key && rm -r server/www/2 &&"
@@ -91,13 +92,12 @@ TEST_F(VerifyTest, OnlyWhatWasSignedForThePlaceIsUnpacked) {
       {"printf '\\037\\213\\010\\004\\0\\0\\0\\0\\0\\377' >" + kArchive, "is not signed"},
       {"echo up >up; tar -P -C content -czf evil ../up; PATH=$PWD/blind:$PATH from=evil sign r2",
        "could not be unpacked (tar: "},
-      {"ln -s ../../../../up content/link; sign r2",
+      {"ln -s ../../../../up content/link; forge r2",
        "/r2/link: is a link that could lead out of the release, to '.."},
-      {"mkdir content/d && ln -s x/../y content/d/l; sign r2", "/r2/d/l: is a link that could"},
-      {"ln -s /etc/passwd content/link; sign r2",
+      {"mkdir content/d && ln -s x/../y content/d/l; forge r2", "/r2/d/l: is a link that could"},
+      {"ln -s /etc/passwd content/link; forge r2",
        "is a link that could lead out of the release, to '/etc/passwd'"},
-      {"mkfifo content/pipe; tar -C content -czf evil .; PATH=$PWD/blind:$PATH from=evil sign r2",
-       "/r2/pipe: is neither a file nor a directory nor a link"},
+      {"mkfifo content/pipe; forge r2", "/r2/pipe: is neither a file nor a directory nor a link"},
   };
   const std::string before = machine();
   for (const auto& [attack, error] : kRows) {
@@ -220,7 +220,7 @@ TEST_F(VerifyTest, PolicyForbidsRollback) {
   undo();
   EXPECT_EQ(update_after("runenv-publish server/www platform 5 r1 --sign our.key").status, 0);
   undo();
-  outcome = update_after("touch content/.runenv-signature; sign r1");
+  outcome = update_after("touch content/.runenv-signature; forge r1");
   EXPECT_NE(outcome.err.find("is in the archive, but only runenv-verify may create it"),
             std::string::npos)
       << outcome.err;
@@ -246,12 +246,20 @@ TEST_F(VerifyTest, SignedItemsStaySigned) {
       {"r6 --from content --drop-platforms", "release 'r6' is not signed for platform 'linux-x64'"},
       {"r6 --from content --drop-platforms --unsigned", ""},
       {"r7 --from content", ""},
+      {"r8 --from odd --keep-latest",
+       "odd: has a signature that is damaged or not at the end; sign"},
+      {"r8 --from twice --keep-latest",
+       "twice: has more than one signature; sign it anew (--sign)"},
+      {"r8 --from r2 --as-is --sign our.key --platform l; ln -s /etc content/l; " + program +
+           "r9 --from content --as-is --sign our.key",
+       "to '/etc': machines that verify signatures refuse it"},
       {"r7 --sign our.key --unsigned", "--sign and --unsigned exclude each other"},
       {"r7 --sign our.key --latest-only",
        "--latest-only goes with --drop-platforms and --unsigned"},
       {"r7 --sign our.key --replace", "--sign without --from goes with --platform alone"},
   };
-  run(member + " >>" + kArchive);  // signed twice; the next signing repairs that
+  run("cp r2 odd; : | gzip >>odd; cp r2 twice; " + member + " >>twice");
+  run(member + " >>" + kArchive);  // signed twice: the next signing repairs that
   for (const auto& [words, error] : kRows) {
     const Outcome outcome = run(program + words);
     EXPECT_EQ(outcome.status, error == "" ? 0 : 1) << words << outcome.err;

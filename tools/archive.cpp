@@ -10,7 +10,6 @@
 
 #include "core/owner.h"
 #include "fs/file_interface.h"
-#include "tools/content.h"
 #include "tools/failure.h"
 #include "tools/packing.h"
 #include "tools/progress.h"
@@ -48,31 +47,37 @@ static bool same_content(const fs::path_t& source, const Replacement& archive) {
 
 // At the end of the archive gzip compares its checksum too. The pattern "*" has tar fail where
 // nothing matches it: to tar, an empty file is an archive.
-static void check_archive(const Making& making, const Replacement& archive) {
-  const fs::path_t source(making.source);
-  ContentCheck content(source, making.as_is);
+void read_archive(const std::string& file, const fs::path_t& subject, ContentCheck* content,
+                  const std::function<void(pid_t)>& tick) {
   const auto take = [&](std::string_view line) {
     const std::optional<ContentEntry> entry = read_listing(line);
     if (!entry) {
-      throw_failure_of(making.source, "tar lists it in an unknown way");
+      throw_failure_of(subject.cstring(), "tar lists it in an unknown way");
     }
-    content.take(*entry);
+    content->take(*entry);
   };
   const std::vector<const char*> tar = {
       "tar", "-t", "-v",          "-z", "-P",   "--numeric-owner", "--quoting-style=c",
       "-f",  "-",  "--wildcards", "*",  nullptr};
+  run_tool(tar, file.c_str(), nullptr, subject,
+           "is not a .tar.gz archive with files that tar can read", {.line = take, .tick = tick});
+  content->finish();
+}
+
+static void check_archive(const fs::path_t& source, Judge judge, const Replacement& archive) {
+  ContentCheck content(source, judge);
   Progress progress("checking", static_cast<uint64_t>(archive.size()), place_in_input_of);
-  const ToolWatch watch{.line = take, .tick = progress.ticks()};
-  run_tool(tar, archive.descriptor_path().c_str(), nullptr, source,
-           "is not a .tar.gz archive with files that tar can read", watch);
-  content.finish();
+  read_archive(archive.descriptor_path(), source, &content, progress.ticks());
 }
 
 void make_archive(const Making& making, Replacement* archive) {
   const fs::path_t source(making.source);
   const bool is_packed = source.is_directory();
+  const Judge judge = !making.as_is      ? Judge::kProducer
+                      : making.is_signed ? Judge::kVerifier
+                                         : Judge::kTar;
   if (is_packed) {
-    ContentCheck content(source, making.as_is);
+    ContentCheck content(source, judge);
     const uint64_t bytes = content.take_directory(source);
     content.finish();
     pack(making, bytes, *archive);
@@ -83,7 +88,7 @@ void make_archive(const Making& making, Replacement* archive) {
   if (!is_packed && !same_content(source, *archive)) {
     throw_failure_of(source.cstring(), "reads differently from its copy");
   }
-  check_archive(making, *archive);
+  check_archive(source, judge, *archive);
 }
 
 }  // namespace runenv

@@ -11,6 +11,7 @@
 
 #include "tools/failure.h"
 #include "tools/published_name.h"
+#include "tools/signature.h"
 #include "tools/tree.h"
 
 namespace runenv {
@@ -39,8 +40,8 @@ void ContentCheck::refuse(const std::string& name, const std::string& why) const
   throw_failure_of(shown.c_str(), "'" + plain(name) + "' " + why);
 }
 
-void ContentCheck::refuse_unless_as_is(const std::string& name, const std::string& why) const {
-  if (!as_is) {
+void ContentCheck::refuse_as_producer(const std::string& name, const std::string& why) const {
+  if (judge == Judge::kProducer) {
     refuse(name, why + ", or give --as-is");
   }
 }
@@ -50,7 +51,17 @@ static bool leaves_the_release(const std::string& name) {
   return name.starts_with('/') || std::find(parts.begin(), parts.end(), "..") != parts.end();
 }
 
-// What tar could not unpack, or not in the release's directory.
+// The same for each spelling of a path.
+static std::string key_of(const std::string& name) {
+  std::string result;
+  for (const std::string_view part : components(name)) {
+    result.append("/").append(part);
+  }
+  return result;
+}
+
+// What tar could not unpack, or not in the release's directory; and what only runenv-verify may put
+// there.
 void ContentCheck::check_place(const ContentEntry& entry) const {
   if (std::strchr("-dlh", entry.type) == nullptr) {
     refuse(entry.name, "is neither a file nor a directory nor a link");
@@ -58,31 +69,53 @@ void ContentCheck::check_place(const ContentEntry& entry) const {
   if (leaves_the_release(entry.name) || (entry.type == 'h' && leaves_the_release(entry.target))) {
     refuse(entry.name, "is a place outside the release");
   }
+  if (components(entry.name) == std::vector<std::string_view>{kRememberedSignature}) {
+    refuse(entry.name, "is a file that runenv-verify makes on a machine: remove it");
+  }
 }
 
-// What a client could unpack, but hardly wants.
-void ContentCheck::check_use(const ContentEntry& entry) const {
+// tar makes a hard link to a file that it has unpacked before.
+void ContentCheck::check_hard_link(const ContentEntry& entry) {
+  if (entry.type == 'h' && !files.contains(key_of(entry.target))) {
+    refuse(entry.name, "is a hard link to '" + plain(entry.target) +
+                           "', which is not in the archive before it: no client could unpack it");
+  }
+  if (entry.type != 'd') {
+    files.insert(key_of(entry.name));
+  }
+}
+
+void ContentCheck::check_link(const ContentEntry& entry) const {
   const int depth = static_cast<int>(components(entry.name).size());
+  if (entry.type != 'l' || stays_inside(entry.target, depth - 1)) {
+    return;
+  }
+  const std::string what =
+      "is a link that could lead out of the release, to '" + printable(entry.target) + "': ";
+  if (judge == Judge::kVerifier) {
+    refuse(entry.name, what + "machines that verify signatures refuse it");
+  }
+  refuse_as_producer(entry.name, what +
+                                     "a client would find its own file there, or none; link to "
+                                     "something in the release");
+}
+
+// What a client could unpack, but what looks like a mistake.
+void ContentCheck::check_use(const ContentEntry& entry) const {
   if (entry.type == 'l') {
-    if (!stays_inside(entry.target, depth - 1)) {
-      refuse_unless_as_is(entry.name, "is a link that could lead out of the release, to '" +
-                                          printable(entry.target) +
-                                          "': a client would find its own file there, or none; "
-                                          "link to something in the release");
-    }
     return;
   }
   const bool is_directory = entry.type == 'd';
   if (!is_directory && (entry.mode & (S_ISUID | S_ISGID)) != 0) {
-    refuse_unless_as_is(entry.name,
-                        "is a set-user-ID or set-group-ID file: everybody on a client that root "
-                        "updates could run it as root; take that away (chmod ug-s)");
+    refuse_as_producer(entry.name,
+                       "is a set-user-ID or set-group-ID file: everybody on a client that root "
+                       "updates could run it as root; take that away (chmod ug-s)");
   }
   const mode_t needed = is_directory ? S_IROTH | S_IXOTH : S_IROTH;
   if ((entry.mode & needed) != needed) {
-    refuse_unless_as_is(entry.name,
-                        "cannot be read by others: on a client, only the user who updates could "
-                        "use it; permit it (chmod a+rX)");
+    refuse_as_producer(entry.name,
+                       "cannot be read by others: on a client, only the user who updates could "
+                       "use it; permit it (chmod a+rX)");
   }
 }
 
@@ -98,15 +131,17 @@ void ContentCheck::note_top(const ContentEntry& entry) {
 
 void ContentCheck::take(const ContentEntry& entry) {
   check_place(entry);
+  check_hard_link(entry);
+  check_link(entry);
   check_use(entry);
   note_top(entry);
 }
 
 void ContentCheck::finish() const {
   if (only_top && !has_more) {
-    refuse_unless_as_is(*only_top,
-                        "is a directory around everything: a client would find the files in it, "
-                        "one level down; publish what is in it");
+    refuse_as_producer(*only_top,
+                       "is a directory around everything: a client would find the files in it, "
+                       "one level down; publish what is in it");
   }
 }
 
@@ -118,7 +153,7 @@ static std::string link_target(const FTSENT& entry) {
   char target[PATH_MAX];
   const ssize_t size = readlink(entry.fts_accpath, target, sizeof target);
   if (size < 0) {
-    throw_errno_of(entry.fts_path);
+    throw_errno_of(printable(entry.fts_path));
   }
   return {target, static_cast<size_t>(size)};
 }

@@ -1,5 +1,5 @@
-// What a release holds, as its producer is about to publish it: what is certainly a mistake is
-// refused before any machine installs it.
+// What is in a release. What machines could not install, and what looks like a mistake of its
+// producer, is refused before any machine gets it.
 #pragma once
 
 #include <sys/types.h>
@@ -21,14 +21,20 @@ struct ContentEntry {
   std::string target;  // of a link
 };
 
-// Holds the entries of one release against what a client can use.
+// For whom a release is checked. Each refuses what those before it refuse, and more.
+enum class Judge {
+  kTar,       // refuses what tar could not unpack
+  kVerifier,  // refuses what runenv-verify would not install
+  kProducer   // refuses what looks like a mistake
+};
+
+// Checks the entries of one release, in the order of the archive.
 class ContentCheck {
  public:
-  // `source` stands in messages. With `takes_all` only what no client could unpack is refused.
-  ContentCheck(const fs::path_t& source, bool takes_all)
-      : shown(source.cstring()), as_is(takes_all) {}
+  // `source` stands in messages.
+  ContentCheck(const fs::path_t& source, Judge who) : shown(source.cstring()), judge(who) {}
 
-  // Throws Error if the entry cannot be meant.
+  // Throws Error if the judge refuses the entry.
   void take(const ContentEntry& entry);
 
   // Takes the entries of a directory that is about to be packed, all but the directory itself.
@@ -40,13 +46,16 @@ class ContentCheck {
 
  private:
   void check_place(const ContentEntry& entry) const;
+  void check_hard_link(const ContentEntry& entry);
+  void check_link(const ContentEntry& entry) const;
   void check_use(const ContentEntry& entry) const;
   void note_top(const ContentEntry& entry);
   [[noreturn]] void refuse(const std::string& name, const std::string& why) const;
-  void refuse_unless_as_is(const std::string& name, const std::string& why) const;
+  void refuse_as_producer(const std::string& name, const std::string& why) const;
 
   const std::string shown;
-  const bool as_is;
+  const Judge judge;
+  std::set<std::string> files;          // and links, which hard links may lead to
   std::optional<std::string> only_top;  // what all entries so far are or lie in
   bool has_more = false;                // than one entry at the top, or one that is no directory
 };

@@ -24,24 +24,32 @@ namespace runenv {
 
 // An empty directory that has no name any more, and stands in for the source in the archive: with
 // the permissions that a release should have, and the source's time.
-static unique_fd make_root(const fs::path_t& source) {
+static unique_fd make_root(const struct stat& source) {
   const SignalsHeld held;
-  std::string path = temporary_directory() + "/runenv-publish.XXXXXX";
+  const std::string shown = temporary_directory() + "/runenv-publish.XXXXXX";
+  std::string path = shown;
   if (mkdtemp(path.data()) == nullptr) {
-    throw_errno_of(path);
+    throw_errno_of(shown);
   }
   chmod(path.c_str(), kReleaseMode);  // the umask may have taken the permission to open it
   unique_fd root(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const timespec times[] = {source.st_mtim, source.st_mtim};
+  const bool made = root.get() >= 0 && futimens(root.get(), times) == 0;
+  const int error = errno;
   rmdir(path.c_str());
-  struct stat status;
-  if (root.get() < 0 || stat(source.cstring(), &status) != 0) {
-    throw_errno_of(source.cstring());
-  }
-  const timespec times[] = {status.st_mtim, status.st_mtim};
-  if (futimens(root.get(), times) != 0) {
-    throw_errno_of(source.cstring());
+  errno = error;
+  if (!made) {
+    throw_errno_of(shown);
   }
   return root;
+}
+
+static struct stat status_of(int directory, const fs::path_t& source) {
+  struct stat status;
+  if (fstat(directory, &status) != 0) {
+    throw_errno_of(source.cstring());
+  }
+  return status;
 }
 
 // What lies in the directory, sorted, each name with a null behind it, in a file without a name.
@@ -61,27 +69,41 @@ static unique_fd list_names(const fs::path_t& source) {
   return file;
 }
 
+// The words that have tar pack `root` as the release's directory, and what its standard input names
+// in `directory`.
+static std::vector<std::string> tar_words(const Making& making, int root, int directory) {
+  return {"tar",
+          "-c",
+          "-f",
+          "-",
+          "--sort=name",
+          "--owner=0",
+          "--group=0",
+          "--numeric-owner",
+          "--null",
+          "-I",
+          making.compress != nullptr ? making.compress : "gzip",
+          "-C",
+          descriptor_path(root),
+          "--no-recursion",
+          ".",
+          "-C",
+          descriptor_path(directory),
+          "--recursion",
+          "-T",
+          "-"};
+}
+
 void pack(const Making& making, uint64_t bytes, const Replacement& archive) {
   const fs::path_t source(making.source);
   std::optional<ListedSource> listed;
   if (making.list) {
     listed.emplace(source);
   }
-  const unique_fd root = make_root(source), directory = open_directory(source),
-                  names = list_names(source);
-  std::vector<std::string> words = {"tar",
-                                    "-c",
-                                    "-f",
-                                    "-",
-                                    "--sort=name",
-                                    "--owner=0",
-                                    "--group=0",
-                                    "--numeric-owner",
-                                    "--null",
-                                    "-I",
-                                    making.compress != nullptr ? making.compress : "gzip"};
-  words.insert(words.end(), {"-C", descriptor_path(root.get()), "--no-recursion", "."});
-  words.insert(words.end(), {"-C", descriptor_path(directory.get()), "--recursion", "-T", "-"});
+  const unique_fd directory = open_directory(source);
+  const struct stat before = status_of(directory.get(), source);
+  const unique_fd root = make_root(before), names = list_names(source);
+  std::vector<std::string> words = tar_words(making, root.get(), directory.get());
   if (listed) {
     words.insert(words.end(), listed->words().begin(), listed->words().end());
   }
@@ -95,6 +117,11 @@ void pack(const Making& making, uint64_t bytes, const Replacement& archive) {
   const ToolWatch watch{.tick = progress.ticks()};
   run_tool(argv, descriptor_path(names.get()).c_str(), archive.descriptor_path().c_str(), source,
            "could not be packed", watch);
+  // tar finds changes below the directory, but not what was added to the directory itself.
+  const timespec was = before.st_ctim, is = status_of(directory.get(), source).st_ctim;
+  if (was.tv_sec != is.tv_sec || was.tv_nsec != is.tv_nsec) {
+    throw_failure_of(source.cstring(), "changed while it was packed");
+  }
   if (listed) {
     listed->check();
   }

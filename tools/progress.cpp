@@ -1,7 +1,6 @@
 #include "tools/progress.h"
 
 #include <sys/ioctl.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -12,26 +11,46 @@
 
 namespace runenv {
 
-Progress::Progress(const char* job_name, uint64_t total_bytes, std::function<uint64_t(pid_t)> done)
-    : job(job_name), total(total_bytes), done_by(std::move(done)) {}
-
-Progress::~Progress() {
-  if (shown) {
-    std::fputs("\r\033[K", stderr);
-  }
-}
-
-std::function<void(pid_t)> Progress::ticks() {
-  if (isatty(STDERR_FILENO) == 0) {
-    return {};
-  }
-  return [this](pid_t tool) { show(done_by(tool)); };
-}
-
 static size_t columns() {
   static constexpr size_t kUsual = 80;
   winsize size{};
   return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsual;
+}
+
+void StatusLine::show(std::string text) {
+  if (!visible) {
+    return;
+  }
+  size_t end = std::min(text.size(), columns() - 1);  // a longer line would scroll
+  while (end < text.size() && end > 0 && (text[end] & 0xc0) == 0x80) {
+    --end;  // not within a character
+  }
+  text.resize(end);
+  std::fprintf(stderr, "\r%s\033[K", text.c_str());
+  shown = true;
+}
+
+void StatusLine::clear() {
+  if (shown) {
+    std::fputs("\r\033[K", stderr);
+  }
+  shown = false;
+}
+
+Progress::Progress(const char* job_name, uint64_t total_bytes, std::function<uint64_t(pid_t)> done)
+    : job(job_name), total(total_bytes), done_by(std::move(done)) {}
+
+std::function<void(pid_t)> Progress::ticks() {
+  if (!line.is_visible()) {
+    return {};
+  }
+  return [this](pid_t tool) {
+    static constexpr std::chrono::milliseconds kPause(200);
+    if (std::chrono::steady_clock::now() - last >= kPause) {
+      show(done_by(tool));
+      last = std::chrono::steady_clock::now();
+    }
+  };
 }
 
 void Progress::show(uint64_t done) {
@@ -39,15 +58,13 @@ void Progress::show(uint64_t done) {
   const double seconds = Seconds(std::chrono::steady_clock::now() - begin).count();
   const uint64_t part = std::min(done, total);
   const double rate = static_cast<double>(part) / seconds;
-  std::string line = job + ": " + size_text(part) + " of " + size_text(total) + ", " +
+  std::string text = job + ": " + size_text(part) + " of " + size_text(total) + ", " +
                      size_text(static_cast<uint64_t>(rate)) + "/s";
   if (part != 0) {
     const double left = static_cast<double>(total - part) / rate;
-    line += ", " + std::to_string(static_cast<uint64_t>(left + 1)) + " s left";
+    text += ", " + std::to_string(static_cast<uint64_t>(left + 1)) + " s left";
   }
-  line.resize(std::min(line.size(), columns() - 1));  // a longer one would scroll
-  std::fprintf(stderr, "\r%s\033[K", line.c_str());
-  shown = true;
+  line.show(text);
 }
 
 // The number behind `field` in a file of /proc, 0 if it may not be read.

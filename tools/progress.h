@@ -1,7 +1,8 @@
-// How far a long job is, for a person who waits for it.
+// The progress of a long job, for a person who waits for it.
 #pragma once
 
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdint>
@@ -10,17 +11,31 @@
 
 namespace runenv {
 
-// A line on standard error, such as "packing: 120 MB of 1.1 GB, 45 MB/s, 21 s left". Nothing
-// appears unless that is a terminal. The destructor clears the line.
+// A line on standard error that is replaced again and again. Nothing appears unless that is a
+// terminal. The destructor clears the line.
+class StatusLine {
+ public:
+  StatusLine() = default;
+  ~StatusLine() { clear(); }
+  StatusLine(const StatusLine&) = delete;
+  StatusLine& operator=(const StatusLine&) = delete;
+
+  bool is_visible() const { return visible; }
+  void show(std::string text);  // cut to the width of the terminal; printable
+  void clear();
+
+ private:
+  const bool visible = isatty(STDERR_FILENO) == 1;
+  bool shown = false;
+};
+
+// A status line such as "packing: 120 MB of 1.1 GB, 45 MB/s, 21 s left".
 class Progress {
  public:
   // `done` returns how many of the `total_bytes` the tool with this process id has taken.
   Progress(const char* job_name, uint64_t total_bytes, std::function<uint64_t(pid_t)> done);
-  ~Progress();
-  Progress(const Progress&) = delete;
-  Progress& operator=(const Progress&) = delete;
 
-  // Shows how far the tool is now. Empty if there is no terminal.
+  // Shows how far the tool is now, five times in a second at most. Empty if nobody would see it.
   std::function<void(pid_t)> ticks();
 
  private:
@@ -30,7 +45,8 @@ class Progress {
   const uint64_t total;
   const std::function<uint64_t(pid_t)> done_by;
   const std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
-  bool shown = false;
+  std::chrono::steady_clock::time_point last = begin;
+  StatusLine line;
 };
 
 // How many bytes the process has read so far.

@@ -1,6 +1,5 @@
 #include "tools/published_name.h"
 
-#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -13,21 +12,24 @@ static bool is_control(char c) {
   return static_cast<unsigned char>(c) < ' ' || c == '\x7f';
 }
 
+// Whether a character from U+0080 to U+009F begins there, such as U+009B: to many terminals that is
+// the escape character and "[".
+static bool is_control_of_two_bytes(std::string_view text) {
+  return text.size() >= 2 && text[0] == '\xc2' && (text[1] & 0xe0) == 0x80;
+}
+
 std::string printable(std::string_view text) {
   std::string result;
-  size_t coded = 0;  // how many bytes from here on
-  for (; !text.empty(); text.remove_prefix(1)) {
-    // Terminals obey U+0080 to U+009F, too.
-    const bool is_wide_control = text.size() > 1 && text[0] == '\xc2' && (text[1] & 0xe0) == 0x80;
-    coded = is_wide_control ? 2 : std::max<size_t>(coded, is_control(text[0]) ? 1 : 0);
-    if (coded == 0) {
-      result += text[0];
-      continue;
+  for (size_t i = 0; i < text.size();) {
+    const size_t controls = is_control_of_two_bytes(text.substr(i)) ? 2 : is_control(text[i]);
+    if (controls == 0) {
+      result += text[i++];
     }
-    char code[sizeof "\\xNN"];
-    std::snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned char>(text[0]));
-    result += code;
-    --coded;
+    for (const size_t end = i + controls; i < end; ++i) {
+      char code[sizeof "\\xNN"];
+      std::snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned char>(text[i]));
+      result += code;
+    }
   }
   return result;
 }

@@ -19,6 +19,8 @@ namespace runenv {
 // program. Only one Replacement may exist at a time.
 //
 // The functions throw Error with the path in front.
+inline constexpr mode_t kServedMode = 0644;  // what a web server needs of a file, for `commit`
+
 class Replacement {
  public:
   // The file is to take the place at `path`. It is made in the same directory, or in `made_in`, a

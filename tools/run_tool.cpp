@@ -37,15 +37,19 @@ static void take_lines(std::string* text, const std::function<void(std::string_v
   text->erase(0, begin);
 }
 
-// Waits until the descriptor is ready. Returns false if it never will be.
+// Waits until the descriptor is ready. Returns false if that cannot be waited for.
 static bool wait_until_ready(int descriptor, pid_t tool, const ToolWatch& watch) {
   static constexpr int kTick = 200;  // in milliseconds
   pollfd ready{.fd = descriptor, .events = POLLIN, .revents = 0};
-  int count;
-  while ((count = retry([&] { return poll(&ready, 1, watch.tick ? kTick : -1); })) == 0) {
-    watch.tick(tool);
+  for (;;) {
+    const int count = retry([&] { return poll(&ready, 1, watch.tick ? kTick : -1); });
+    if (watch.tick) {
+      watch.tick(tool);
+    }
+    if (count != 0) {
+      return count > 0;
+    }
   }
-  return count > 0;
 }
 
 // Passes on what the tool says, to its end.
@@ -70,7 +74,9 @@ static void follow(const ChildProcess::process_t& tool, const ToolWatch& watch) 
     follow_lines(tool, watch);
   } else if (watch.tick) {
     const unique_fd end(static_cast<int>(syscall(SYS_pidfd_open, tool.pid, 0)));
-    wait_until_ready(end.get(), tool.pid, watch);
+    if (end.get() >= 0) {  // an old kernel has none: then nobody watches
+      wait_until_ready(end.get(), tool.pid, watch);
+    }
   }
 }
 

@@ -18,7 +18,7 @@ inline constexpr char kNoFile[] = "/dev/null";
 struct ToolWatch {
   std::function<void(std::string_view)> line =
       {};                                // gets each line of its output, instead of `out`
-  std::function<void(pid_t)> tick = {};  // is called a few times in a second
+  std::function<void(pid_t)> tick = {};  // is called at least a few times in a second
 };
 
 // Runs the program argv[0] with the arguments behind it, up to a null, to its end. Its standard

@@ -28,12 +28,11 @@ static constexpr char kUsage[] =
     "       runenv-publish TREE system-type NAME VERSION RELEASE --latest-only\n"
     "       runenv-publish TREE ITEM ... RELEASE --sign KEY [--platform NAME]\n"
     "\n"
-    "Puts a release of one item into TREE, the directory that the distribution server serves: "
-    "first\n"
-    "its archive, then the \"latest\" pointer that names it. Each appears whole or not at all.\n"
+    "Puts a release of one item into TREE, the directory that the distribution server serves.\n"
+    "First it puts the archive there, then it moves the pointer \"latest\" to the release. Each\n"
+    "appears whole or not at all.\n"
     "\n"
-    "  --from SOURCE     a directory, which is packed, or a .tar.gz archive, which is checked and\n"
-    "                    copied\n"
+    "  --from SOURCE     a directory to pack, or a .tar.gz archive to check and copy\n"
     "  --list            pack a list of the files too, for runenv-status --verify\n"
     "  --platform NAME   the platform that the archive is for, linux-x64 unless given\n"
     "  --keep-latest     put the archive only and leave the pointer as it is\n"
@@ -43,11 +42,13 @@ static constexpr char kUsage[] =
     "                    without --from, sign the archive that is published\n"
     "  --unsigned        move the pointer even if an archive of the release is not signed and the\n"
     "                    release named now is\n"
-    "  --as-is           publish also what is hardly meant: files that others cannot read, links\n"
-    "                    that lead out of the release, set-user-ID files, a single directory\n"
+    "  --as-is           publish content that looks like a mistake: files that others cannot "
+    "read,\n"
+    "                    links that lead out of the release, set-user-ID files, a single "
+    "directory\n"
     "                    around everything\n"
-    "  --compress WORDS  pack with this program and its options instead of gzip, such as\n"
-    "                    \"pigz -n\"; it has to make the same format\n"
+    "  --compress WORDS  compress with this program and its options instead of gzip, such as\n"
+    "                    \"pigz -n\"; it has to write gzip's format\n"
     "  --drop-platforms  move the pointer even if the release has no archive for a platform for\n"
     "                    which the release named now has one\n"
     "  --quiet           say nothing on success\n"
@@ -162,7 +163,13 @@ static Arguments parse_arguments(int argc, char** argv) {
   return arguments;
 }
 
-static void check_source(const Making& making) {
+// Whether the directory at `path` is the other one, or lies in it.
+static bool is_within(const char* path, const char* other) {
+  const std::string inner = std::string(fs::path_t(path).real_path().cstring()) + "/";
+  return inner.starts_with(std::string(fs::path_t(other).real_path().cstring()) + "/");
+}
+
+static void check_source(const Making& making, const char* tree) {
   const char* const path = making.source;
   struct stat status;
   if (stat(path, &status) != 0) {
@@ -170,6 +177,9 @@ static void check_source(const Making& making) {
   }
   if (!S_ISDIR(status.st_mode) && !S_ISREG(status.st_mode)) {
     throw_failure_of(path, "is neither a directory nor a regular file");
+  }
+  if (S_ISDIR(status.st_mode) && is_within(tree, path)) {
+    throw_failure_of(path, "holds the tree itself, which would be published in it");
   }
   if (making.compress != nullptr && !S_ISDIR(status.st_mode)) {
     throw_usage("--compress goes with a directory, and '" + std::string(path) + "' is an archive");
@@ -185,7 +195,7 @@ static void check_source(const Making& making) {
       "is published already; --replace replaces it, --latest-only moves the pointer to it");
 }
 
-// Whoever finds an archive by the pointer now is to find one by the new pointer too.
+// Each platform for which the current release has an archive needs one in the new release.
 static void check_platforms(const ServedItem& item, const std::string& release,
                             const std::set<std::string>& available) {
   const std::optional<std::string> current = item.latest();
@@ -225,8 +235,8 @@ static bool has_signed_archive(const ServedItem& item, const std::string& releas
   });
 }
 
-// Whether machines may verify the item today. If the release that they follow the pointer to is
-// gone, the others tell.
+// Whether machines may verify the item today. If the current release is gone, all other releases
+// are looked at.
 static bool uses_signatures(const ServedItem& item, const std::string& current) {
   if (!item.platforms(current).empty()) {
     return has_signed_archive(item, current);
@@ -236,7 +246,7 @@ static bool uses_signatures(const ServedItem& item, const std::string& current) 
                      [&](const std::string& release) { return has_signed_archive(item, release); });
 }
 
-// Whoever verifies signatures now could not follow the pointer to a release without them.
+// Machines that verify signatures could not install a release without them.
 static void check_signatures(const ServedItem& item, const Arguments& arguments,
                              const std::set<std::string>& available) {
   const std::optional<std::string> current = item.latest();
@@ -252,8 +262,8 @@ static void check_signatures(const ServedItem& item, const Arguments& arguments,
   }
 }
 
-// What speaks against letting the pointer name the release, which has, or will have, archives for
-// the platforms `available`.
+// Throws Error if the pointer may not name the release, which has, or will have, archives for the
+// platforms `available`.
 static void check_pointer(const ServedItem& item, const Arguments& arguments,
                           const std::set<std::string>& available) {
   if (!arguments.drop_platforms) {
@@ -277,7 +287,7 @@ static void check_request(const ServedItem& item, const Arguments& arguments) {
       throw_failure("release '" + arguments.release + "' has no archive");
     }
   } else {
-    check_source(arguments.making);
+    check_source(arguments.making, arguments.tree);
     const bool is_new = available.insert(arguments.platform).second;
     if (!is_new && !arguments.replace) {
       throw_published(item, arguments);
@@ -291,8 +301,8 @@ static void check_request(const ServedItem& item, const Arguments& arguments) {
   }
 }
 
-// Packing takes its time: what was checked before is checked again. `before` is what the pointer
-// named then.
+// Packing takes time, so the checks are repeated here. `before` is what the pointer named at the
+// first check.
 static void move_pointer(const ServedItem& item, const Arguments& arguments,
                          const std::optional<std::string>& before) {
   const std::string& release = arguments.release;
@@ -318,7 +328,8 @@ static void put_archive(const ServedItem& item, const Arguments& arguments) {
   }
 }
 
-// Such as "2/runenv/platform/5/r2/linux-x64.tar.gz (12 MB, signed); latest is r2, was r1".
+// Prints a line such as "2/runenv/platform/5/r2/linux-x64.tar.gz (12 MB, signed); latest is r2, was
+// r1".
 static void tell_outcome(const ServedItem& item, const Arguments& arguments,
                          const std::optional<std::string>& before) {
   std::string line;
@@ -363,8 +374,12 @@ static void publish(int argc, char** argv) {
     throw_failure(std::string(error.message) +
                   "; the archive is in place: --latest-only moves the pointer");
   }
-  if (!arguments.quiet) {
-    tell_outcome(item, arguments, before);
+  try {
+    if (!arguments.quiet) {
+      tell_outcome(item, arguments, before);
+    }
+  } catch (const Error& error) {
+    throw_failure(std::string(error.message) + "; all else is done");
   }
 }
 

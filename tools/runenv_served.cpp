@@ -1,6 +1,6 @@
 // runenv-served: lists, checks and prunes the tree that a distribution server serves, and writes an
 // index of it.
-#include <sys/stat.h>
+#include <sys/file.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/failure.h"
+#include "core/retry.h"
 #include "fs/path.h"
 #include "schema/layout.h"
 #include "tools/command_line.h"
@@ -30,28 +31,25 @@ static constexpr char kUsage[] =
     "       runenv-served TREE prune --keep N [--older-than DAYS] [--grace DAYS] [--dry-run]\n"
     "       runenv-served TREE index\n"
     "\n"
-    "Looks after TREE, the directory that the distribution server serves. list prints which\n"
-    "releases there are and which is the latest, check what is wrong with them, a line for each\n"
-    "finding. prune removes old releases, never the latest. index writes index.html and "
-    "index.json\n"
-    "into TREE.\n"
+    "Looks after TREE, the directory that the distribution server serves. list prints the\n"
+    "releases and which of them is the latest. check prints a line for each thing that is wrong.\n"
+    "prune removes old releases, never the latest. index writes index.html and index.json into\n"
+    "TREE.\n"
     "\n"
     "  --json             print one JSON object\n"
     "  --quick            do not read the archives to their end\n"
-    "  --keep N           keep the N newest releases of each item, beside the latest\n"
-    "  --older-than DAYS  keep releases that were published within so many days, 0 unless given\n"
-    "  --grace DAYS       keep all releases of an item whose pointer was moved within so many "
-    "days,\n"
-    "                     and those that were touched since, for clients on their way; 1 unless\n"
-    "                     given, a part of a day such as 0.5 if need be\n"
+    "  --keep N           keep the N newest releases of each item, and the latest\n"
+    "  --older-than DAYS  keep releases that were published within the last DAYS, 0 unless given\n"
+    "  --grace DAYS       keep all releases of an item whose pointer was moved within the last\n"
+    "                     DAYS, and releases that were changed within that time, since clients\n"
+    "                     may be about to download them; 1 unless given; fractions are allowed\n"
     "  --dry-run          say what would be removed, and remove nothing\n"
     "  --help             print this text\n"
     "  --version          print the version of this program\n"
     "  --                 take every word that follows as it is, even if it begins with \"-\"\n"
     "\n"
-    "The status is 0 if all is well, 1 if check finds something, if something could not be seen "
-    "or\n"
-    "removed, 2 if the command could not be carried out.\n";
+    "The status is 0 if all is well, 1 if check finds something or if something could not be\n"
+    "seen or removed, and 2 if the command could not be carried out.\n";
 
 namespace {
 
@@ -65,15 +63,13 @@ struct Arguments {
 
 }  // namespace
 
-static size_t count_releases(const Listing& listing, uint64_t* bytes) {
+// Such as "3 items, 6 releases".
+static std::string counts_text(const Listing& listing) {
   size_t releases = 0;
   for (const ListedItem& item : listing.items) {
     releases += item.releases.size();
-    for (const ListedRelease& release : item.releases) {
-      *bytes += release.bytes;
-    }
   }
-  return releases;
+  return count_text(listing.items.size(), "item") + ", " + count_text(releases, "release");
 }
 
 static TableRow row_of(const ListedItem& item, const ListedRelease& release) {
@@ -88,10 +84,12 @@ static TableRow row_of(const ListedItem& item, const ListedRelease& release) {
 }
 
 static void print_text(const Listing& listing) {
+  uint64_t bytes = 0;
   std::vector<TableRow> rows{{{"ITEM", "RELEASE", "POINTER", "PUBLISHED", "SIZE", "PLATFORMS"}}};
   for (const ListedItem& item : listing.items) {
     for (const ListedRelease& release : item.releases) {
       rows.push_back(row_of(item, release));
+      bytes += release.bytes;
     }
   }
   print_table(rows, 2);
@@ -101,10 +99,7 @@ static void print_text(const Listing& listing) {
                   printable(item.problem).c_str());
     }
   }
-  uint64_t bytes = 0;
-  const size_t releases = count_releases(listing, &bytes);
-  std::printf("%zu items, %zu releases, %s\n", listing.items.size(), releases,
-              size_text(bytes).c_str());
+  std::printf("%s, %s\n", counts_text(listing).c_str(), size_text(bytes).c_str());
 }
 
 // Tells what could not be seen, and returns whether that is nothing.
@@ -139,9 +134,7 @@ static bool check(const Arguments& arguments) {
     std::printf("%s: %s\n", printable(finding.path).c_str(), printable(finding.problem).c_str());
     std::fflush(stdout);
   });
-  uint64_t bytes = 0;
-  const size_t releases = count_releases(listing, &bytes);
-  std::printf("%zu items, %zu releases; findings: %zu\n", listing.items.size(), releases, findings);
+  std::printf("%s; findings: %zu\n", counts_text(listing).c_str(), findings);
   return findings == 0;
 }
 
@@ -152,16 +145,18 @@ static bool prune(const Arguments& arguments) {
 static void write_file(const fs::path_t& path, const std::string& content) {
   Replacement file(path);
   file.write(content.data(), content.size());
-  file.commit(true);
+  file.commit(true, kServedMode);
 }
 
 static bool index(const Arguments& arguments) {
+  // Of two that run at once, the one that has seen more has to write last.
+  const unique_fd root = open_directory(arguments.tree);
+  retry([&] { return flock(root.get(), LOCK_EX); });  // some file systems have no locks
   const Listing listing = ServedTree(arguments.tree).list();
   if (!is_whole(listing)) {
     throw_failure("the index is left as it is, since it would not be whole");
   }
   const std::string data = to_json(listing, -1), page = to_page(listing);
-  umask(S_IWGRP | S_IWOTH);  // the web server is to read them
   write_file(fs::path_t(arguments.tree).join(kIndexData), data);
   write_file(fs::path_t(arguments.tree).join(kIndexPage), page);
   return true;

@@ -113,13 +113,9 @@ static unique_fd open_archive(const char* path) {
 static CarriedSignature carried_signature(int file, const char* path) {
   const off_t size = lseek(file, 0, SEEK_END);
   const std::optional<CarriedSignature> found = find_signature(file, size, path);
-  if (!found) {
-    throw_failure_of(path, has_traces_of_signature(file, size, path)
-                               ? "has a signature that is damaged or not at the end"
-                               : "is not signed");
-  }
-  if (find_signature(file, found->signed_bytes, path)) {
-    throw_failure_of(path, "has more than one signature");
+  const std::string flaw = flaw_of_signature(file, size, path, found);
+  if (!found || !flaw.empty()) {
+    throw_failure_of(path, flaw.empty() ? "is not signed" : flaw);
   }
   return *found;
 }

@@ -2,56 +2,31 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <utility>
 
 #include "core/error.h"
 #include "schema/layout.h"
+#include "tools/archive.h"
+#include "tools/content.h"
 #include "tools/failure.h"
+#include "tools/progress.h"
 #include "tools/published_name.h"
-#include "tools/run_tool.h"
 #include "tools/signature.h"
+#include "tools/tree.h"
 
 namespace runenv {
 
 namespace {
 
-// Says on a terminal which archive is being read, since that takes its time.
-class Progress {
- public:
-  explicit Progress(size_t archives) : total(archives) {}
-  ~Progress() { clear(); }
-  Progress(const Progress&) = delete;
-  Progress& operator=(const Progress&) = delete;
-
-  void next(const std::string& path) {
-    ++done;
-    if (shown) {
-      std::fprintf(stderr, "\r\x1b[Kreading %zu of %zu: %s", done, total, printable(path).c_str());
-    }
-  }
-  void clear() const {
-    if (shown) {
-      std::fputs("\r\x1b[K", stderr);
-    }
-  }
-
- private:
-  const bool shown = isatty(STDERR_FILENO) == 1;
-  const size_t total;
-  size_t done = 0;
-};
-
 struct Archive {
   std::string path;
   Purpose purpose;
   std::optional<CarriedSignature> signature;
-  std::string problem;  // why its signature could not be looked for
+  std::string problem;  // of the archive or of its signature
 };
 
 }  // namespace
@@ -89,11 +64,15 @@ static Archive look_at(const ServedTree& tree, const std::string& item, const st
   result.purpose.item = item;
   result.purpose.release = release;
   result.purpose.platform = platform;
+  std::string flaw;
   result.problem = problem_with(result.path, [&] {
     struct stat status;
     const unique_fd archive = open_archive(tree, result.path, &status);
-    result.signature = find_signature(archive.get(), status.st_size, result.path.c_str());
+    const char* const shown = result.path.c_str();
+    result.signature = find_signature(archive.get(), status.st_size, shown);
+    flaw = flaw_of_signature(archive.get(), status.st_size, shown, result.signature);
   });
+  result.problem += flaw;  // one of the two is empty
   return result;
 }
 
@@ -108,13 +87,12 @@ static std::string problem_of(const Archive& archive, bool uses_signatures) {
   return is_signed_for(archive.purpose, *archive.signature) ? "" : "is signed for something else";
 }
 
-// Has tar list the archive. At its end gzip compares its checksum. To tar, an empty file is an
-// archive: the pattern "*" finds nothing in it.
-static void read_archive(const ServedTree& tree, const std::string& path) {
+// Reads the archive to its end. Throws Error if a machine could not install it.
+static void read_whole(const ServedTree& tree, const Archive& archive) {
   struct stat status;
-  const unique_fd archive = open_archive(tree, path, &status);
-  run_tool({"tar", "-t", "-z", "-f", "-", "--wildcards", "*", nullptr},
-           descriptor_path(archive).c_str(), kNoFile, path, "is not whole");
+  const unique_fd file = open_archive(tree, archive.path, &status);
+  ContentCheck content(archive.path, archive.signature ? Judge::kVerifier : Judge::kTar);
+  read_archive(descriptor_path(file.get()), archive.path, &content);
 }
 
 static std::vector<Archive> archives_of(const ServedTree& tree, const ListedItem& item) {
@@ -140,7 +118,9 @@ static size_t count_archives(const Listing& listing) {
 void check_tree(const ServedTree& tree, const Listing& listing, bool quick,
                 const std::function<void(const Finding&)>& tell) {
   std::for_each(listing.findings.begin(), listing.findings.end(), tell);
-  Progress progress(quick ? 0 : count_archives(listing));
+  StatusLine line;
+  const std::string count = quick ? "" : std::to_string(count_archives(listing));
+  size_t number = 0;
   for (const ListedItem& item : listing.items) {
     if (!item.problem.empty()) {
       tell({path_of_item(item.name, Layout::kLatest), item.problem});
@@ -152,9 +132,10 @@ void check_tree(const ServedTree& tree, const Listing& listing, bool quick,
     for (const Archive& archive : archives) {
       std::string problem = problem_of(archive, uses_signatures);
       if (problem.empty() && !quick) {
-        progress.next(archive.path);
-        problem = problem_with(archive.path, [&] { read_archive(tree, archive.path); });
-        progress.clear();
+        line.show("reading " + std::to_string(++number) + " of " + count + ": " +
+                  printable(archive.path));
+        problem = problem_with(archive.path, [&] { read_whole(tree, archive); });
+        line.clear();
       }
       if (!problem.empty()) {
         tell({archive.path, problem});

@@ -145,11 +145,6 @@ static nlohmann::json picture_of(const ListedItem& item, const Span& span) {
           {"largest", size_text(largest)}};
 }
 
-// "1 release", "2 releases".
-static std::string count_text(size_t count, const std::string& noun) {
-  return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
-}
-
 // Adds to an object of index.json what the page says of times and sizes.
 static void add_texts(const char* time, nlohmann::json* object) {
   (*object)["size"] = size_text((*object)["bytes"]);

@@ -84,9 +84,6 @@ static FileId id_of(const fs::path_t& path) {
   return {status.st_dev, status.st_ino, status.st_ctim.tv_sec, status.st_ctim.tv_nsec};
 }
 
-// What the web server needs of an archive and of a pointer, whatever the umask says.
-static constexpr mode_t kReadable = 0644;
-
 // How many names lead from the tree to where the items are.
 static constexpr size_t kItemDepth = 2;
 
@@ -196,33 +193,46 @@ bool is_signed_archive(const fs::path_t& path) {
          find_signature(file.get(), status.st_size, path.cstring()).has_value();
 }
 
-// Signs the archive, or holds the signature that it came with against its place.
+// Signs the archive, or checks that the signature that it came with is one for its place.
 void ServedItem::settle_signature(const std::string& release, const std::string& platform,
-                                  const char* key, Replacement* archive) const {
+                                  const Making& making, const char* key,
+                                  Replacement* archive) const {
   const fs::path_t place = archive_path(release, platform);
-  std::optional<CarriedSignature> carried =
-      find_signature(archive->descriptor(), archive->size(), place.cstring());
+  const auto find = [&] {
+    return find_signature(archive->descriptor(), archive->size(), place.cstring());
+  };
+  std::optional<CarriedSignature> carried = find();
   Purpose purpose{.item = "", .release = release, .platform = platform, .time = "", .bytes = 0};
   for (size_t i = kItemDepth; i < names.size(); ++i) {
     purpose.item += (i == kItemDepth ? "" : "/") + names[i];
   }
   if (key != nullptr) {
-    for (; carried;
-         carried = find_signature(archive->descriptor(), archive->size(), place.cstring())) {
+    for (; carried; carried = find()) {
       archive->truncate(carried->signed_bytes);
     }
     purpose.time = time_of_signing();
     purpose.bytes = archive->size();
     sign_archive(key, purpose, archive);
     archive->settle();
-  } else if (carried && !is_signed_for(purpose, *carried)) {
+    return;
+  }
+  const std::string flaw =
+      flaw_of_signature(archive->descriptor(), archive->size(), place.cstring(), carried);
+  if (!flaw.empty() && (carried || !making.as_is)) {
+    throw_failure_of(making.source,
+                     flaw + "; sign it anew (--sign)" +
+                         (carried ? "" : ", or give --as-is to publish it unsigned"));
+  }
+  if (carried && !is_signed_for(purpose, *carried)) {
     throw_failure_of(place.cstring(),
                      "would carry a signature for something else; --sign replaces it");
   }
 }
 
 bool ServedItem::put_archive(const std::string& release, const std::string& platform,
-                             const Making& making, const char* key, bool replace) const {
+                             const Making& asked, const char* key, bool replace) const {
+  Making making = asked;
+  making.is_signed = key != nullptr || is_signed_archive(making.source);
   std::vector<std::string> way = names;
   way.push_back(release);
   const fs::path_t place = archive_path(release, platform);
@@ -231,7 +241,10 @@ bool ServedItem::put_archive(const std::string& release, const std::string& plat
   const FileId before = id_of(place);
   Replacement archive(place, existing_directory(tree, way));
   make_archive(making, &archive);
-  settle_signature(release, platform, key, &archive);
+  settle_signature(release, platform, making, key, &archive);
+  if (path().is_directory()) {
+    lock();  // if this has to wait, a signal may end it; below it could not
+  }
   const SignalsHeld held;  // until the directories hold the archive, or are gone again
   NewDirectories directories;
   directories.make(tree, way);
@@ -239,13 +252,13 @@ bool ServedItem::put_archive(const std::string& release, const std::string& plat
   if (again && id_of(place) != before) {
     throw_failure_of(place.cstring(), "was replaced meanwhile");
   }
-  return archive.commit(replace, kReadable);
+  return archive.commit(replace, kServedMode);
 }
 
 unique_fd ServedItem::lock() const {
   unique_fd descriptor = open_directory(path());
-  // Some network file systems cannot lock a directory. There it goes without the lock: another
-  // publisher is unlikely to come between.
+  // Some network file systems cannot lock a directory. There it works without the lock: two
+  // publishers rarely do this at the same moment.
   retry([&] { return flock(descriptor.get(), LOCK_EX); });
   return descriptor;
 }
@@ -259,7 +272,7 @@ void ServedItem::point_at(const std::string& release) const {
   if (pointer.read(0, line.size() + 1) != line) {
     throw_failure_of(place.cstring(), "reads differently from what was written");
   }
-  pointer.commit(true, kReadable);
+  pointer.commit(true, kServedMode);
 }
 
 }  // namespace runenv

@@ -54,8 +54,8 @@ class ServedItem {
   fs::path_t path() const;
   fs::path_t pointer_path() const;
   fs::path_t release_path(const std::string& release) const;
-  void settle_signature(const std::string& release, const std::string& platform, const char* key,
-                        Replacement* archive) const;
+  void settle_signature(const std::string& release, const std::string& platform,
+                        const Making& making, const char* key, Replacement* archive) const;
 
   const fs::path_t tree;
   const std::vector<std::string> names;

@@ -2,27 +2,26 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdio>
 
 #include "core/retry.h"
-#include "fs/iterator.h"
 #include "tools/command_line.h"
 #include "tools/failure.h"
 #include "tools/published_name.h"
 #include "tools/remover.h"
+#include "tools/tree.h"
 
 namespace runenv {
 
-// A time in the future is not past, and leaves things as they are.
+// A time in the future is not past: what has one stays.
 static bool is_past(std::time_t time, double days) {
   static constexpr double kDay = 86400;
   return std::difftime(std::time(nullptr), time) >= days * kDay;
 }
 
-// What would take part in removing, or be left out, without being seen.
+// What is not seen could be removed, or counted wrongly.
 static void throw_if_hidden(const Listing& listing) {
   for (const Finding& finding : listing.findings) {
     if (finding.hides) {
@@ -41,23 +40,22 @@ static unique_fd lock_item(const ServedTree& tree, const std::string& path) {
   return directory;
 }
 
-// What runs have left in the directory that nobody has written to for long enough.
-static void remove_temporaries(const ServedTree& tree, const std::string& path, double days,
+// What interrupted runs have left.
+static bool remove_temporaries(const ServedTree& tree, const Listing& listing, double days,
                                Remover* remover) {
-  const unique_fd directory = tree.open_below(path, O_DIRECTORY);
-  std::vector<std::string> old;
-  fs::iterator_t entry(descriptor_path(directory).c_str(), true);
-  for (; entry.has_item(); entry.move_next()) {
-    struct stat status;
-    if (is_temporary(entry.get_name()) && lstat(entry.get_path().cstring(), &status) == 0 &&
-        S_ISREG(status.st_mode) && is_past(status.st_ctime, days)) {
-      old.emplace_back(entry.get_name());
+  bool well = true;
+  for (const ListedTemporary& file : listing.temporaries) {
+    if (!is_past(file.touched, days)) {
+      continue;
     }
+    const std::string name(last_component(file.path));
+    const std::string parent = "./" + file.path.substr(0, file.path.size() - name.size());
+    well &= attempt([&] {
+      const unique_fd directory = tree.open_below(parent + ".", O_DIRECTORY);
+      remover->remove_file(descriptor_path(directory.get()) + "/" + name, file.path);
+    });
   }
-  for (const std::string& name : old) {
-    remover->remove_file(fs::path_t(descriptor_path(directory)).join(name.c_str()).cstring(),
-                         fs::path_t(path).join(name.c_str()).cstring());
-  }
+  return well;
 }
 
 static bool may_go(const ListedRelease& release, const Pruning& pruning) {
@@ -80,16 +78,12 @@ static void prune_item(const ServedTree& tree, const std::string& name, const Pr
                        Remover* remover) {
   const std::string path = path_of_item(name);
   const unique_fd locked = lock_item(tree, path);  // nobody publishes or prunes it meanwhile
-  remover->remove_leftover_from(descriptor_path(locked), path);
-  remove_temporaries(tree, path, pruning.grace, remover);
+  remover->remove_leftover_from(descriptor_path(locked.get()), path);
   const Listing listing = tree.list(name);
   throw_if_hidden(listing);
   const ListedItem& item = listing.items.front();
-  for (const ListedRelease& release : item.releases) {
-    remove_temporaries(tree, path + "/" + release.name, pruning.grace, remover);
-  }
   const std::vector<std::string> old = old_releases(item, pruning);
-  // All other releases were named before the pointer moved, nobody knows which of them until then.
+  // Any other release may have been the latest until the pointer moved.
   const bool has_settled = is_past(item.moved, pruning.grace);
   if (!old.empty() && (!item.latest || !has_settled)) {
     std::printf(
@@ -98,7 +92,7 @@ static void prune_item(const ServedTree& tree, const std::string& name, const Pr
     return;
   }
   for (const std::string& release : old) {
-    remover->remove_from(descriptor_path(locked), release, path);
+    remover->remove_from(descriptor_path(locked.get()), release, path);
   }
 }
 
@@ -106,7 +100,7 @@ bool prune_tree(const ServedTree& tree, const Pruning& pruning) {
   const Listing listing = tree.list();
   throw_if_hidden(listing);
   Remover remover(pruning.dry_run);
-  bool well = attempt([&] { remove_temporaries(tree, ".", pruning.grace, &remover); });
+  bool well = remove_temporaries(tree, listing, pruning.grace, &remover);
   for (const ListedItem& item : listing.items) {
     well &= attempt([&] { prune_item(tree, item.name, pruning, &remover); });
   }

@@ -6,15 +6,15 @@
 namespace runenv {
 
 struct Pruning {
-  unsigned keep = 0;      // so many of the newest releases of each item, beside the one named
+  unsigned keep = 0;      // how many releases of each item stay, besides the latest
   double older_than = 0;  // days since a release was published
   double grace = 1;       // days since the pointer was moved, and since a release was touched
   bool dry_run = false;
 };
 
-// Removes releases of each item, and what interrupted runs have left; says so on standard output.
-// Returns false if something could not be removed, which is told on standard error. Throws Error,
-// with everything still there, if something in the tree may lead to releases unseen.
+// Removes old releases of each item, and what interrupted runs have left. Prints each on standard
+// output. Returns false if something could not be removed; standard error tells what. Throws Error
+// and removes nothing if there may be releases that the listing does not have.
 bool prune_tree(const ServedTree& tree, const Pruning& pruning);
 
 }  // namespace runenv

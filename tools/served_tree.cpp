@@ -1,9 +1,7 @@
 #include "tools/served_tree.h"
 
 #include <fcntl.h>
-#include <linux/openat2.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,6 +19,7 @@
 #include "schema/layout.h"
 #include "tools/failure.h"
 #include "tools/published_name.h"
+#include "tools/tree.h"
 
 namespace runenv {
 
@@ -48,6 +47,7 @@ class Walk {
   void report(const std::string& path, const std::string& problem, bool hides = false);
   bool open(const Entry& directory, unique_fd* descriptor);
   std::vector<Entry> entries(const Entry& directory);
+  void note_temporary(const Entry& entry);
   void check_mode(const Entry& entry);
   bool is_in_order(const Entry& entry, mode_t kind, const char* extension);
   void each_directory(const Entry& parent, const std::set<std::string>& expected,
@@ -65,12 +65,9 @@ std::string path_of_item(const std::string& item, const std::string& entry) {
   return kItems + "/" + item + (entry.empty() ? "" : "/" + entry);
 }
 
-bool is_temporary(const std::string& name) {
+// What programs have left there, or are at work on, such as ".runenv-publish#abcdef".
+static bool is_temporary(const std::string& name) {
   return name.starts_with(".runenv-") && name.find('#') != std::string::npos;
-}
-
-std::string descriptor_path(const unique_fd& descriptor) {
-  return "/proc/self/fd/" + std::to_string(descriptor.get());
 }
 
 void Walk::report(const std::string& path, const std::string& problem, bool hides) {
@@ -90,25 +87,34 @@ bool Walk::open(const Entry& directory, unique_fd* descriptor) {
   return false;
 }
 
-// What is in the directory, in order of name, but for what programs are at work on.
+void Walk::note_temporary(const Entry& entry) {
+  static constexpr std::time_t kWorkTakes = 86400;
+  if (S_ISREG(entry.status.st_mode)) {
+    listing.temporaries.push_back({entry.path, entry.status.st_ctime});
+  }
+  if (std::time(nullptr) - entry.status.st_ctime > kWorkTakes) {
+    report(entry.path, "is left from an interrupted run");
+  }
+}
+
+// What is in the directory, in order of name. What programs are at work on is listed by itself.
 std::vector<Entry> Walk::entries(const Entry& directory) {
   std::vector<Entry> result;
   unique_fd descriptor;
   if (!open(directory, &descriptor)) {
     return result;
   }
-  static constexpr std::time_t kWorkTakes = 86400;
   const std::string below = directory.path == "." ? "" : directory.path + "/";
-  fs::iterator_t next(descriptor_path(descriptor).c_str(), true);
+  fs::iterator_t next(descriptor_path(descriptor.get()).c_str(), true);
   for (; next.has_item(); next.move_next()) {
     Entry entry{.name = next.get_name(), .path = below + next.get_name(), .status = {}};
     if (fstatat(descriptor.get(), next.get_name(), &entry.status, AT_SYMLINK_NOFOLLOW) != 0) {
       continue;  // it is gone by now
     }
-    if (!is_temporary(entry.name)) {
+    if (is_temporary(entry.name)) {
+      note_temporary(entry);
+    } else {
       result.push_back(entry);
-    } else if (std::time(nullptr) - entry.status.st_ctime > kWorkTakes) {
-      report(entry.path, "is left from an interrupted run");
     }
   }
   std::sort(result.begin(), result.end(),
@@ -174,7 +180,7 @@ void Walk::each_directory(const Entry& parent, const std::set<std::string>& expe
 // What else lies in the tree's root is none of this system's.
 void Walk::look_at_root() {
   Entry root{.name = "", .path = ".", .status = {}};
-  stat(descriptor_path(tree.open_below(root.path, O_DIRECTORY)).c_str(), &root.status);
+  fstat(tree.open_below(root.path, O_DIRECTORY).get(), &root.status);
   check_mode(root);
   for (const Entry& entry : entries(root)) {
     if (entry.name == Layout::kTreeRoot || entry.name == kIndexPage || entry.name == kIndexData) {
@@ -296,11 +302,7 @@ ServedTree::ServedTree(const char* path) : root(::open(path, O_RDONLY | O_DIRECT
 }
 
 unique_fd ServedTree::open_below(const std::string& path, int flags) const {
-  open_how how{};
-  how.flags = static_cast<unsigned>(O_RDONLY | O_CLOEXEC | flags);
-  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
-  return unique_fd(
-      static_cast<int>(syscall(SYS_openat2, root.get(), path.c_str(), &how, sizeof how)));
+  return unique_fd(runenv::open_below(root.get(), path.c_str(), O_RDONLY | flags));
 }
 
 Listing ServedTree::list() const {

@@ -1,5 +1,5 @@
-// The directory tree that a distribution server serves, as it lies on the disk, whatever lies in
-// it. No link in it is followed, no pipe waited for, and no name trusted.
+// The directory tree that a distribution server serves, as it is on the disk. Anything may be in
+// it: no link is followed, no pipe is opened for waiting, and no name is trusted.
 #pragma once
 
 #include <cstdint>
@@ -25,35 +25,42 @@ struct ListedArchive {
 struct ListedRelease {
   std::string name;
   std::time_t published = 0;  // when the newest archive was written; without one, the directory
-  std::time_t touched = 0;    // the last that was done to the directory or to an archive
+  std::time_t touched = 0;    // the last change of the directory or of an archive in any way
   uint64_t bytes = 0;         // of all archives
   std::vector<ListedArchive> archives;  // in order of the platforms' names
 };
 
 struct ListedItem {
-  std::string name;                     // such as "platform/5"
-  std::optional<std::string> latest;    // one of the releases
-  std::string problem;                  // of the pointer, without which it leads to an archive
-  std::time_t since = 0;                // when the pointer was written
-  std::time_t moved = 0;                // the last that was done to it, at least as late
+  std::string name;                   // such as "platform/5"
+  std::optional<std::string> latest;  // one of the releases
+  std::string problem;                // of the pointer; empty if it leads to an archive
+  std::time_t since = 0;              // when the pointer was written
+  std::time_t moved = 0;              // the last change of the file in any way, not before `since`
   std::vector<ListedRelease> releases;  // the one that was published last comes first
+};
+
+// A file that a program is at work on, or that an interrupted one has left.
+struct ListedTemporary {
+  std::string path;         // below the tree
+  std::time_t touched = 0;  // the last change of the file in any way
 };
 
 // Something that should not be so.
 struct Finding {
   std::string path;  // below the tree
   std::string problem;
-  bool hides = false;  // what may lie behind it
+  bool hides = false;  // whether there may be releases behind it that are not listed
 };
 
 struct Listing {
   std::vector<ListedItem> items;  // in order of name
+  std::vector<ListedTemporary> temporaries;
   std::vector<Finding> findings;  // about what lies in the tree, but not about pointers
 };
 
 class ServedTree {
  public:
-  // Throws Error if nothing can be published there yet, or if it cannot be read.
+  // Throws Error if nothing was ever published there, or if it cannot be read.
   explicit ServedTree(const char* path);
 
   Listing list() const;
@@ -71,11 +78,5 @@ class ServedTree {
 
 // The path of an item below the tree, and of what is in it.
 std::string path_of_item(const std::string& item, const std::string& entry = "");
-
-// What programs have left there, or are at work on, such as ".runenv-publish#abcdef".
-bool is_temporary(const std::string& name);
-
-// A path of this process for what it has open.
-std::string descriptor_path(const unique_fd& descriptor);
 
 }  // namespace runenv

@@ -151,7 +151,8 @@ bool is_signed_for(const Purpose& purpose, const CarriedSignature& carried) {
          actual->platform == purpose.platform && actual->bytes == carried.signed_bytes;
 }
 
-bool has_traces_of_signature(int file, off_t size, const char* path) {
+// Whether there is something like a signature near the end, at its end or not.
+static bool has_traces(int file, off_t size, const char* path) {
   static constexpr size_t kNear = 2 * kLongestField;
   const std::string bytes = read_end(file, size, kNear, path);
   std::string_view rest = bytes;
@@ -162,6 +163,14 @@ bool has_traces_of_signature(int file, off_t size, const char* path) {
     }
   }
   return false;
+}
+
+std::string flaw_of_signature(int file, off_t size, const char* path,
+                              const std::optional<CarriedSignature>& found) {
+  if (!found) {
+    return has_traces(file, size, path) ? "has a signature that is damaged or not at the end" : "";
+  }
+  return find_signature(file, found->signed_bytes, path) ? "has more than one signature" : "";
 }
 
 }  // namespace runenv

@@ -65,7 +65,10 @@ std::optional<CarriedSignature> find_signature(int file, off_t size, const char*
 // all bytes before it. Does not check the claim, which needs the key.
 bool is_signed_for(const Purpose& purpose, const CarriedSignature& carried);
 
-// Returns whether there is something like a signature at the end or near it.
-bool has_traces_of_signature(int file, off_t size, const char* path);
+// Returns why no machine would accept a signature of the file, of which find_signature has returned
+// `found`: it is damaged, not at the end, or one of several. Empty if it is none of these, or if
+// there is no signature at all. Throws Error "PATH: REASON" if the file cannot be read.
+std::string flaw_of_signature(int file, off_t size, const char* path,
+                              const std::optional<CarriedSignature>& found);
 
 }  // namespace runenv

@@ -19,4 +19,8 @@ std::string size_text(uint64_t bytes) {
   return text;
 }
 
+std::string count_text(size_t count, const std::string& noun) {
+  return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
 }  // namespace runenv

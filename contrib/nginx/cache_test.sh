@@ -31,9 +31,10 @@ expect() {
 asked() {
   grep -c "$1" origin/access.log || true
 }
-publish() {
+publish() { # as if all of it happened within one second
   echo "$1" >content/file
   runenv-publish --quiet tree platform 5 "$1" --from content
+  touch -d @1 tree/2/runenv/platform/5/latest
 }
 
 mkdir -m 755 tree content origin proxy
@@ -53,6 +54,12 @@ expect latest "200 EXPIRED r2"
 expect r2/linux-x64.tar.gz "200 MISS " quiet
 cmp got tree/2/runenv/platform/5/r2/linux-x64.tar.gz
 expect r2/linux-x64.tar.gz?again "200 HIT " quiet
+expect 'x%20HTTP/1.1%0d%0aX:%20y.tar.gz?a' "404 MISS " quiet # no line end becomes one at the origin
+[ "$(asked '/x%20HTTP/1.1%0D%0AX:%20y.tar.gz HTTP')" -eq 1 ]
+# A cache that asks whether the pointer has changed since that second is given the pointer.
+curl -s --unix-socket origin.sock --cacert origin/ca.pem https://localhost/2/runenv/platform/5/latest \
+  -H 'If-Modified-Since: Thu, 01 Jan 1970 00:00:01 GMT' -o got
+[ "$(cat got)" = r2 ]
 expect r9/linux-x64.tar.gz "404 MISS " quiet
 expect r9/linux-x64.tar.gz "404 MISS " quiet # a release that comes later is found at once
 [ "$(asked r2/linux)" -eq 1 ]

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Uploads with the real rsync and rclone, to directories. Wherever an upload is torn off, each pointer
-# that has arrived leads to a whole archive. The programs are found on PATH.
+# Uploads with the real rsync and rclone, to directories. Wherever an upload is interrupted, each
+# pointer that has arrived leads to a whole archive. The programs are found on PATH.
 set -eu
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
@@ -40,8 +40,13 @@ for program in rsync rclone; do
     check_pointers "$far"
   done
   echo page >tree/index.html
+  # Others' files stay here, and so does what an interrupted prune has left.
+  mkdir -p tree/other "tree/2/.runenv-served#removing"
+  touch tree/other/latest tree/other.tar.gz "tree/2/.runenv-served#removing/x.tar.gz"
   rm -r "tree/2/runenv/platform/5/$program-3"
-  "$upload" --delete tree "$program" "$far"
+  ln -sfn tree host:tree
+  "$upload" --delete host:tree "$program" "$far"
+  rm -r tree/other* "tree/2/.runenv-served#removing"
   rm "$far/elsewhere/kept"
   rmdir "$far/elsewhere"
   # What rsync leaves when it is killed, and the directories that no object store has.
