@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
+#include <cstdlib>
+#include <string_view>
 #include <utility>
 
+#include "core/owner.h"
 #include "tools/size_text.h"
 
 namespace runenv {
@@ -68,12 +70,12 @@ void Progress::show(uint64_t done) {
 }
 
 // The number behind `field` in a file of /proc, 0 if it may not be read.
-static uint64_t number_in(const std::string& file, const std::string& field) {
-  std::ifstream lines(file);
-  for (std::string name; lines >> name;) {
-    uint64_t number = 0;
-    if (name == field && lines >> number) {
-      return number;
+static uint64_t number_in(const std::string& file, std::string_view field) {
+  const owner<FILE, std::fclose> lines(std::fopen(file.c_str(), "re"));
+  char line[128];
+  while (lines != nullptr && std::fgets(line, sizeof line, lines.get()) != nullptr) {
+    if (std::string_view(line).starts_with(field)) {
+      return std::strtoull(line + field.size(), nullptr, 10);
     }
   }
   return 0;
