@@ -1,5 +1,5 @@
-// What is in a release's directory, held against its list or put into one. No link is followed, and
-// nothing but a regular file is opened.
+// What is in a release's directory, to compare it with a list or to write one. Follows no link, and
+// opens nothing but regular files.
 #pragma once
 
 #include <sys/stat.h>

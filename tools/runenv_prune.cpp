@@ -35,7 +35,7 @@ static constexpr char kUsage[] =
     "with --lock-latest.\n"
     "\n"
     "  --keep N           keep the N newest of the other releases of each item, 0 unless given\n"
-    "  --older-than DAYS  leave an item alone whose pointer has moved within so many days, since\n"
+    "  --older-than DAYS  leave an item alone if its pointer has moved in the last DAYS, since\n"
     "                     programs may still run from the release before; 7 unless given\n"
     "  --unlisted         remove the items that the document does not name, with all releases\n"
     "  --dry-run          say what would be removed, and remove nothing\n"

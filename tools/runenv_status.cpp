@@ -75,7 +75,7 @@ struct Item {
   std::optional<std::string> served;  // that the server names, if it was asked
   std::time_t since = 0;              // when the local pointer was written
   uint64_t bytes = 0;                 // of the release
-  std::optional<std::vector<Difference>> differences;  // from its list, if it was held against one
+  std::optional<std::vector<Difference>> differences;  // to its list, if it was compared with one
 };
 
 // Something that no pointer leads to.

@@ -13,7 +13,7 @@
 
 namespace runenv {
 
-// Whether the path is an archive that carries a signature; by whom and for what is not looked at.
+// Whether the path is an archive with a signature. Does not check who signed it, or for what.
 // Throws Error if it cannot be read.
 bool is_signed_archive(const fs::path_t& path);
 

@@ -53,7 +53,7 @@ void sign_archive(const char* key, const Purpose& purpose, Replacement* archive)
   const std::optional<Signature> parts = split_signature(text);
   static constexpr char kPrehashed[] = "RU";  // "ED" in base64
   if (!parts || parts->trusted_comment != comment || !parts->of_content.starts_with(kPrehashed)) {
-    throw_failure_of("minisign", "made something else than the signature that it was asked for");
+    throw_failure_of("minisign", "did not write a signature of the expected form");
   }
   const std::string member = signature_member(text);
   archive->write(member.data(), member.size());
