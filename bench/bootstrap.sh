@@ -137,7 +137,7 @@ if [ -x "$build/runenv-verify" ]; then
   minisign -G -W -p keys/key.pub -s secret.key >/dev/null
   find /usr/bin -type f -readable -name "$([ "$quick" ] && echo 'z*' || echo '*')" |
     tar -P -czf all.tar.gz --transform='s,/usr/,,' -T -
-  "$build/runenv-publish" tree platform 5 r1 --from all.tar.gz --sign secret.key
+  "$build/runenv-publish" tree platform 5 r1 --from all.tar.gz --as-is --quiet --sign secret.key
   mv tree/2/runenv/platform/5/r1/linux-x64.tar.gz .
   size=$(($(stat -c %s linux-x64.tar.gz) / 1000000))
   "$build/bench/stopwatch" "unpack an archive of $size MB" "$([ "$quick" ] && echo 1 || echo 5)" \
