@@ -24,7 +24,8 @@ PLACES = {r"(?<=[ =':\"])/tmp/": f"{SCRATCH}/tmp/", r"\b7007\b": f"{PORT}",
           "/usr/local/libexec/runenv": f"{SCRATCH}/libexec",
           "/etc/(?:runenv|nginx)": rf"{SCRATCH}/machine\g<0>"}
 os.environ.update(HOME=f"{SCRATCH}", CURL_HOME=f"{SCRATCH}/server/curl",
-                  PATH=f"{SCRATCH}/bin:{BUILD}:{os.environ['PATH']}:/usr/sbin")
+                  PATH=f"{SCRATCH}/bin:{BUILD}:{os.environ['PATH']}:/usr/sbin",
+                  ASAN_OPTIONS="allocator_may_return_null=1")
 
 
 def sh(script, directory=SCRATCH):
