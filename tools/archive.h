@@ -11,12 +11,11 @@ namespace runenv {
 
 // How the archive of a release is made.
 struct Making {
-  const char* source = nullptr;  // a directory to pack or a .tar.gz archive to copy
-  const char* compress =
-      nullptr;             // a program that makes gzip's format, and its options; null: gzip
-  bool as_is = false;      // whether to publish content that looks like a mistake
-  bool is_signed = false;  // whether runenv-verify has to accept the content
-  bool list = false;       // whether a list of its files is packed with a directory
+  const char* source = nullptr;    // a directory to pack or a .tar.gz archive to copy
+  const char* compress = nullptr;  // a program that writes gzip's format, with options; null: gzip
+  bool as_is = false;              // whether to publish content that looks like a mistake
+  bool is_signed = false;          // whether runenv-verify has to accept the content
+  bool list = false;               // whether a list of its files is packed with a directory
 };
 
 // The permissions of a release's own directory, in the archive of a directory that was packed.

@@ -25,9 +25,7 @@ namespace {
 class PrivateDirectory {
  public:
   PrivateDirectory() {
-    const char* const parent = std::getenv("TMPDIR");
-    path = std::string(parent != nullptr && *parent != '\0' ? parent : "/tmp") +
-           "/runenv-status-XXXXXX";
+    path = temporary_directory() + "/runenv-status-XXXXXX";
     if (mkdtemp(path.data()) == nullptr) {
       throw_errno_of(path);
     }
