@@ -24,8 +24,7 @@ namespace {
 // A directory that only this user may enter, removed with its scope.
 class PrivateDirectory {
  public:
-  PrivateDirectory() {
-    path = temporary_directory() + "/runenv-status-XXXXXX";
+  PrivateDirectory() : path(temporary_directory() + "/runenv-status-XXXXXX") {
     if (mkdtemp(path.data()) == nullptr) {
       throw_errno_of(path);
     }
