@@ -94,7 +94,8 @@ def sizeless(text):
 def follow(document):
     """Runs a document in a directory of its own."""
     directory = SCRATCH / document.name
-    sh(f"rm -rf tmp/* server/www; cp -r www server; mkdir {directory}; ln -s ../build {SOURCE}/contrib {directory}")
+    published = "empty" if document.name == "README.md" else "www"
+    sh(f"rm -rf tmp/* server/www; cp -r {published} server/www; mkdir {directory}; ln -s ../build {SOURCE}/contrib {directory}")
     if document.suffix == ".1":  # its examples expect these files
         sh("mkdir out x64 arm64; tar -czf linker.tar.gz -C out .;"
            "runenv-versions compose -o versions.bin 5", directory)
@@ -135,7 +136,7 @@ def check_setting(row):
 KNOWN = sh("""env --help && tar --help && curl --help all
     cat CMakeLists.txt cmake/*.cmake cmake/checks/*.sh scripts/*.sh app/* schema/* tools/*.* tests/*.*""", SOURCE)
 USAGE = sh("runenv-bootstrap --help")
-ELSEWHERE = sh("cat .ci/run; grep -E '^(cmake|cpack) ' docs/building.md; echo .ci/run", SOURCE)
+ELSEWHERE = sh("cat .ci/run; echo .ci/run", SOURCE) + read(SOURCE / "docs/building.md")
 EXAMPLES = [path.read_text() for path in SOURCE.glob("examples/*.cpp")]
 
 # Writes the files, and publishes what the documents use on a server.
@@ -145,7 +146,7 @@ for kind, text in (block for document in DOCUMENTS for block in blocks_of(docume
         file.parent.mkdir(parents=True, exist_ok=True)
         file.write_text(text)
 sh(f"""
-    mkdir tmp server www content bin libexec
+    mkdir tmp server www empty content bin libexec
     keys="--keys '$PWD/machine/etc/runenv/keys'"  # instead of the built-in directory
     printf '#!/bin/sh\\ncase $* in *--keys*) keys= ;; *) keys=1 ;; esac\\nexec "%s" ${{keys:+%s}} "$@"\\n' \\
       '{BUILD}/runenv-verify' "$keys" >bin/runenv-verify
