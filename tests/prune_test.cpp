@@ -101,7 +101,7 @@ TEST_F(PruneTest, TellsWhatItDoesAndWaitsForRuns) {
       "latest; mkdir -p runenv/platform/5 .update down;"
       " ln -s 5 runenv/platform/6; ln -s down link; for d in .update down; do touch $d/latest "
       "$d/l.tar.gz $d/mine;"
-      " touch -d '8 days ago' $d/*; touch $d/new.tar.gz; done");
+      " touch -d '8 days ago' $d/*; touch -d '1 hour' $d/new.tar.gz; done");
   const Row kRows[] = {
       {"", "", "one document is needed" + hint},
       {"a b", "", "one document is needed" + hint},

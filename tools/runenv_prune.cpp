@@ -62,9 +62,10 @@ struct Arguments {
 
 }  // namespace
 
+// A time may lie in the future, where a clock was wrong.
 static bool is_older(std::time_t time, unsigned days) {
   static constexpr std::time_t kDay = 86400;
-  return std::time(nullptr) - time >= kDay * days;
+  return days == 0 || std::time(nullptr) - time >= kDay * days;
 }
 
 static std::string shown(const std::string& item) {
