@@ -162,4 +162,10 @@ TEST_F(PruneTest, TellsWhatItDoesAndWaitsForRuns) {
             kHere + "; printf r3 >&9; touch -d '9 days ago' " + kHere +
             "latest; exec 9<&-; wait; ls " + kHere,
         "latest\nr2\nr3\nlatest\nr3\n");
+  // A pointer may name what usually is a leftover.
+  check("(cd " + kHere +
+            "; mv r3 '.runenv-prune#removing'; printf %s .*removing >latest);"
+            " prune versions.bin --older-than 0 --temp-cache no; ls -A " +
+            kHere,
+        leaving + "freed N\n.runenv-prune#removing\nlatest\n");
 }

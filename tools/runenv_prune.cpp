@@ -100,9 +100,11 @@ static void prune_item(int root, const std::string& name, const Arguments& argum
   if (!take(&item, name, arguments)) {
     return;
   }
-  remove_leftovers(item, name, remover);
   std::string problem;
   const std::optional<std::string> current = item.current(&problem);
+  if (!current || current->find('#') == std::string::npos) {  // else it may name one of them
+    remove_leftovers(item, name, remover);
+  }
   if (!current) {
     std::printf("leaving %s: %s\n", printable(shown(name)).c_str(), problem.c_str());
     return;
