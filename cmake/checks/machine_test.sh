@@ -82,10 +82,15 @@ if command -v ansible-playbook; then
   ansible/role_test.sh "$SCRATCH/curl-lines" "$SCRATCH"/packages/runenv_*.deb
 fi
 
-# Removing the package stops the timer and keeps the environment. Purging removes it.
+# Removing the package stops the timer and keeps the environment. With the package installed again,
+# the timer runs. Purging removes the environment.
+! systemctl start runenv-update@none || exit 1
 dpkg -r runenv-verify runenv
+[ ! "$(systemctl list-units --failed --no-legend 'runenv-update@*')" ]
 journalctl --sync && journalctl -o cat -u runenv-update@main.timer | grep '^Stopped'
 ! systemctl is-active runenv-update@main.timer || exit 1
 [ -d $environment ]
+dpkg -i packages/runenv_*.deb
+systemctl is-active runenv-update@main.timer
 dpkg -P runenv
 [ ! -e /var/lib/runenv ] && [ ! -e /etc/runenv/.curlrc ] && [ -e /etc/runenv/main/versions.bin ]
