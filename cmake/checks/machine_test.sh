@@ -90,7 +90,7 @@ dpkg -r runenv-verify runenv
 journalctl --sync && journalctl -o cat -u runenv-update@main.timer | grep '^Stopped'
 ! systemctl is-active runenv-update@main.timer || exit 1
 [ -d $environment ]
-dpkg -i packages/runenv_*.deb
+apt-get -o Dpkg::Options::=--force-confold install -y --no-install-recommends ./packages/runenv_*.deb
 systemctl is-active runenv-update@main.timer
 dpkg -P runenv
 [ ! -e /var/lib/runenv ] && [ ! -e /etc/runenv/.curlrc ] && [ -e /etc/runenv/main/versions.bin ]
