@@ -162,7 +162,9 @@ TEST_F(PruneTest, TellsWhatItDoesAndWaitsForRuns) {
             kHere + "; printf r3 >&9; touch -d '9 days ago' " + kHere +
             "latest; exec 9<&-; wait; ls " + kHere,
         "latest\nr2\nr3\nlatest\nr3\n");
-  // A pointer may name what usually is a leftover.
+  // A pointer may name what usually is a leftover. An item may lie in another one.
+  run("mkdir " + type + "r; printf r >" + type +
+      "latest; runenv-versions compose -o versions.bin 5 .=. a=1");
   check("(cd " + kHere +
             "; mv r3 '.runenv-prune#removing'; printf %s .*removing >latest);"
             " prune versions.bin --older-than 0 --temp-cache no; ls -A " +
