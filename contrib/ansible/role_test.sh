@@ -27,7 +27,9 @@ play() { ansible-playbook -i hosts -e @all.json "$@" | tee played; }
 play site.yml --check --limit first,second
 grep -c 'failed=0' played | grep -x 2
 [ ! -e /etc/runenv/first ]
-! play site.yml --limit first -e "runenv_instance='a b'" | grep failed=0 || exit 1
+for wrong in "runenv_instance='a b'" runenv_timer=never; do
+  ! play site.yml --limit first -e "$wrong" | grep failed=0 || exit 1
+done
 play site.yml --forks 1 --limit first,second
 grep -c 'failed=0' played | grep -x 2
 play site.yml --limit first,second
