@@ -30,6 +30,10 @@ grep -c 'failed=0' played | grep -x 2
 for wrong in "runenv_instance='a b'" runenv_timer=never; do
   ! play site.yml --limit first -e "$wrong" | grep failed=0 || exit 1
 done
+sed -i.away /^runenv:/d /etc/group
+! play site.yml --limit second | grep failed=0 || exit 1
+grep 'look up group runenv' played
+mv /etc/group.away /etc/group
 play site.yml --forks 1 --limit first,second
 grep -c 'failed=0' played | grep -x 2
 play site.yml --limit first,second
