@@ -204,3 +204,6 @@ for call in re.findall(r"\b(?:(?:throw|exit|report)_\w+|report|redirect_child|Ru
     for literal in re.findall(r'"((?:[^"\\]|\\.)*)"', call):
         for part in re.split(r"%[-0-9.*l]*[a-z]", literal.replace(r"\n", "")):
             assert len(part) < 6 or part in told, f"not documented: {part}"
+for literal in re.findall(r'fail "([^"]*)"', sh("cat contrib/runenv-update.sh.in", SOURCE)):
+    for part in re.split(r"@libexecdir@|\$\w+", literal):
+        assert part in told, f"not documented: {part}"

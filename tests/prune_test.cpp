@@ -101,7 +101,7 @@ TEST_F(PruneTest, TellsWhatItDoesAndWaitsForRuns) {
       "latest; mkdir -p runenv/platform/5 .update down;"
       " ln -s 5 runenv/platform/6; ln -s down link; for d in .update down; do touch $d/latest "
       "$d/l.tar.gz $d/mine;"
-      " touch -d '8 days ago' $d/*; touch $d/new.tar.gz; done");
+      " touch -d '8 days ago' $d/*; touch -d '1 hour' $d/new.tar.gz; done");
   const Row kRows[] = {
       {"", "", "one document is needed" + hint},
       {"a b", "", "one document is needed" + hint},
@@ -162,4 +162,12 @@ TEST_F(PruneTest, TellsWhatItDoesAndWaitsForRuns) {
             kHere + "; printf r3 >&9; touch -d '9 days ago' " + kHere +
             "latest; exec 9<&-; wait; ls " + kHere,
         "latest\nr2\nr3\nlatest\nr3\n");
+  // A pointer may name what usually is a leftover. An item may lie in another one.
+  run("mkdir " + type + "r; printf r >" + type +
+      "latest; runenv-versions compose -o versions.bin 5 .=. a=1");
+  check("(cd " + kHere +
+            "; mv r3 '.runenv-prune#removing'; printf %s .*removing >latest);"
+            " prune versions.bin --older-than 0 --temp-cache no; ls -A " +
+            kHere,
+        leaving + "freed N\n.runenv-prune#removing\nlatest\n");
 }

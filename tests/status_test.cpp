@@ -272,7 +272,8 @@ TEST_F(StatusTest, PrintsForTerminalsAndPrograms) {
     EXPECT_EQ(outcome.status, 3);
     EXPECT_EQ(outcome.err, teller + error + "\n");
   }
-  check("mkdir new; runenv-status --directory new versions.bin | tail -n 1",
-        "3 items, 3 not installed\n");
+  check(
+      "mkdir new; runenv-versions compose -o one 5; runenv-status --directory new one | tail -n 1",
+      "1 item, 1 not installed\n");
   check("runenv-status --version | tail -n 1", "server: https://localhost\n");
 }

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <set>
 #include <string>
 #include <tuple>
@@ -62,9 +63,10 @@ struct Arguments {
 
 }  // namespace
 
+// A time may lie in the future, where a clock was wrong.
 static bool is_older(std::time_t time, unsigned days) {
   static constexpr std::time_t kDay = 86400;
-  return std::time(nullptr) - time >= kDay * days;
+  return days == 0 || std::time(nullptr) - time >= kDay * days;
 }
 
 static std::string shown(const std::string& item) {
@@ -93,21 +95,27 @@ static bool take(LocalItem* item, const std::string& name, const Arguments& argu
   return is_older(item->switched(), arguments.days);
 }
 
-static void prune_item(int root, const std::string& name, const Arguments& arguments,
-                       Remover* remover) {
+// `wanted` has the directories that lead to items: none of them is a release of this one.
+static void prune_item(int root, const std::string& name, const std::set<std::string>& wanted,
+                       const Arguments& arguments, Remover* remover) {
   LocalItem item(root, name);
   if (!take(&item, name, arguments)) {
     return;
   }
-  remove_leftovers(item, name, remover);
   std::string problem;
   const std::optional<std::string> current = item.current(&problem);
+  if (!current || current->find('#') == std::string::npos) {  // else it may name one of them
+    remove_leftovers(item, name, remover);
+  }
   if (!current) {
     std::printf("leaving %s: %s\n", printable(shown(name)).c_str(), problem.c_str());
     return;
   }
   std::vector<Release> others = item.releases();
-  std::erase_if(others, [&](const Release& release) { return release.name == *current; });
+  std::erase_if(others, [&](const Release& release) {
+    const std::filesystem::path path = std::filesystem::path(name) / release.name;
+    return release.name == *current || wanted.contains(path.lexically_normal());
+  });
   std::sort(others.begin(), others.end(), [](const Release& a, const Release& b) {
     return std::tie(a.changed.tv_sec, a.changed.tv_nsec) >
            std::tie(b.changed.tv_sec, b.changed.tv_nsec);
@@ -204,16 +212,16 @@ static void prune(int argc, char** argv) {
   const Document document;
   read_document(arguments.document, document);
   const std::vector<std::string> listed = item_directories(document);
+  const std::set<std::string> wanted = wanted_directories(listed);
   const unique_fd root = open_environment(arguments.directory);
   Remover remover(arguments.dry_run);
   bool well = true;
   for (const std::string& name : listed) {
-    well &= attempt([&] { prune_item(root.get(), name, arguments, &remover); });
+    well &= attempt([&] { prune_item(root.get(), name, wanted, arguments, &remover); });
   }
   for (const std::string& name : parents_of_items(root.get())) {
     well &= attempt([&] { clear_parent(root.get(), name, &remover); });
   }
-  const std::set<std::string> wanted = wanted_directories(listed);
   if (arguments.unlisted) {
     for (const std::string& name : items_present(root.get())) {
       well &= wanted.contains(name) ||

@@ -356,7 +356,7 @@ static void print_text(const Report& report) {
   print_others("other release", report.releases);
   print_others("item not in the document", report.unlisted);
   print_others("leftover", report.leftovers);
-  std::printf("%zu items", report.items.size());
+  std::printf("%s", count_text(report.items.size(), "item").c_str());
   for (size_t i = 0; i < std::size(kStateNames); ++i) {
     const auto count =
         std::count_if(report.items.begin(), report.items.end(),

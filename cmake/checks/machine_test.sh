@@ -33,10 +33,11 @@ mv server/gone server/www
 mv $environment/platform/5/release-1 moved
 fails && told 6 | grep 'platform/5 *broken'
 mv moved $environment/platform/5/release-1
-mkdir -m 755 /etc/runenv/keys
+ln -s nowhere /etc/runenv/keys
 : >$environment/platform/5/latest
 fails && told 6 | grep '/usr/libexec/runenv/tar cannot be run'
 [ ! -s $environment/platform/5/latest ]
+rm /etc/runenv/keys && mkdir -m 755 /etc/runenv/keys
 minisign -G -W -p /etc/runenv/keys/x.pub -s key >/dev/null
 dpkg -i packages/runenv-verify_*.deb
 fails && told 6 | grep 'is not signed'
@@ -58,12 +59,14 @@ for words in '' '.' 'a b' 'keys' '../main' 'x/y'; do
 done
 echo 'VERIFY=maybe' >/etc/runenv/main/settings
 update main | grep "VERIFY is yes or no, not 'maybe'"
+ln -sf nowhere /etc/runenv/main/settings
+update main | grep 'cannot open /etc/runenv/main/settings'
 rm /etc/runenv/main/settings
 flock /var/lib/runenv/main/.lock runuser -u runenv -- /usr/libexec/runenv-update main | grep 'another run is at work'
 chmod 600 /etc/runenv/.curlrc
 update main | grep '/etc/runenv/.curlrc cannot be read'
 chmod 644 /etc/runenv/.curlrc
-install -m 600 /dev/null /etc/runenv/main/.curlrc
+ln -s nowhere /etc/runenv/main/.curlrc
 update main | grep '/etc/runenv/main/.curlrc cannot be read'
 rm /etc/runenv/main/.curlrc
 
@@ -79,10 +82,15 @@ if command -v ansible-playbook; then
   ansible/role_test.sh "$SCRATCH/curl-lines" "$SCRATCH"/packages/runenv_*.deb
 fi
 
-# Removing the package stops the timer and keeps the environment. Purging removes it.
+# Removing the package stops the timer and keeps the environment. With the package installed again,
+# the timer runs. Purging removes the environment.
+! systemctl start runenv-update@none || exit 1
 dpkg -r runenv-verify runenv
+[ ! "$(systemctl list-units --failed --no-legend 'runenv-update@*')" ]
 journalctl --sync && journalctl -o cat -u runenv-update@main.timer | grep '^Stopped'
 ! systemctl is-active runenv-update@main.timer || exit 1
 [ -d $environment ]
+apt-get -o Dpkg::Options::=--force-confold install -y --no-install-recommends ./packages/runenv_*.deb
+systemctl is-active runenv-update@main.timer
 dpkg -P runenv
 [ ! -e /var/lib/runenv ] && [ ! -e /etc/runenv/.curlrc ] && [ -e /etc/runenv/main/versions.bin ]
