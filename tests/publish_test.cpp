@@ -242,13 +242,31 @@ TEST_F(PublishTest, WhatIsHardlyMeantIsRefusedInDirectoriesAndArchives) {
     check("$p r2 --replace --as-is --from archive", "",
           "archive: 'k' is a place outside the release");
   }
-  check(
-      "cd source; ln d/h k; tar -cf ../a ./d/h k; tar --delete -f ../a ./d/h; cd ..; gzip -f <a "
-      ">archive;"
-      "$p r2 --replace --as-is --from archive",
-      "",
-      "archive: 'k' is a hard link to 'd/h', which is not in the archive before it: no client "
-      "could unpack it");
+  const std::string both = "' is both a directory and something else in it: leave one of them out",
+                    name(256, 'n'), path = "d" + std::string(5000, '/') + "d",
+                    too_long =
+                        "' has a name that is too long, or leads to one: no client could"
+                        " unpack it";
+  const std::pair<std::string, std::string> kArchives[] = {
+      {"ln keep k; tar -cf a keep k; tar --delete -f a keep; gzip -c a",
+       "'k' is a hard link to 'keep', which is not in the archive before it: no client could"
+       " unpack it"},
+      {"tar -cz --transform='s,^d,keep/x,' keep d", "'keep" + both},
+      {"tar -czh --transform='flags=r;s,keep,d,' d keep", "'d" + both},
+      {"tar -cz --transform=s,keep,., keep", "'." + both},
+      {"tar -czP --transform='s,.*," + name + ",' keep", "'" + name + too_long},
+      {"tar -czP --transform='s,.*," + path + ",' keep", "'" + path + too_long},
+      {"ln -s x l; tar -cz --transform='flags=s;s,x," + path + ",' l", "'l" + too_long},
+      {"tar -cf a d; gzip -nc a >z; printf 'PK\\3\\4\\24\\0\\0\\0\\10\\0\\0\\0\\0\\0';"
+       " tail -c 8 z | head -c 4; printf '\\0\\0\\0\\0'; tail -c 4 z; printf '\\0\\0\\0\\0';"
+       " tail -c +11 z | head -c -8",  // a zip
+       "is not in gzip's format, which clients expect"},
+  };
+  for (const auto& [made, why] : kArchives) {
+    check("rm -rf source; mkdir -p source/d; cd source; touch keep; { " + made +
+              "; } >../archive; cd ..; $p r2 --replace --as-is --from archive",
+          "", "archive: " + why);
+  }
 }
 
 // A producer reads how it goes on, and where things are afterwards.

@@ -60,11 +60,21 @@ static std::string key_of(const std::string& name) {
   return result;
 }
 
+static bool is_too_long(const std::string& name) {
+  const std::vector<std::string_view> parts = components(name);
+  return name.size() >= PATH_MAX ||
+         std::any_of(parts.begin(), parts.end(),
+                     [](std::string_view part) { return part.size() > NAME_MAX; });
+}
+
 // What tar could not unpack, or not in the release's directory; and what only runenv-verify may put
 // there.
 void ContentCheck::check_place(const ContentEntry& entry) const {
   if (std::strchr("-dlh", entry.type) == nullptr) {
     refuse(entry.name, "is neither a file nor a directory nor a link");
+  }
+  if (is_too_long(entry.name) || entry.target.size() >= PATH_MAX) {
+    refuse(entry.name, "has a name that is too long, or leads to one: no client could unpack it");
   }
   if (leaves_the_release(entry.name) || (entry.type == 'h' && leaves_the_release(entry.target))) {
     refuse(entry.name, "is a place outside the release");
@@ -75,13 +85,29 @@ void ContentCheck::check_place(const ContentEntry& entry) const {
 }
 
 // tar makes a hard link to a file that it has unpacked before.
-void ContentCheck::check_hard_link(const ContentEntry& entry) {
-  if (entry.type == 'h' && !files.contains(key_of(entry.target))) {
+void ContentCheck::check_hard_link(const ContentEntry& entry) const {
+  if (entry.type != 'h') {
+    return;
+  }
+  const auto target = seen.find(key_of(entry.target));
+  if (target == seen.end() || target->second) {
     refuse(entry.name, "is a hard link to '" + plain(entry.target) +
                            "', which is not in the archive before it: no client could unpack it");
   }
-  if (entry.type != 'd') {
-    files.insert(key_of(entry.name));
+}
+
+// What an entry lies in has to be a directory. tar follows no link on the way that has ".." in it,
+// and replaces no directory with something in it.
+void ContentCheck::check_kind(const ContentEntry& entry) {
+  bool as_directory = entry.type == 'd';
+  for (std::string key = key_of(entry.name);; key.resize(key.rfind('/')), as_directory = true) {
+    const auto [known, is_new] = seen.emplace(key, as_directory);
+    if (known->second != as_directory) {
+      refuse("." + key, "is both a directory and something else in it: leave one of them out");
+    }
+    if (!is_new) {
+      return;  // and so is what lies around it
+    }
   }
 }
 
@@ -132,6 +158,7 @@ void ContentCheck::note_top(const ContentEntry& entry) {
 void ContentCheck::take(const ContentEntry& entry) {
   check_place(entry);
   check_hard_link(entry);
+  check_kind(entry);
   check_link(entry);
   check_use(entry);
   note_top(entry);
