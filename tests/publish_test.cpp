@@ -194,6 +194,9 @@ TEST_F(PublishTest, WhatIsHardlyMeantIsRefusedInDirectoriesAndArchives) {
       kSetId =
           "is a set-user-ID or set-group-ID file: everybody on a client that root "
           "updates could run it as root; take that away (chmod ug-s)",
+      kLocked =
+          "cannot be written by its owner: a client of an ordinary user could not unpack the "
+          "release again, as after a rollback; permit it (chmod u+w)",
       kAround =
           "is a directory around everything: a client would find the files in it, "
           "one level down; publish what is in it",
@@ -208,6 +211,7 @@ TEST_F(PublishTest, WhatIsHardlyMeantIsRefusedInDirectoriesAndArchives) {
   } kRows[] = {
       {"touch d/f; chmod 640 d/f", "d/f", kUnreadable},
       {"chmod 754 d", "d", kUnreadable},
+      {"chmod 555 d", "d", kLocked},
       {"touch f; chmod 4755 f", "f", kSetId},
       {"touch f; chmod 2745 f", "f", kSetId},
       {R"(ln -s /etc/a 'l -> "k"')", R"(l -> "k")", leads_to("/etc/a")},
@@ -244,9 +248,9 @@ TEST_F(PublishTest, WhatIsHardlyMeantIsRefusedInDirectoriesAndArchives) {
   }
   const std::string both = "' is both a directory and something else in it: leave one of them out",
                     name(256, 'n'), path = "d" + std::string(5000, '/') + "d",
-                    too_long =
-                        "' has a name that is too long, or leads to one: no client could"
-                        " unpack it";
+                    unmade =
+                        "' has a name, or leads to one, that no system takes: no client "
+                        "could unpack it";
   const std::pair<std::string, std::string> kArchives[] = {
       {"ln keep k; tar -cf a keep k; tar --delete -f a keep; gzip -c a",
        "'k' is a hard link to 'keep', which is not in the archive before it: no client could"
@@ -254,9 +258,10 @@ TEST_F(PublishTest, WhatIsHardlyMeantIsRefusedInDirectoriesAndArchives) {
       {"tar -cz --transform='s,^d,keep/x,' keep d", "'keep" + both},
       {"tar -czh --transform='flags=r;s,keep,d,' d keep", "'d" + both},
       {"tar -cz --transform=s,keep,., keep", "'." + both},
-      {"tar -czP --transform='s,.*," + name + ",' keep", "'" + name + too_long},
-      {"tar -czP --transform='s,.*," + path + ",' keep", "'" + path + too_long},
-      {"ln -s x l; tar -cz --transform='flags=s;s,x," + path + ",' l", "'l" + too_long},
+      {"tar -cz --transform=s,keep,e/., keep", "'e/." + unmade},
+      {"tar -czP --transform='s,.*," + name + ",' keep", "'" + name + unmade},
+      {"tar -czP --transform='s,.*," + path + ",' keep", "'" + path + unmade},
+      {"ln -s x l; tar -cz --transform='flags=s;s,x," + path + ",' l", "'l" + unmade},
       {"tar -cf a d; gzip -nc a >z; printf 'PK\\3\\4\\24\\0\\0\\0\\10\\0\\0\\0\\0\\0';"
        " tail -c 8 z | head -c 4; printf '\\0\\0\\0\\0'; tail -c 4 z; printf '\\0\\0\\0\\0';"
        " tail -c +11 z | head -c -8",  // a zip

@@ -60,11 +60,14 @@ static std::string key_of(const std::string& name) {
   return result;
 }
 
-static bool is_too_long(const std::string& name) {
-  const std::vector<std::string_view> parts = components(name);
-  return name.size() >= PATH_MAX ||
-         std::any_of(parts.begin(), parts.end(),
-                     [](std::string_view part) { return part.size() > NAME_MAX; });
+// Whether the system takes the name and the target.
+static bool can_be_made(const ContentEntry& entry) {
+  const std::vector<std::string_view> parts = components(entry.name);
+  return entry.name.size() < PATH_MAX && entry.target.size() < PATH_MAX &&
+         (entry.type == 'd' || !entry.name.ends_with("/.")) &&
+         (entry.type != 'l' || !entry.target.empty()) &&
+         std::all_of(parts.begin(), parts.end(),
+                     [](std::string_view part) { return part.size() <= NAME_MAX; });
 }
 
 // What tar could not unpack, or not in the release's directory; and what only runenv-verify may put
@@ -73,8 +76,9 @@ void ContentCheck::check_place(const ContentEntry& entry) const {
   if (std::strchr("-dlh", entry.type) == nullptr) {
     refuse(entry.name, "is neither a file nor a directory nor a link");
   }
-  if (is_too_long(entry.name) || entry.target.size() >= PATH_MAX) {
-    refuse(entry.name, "has a name that is too long, or leads to one: no client could unpack it");
+  if (!can_be_made(entry)) {
+    refuse(entry.name,
+           "has a name, or leads to one, that no system takes: no client could unpack it");
   }
   if (leaves_the_release(entry.name) || (entry.type == 'h' && leaves_the_release(entry.target))) {
     refuse(entry.name, "is a place outside the release");
@@ -136,6 +140,11 @@ void ContentCheck::check_use(const ContentEntry& entry) const {
     refuse_as_producer(entry.name,
                        "is a set-user-ID or set-group-ID file: everybody on a client that root "
                        "updates could run it as root; take that away (chmod ug-s)");
+  }
+  if (is_directory && (entry.mode & S_IWUSR) == 0) {
+    refuse_as_producer(entry.name,
+                       "cannot be written by its owner: a client of an ordinary user could not "
+                       "unpack the release again, as after a rollback; permit it (chmod u+w)");
   }
   const mode_t needed = is_directory ? S_IROTH | S_IXOTH : S_IROTH;
   if ((entry.mode & needed) != needed) {
