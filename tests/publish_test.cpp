@@ -236,6 +236,7 @@ TEST_F(PublishTest, WhatIsHardlyMeantIsRefusedInDirectoriesAndArchives) {
     }
   }
   const std::string outside = "' is a place outside the release",
+                    unknown = "', which is not in the archive before it: no client could unpack it",
                     both = "' is both a directory and something else in it: leave one of them out",
                     unmade =
                         "' has a name, or leads to one, that no system takes: no client "
@@ -250,9 +251,8 @@ TEST_F(PublishTest, WhatIsHardlyMeantIsRefusedInDirectoriesAndArchives) {
       {as("/b"), "'/b" + outside},
       {as(".."), "'.." + outside},
       {as("a/../b", "h"), "'k" + outside},
-      {as("a", "h"),
-       "'k' is a hard link to 'a', which is not in the archive before it: no client could unpack "
-       "it"},
+      {as("a", "h"), "'k' is a hard link to 'a" + unknown},
+      {as(".", "h"), "'k' is a hard link to '." + unknown},
       {as("k/x"), "'k" + both},
       {as("d") + " d", "'d" + both},
       {as("."), "'." + both},
@@ -260,6 +260,7 @@ TEST_F(PublishTest, WhatIsHardlyMeantIsRefusedInDirectoriesAndArchives) {
       {as(name), "'" + name + unmade},
       {as(path), "'" + path + unmade},
       {as(path, "s"), "'l" + unmade},
+      {as("", "s"), "'l" + unmade},
       {"tar -cf a d; gzip -nc a >z; printf 'PK\\3\\4\\24\\0\\0\\0\\10\\0\\0\\0\\0\\0';"
        " tail -c 8 z | head -c 4; printf '\\0\\0\\0\\0'; tail -c 4 z; printf '\\0\\0\\0\\0';"
        " tail -c +11 z | head -c -8",  // a zip
