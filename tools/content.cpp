@@ -100,8 +100,8 @@ void ContentCheck::check_hard_link(const ContentEntry& entry) const {
   }
 }
 
-// What an entry lies in has to be a directory. tar follows no link on the way that has ".." in it,
-// and replaces no directory with something in it.
+// What an entry lies in has to be a directory, and stays one. tar fails where a file or a link with
+// ".." is in the way, and where a directory with something in it is to become something else.
 void ContentCheck::check_kind(const ContentEntry& entry) {
   bool as_directory = entry.type == 'd';
   for (std::string key = key_of(entry.name);; key.resize(key.rfind('/')), as_directory = true) {
