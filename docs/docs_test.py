@@ -134,7 +134,7 @@ def check_setting(row):
 
 
 KNOWN = sh("""env --help && tar --help && curl --help all
-    cat CMakeLists.txt cmake/*.cmake cmake/checks/*.sh scripts/*.sh app/* schema/* tools/*.* tests/*.*""", SOURCE)
+    cat CMakeLists.txt cmake/*.cmake cmake/checks/*.sh scripts/*.sh app/* schema/* tools/*.* tests/*.* contrib/upload/*""", SOURCE)
 USAGE = sh("runenv-bootstrap --help")
 ELSEWHERE = sh("cat .ci/run; echo .ci/run", SOURCE) + read(SOURCE / "docs/building.md")
 EXAMPLES = [path.read_text() for path in SOURCE.glob("examples/*.cpp")]

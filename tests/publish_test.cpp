@@ -194,6 +194,9 @@ TEST_F(PublishTest, WhatIsHardlyMeantIsRefusedInDirectoriesAndArchives) {
       kSetId =
           "is a set-user-ID or set-group-ID file: everybody on a client that root "
           "updates could run it as root; take that away (chmod ug-s)",
+      kLocked =
+          "cannot be written by its owner: a client of an ordinary user could not unpack the "
+          "release again, as after a rollback; permit it (chmod u+w)",
       kAround =
           "is a directory around everything: a client would find the files in it, "
           "one level down; publish what is in it",
@@ -208,6 +211,7 @@ TEST_F(PublishTest, WhatIsHardlyMeantIsRefusedInDirectoriesAndArchives) {
   } kRows[] = {
       {"touch d/f; chmod 640 d/f", "d/f", kUnreadable},
       {"chmod 754 d", "d", kUnreadable},
+      {"chmod 555 d", "d", kLocked},
       {"touch f; chmod 4755 f", "f", kSetId},
       {"touch f; chmod 2745 f", "f", kSetId},
       {R"(ln -s /etc/a 'l -> "k"')", R"(l -> "k")", leads_to("/etc/a")},
@@ -231,24 +235,42 @@ TEST_F(PublishTest, WhatIsHardlyMeantIsRefusedInDirectoriesAndArchives) {
       run("tar -C source -czf archive .");
     }
   }
-  for (const std::string name : {"a/../b", "/b", ".."}) {
-    run("cp archive kept; tar -czPf archive --transform='s,.*," + name + ",' kept");
-    check("$p r2 --replace --as-is --from archive", "",
-          "archive: '" + name + "' is a place outside the release");
-    run("tar -czPf archive --transform='flags=h;s,.*," + name +
-        ",' kept archive; ln -f kept k;"
-        "tar -czPf archive --transform='flags=h;s,.*," +
-        name + ",' kept k");
-    check("$p r2 --replace --as-is --from archive", "",
-          "archive: 'k' is a place outside the release");
+  const std::string outside = "' is a place outside the release",
+                    unknown = "', which is not in the archive before it: no client could unpack it",
+                    both = "' is both a directory and something else in it: leave one of them out",
+                    unmade =
+                        "' has a name, or leads to one, that no system takes: no client "
+                        "could unpack it",
+                    name(256, 'n'), path = "d" + std::string(5000, '/') + "d";
+  const auto as = [](const std::string& renamed, const std::string& flags = "rh") {
+    return "ln keep k; ln -s keep l; tar -czP --transform='flags=" + flags + ";s,^keep," + renamed +
+           ",' keep k l";
+  };
+  const std::pair<std::string, std::string> kArchives[] = {
+      {as("a/../b"), "'a/../b" + outside},
+      {as("/b"), "'/b" + outside},
+      {as(".."), "'.." + outside},
+      {as("a/../b", "h"), "'k" + outside},
+      {as("a", "h"), "'k' is a hard link to 'a" + unknown},
+      {as(".", "h"), "'k' is a hard link to '." + unknown},
+      {as("k/x"), "'k" + both},
+      {as("d") + " d", "'d" + both},
+      {as("."), "'." + both},
+      {as("e/."), "'e/." + unmade},
+      {as(name), "'" + name + unmade},
+      {as(path), "'" + path + unmade},
+      {as(path, "s"), "'l" + unmade},
+      {as("", "s"), "'l" + unmade},
+      {"tar -cf a d; gzip -nc a >z; printf 'PK\\3\\4\\24\\0\\0\\0\\10\\0\\0\\0\\0\\0';"
+       " tail -c 8 z | head -c 4; printf '\\0\\0\\0\\0'; tail -c 4 z; printf '\\0\\0\\0\\0';"
+       " tail -c +11 z | head -c -8",  // a zip
+       "is not in gzip's format, which clients expect"},
+  };
+  for (const auto& [made, why] : kArchives) {
+    check("rm -rf source; mkdir -p source/d; cd source; touch keep; { " + made +
+              "; } >../archive; cd ..; $p r2 --replace --as-is --from archive",
+          "", "archive: " + why);
   }
-  check(
-      "cd source; ln d/h k; tar -cf ../a ./d/h k; tar --delete -f ../a ./d/h; cd ..; gzip -f <a "
-      ">archive;"
-      "$p r2 --replace --as-is --from archive",
-      "",
-      "archive: 'k' is a hard link to 'd/h', which is not in the archive before it: no client "
-      "could unpack it");
 }
 
 // A producer reads how it goes on, and where things are afterwards.

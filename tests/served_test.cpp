@@ -401,6 +401,8 @@ TEST_F(ServedTest, TheIndexIsTheSameForTheSameTreeAndLeadsToWhatIsThere) {
       "tree/index.*; cp -a tree copy; rm copy/index*; runenv-served copy index; diff -r tree copy; "
       "! grep '<script\\|<b>' tree/index.html",
       "644\n644\n");
+  check("mkdir -p none/2/runenv; runenv-served none index; grep '<p>[0N]' none/index.html",
+        "<p>0 items, 0 releases, 0 B.</p>\n<p>Nothing is published yet.</p>\n");
   const std::string page = read_file("tree/index.html");
   std::set<std::string> found;
   for (size_t at = 0; (at = page.find("href=\"2/", at)) != std::string::npos;) {

@@ -61,6 +61,11 @@ void read_archive(const std::string& file, const fs::path_t& subject, ContentChe
       "-f",  "-",  "--wildcards", "*",  nullptr};
   run_tool(tar, file.c_str(), nullptr, subject,
            "is not a .tar.gz archive with files that tar can read", {.line = take, .tick = tick});
+  // gzip reads other formats too, such as zip. The client's tar takes them for none.
+  const owner<FILE, std::fclose> start(fs::path_t(file).open_read());
+  if (std::getc(start.get()) != 0x1f || std::getc(start.get()) != 0x8b) {
+    throw_failure_of(subject.cstring(), "is not in gzip's format, which clients expect");
+  }
   content->finish();
 }
 

@@ -30,7 +30,7 @@ void make_archive(const Making& making, Replacement* archive);
 // Has tar list the archive that can be opened at the path `file`, to its end, and `content` take
 // each entry. `subject` stands for the archive in messages. Calls `tick`, if there is one, as
 // run_tool does. Throws Error as ContentCheck, or if tar cannot read all of the archive or finds
-// nothing in it.
+// nothing in it, or if a client's tar would not take it for gzip's format.
 void read_archive(const std::string& file, const fs::path_t& subject, ContentCheck* content,
                   const std::function<void(pid_t)>& tick = {});
 

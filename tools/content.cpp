@@ -60,11 +60,25 @@ static std::string key_of(const std::string& name) {
   return result;
 }
 
+// Whether the system takes the name and the target.
+static bool can_be_made(const ContentEntry& entry) {
+  const std::vector<std::string_view> parts = components(entry.name);
+  return entry.name.size() < PATH_MAX && entry.target.size() < PATH_MAX &&
+         (entry.type == 'd' || !entry.name.ends_with("/.")) &&
+         (entry.type != 'l' || !entry.target.empty()) &&
+         std::all_of(parts.begin(), parts.end(),
+                     [](std::string_view part) { return part.size() <= NAME_MAX; });
+}
+
 // What tar could not unpack, or not in the release's directory; and what only runenv-verify may put
 // there.
 void ContentCheck::check_place(const ContentEntry& entry) const {
   if (std::strchr("-dlh", entry.type) == nullptr) {
     refuse(entry.name, "is neither a file nor a directory nor a link");
+  }
+  if (!can_be_made(entry)) {
+    refuse(entry.name,
+           "has a name, or leads to one, that no system takes: no client could unpack it");
   }
   if (leaves_the_release(entry.name) || (entry.type == 'h' && leaves_the_release(entry.target))) {
     refuse(entry.name, "is a place outside the release");
@@ -75,13 +89,29 @@ void ContentCheck::check_place(const ContentEntry& entry) const {
 }
 
 // tar makes a hard link to a file that it has unpacked before.
-void ContentCheck::check_hard_link(const ContentEntry& entry) {
-  if (entry.type == 'h' && !files.contains(key_of(entry.target))) {
+void ContentCheck::check_hard_link(const ContentEntry& entry) const {
+  if (entry.type != 'h') {
+    return;
+  }
+  const auto target = seen.find(key_of(entry.target));
+  if (target == seen.end() || target->second) {
     refuse(entry.name, "is a hard link to '" + plain(entry.target) +
                            "', which is not in the archive before it: no client could unpack it");
   }
-  if (entry.type != 'd') {
-    files.insert(key_of(entry.name));
+}
+
+// What an entry lies in has to be a directory, and stays one. tar fails where a file or a link with
+// ".." is in the way, and where a directory with something in it is to become something else.
+void ContentCheck::check_kind(const ContentEntry& entry) {
+  bool as_directory = entry.type == 'd';
+  for (std::string key = key_of(entry.name);; key.resize(key.rfind('/')), as_directory = true) {
+    const auto [known, is_new] = seen.emplace(key, as_directory);
+    if (known->second != as_directory) {
+      refuse("." + key, "is both a directory and something else in it: leave one of them out");
+    }
+    if (!is_new) {
+      return;  // and so is what lies around it
+    }
   }
 }
 
@@ -111,6 +141,11 @@ void ContentCheck::check_use(const ContentEntry& entry) const {
                        "is a set-user-ID or set-group-ID file: everybody on a client that root "
                        "updates could run it as root; take that away (chmod ug-s)");
   }
+  if (is_directory && (entry.mode & S_IWUSR) == 0) {
+    refuse_as_producer(entry.name,
+                       "cannot be written by its owner: a client of an ordinary user could not "
+                       "unpack the release again, as after a rollback; permit it (chmod u+w)");
+  }
   const mode_t needed = is_directory ? S_IROTH | S_IXOTH : S_IROTH;
   if ((entry.mode & needed) != needed) {
     refuse_as_producer(entry.name,
@@ -132,6 +167,7 @@ void ContentCheck::note_top(const ContentEntry& entry) {
 void ContentCheck::take(const ContentEntry& entry) {
   check_place(entry);
   check_hard_link(entry);
+  check_kind(entry);
   check_link(entry);
   check_use(entry);
   note_top(entry);

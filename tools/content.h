@@ -4,8 +4,8 @@
 
 #include <sys/types.h>
 
+#include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 
@@ -46,7 +46,8 @@ class ContentCheck {
 
  private:
   void check_place(const ContentEntry& entry) const;
-  void check_hard_link(const ContentEntry& entry);
+  void check_hard_link(const ContentEntry& entry) const;
+  void check_kind(const ContentEntry& entry);
   void check_link(const ContentEntry& entry) const;
   void check_use(const ContentEntry& entry) const;
   void note_top(const ContentEntry& entry);
@@ -55,9 +56,9 @@ class ContentCheck {
 
   const std::string shown;
   const Judge judge;
-  std::set<std::string> files;          // and links, which hard links may lead to
-  std::optional<std::string> only_top;  // what all entries so far are or lie in
-  bool has_more = false;                // than one entry at the top, or one that is no directory
+  std::map<std::string, bool> seen{{"", true}};  // each path so far: whether it is a directory
+  std::optional<std::string> only_top;           // what all entries so far are or lie in
+  bool has_more = false;  // than one entry at the top, or one that is no directory
 };
 
 // Reads a line of `tar -tv --numeric-owner --quoting-style=c`. None if it is no such line.

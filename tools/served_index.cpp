@@ -217,7 +217,9 @@ std::string to_page(const Listing& listing) {
     }
   }
   page["bytes"] = bytes;
-  page["changed"] = utc_time_text(changed);
+  if (changed != 0) {  // something is there
+    page["changed"] = utc_time_text(changed);
+  }
   add_texts("changed", &page);
   page["any"] = !listing.items.empty();
   page["item_count"] = count_text(listing.items.size(), "item");

@@ -78,7 +78,7 @@ class Filler {
     if (is_there(value) != if_there) {
       return;
     }
-    if (value.is_array()) {
+    if (value.is_array() && if_there) {
       for (const json& element : value) {
         fill(body, element);
       }

@@ -6,7 +6,7 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 upload=$(dirname "$(realpath "$0")")/runenv-upload
 cd "$scratch"
-export RCLONE_CONFIG="$scratch/none"
+export RCLONE_CONFIG="$scratch/none" TMPDIR="$scratch"
 mkdir -m 755 tree content far
 touch "$RCLONE_CONFIG"
 
@@ -45,7 +45,8 @@ for program in rsync rclone; do
   touch tree/other/latest tree/other.tar.gz "tree/2/.runenv-served#removing/x.tar.gz"
   rm -r "tree/2/runenv/platform/5/$program-3"
   ln -sfn tree host:tree
-  "$upload" --delete host:tree "$program" "$far"
+  (umask 77 && "$upload" --delete host:tree "$program" "$far")
+  [ -z "$(find "$far" ! -perm -o=r)" ]
   rm -r tree/other* "tree/2/.runenv-served#removing"
   rm "$far/elsewhere/kept"
   rmdir "$far/elsewhere"
