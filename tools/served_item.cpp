@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <string_view>
 #include <tuple>
 #include <utility>
@@ -19,6 +20,7 @@
 #include "tools/failure.h"
 #include "tools/signature.h"
 #include "tools/signing.h"
+#include "tools/time_text.h"
 
 namespace runenv {
 
@@ -210,7 +212,7 @@ void ServedItem::settle_signature(const std::string& release, const std::string&
     for (; carried; carried = find()) {
       archive->truncate(carried->signed_bytes);
     }
-    purpose.time = time_of_signing();
+    purpose.time = utc_time_text(std::time(nullptr));
     purpose.bytes = archive->size();
     sign_archive(key, purpose, archive);
     archive->settle();
