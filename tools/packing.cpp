@@ -107,15 +107,9 @@ void pack(const Making& making, uint64_t bytes, const Replacement& archive) {
   if (listed) {
     words.insert(words.end(), listed->words().begin(), listed->words().end());
   }
-  std::vector<const char*> argv;
-  argv.reserve(words.size() + 1);
-  for (const std::string& word : words) {
-    argv.push_back(word.c_str());
-  }
-  argv.push_back(nullptr);
   Progress progress("packing", bytes, bytes_read_by);
   const ToolWatch watch{.tick = progress.ticks()};
-  run_tool(argv, descriptor_path(names.get()).c_str(), archive.descriptor_path().c_str(), source,
+  run_tool(words, descriptor_path(names.get()).c_str(), archive.descriptor_path().c_str(), source,
            "could not be packed", watch);
   // tar finds changes below the directory, but not what was added to the directory itself.
   const timespec was = before.st_ctim, is = status_of(directory.get(), source).st_ctim;

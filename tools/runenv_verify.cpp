@@ -229,7 +229,7 @@ static void unpack_verified(const char* archive, const char* directory, const Tr
   }
   Staging staging{fs::path_t(directory)};
   run_tool({RUNENV_TAR, "-x", "-z", "-f", "-", "--no-same-owner", "--no-same-permissions", "-C",
-            staging.directory().cstring(), nullptr},
+            staging.directory().cstring()},
            copy.descriptor_path().c_str(), kNoFile, fs::path_t(archive), "could not be unpacked");
   staging.check();
   if (trust.no_rollback) {

@@ -31,9 +31,9 @@ void sign_archive(const char* key, const Purpose& purpose, Replacement* archive)
   }
   const std::string comment = to_trusted_comment(purpose);
   // The standard output of minisign is only useful when signing by hand.
-  run_tool({"minisign", "-S", "-H", "-s", key, "-m", descriptor_path(archive->descriptor()).c_str(),
-            "-x", descriptor_path(signature.get()).c_str(), "-t", comment.c_str(), "-c",
-            "signature of a release for runenv-verify", nullptr},
+  run_tool({"minisign", "-S", "-H", "-s", key, "-m", descriptor_path(archive->descriptor()), "-x",
+            descriptor_path(signature.get()), "-t", comment, "-c",
+            "signature of a release for runenv-verify"},
            nullptr, nullptr, fs::path_t(key), "could not sign");
   const std::string text = signature_in(signature.get());
   const std::optional<Signature> parts = split_signature(text);
