@@ -6,8 +6,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstring>
+#include <optional>
 #include <span>
 
 #include "core/error.h"
@@ -38,13 +38,12 @@ static void enter(const FTSENT& entry, const std::string& path, Scan* scan) {
                   .mode = entry.fts_statp->st_mode & kPermissions,
                   .content = ""};
   if (file.type == 'l') {
-    char target[PATH_MAX];
-    const ssize_t size = readlink(entry.fts_accpath, target, sizeof target);
-    if (size < 0) {
+    const std::optional<std::string> target = link_target(entry);
+    if (!target) {
       scan->unread[path] = std::strerror(errno);
       return;
     }
-    file.content.assign(target, static_cast<size_t>(size));
+    file.content = *target;
   }
   scan->files[path] = file;
   scan->status[path] = *entry.fts_statp;

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <set>
 #include <utility>
@@ -72,6 +73,12 @@ bool walk_tree(const std::string& path, const std::function<void(const FTSENT&)>
     visit(*entry);
   }
   return errno == 0;
+}
+
+std::optional<std::string> link_target(const FTSENT& entry) {
+  char target[PATH_MAX];
+  const ssize_t size = readlink(entry.fts_accpath, target, sizeof target);
+  return size < 0 ? std::nullopt : std::optional(std::string(target, static_cast<size_t>(size)));
 }
 
 uint64_t size_on_disk(const std::string& path) {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -24,6 +25,9 @@ std::string temporary_directory();
 // before what is in them, and after it. Returns false, with errno, if the tree could not be gone
 // through. An entry that could not be looked at says so itself.
 bool walk_tree(const std::string& path, const std::function<void(const FTSENT&)>& visit);
+
+// The target of a symbolic link that walk_tree visits. None, with errno, if it cannot be read.
+std::optional<std::string> link_target(const FTSENT& entry);
 
 // How many bytes of the disk the tree takes. What has several names in it counts once. What cannot
 // be looked at counts nothing.

@@ -5,11 +5,10 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string>
-#include <string_view>
 
 #include "fs/iterator.h"
 #include "fs/tree.h"
@@ -79,15 +78,14 @@ void Staging::remove_content() const {
 }
 
 static void check_link(const FTSENT& entry) {
-  char link[PATH_MAX];
-  const ssize_t size = readlink(entry.fts_accpath, link, sizeof link);
-  if (size < 0) {
+  const std::optional<std::string> target = link_target(entry);
+  if (!target) {
     throw_errno_of(entry.fts_path);
   }
-  const std::string_view text(link, static_cast<size_t>(size));
-  if (!stays_inside(text, entry.fts_level - 1)) {
-    throw_failure_of(printable(entry.fts_path),
-                     "is a link that could lead out of the release, to '" + printable(text) + "'");
+  if (!stays_inside(*target, entry.fts_level - 1)) {
+    throw_failure_of(
+        printable(entry.fts_path),
+        "is a link that could lead out of the release, to '" + printable(*target) + "'");
   }
 }
 
