@@ -138,7 +138,7 @@ std::vector<std::string> LocalItem::leftovers() const {
   std::vector<std::string> result;
   for (fs::iterator_t entry(path_of(".").c_str(), true); entry.has_item(); entry.move_next()) {
     const std::string name = entry.get_name();
-    if (name.starts_with(".runenv-") && name.find('#') != std::string::npos) {
+    if (is_temporary_name(name)) {
       result.push_back(name);
     }
   }

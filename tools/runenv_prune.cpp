@@ -24,6 +24,7 @@
 #include "tools/published_name.h"
 #include "tools/remover.h"
 #include "tools/tree.h"
+#include "tools/unpacking.h"
 
 namespace runenv {
 
@@ -44,9 +45,6 @@ static constexpr char kUsage[] =
     "  --help             print this text\n"
     "  --version          print the version of this program\n"
     "  --                 take every word that follows as it is, even if it begins with \"-\"\n";
-
-// What runenv-verify unpacks into.
-static constexpr char kUnpacking[] = ".runenv-verify#unpacking";
 
 namespace {
 
@@ -75,9 +73,9 @@ static std::string shown(const std::string& item) {
 static void remove_leftovers(const LocalItem& item, const std::string& name, Remover* remover) {
   remover->remove_leftover_from(item.path_of("."), shown(name));
   const unique_fd unpacking(
-      openat(item.descriptor(), kUnpacking, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+      openat(item.descriptor(), kStagingName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (unpacking.get() >= 0 && flock(unpacking.get(), LOCK_EX | LOCK_NB) == 0) {
-    remover->remove_from(item.path_of("."), kUnpacking, shown(name));
+    remover->remove_from(item.path_of("."), kStagingName, shown(name));
   }
 }
 

@@ -65,11 +65,6 @@ std::string path_of_item(const std::string& item, const std::string& entry) {
   return kItems + "/" + item + (entry.empty() ? "" : "/" + entry);
 }
 
-// What programs have left there, or are at work on, such as ".runenv-publish#abcdef".
-static bool is_temporary(const std::string& name) {
-  return name.starts_with(".runenv-") && name.find('#') != std::string::npos;
-}
-
 void Walk::report(const std::string& path, const std::string& problem, bool hides) {
   listing.findings.push_back({path, problem, hides});
 }
@@ -111,7 +106,7 @@ std::vector<Entry> Walk::entries(const Entry& directory) {
     if (fstatat(descriptor.get(), next.get_name(), &entry.status, AT_SYMLINK_NOFOLLOW) != 0) {
       continue;  // it is gone by now
     }
-    if (is_temporary(entry.name)) {
+    if (is_temporary_name(entry.name)) {
       note_temporary(entry);
     } else {
       result.push_back(entry);
