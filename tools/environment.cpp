@@ -14,6 +14,7 @@
 #include "schema/pointer.h"
 #include "tools/failure.h"
 #include "tools/published_name.h"
+#include "tools/replacement.h"
 #include "tools/tree.h"
 
 namespace runenv {
@@ -31,12 +32,7 @@ bool has_environment(const std::string& directory) {
 }
 
 unique_fd open_environment(const std::string& directory) {
-  const std::string path = fs::path_t(directory.c_str()).join(Layout::kEnvironment).cstring();
-  unique_fd root(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (root.get() < 0) {
-    throw_errno_of(path);
-  }
-  return root;
+  return open_directory(fs::path_t(directory.c_str()).join(Layout::kEnvironment));
 }
 
 LocalItem::LocalItem(int root, const std::string& item)
