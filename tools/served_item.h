@@ -10,6 +10,7 @@
 #include "core/owner.h"
 #include "fs/path.h"
 #include "tools/archive.h"
+#include "tools/signature.h"
 
 namespace runenv {
 
@@ -54,8 +55,7 @@ class ServedItem {
   fs::path_t path() const;
   fs::path_t pointer_path() const;
   fs::path_t release_path(const std::string& release) const;
-  void settle_signature(const std::string& release, const std::string& platform,
-                        const Making& making, const char* key, Replacement* archive) const;
+  Purpose purpose(const std::string& release, const std::string& platform) const;
 
   const fs::path_t tree;
   const std::vector<std::string> names;
