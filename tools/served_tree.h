@@ -19,7 +19,6 @@ inline constexpr char kIndexData[] = "index.json";
 struct ListedArchive {
   std::string platform;
   uint64_t bytes = 0;
-  std::time_t written = 0;
 };
 
 struct ListedRelease {
@@ -36,6 +35,7 @@ struct ListedItem {
   std::string problem;                // of the pointer; empty if it leads to an archive
   std::time_t since = 0;              // when the pointer was written
   std::time_t moved = 0;              // the last change of the file in any way, not before `since`
+  uint64_t bytes = 0;                 // of all releases
   std::vector<ListedRelease> releases;  // the one that was published last comes first
 };
 
@@ -78,5 +78,10 @@ class ServedTree {
 
 // The path of an item below the tree, and of what is in it.
 std::string path_of_item(const std::string& item, const std::string& entry = "");
+std::string path_of_archive(const ListedItem& item, const ListedRelease& release,
+                            const ListedArchive& archive);
+
+// Such as "3 items, 6 releases".
+std::string counts_text(const Listing& listing);
 
 }  // namespace runenv
