@@ -14,7 +14,6 @@
 #include <tuple>
 #include <vector>
 
-#include "fs/iterator.h"
 #include "fs/path.h"
 #include "schema/layout.h"
 #include "tools/command_line.h"
@@ -136,18 +135,13 @@ static void clear_parent(int root, const std::string& name, Remover* remover) {
 
 // The downloads in the temp cache that nobody has written to for long enough, in order of name.
 static std::vector<std::string> old_downloads(int cache, unsigned days) {
-  std::vector<std::string> result;
-  for (fs::iterator_t entry(descriptor_path(cache).c_str(), true); entry.has_item();
-       entry.move_next()) {
-    const std::string name = entry.get_name();
+  std::vector<std::string> result = names_in(descriptor_path(cache));
+  std::erase_if(result, [&](const std::string& name) {
     struct stat status;
-    if ((name == Layout::kLatest || name.ends_with(Layout::kArchiveExtension)) &&
-        fstatat(cache, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-        S_ISREG(status.st_mode) && is_older(status.st_mtime, days)) {
-      result.push_back(name);
-    }
-  }
-  std::sort(result.begin(), result.end());
+    return !(name == Layout::kLatest || name.ends_with(Layout::kArchiveExtension)) ||
+           fstatat(cache, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+           !S_ISREG(status.st_mode) || !is_older(status.st_mtime, days);
+  });
   return result;
 }
 

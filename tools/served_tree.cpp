@@ -15,7 +15,6 @@
 #include "core/error.h"
 #include "core/failure.h"
 #include "core/retry.h"
-#include "fs/iterator.h"
 #include "schema/layout.h"
 #include "tools/failure.h"
 #include "tools/published_name.h"
@@ -114,10 +113,9 @@ std::vector<Entry> Walk::entries(const Entry& directory) {
   }
   std::vector<Entry> result;
   const std::string below = directory.path == "." ? "" : directory.path + "/";
-  fs::iterator_t next(descriptor_path(descriptor.get()).c_str(), true);
-  for (; next.has_item(); next.move_next()) {
-    Entry entry{.name = next.get_name(), .path = below + next.get_name()};
-    if (fstatat(descriptor.get(), next.get_name(), &entry.status, AT_SYMLINK_NOFOLLOW) != 0) {
+  for (const std::string& name : names_in(descriptor_path(descriptor.get()))) {
+    Entry entry{.name = name, .path = below + name};
+    if (fstatat(descriptor.get(), name.c_str(), &entry.status, AT_SYMLINK_NOFOLLOW) != 0) {
       continue;  // it is gone by now
     }
     if (is_temporary_name(entry.name)) {
@@ -126,8 +124,6 @@ std::vector<Entry> Walk::entries(const Entry& directory) {
       result.push_back(entry);
     }
   }
-  std::sort(result.begin(), result.end(),
-            [](const Entry& a, const Entry& b) { return a.name < b.name; });
   return result;
 }
 

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "core/owner.h"
+#include "fs/iterator.h"
 #include "fs/path.h"
 
 namespace runenv {
@@ -60,6 +61,15 @@ std::string temporary_directory() {
   return fs::path_t(variable != nullptr && *variable != '\0' ? variable : "/tmp")
       .real_path()
       .cstring();
+}
+
+std::vector<std::string> names_in(const std::string& directory) {
+  std::vector<std::string> result;
+  for (fs::iterator_t entry(directory.c_str(), true); entry.has_item(); entry.move_next()) {
+    result.emplace_back(entry.get_name());
+  }
+  std::sort(result.begin(), result.end());
+  return result;
 }
 
 bool walk_tree(const std::string& path, const std::function<void(const FTSENT&)>& visit) {

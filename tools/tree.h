@@ -1,4 +1,4 @@
-// Whole directory trees. Nothing here follows a link.
+// Directories and whole trees of them. Nothing below the given path is reached by a link.
 #pragma once
 
 #include <fts.h>
@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace runenv {
 
@@ -20,6 +21,9 @@ std::string descriptor_path(int descriptor);
 
 // Where temporary files go, TMPDIR or /tmp, without links.
 std::string temporary_directory();
+
+// The names in the directory, sorted. None if it cannot be read.
+std::vector<std::string> names_in(const std::string& directory);
 
 // Calls `visit` with each entry of the tree at `path`, which begins with it; directories come
 // before what is in them, and after it. Returns false, with errno, if the tree could not be gone
