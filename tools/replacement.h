@@ -72,6 +72,10 @@ class Replacement {
 // Opens the directory for reading. Throws Error with the path in front.
 unique_fd open_directory(const fs::path_t& path);
 
+// Waits for the lock on the directory, which lasts as long as the descriptor is open. Returns
+// without a lock where there is none, as on some network file systems.
+void lock_directory(int descriptor);
+
 // Stores the names in the directory on the disk. Throws Error with the path in front.
 void sync_directory(int descriptor, const fs::path_t& path);
 

@@ -1,7 +1,5 @@
 // runenv-served: lists, checks and prunes the tree that a distribution server serves, and writes an
 // index of it.
-#include <sys/file.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -9,7 +7,6 @@
 #include <vector>
 
 #include "core/failure.h"
-#include "core/retry.h"
 #include "fs/path.h"
 #include "schema/layout.h"
 #include "tools/command_line.h"
@@ -142,7 +139,7 @@ static void write_file(const fs::path_t& path, const std::string& content) {
 static bool index(const Arguments& arguments) {
   // Of two that run at once, the one that has seen more has to write last.
   const unique_fd root = open_directory(arguments.tree);
-  retry([&] { return flock(root.get(), LOCK_EX); });  // some file systems have no locks
+  lock_directory(root.get());
   const Listing listing = ServedTree(arguments.tree).list();
   if (!is_whole(listing)) {
     throw_failure("the index is left as it is, since it would not be whole");

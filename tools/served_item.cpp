@@ -1,7 +1,6 @@
 #include "tools/served_item.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -11,7 +10,6 @@
 #include <tuple>
 #include <utility>
 
-#include "core/retry.h"
 #include "fs/iterator.h"
 #include "process/interruption.h"
 #include "schema/layout.h"
@@ -265,9 +263,7 @@ bool ServedItem::put_archive(const std::string& release, const std::string& plat
 
 unique_fd ServedItem::lock() const {
   unique_fd descriptor = open_directory(path());
-  // Some network file systems cannot lock a directory. There it works without the lock: two
-  // publishers rarely do this at the same moment.
-  retry([&] { return flock(descriptor.get(), LOCK_EX); });
+  lock_directory(descriptor.get());
   return descriptor;
 }
 

@@ -45,7 +45,8 @@ class ServedItem {
                    const char* key, bool replace) const;
 
   // Keeps other publishers of the item from moving the pointer, until the descriptor is closed.
-  // Waits for one that does.
+  // Waits for one that does. Without locks, as on some network file systems, it keeps nobody away:
+  // two publishers rarely do this at the same moment.
   unique_fd lock() const;
 
   // Lets the pointer name the release. A reader finds either the old pointer or the new one.
