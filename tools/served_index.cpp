@@ -240,7 +240,7 @@ std::string to_page(const Listing& listing) {
   return valid_utf8(fill_template(kPageText, {{"counts", counts_text(listing)},
                                               {"size", size_text(bytes)},
                                               {"changed", utc_time_text(changed)},
-                                              {"day", day_of(changed)},
+                                              {"day", changed != 0 ? day_of(changed) : ""},
                                               {"minute", minute_of(changed)},
                                               {"nothing", items.empty()},
                                               {"any", !items.empty()},
