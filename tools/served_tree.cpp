@@ -105,7 +105,7 @@ void Walk::note_temporary(const Entry& entry) {
   }
 }
 
-// What is in the directory, in order of name. What programs are at work on is listed by itself.
+// What is in the directory, in order of name, without temporary files, which are noted.
 std::vector<Entry> Walk::entries(const Entry& directory) {
   const unique_fd descriptor = open(directory);
   if (descriptor.get() < 0) {
@@ -163,8 +163,8 @@ bool Walk::is_in_order(const Entry& entry, mode_t kind, const char* extension) {
   return false;
 }
 
-// Visits the directories in `parent`, of which there should be one, and none but those `expected`,
-// if that is not empty.
+// Visits the directories in `parent`. Reports it if there is none. If `expected` is not empty,
+// reports all other entries.
 void Walk::each_directory(const Entry& parent, const std::set<std::string>& expected,
                           const Visit& visit) {
   const size_t before = listing.findings.size();
@@ -182,7 +182,7 @@ void Walk::each_directory(const Entry& parent, const std::set<std::string>& expe
   }
 }
 
-// What else lies in the tree's root is none of this system's.
+// Other entries of the tree's root do not belong to this system.
 void Walk::look_at_root() {
   Entry root{.path = "."};
   fstat(tree.open_below(root.path, O_DIRECTORY).get(), &root.status);
@@ -261,7 +261,7 @@ void Walk::look_at_release(const Entry& directory, ListedItem* item) {
   item->releases.push_back(std::move(release));
 }
 
-// The first line, as the bootstrapper takes it; no more of it than is longer than any name.
+// The first line, as the bootstrapper reads it. What is longer than any name is cut off.
 static std::string first_line(int pointer) {
   char bytes[4096];
   const ssize_t n = retry([&] { return pread(pointer, bytes, sizeof bytes - 1, 0); });

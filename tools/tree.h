@@ -38,8 +38,8 @@ std::optional<std::string> link_target(const FTSENT& entry);
 uint64_t size_on_disk(const std::string& path);
 
 // Removes the tree, also directories that forbid their owner to change them. What is mounted in it
-// stays, with the directories around it. The working directory is another one meanwhile. Returns 0,
-// or -1 with the errno of the first entry that stays.
+// stays, with the directories around it. Changes the working directory meanwhile. Returns 0, or -1
+// with the errno of the first entry that stays.
 int remove_whole_tree(const std::string& path);
 
 // Whether a link in a directory `depth` levels below the release's leads to somewhere in the

@@ -8,7 +8,7 @@
 
 namespace runenv {
 
-// The name of the outer directory. No release has it, since "#" is not allowed there.
+// The name of the outer directory of a Staging. No release has it, since "#" is not allowed there.
 inline constexpr char kStagingName[] = ".runenv-verify#unpacking";
 
 // A new directory for a release. It is made in an outer directory beside the release, which only
