@@ -56,9 +56,9 @@ void read_archive(const std::string& file, const fs::path_t& subject, ContentChe
     }
     content->take(*entry);
   };
-  const std::vector<const char*> tar = {
-      "tar", "-t", "-v",          "-z", "-P",   "--numeric-owner", "--quoting-style=c",
-      "-f",  "-",  "--wildcards", "*",  nullptr};
+  const std::vector<std::string> tar = {
+      "tar", "-t", "-v",          "-z", "-P", "--numeric-owner", "--quoting-style=c",
+      "-f",  "-",  "--wildcards", "*"};
   run_tool(tar, file.c_str(), nullptr, subject,
            "is not a .tar.gz archive with files that tar can read", {.line = take, .tick = tick});
   // gzip reads other formats too, such as zip. The client's tar takes them for none.

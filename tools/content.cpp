@@ -1,7 +1,6 @@
 #include "tools/content.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -185,15 +184,6 @@ static char type_letter(mode_t mode) {
   return S_ISREG(mode) ? '-' : S_ISDIR(mode) ? 'd' : S_ISLNK(mode) ? 'l' : '?';
 }
 
-static std::string link_target(const FTSENT& entry) {
-  char target[PATH_MAX];
-  const ssize_t size = readlink(entry.fts_accpath, target, sizeof target);
-  if (size < 0) {
-    throw_errno_of(printable(entry.fts_path));
-  }
-  return {target, static_cast<size_t>(size)};
-}
-
 uint64_t ContentCheck::take_directory(const fs::path_t& directory) {
   const std::string root = std::string(directory.cstring()) + "/.";
   uint64_t bytes = 0;
@@ -206,10 +196,14 @@ uint64_t ContentCheck::take_directory(const fs::path_t& directory) {
     }
     const struct stat& status = *entry.fts_statp;
     const char type = type_letter(status.st_mode);
+    const std::optional<std::string> target = type == 'l' ? link_target(entry) : "";
+    if (!target) {
+      throw_errno_of(printable(entry.fts_path));
+    }
     take({.type = type,
           .mode = status.st_mode & ALLPERMS,
           .name = "." + std::string(entry.fts_path).substr(root.size()),
-          .target = type == 'l' ? link_target(entry) : ""});
+          .target = *target});
     bytes += S_ISREG(status.st_mode) ? static_cast<uint64_t>(status.st_size) : 0;
   });
   if (!complete) {

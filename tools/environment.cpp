@@ -9,11 +9,11 @@
 #include <filesystem>
 
 #include "core/retry.h"
-#include "fs/iterator.h"
 #include "schema/layout.h"
 #include "schema/pointer.h"
 #include "tools/failure.h"
 #include "tools/published_name.h"
+#include "tools/replacement.h"
 #include "tools/tree.h"
 
 namespace runenv {
@@ -31,12 +31,7 @@ bool has_environment(const std::string& directory) {
 }
 
 unique_fd open_environment(const std::string& directory) {
-  const std::string path = fs::path_t(directory.c_str()).join(Layout::kEnvironment).cstring();
-  unique_fd root(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (root.get() < 0) {
-    throw_errno_of(path);
-  }
-  return root;
+  return open_directory(fs::path_t(directory.c_str()).join(Layout::kEnvironment));
 }
 
 LocalItem::LocalItem(int root, const std::string& item)
@@ -120,8 +115,7 @@ std::time_t LocalItem::switched() const {
 
 std::vector<Release> LocalItem::releases() const {
   std::vector<Release> result;
-  for (fs::iterator_t entry(path_of(".").c_str(), true); entry.has_item(); entry.move_next()) {
-    const std::string name = entry.get_name();
+  for (const std::string& name : names_in(path_of("."))) {
     struct stat status, pointer_status;
     if (name.find('#') == std::string::npos && lstat(path_of(name).c_str(), &status) == 0 &&
         S_ISDIR(status.st_mode) &&
@@ -129,20 +123,12 @@ std::vector<Release> LocalItem::releases() const {
       result.push_back({name, status.st_ctim});
     }
   }
-  std::sort(result.begin(), result.end(),
-            [](const Release& a, const Release& b) { return a.name < b.name; });
   return result;
 }
 
 std::vector<std::string> LocalItem::leftovers() const {
-  std::vector<std::string> result;
-  for (fs::iterator_t entry(path_of(".").c_str(), true); entry.has_item(); entry.move_next()) {
-    const std::string name = entry.get_name();
-    if (name.starts_with(".runenv-") && name.find('#') != std::string::npos) {
-      result.push_back(name);
-    }
-  }
-  std::sort(result.begin(), result.end());
+  std::vector<std::string> result = names_in(path_of("."));
+  std::erase_if(result, [](const std::string& name) { return !is_temporary_name(name); });
   return result;
 }
 
@@ -166,11 +152,11 @@ static void add_items(int root, const std::string& directory, int depth,
   if (descriptor.get() < 0) {
     return;
   }
-  for (fs::iterator_t entry(descriptor_path(descriptor.get()).c_str(), true); entry.has_item();
-       entry.move_next()) {
-    const std::string path = directory + "/" + entry.get_name();
+  const std::string below = directory + "/";
+  for (const std::string& name : names_in(descriptor_path(descriptor.get()))) {
+    const std::string path = below + name;
     struct stat status;
-    if (fstatat(descriptor.get(), entry.get_name(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+    if (fstatat(descriptor.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
         !S_ISDIR(status.st_mode) || path.find('#') != std::string::npos) {
       continue;
     }

@@ -17,7 +17,7 @@ namespace runenv {
 
 inline constexpr off_t kPointerLimit = 1 << 20;  // bytes; a larger file is no pointer
 
-// What is thrown of an item that leads out of the environment, or is no directory.
+// Thrown for an item that leads out of the environment, or is no directory.
 struct OddItem : Error {
   using Error::Error;
 };

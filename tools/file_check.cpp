@@ -64,15 +64,15 @@ static mode_t masked_permissions(const FileList& list, const FileList& found) {
 }
 
 static std::string change(const ListedFile& listed, const ListedFile& found, mode_t masked) {
+  if (listed.type != found.type) {
+    return "type";
+  }
   mode_t mode = listed.mode & ~masked;
   if (listed.type == 'd') {
     mode |= found.mode & S_ISGID;  // which new directories take from the one that they are made in
   }
   std::string result;
   const auto add = [&](const std::string& what) { result += (result.empty() ? "" : ", ") + what; };
-  if (listed.type != found.type) {
-    return "type";
-  }
   if (listed.type != 'l' && found.mode != mode) {
     char modes[sizeof "mode 7777 for 7777"];
     std::snprintf(modes, sizeof modes, "mode %o for %o", found.mode & 07777U, mode & 07777U);

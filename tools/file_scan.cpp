@@ -6,8 +6,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstring>
+#include <optional>
 #include <span>
 
 #include "core/error.h"
@@ -38,13 +38,12 @@ static void enter(const FTSENT& entry, const std::string& path, Scan* scan) {
                   .mode = entry.fts_statp->st_mode & kPermissions,
                   .content = ""};
   if (file.type == 'l') {
-    char target[PATH_MAX];
-    const ssize_t size = readlink(entry.fts_accpath, target, sizeof target);
-    if (size < 0) {
+    const std::optional<std::string> target = link_target(entry);
+    if (!target) {
       scan->unread[path] = std::strerror(errno);
       return;
     }
-    file.content.assign(target, static_cast<size_t>(size));
+    file.content = *target;
   }
   scan->files[path] = file;
   scan->status[path] = *entry.fts_statp;
@@ -116,17 +115,13 @@ static std::vector<OpenFile> open_files(int directory, std::span<const std::stri
 
 // What sha256sum prints of open files: a line for each that it can read.
 static std::string digests_of(const std::vector<OpenFile>& files, int output) {
-  std::vector<std::string> names(files.size());
-  std::transform(files.begin(), files.end(), names.begin(),
-                 [](const OpenFile& file) { return descriptor_path(file.descriptor.get()); });
-  std::vector<const char*> argv{"sha256sum"};
-  for (const std::string& name : names) {
-    argv.push_back(name.c_str());
+  std::vector<std::string> words{"sha256sum"};
+  for (const OpenFile& file : files) {
+    words.push_back(descriptor_path(file.descriptor.get()));
   }
-  argv.push_back(nullptr);
   struct stat status {};
   try {
-    run_tool(argv, kNoFile, descriptor_path(output).c_str(), "a release's files",
+    run_tool(words, kNoFile, descriptor_path(output).c_str(), "a release's files",
              "could not be read");
   } catch (const Error&) {
     if (fstat(output, &status) != 0 || status.st_size == 0) {

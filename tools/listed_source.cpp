@@ -12,6 +12,7 @@
 #include "tools/failure.h"
 #include "tools/file_list.h"
 #include "tools/published_name.h"
+#include "tools/replacement.h"
 #include "tools/tree.h"
 
 namespace runenv {
@@ -47,11 +48,7 @@ TemporaryFile::~TemporaryFile() {
   interrupted_tool_input = nullptr;
 }
 
-ListedSource::ListedSource(const fs::path_t& path)
-    : source(path), directory(open(path.cstring(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-  if (directory.get() < 0) {
-    throw_errno_of(source.cstring());
-  }
+ListedSource::ListedSource(const fs::path_t& path) : source(path), directory(open_directory(path)) {
   scan_source();
   write_list();
   const std::string name(last_component(file.path));

@@ -24,16 +24,16 @@ class TemporaryFile {
   unique_fd descriptor;
 };
 
-// The list of a directory, made when this is made, as a temporary file.
+// A directory and, in a temporary file, the list of its files as they are at the construction.
 class ListedSource {
  public:
   // Throws Error if the directory cannot be read, or has something in it that cannot be listed.
   explicit ListedSource(const fs::path_t& source);
 
-  // The words that have tar pack the list too, behind those for the directory.
+  // The words that make tar pack the list too, if they follow those for the directory.
   const std::vector<std::string>& words() const { return tar_words; }
 
-  // Throws Error if the directory has changed since.
+  // Throws Error if the directory has changed since the construction.
   void check() const;
 
  private:

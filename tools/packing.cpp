@@ -7,12 +7,10 @@
 
 #include <cerrno>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "core/retry.h"
-#include "fs/iterator.h"
 #include "process/interruption.h"
 #include "tools/failure.h"
 #include "tools/listed_source.h"
@@ -54,12 +52,8 @@ static struct stat status_of(int directory, const fs::path_t& source) {
 
 // What lies in the directory, sorted, each name with a null behind it, in a file without a name.
 static unique_fd list_names(const fs::path_t& source) {
-  std::set<std::string> names;
-  for (fs::iterator_t entry(source, true); entry.has_item(); entry.move_next()) {
-    names.insert(entry.get_name());
-  }
   std::string list;
-  for (const std::string& name : names) {
+  for (const std::string& name : names_in(source.cstring())) {
     list += "./" + name + '\0';
   }
   unique_fd file(memfd_create("names", MFD_CLOEXEC));
@@ -107,15 +101,9 @@ void pack(const Making& making, uint64_t bytes, const Replacement& archive) {
   if (listed) {
     words.insert(words.end(), listed->words().begin(), listed->words().end());
   }
-  std::vector<const char*> argv;
-  argv.reserve(words.size() + 1);
-  for (const std::string& word : words) {
-    argv.push_back(word.c_str());
-  }
-  argv.push_back(nullptr);
   Progress progress("packing", bytes, bytes_read_by);
   const ToolWatch watch{.tick = progress.ticks()};
-  run_tool(argv, descriptor_path(names.get()).c_str(), archive.descriptor_path().c_str(), source,
+  run_tool(words, descriptor_path(names.get()).c_str(), archive.descriptor_path().c_str(), source,
            "could not be packed", watch);
   // tar finds changes below the directory, but not what was added to the directory itself.
   const timespec was = before.st_ctim, is = status_of(directory.get(), source).st_ctim;

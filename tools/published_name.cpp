@@ -38,6 +38,10 @@ std::string_view last_component(std::string_view path) {
   return path.substr(path.rfind('/') + 1);
 }
 
+bool is_temporary_name(std::string_view name) {
+  return name.starts_with(".runenv-") && name.find('#') != std::string_view::npos;
+}
+
 // curl rejects control characters and blanks, and expands "[]{}". A URL's path ends at "?" and "#".
 // Servers decode "%". tar takes a backslash in the name of its directory for an escape. A pointer
 // ends at a line end.

@@ -13,6 +13,10 @@ std::string printable(std::string_view text);
 // Returns the part of the path after the last "/".
 std::string_view last_component(std::string_view path);
 
+// Returns whether it is the name of something that a program of this system is writing or removing,
+// such as ".runenv-publish#abcdef".
+bool is_temporary_name(std::string_view name);
+
 // Throws Error unless `name` is one path component without characters that are special to curl,
 // tar, servers or pointers. `what` is its kind, for the message. Its file is called `name` followed
 // by `appended`, which must not be too long.

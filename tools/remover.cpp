@@ -14,7 +14,8 @@
 
 namespace runenv {
 
-std::string removing_name() {
+// What is being removed has this name, which no release can have.
+static std::string removing_name() {
   return std::string(".") + program_name() + "#removing";
 }
 

@@ -13,8 +13,8 @@ class Remover {
   explicit Remover(bool dry) : is_dry(dry) {}
 
   // Removes the entry `name` of the directory, which goes by `shown` in messages. The entry gets
-  // the name removing_name() first: whoever looks meanwhile, or after an interruption, never takes
-  // a part for a whole.
+  // a name such as ".runenv-prune#removing" first: whoever looks meanwhile, or after an
+  // interruption, never takes a part for a whole.
   void remove_from(const std::string& directory, const std::string& name, const std::string& shown);
 
   // Removes what an interrupted run of this program has left in the directory.
@@ -31,8 +31,5 @@ class Remover {
   const bool is_dry;
   uint64_t freed = 0;
 };
-
-// What is being removed has this name, such as ".runenv-prune#removing", which no release can have.
-std::string removing_name();
 
 }  // namespace runenv

@@ -1,6 +1,7 @@
 #include "tools/replacement.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -194,6 +195,10 @@ unique_fd open_directory(const fs::path_t& path) {
     throw_errno_of(path.cstring());
   }
   return descriptor;
+}
+
+void lock_directory(int descriptor) {
+  retry([&] { return flock(descriptor, LOCK_EX); });
 }
 
 void sync_directory(int descriptor, const fs::path_t& path) {

@@ -11,6 +11,8 @@
 
 namespace runenv {
 
+inline constexpr mode_t kServedMode = 0644;  // what a web server needs of a file, for `commit`
+
 // A new file that takes its place when it is complete. Until then it has no name: no other user can
 // reach it, and nothing of it is left if it never takes its place.
 //
@@ -19,8 +21,6 @@ namespace runenv {
 // program. Only one Replacement may exist at a time.
 //
 // The functions throw Error with the path in front.
-inline constexpr mode_t kServedMode = 0644;  // what a web server needs of a file, for `commit`
-
 class Replacement {
  public:
   // The file is to take the place at `path`. It is made in the same directory, or in `made_in`, a
@@ -69,8 +69,12 @@ class Replacement {
   unique_fd file;
 };
 
-// Opens the directory for sync_directory. Throws Error with the path in front.
+// Opens the directory for reading. Throws Error with the path in front.
 unique_fd open_directory(const fs::path_t& path);
+
+// Waits for the lock on the directory, which lasts as long as the descriptor is open. Returns
+// without a lock where there is none, as on some network file systems.
+void lock_directory(int descriptor);
 
 // Stores the names in the directory on the disk. Throws Error with the path in front.
 void sync_directory(int descriptor, const fs::path_t& path);

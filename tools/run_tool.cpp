@@ -80,24 +80,30 @@ static void follow(const ChildProcess::process_t& tool, const ToolWatch& watch) 
   }
 }
 
-void run_tool(const std::vector<const char*>& argv, const char* in, const char* out,
+void run_tool(const std::vector<std::string>& words, const char* in, const char* out,
               const fs::path_t& subject, const std::string& problem, const ToolWatch& watch) {
   using namespace ChildProcess;
   const redirect_t input = redirect(in);
   const redirect_t output = watch.line ? redirect_t{REDIRECT_PIPE, nullptr} : redirect(out);
   unsetenv("TAR_OPTIONS");  // an archive is what its files make it, and so is a release
+  std::vector<const char*> argv;
+  argv.reserve(words.size() + 1);
+  for (const std::string& word : words) {
+    argv.push_back(word.c_str());
+  }
+  argv.push_back(nullptr);
   owner<process_t, end_tool> tool;
   try {
     tool.reset(start_tool(argv.data(), input, output, {REDIRECT_INHERIT, nullptr}, nullptr));
   } catch (const Error& error) {
-    throw_failure_of(argv[0], error.message);
+    throw_failure_of(words[0], error.message);
   }
   follow(*tool.get(), watch);
   const result_t result = wait2(tool.get());
   if (result.kind != 0) {
     const bool exited = result.kind == 1;
     throw_failure_of(subject.cstring(),
-                     problem + " (" + std::string(last_component(argv[0])) + ": " +
+                     problem + " (" + std::string(last_component(words[0])) + ": " +
                          (exited ? "exit status " + std::to_string(result.code) : result.message) +
                          ")");
   }

@@ -21,11 +21,11 @@ struct ToolWatch {
   std::function<void(pid_t)> tick = {};  // is called at least a few times in a second
 };
 
-// Runs the program argv[0] with the arguments behind it, up to a null, to its end. Its standard
-// input is the file `in` and its standard output the file `out`; null stands for those of this
-// program. TAR_OPTIONS does not reach it. Throws Error "SUBJECT: PROBLEM (PROGRAM: WHY)" if the
-// program fails, "PROGRAM: WHY" if it cannot be started.
-void run_tool(const std::vector<const char*>& argv, const char* in, const char* out,
+// Runs the program words[0] with the other words as its arguments, to its end. Its standard input
+// is the file `in` and its standard output the file `out`; null stands for those of this program.
+// TAR_OPTIONS does not reach it. Throws Error "SUBJECT: PROBLEM (PROGRAM: WHY)" if the program
+// fails, "PROGRAM: WHY" if it cannot be started.
+void run_tool(const std::vector<std::string>& words, const char* in, const char* out,
               const fs::path_t& subject, const std::string& problem, const ToolWatch& watch = {});
 
 }  // namespace runenv

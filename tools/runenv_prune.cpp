@@ -15,7 +15,6 @@
 #include <tuple>
 #include <vector>
 
-#include "fs/iterator.h"
 #include "fs/path.h"
 #include "schema/layout.h"
 #include "tools/command_line.h"
@@ -25,6 +24,7 @@
 #include "tools/published_name.h"
 #include "tools/remover.h"
 #include "tools/tree.h"
+#include "tools/unpacking.h"
 
 namespace runenv {
 
@@ -45,9 +45,6 @@ static constexpr char kUsage[] =
     "  --help             print this text\n"
     "  --version          print the version of this program\n"
     "  --                 take every word that follows as it is, even if it begins with \"-\"\n";
-
-// What runenv-verify unpacks into.
-static constexpr char kUnpacking[] = ".runenv-verify#unpacking";
 
 namespace {
 
@@ -77,9 +74,9 @@ static std::string shown(const std::string& item) {
 static void remove_leftovers(const LocalItem& item, const std::string& name, Remover* remover) {
   remover->remove_leftover_from(item.path_of("."), shown(name));
   const unique_fd unpacking(
-      openat(item.descriptor(), kUnpacking, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+      openat(item.descriptor(), kStagingName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (unpacking.get() >= 0 && flock(unpacking.get(), LOCK_EX | LOCK_NB) == 0) {
-    remover->remove_from(item.path_of("."), kUnpacking, shown(name));
+    remover->remove_from(item.path_of("."), kStagingName, shown(name));
   }
 }
 
@@ -146,18 +143,13 @@ static void clear_parent(int root, const std::string& name, Remover* remover) {
 
 // The downloads in the temp cache that nobody has written to for long enough, in order of name.
 static std::vector<std::string> old_downloads(int cache, unsigned days) {
-  std::vector<std::string> result;
-  for (fs::iterator_t entry(descriptor_path(cache).c_str(), true); entry.has_item();
-       entry.move_next()) {
-    const std::string name = entry.get_name();
+  std::vector<std::string> result = names_in(descriptor_path(cache));
+  std::erase_if(result, [&](const std::string& name) {
     struct stat status;
-    if ((name == Layout::kLatest || name.ends_with(Layout::kArchiveExtension)) &&
-        fstatat(cache, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-        S_ISREG(status.st_mode) && is_older(status.st_mtime, days)) {
-      result.push_back(name);
-    }
-  }
-  std::sort(result.begin(), result.end());
+    return !(name == Layout::kLatest || name.ends_with(Layout::kArchiveExtension)) ||
+           fstatat(cache, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+           !S_ISREG(status.st_mode) || !is_older(status.st_mtime, days);
+  });
   return result;
 }
 

@@ -67,13 +67,12 @@ struct Arguments {
   bool drop_platforms = false;
   bool is_unsigned = false;
   bool quiet = false;
-
-  bool signs_published() const { return key != nullptr && making.source == nullptr; }
-  bool moves_pointer() const { return !keep_latest && !signs_published(); }
-
   const char* tree = nullptr;
   std::vector<std::string> item;  // the item's directory in the tree, by its components
   std::string release;
+
+  bool signs_published() const { return key != nullptr && making.source == nullptr; }
+  bool moves_pointer() const { return !keep_latest && !signs_published(); }
 };
 
 }  // namespace

@@ -1,7 +1,5 @@
 // runenv-served: lists, checks and prunes the tree that a distribution server serves, and writes an
 // index of it.
-#include <sys/file.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -9,7 +7,6 @@
 #include <vector>
 
 #include "core/failure.h"
-#include "core/retry.h"
 #include "fs/path.h"
 #include "schema/layout.h"
 #include "tools/command_line.h"
@@ -63,15 +60,6 @@ struct Arguments {
 
 }  // namespace
 
-// Such as "3 items, 6 releases".
-static std::string counts_text(const Listing& listing) {
-  size_t releases = 0;
-  for (const ListedItem& item : listing.items) {
-    releases += item.releases.size();
-  }
-  return count_text(listing.items.size(), "item") + ", " + count_text(releases, "release");
-}
-
 static TableRow row_of(const ListedItem& item, const ListedRelease& release) {
   std::string platforms;
   for (const ListedArchive& archive : release.archives) {
@@ -89,8 +77,8 @@ static void print_text(const Listing& listing) {
   for (const ListedItem& item : listing.items) {
     for (const ListedRelease& release : item.releases) {
       rows.push_back(row_of(item, release));
-      bytes += release.bytes;
     }
+    bytes += item.bytes;
   }
   print_table(rows, 2);
   for (const ListedItem& item : listing.items) {
@@ -151,7 +139,7 @@ static void write_file(const fs::path_t& path, const std::string& content) {
 static bool index(const Arguments& arguments) {
   // Of two that run at once, the one that has seen more has to write last.
   const unique_fd root = open_directory(arguments.tree);
-  retry([&] { return flock(root.get(), LOCK_EX); });  // some file systems have no locks
+  lock_directory(root.get());
   const Listing listing = ServedTree(arguments.tree).list();
   if (!is_whole(listing)) {
     throw_failure("the index is left as it is, since it would not be whole");
@@ -172,13 +160,13 @@ static double parse_days(const char* text, const char* option) {
   return days;
 }
 
-static void check_options(const Arguments& arguments, bool json, bool quick, bool pruning) {
+static void check_options(const Arguments& arguments, bool prunes) {
   const std::string& command = arguments.command;
   if (command != "list" && command != "check" && command != "prune" && command != "index") {
     throw_usage("unknown command '" + command + "'");
   }
-  if ((json && command != "list") || (quick && command != "check") ||
-      (pruning && command != "prune")) {
+  if ((arguments.json && command != "list") || (arguments.quick && command != "check") ||
+      (prunes && command != "prune")) {
     throw_usage("'" + command + "' takes no such option");
   }
 }
@@ -200,7 +188,7 @@ static Arguments parse_arguments(int argc, char** argv) {
   }
   result.tree = words[0];
   result.command = words[1];
-  check_options(result, result.json, result.quick,
+  check_options(result,
                 keep != nullptr || older_than != nullptr || grace != nullptr || pruning.dry_run);
   if (result.command == "prune" && keep == nullptr) {
     throw_usage("prune needs --keep, the number of releases to keep beside the latest");

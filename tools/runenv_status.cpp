@@ -116,10 +116,9 @@ static void add_leftovers(const LocalItem& local, const std::string& name, Repor
   }
 }
 
-// The item's state on the disk, and what lies in its directory besides.
+// The item's state on the disk. The report gets what lies in its directory besides.
 static Item look_at(int root, const std::string& name, Report* report) {
   Item item;
-  item.name = name;
   try {
     const LocalItem local(root, name);
     if (!local.exists()) {
@@ -175,10 +174,10 @@ static void look_besides(int root, const std::vector<std::string>& listed, Repor
 }
 
 static Report look_around(const Arguments& arguments, const std::vector<std::string>& listed) {
-  const std::string directory = arguments.directory != nullptr ? arguments.directory : "";
   Report report;
   report.measures = !arguments.quiet;
-  const unique_fd root = has_environment(directory) ? open_environment(directory) : unique_fd();
+  const unique_fd root =
+      has_environment(arguments.directory) ? open_environment(arguments.directory) : unique_fd();
   for (const std::string& name : listed) {
     report.items.push_back(root.get() < 0 ? Item{} : look_at(root.get(), name, &report));
     report.items.back().name = name;
@@ -189,8 +188,7 @@ static Report look_around(const Arguments& arguments, const std::vector<std::str
   if (root.get() >= 0) {
     look_besides(root.get(), listed, &report);
   }
-  const char* const cache = arguments.temp_cache != nullptr ? arguments.temp_cache : ".update";
-  look_at_temp_cache(fs::path_t(directory.c_str()).join(cache), &report);
+  look_at_temp_cache(fs::path_t(arguments.directory).join(arguments.temp_cache), &report);
   return report;
 }
 
@@ -239,13 +237,15 @@ static void verify(int root, Item* item) {
 }
 
 static void verify_installed(const Arguments& arguments, Report* report) {
-  for (unique_fd root; Item & item : report->items) {
-    if (!item.release.empty()) {
-      if (root.get() < 0) {
-        root = open_environment(arguments.directory != nullptr ? arguments.directory : "");
-      }
-      verify(root.get(), &item);
+  unique_fd root;
+  for (Item& item : report->items) {
+    if (item.release.empty()) {
+      continue;
     }
+    if (root.get() < 0) {
+      root = open_environment(arguments.directory);
+    }
+    verify(root.get(), &item);
   }
 }
 
@@ -385,6 +385,8 @@ static Arguments parse_arguments(int argc, char** argv) {
     throw_usage("--json and --quiet exclude each other");
   }
   result.document = words[0];
+  result.directory = result.directory != nullptr ? result.directory : "";
+  result.temp_cache = result.temp_cache != nullptr ? result.temp_cache : ".update";
   return result;
 }
 

@@ -68,14 +68,10 @@ struct Claim {
 
 }  // namespace
 
-static fs::path_t joined(fs::path_t directory, const char* name) {
-  return directory.join(name);
-}
-
 // Reads the file "policy" beside the keys, which may be missing. Each line is a policy or a
 // comment.
 static bool demands_no_rollback(const std::string& directory) {
-  const fs::path_t path = joined(directory.c_str(), "policy");
+  const fs::path_t path = fs::path_t(directory.c_str()).join("policy");
   if (!path.exists(true)) {
     return false;
   }
@@ -178,12 +174,12 @@ static void check_purpose(const Purpose& purpose, const std::string& archive,
 
 // Checks that the installed release was not signed later.
 static void check_not_older(const Purpose& purpose, const fs::path_t& item, const char* archive) {
-  const fs::path_t pointer = joined(item, Layout::kLatest);
+  const fs::path_t pointer = fs::path_t(item).join(Layout::kLatest);
   if (!pointer.exists()) {
     return;
   }
   const malloc_ptr<char> current(read_pointer_line(pointer.cstring()));
-  const fs::path_t remembered = joined(joined(item, current.get()), kRememberedSignature);
+  const fs::path_t remembered = fs::path_t(item).join(current.get()).join(kRememberedSignature);
   // Ignore anything but a file: the server's pointer can make the bootstrapper create a directory
   // of this name.
   if (!remembered.is_regular_file()) {
@@ -205,7 +201,7 @@ static void check_not_older(const Purpose& purpose, const fs::path_t& item, cons
 }
 
 static void remember(const std::string& signature, const fs::path_t& directory) {
-  const fs::path_t path = joined(directory, kRememberedSignature);
+  const fs::path_t path = fs::path_t(directory).join(kRememberedSignature);
   if (path.exists(true)) {
     throw_failure_of(path.cstring(), "is in the archive, but only runenv-verify may create it");
   }
@@ -229,7 +225,7 @@ static void unpack_verified(const char* archive, const char* directory, const Tr
   }
   Staging staging{fs::path_t(directory)};
   run_tool({RUNENV_TAR, "-x", "-z", "-f", "-", "--no-same-owner", "--no-same-permissions", "-C",
-            staging.directory().cstring(), nullptr},
+            staging.directory().cstring()},
            copy.descriptor_path().c_str(), kNoFile, fs::path_t(archive), "could not be unpacked");
   staging.check();
   if (trust.no_rollback) {

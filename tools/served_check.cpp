@@ -57,23 +57,19 @@ static unique_fd open_archive(const ServedTree& tree, const std::string& path,
   return file;
 }
 
-static Archive look_at(const ServedTree& tree, const std::string& item, const std::string& release,
-                       const std::string& platform) {
-  Archive result;
-  result.path = path_of_item(item, release + "/" + platform + Layout::kArchiveExtension);
-  result.purpose.item = item;
-  result.purpose.release = release;
-  result.purpose.platform = platform;
-  std::string flaw;
-  result.problem = problem_with(result.path, [&] {
+// Finds its signature, and what is wrong with that. Does not read the archive to its end.
+static void look_at(const ServedTree& tree, Archive* archive) {
+  const std::string& path = archive->path;
+  archive->problem = problem_with(path, [&] {
     struct stat status;
-    const unique_fd archive = open_archive(tree, result.path, &status);
-    const char* const shown = result.path.c_str();
-    result.signature = find_signature(archive.get(), status.st_size, shown);
-    flaw = flaw_of_signature(archive.get(), status.st_size, shown, result.signature);
+    const unique_fd file = open_archive(tree, path, &status);
+    archive->signature = find_signature(file.get(), status.st_size, path.c_str());
+    const std::string flaw =
+        flaw_of_signature(file.get(), status.st_size, path.c_str(), archive->signature);
+    if (!flaw.empty()) {
+      throw_failure_of(path, flaw);
+    }
   });
-  result.problem += flaw;  // one of the two is empty
-  return result;
 }
 
 // Returns what is wrong with an archive whose item has signatures or not; empty if nothing is.
@@ -99,7 +95,12 @@ static std::vector<Archive> archives_of(const ServedTree& tree, const ListedItem
   std::vector<Archive> result;
   for (const ListedRelease& release : item.releases) {
     for (const ListedArchive& archive : release.archives) {
-      result.push_back(look_at(tree, item.name, release.name, archive.platform));
+      Archive& added = result.emplace_back();
+      added.path = path_of_archive(item, release, archive);
+      added.purpose.item = item.name;
+      added.purpose.release = release.name;
+      added.purpose.platform = archive.platform;
+      look_at(tree, &added);
     }
   }
   return result;
@@ -119,7 +120,7 @@ void check_tree(const ServedTree& tree, const Listing& listing, bool quick,
                 const std::function<void(const Finding&)>& tell) {
   std::for_each(listing.findings.begin(), listing.findings.end(), tell);
   StatusLine line;
-  const std::string count = quick ? "" : std::to_string(count_archives(listing));
+  const std::string count = std::to_string(count_archives(listing));
   size_t number = 0;
   for (const ListedItem& item : listing.items) {
     if (!item.problem.empty()) {

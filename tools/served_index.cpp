@@ -16,6 +16,7 @@
 
 namespace runenv {
 
+using nlohmann::json;
 using nlohmann::ordered_json;
 
 // The path for a URL that is relative to the tree.
@@ -35,19 +36,17 @@ static std::string url_path(const std::string& path) {
   return result;
 }
 
-static ordered_json to_json(const ListedRelease& release, const std::string& path) {
-  ordered_json result{{"name", release.name},
-                      {"published", utc_time_text(release.published)},
-                      {"bytes", release.bytes},
-                      {"archives", ordered_json::array()}};
+static ordered_json to_json(const ListedItem& item, const ListedRelease& release) {
+  auto archives = ordered_json::array();
   for (const ListedArchive& archive : release.archives) {
-    fs::path_t file(path);
-    file.join_ext(archive.platform.c_str(), Layout::kArchiveExtension);
-    result["archives"].push_back({{"platform", archive.platform},
-                                  {"path", url_path(file.cstring())},
-                                  {"bytes", archive.bytes}});
+    archives.push_back({{"platform", archive.platform},
+                        {"path", url_path(path_of_archive(item, release, archive))},
+                        {"bytes", archive.bytes}});
   }
-  return result;
+  return {{"name", release.name},
+          {"published", utc_time_text(release.published)},
+          {"bytes", release.bytes},
+          {"archives", archives}};
 }
 
 static ordered_json to_json(const ListedItem& item) {
@@ -60,15 +59,21 @@ static ordered_json to_json(const ListedItem& item) {
   if (!item.problem.empty()) {
     result["problem"] = item.problem;
   }
-  uint64_t bytes = 0;
-  auto releases = ordered_json::array();
+  result["bytes"] = item.bytes;
+  result["releases"] = ordered_json::array();
   for (const ListedRelease& release : item.releases) {
-    bytes += release.bytes;
-    releases.push_back(to_json(release, path_of_item(item.name, release.name)));
+    result["releases"].push_back(to_json(item, release));
   }
-  result["bytes"] = bytes;
-  result["releases"] = std::move(releases);
   return result;
+}
+
+static std::string dump(const ordered_json& value, int indent) {
+  return value.dump(indent, ' ', false, ordered_json::error_handler_t::replace);
+}
+
+// The text, of which bytes that are no UTF-8 are replaced.
+static std::string valid_utf8(const std::string& text) {
+  return json::parse(dump(text, -1));
 }
 
 std::string to_json(const Listing& listing, int indent) {
@@ -76,19 +81,19 @@ std::string to_json(const Listing& listing, int indent) {
   for (const ListedItem& item : listing.items) {
     result["items"].push_back(to_json(item));
   }
-  return result.dump(indent, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+  return dump(result, indent) + "\n";
 }
 
 namespace {
 
 // The times of the oldest and of the newest release, which all pictures reach over.
-struct Span {
+struct Period {
   std::time_t from = 0, to = 0;
 };
 
 }  // namespace
 
-static Span span_of(const Listing& listing) {
+static Period period_of(const Listing& listing) {
   std::vector<std::time_t> times;
   for (const ListedItem& item : listing.items) {
     for (const ListedRelease& release : item.releases) {
@@ -103,56 +108,117 @@ static Span span_of(const Listing& listing) {
 }
 
 // Such as "2026-11-21".
-static std::string day_of(const std::string& time) {
-  return time.substr(0, time.find('T'));
+static std::string day_of(std::time_t time) {
+  const std::string text = utc_time_text(time);
+  return text.substr(0, text.find('T'));
+}
+
+// Such as "09:30".
+static std::string minute_of(std::time_t time) {
+  const std::string text = utc_time_text(time);
+  return text.empty() ? "" : text.substr(text.find('T') + 1, sizeof "00:00" - 1);
 }
 
 // A line for each release, from left to right by time, as high as the release is large. Lines that
 // would cover each other are one.
-static nlohmann::json picture_of(const ListedItem& item, const Span& span) {
+static json picture_of(const ListedItem& item, const Period& period) {
   static constexpr double kWidth = 988, kHeight = 34;
-  static constexpr int kLeft = 6, kBottom = 46, kLeast = 4;
+  static constexpr long kLeft = 6, kBottom = 46, kLeast = 4;
+  if (item.releases.empty()) {
+    return {{"lines", ""}};
+  }
   uint64_t largest = 1;
   for (const ListedRelease& release : item.releases) {
     largest = std::max(largest, release.bytes);
   }
-  const double length = std::max(1.0, std::difftime(span.to, span.from));
-  std::map<int, int> lines;
-  std::string latest;
+  const double length = std::difftime(period.to, period.from);
+  const auto start = [](long x) { return "M" + std::to_string(x) + " " + std::to_string(kBottom); };
+  std::map<long, long> heights;
+  std::string lines, latest_line;
   for (const ListedRelease& release : item.releases) {
-    const double way =
-        span.to == span.from ? 1 : std::difftime(release.published, span.from) / length;
+    const double way = length == 0 ? 1 : std::difftime(release.published, period.from) / length;
     const double part = static_cast<double>(release.bytes) / static_cast<double>(largest);
-    const int x = kLeft + static_cast<int>(std::lround(way * kWidth));
-    const int height = kLeast + static_cast<int>(std::lround(part * kHeight));
-    lines[x] = std::max(lines[x], height);
+    const long x = kLeft + std::lround(way * kWidth);
+    const long height = kLeast + std::lround(part * kHeight);
+    heights[x] = std::max(heights[x], height);
     if (release.name == item.latest) {
-      const std::string top = std::to_string(kBottom - height);
-      latest = "M" + std::to_string(x) + " " + std::to_string(kBottom) + "V" + top;
+      latest_line = start(x) + "V" + std::to_string(kBottom - height);
     }
   }
-  std::string all;
-  for (const auto& [x, height] : lines) {
-    all += "M" + std::to_string(x) + " " + std::to_string(kBottom) + "v-" + std::to_string(height);
+  for (const auto& [x, height] : heights) {
+    lines += start(x) + "v-" + std::to_string(height);
   }
-  const std::string from = day_of(utc_time_text(span.from)), to = day_of(utc_time_text(span.to));
-  return {{"lines", all},
-          {"latest_line", latest},
-          {"from", from},
-          {"to", to},
-          {"oldest", day_of(utc_time_text(item.releases.back().published))},
-          {"newest", day_of(utc_time_text(item.releases.front().published))},
+  return {{"lines", lines},
+          {"latest_line", latest_line},
+          {"from", day_of(period.from)},
+          {"to", day_of(period.to)},
+          {"oldest", day_of(item.releases.back().published)},
+          {"newest", day_of(item.releases.front().published)},
           {"largest", size_text(largest)}};
 }
 
-// Adds to an object of index.json what the page says of times and sizes.
-static void add_texts(const char* time, nlohmann::json* object) {
-  (*object)["size"] = size_text((*object)["bytes"]);
-  if (object->contains(time)) {
-    const std::string text = (*object)[time];
-    (*object)["day"] = day_of(text);
-    (*object)["minute"] = text.empty() ? "" : text.substr(text.find('T') + 1, sizeof "00:00" - 1);
+static json archives_shown(const ListedItem& item, const ListedRelease& release) {
+  json result = json::array();
+  for (const ListedArchive& archive : release.archives) {
+    result.push_back({{"platform", archive.platform},
+                      {"path", url_path(path_of_archive(item, release, archive))},
+                      {"size", size_text(archive.bytes)}});
   }
+  return result;
+}
+
+// A table of so many releases, from this one on.
+static json table_of(const ListedItem& item, size_t begin, size_t end) {
+  json releases = json::array();
+  for (size_t i = begin; i < end; ++i) {
+    const ListedRelease& release = item.releases[i];
+    releases.push_back({{"name", release.name},
+                        {"is_latest", release.name == item.latest},
+                        {"published", utc_time_text(release.published)},
+                        {"day", day_of(release.published)},
+                        {"minute", minute_of(release.published)},
+                        {"size", size_text(release.bytes)},
+                        {"archives", archives_shown(item, release)}});
+  }
+  return {{"summary", begin == 0 ? "" : count_text(end - begin, "older release")},
+          {"releases", releases}};
+}
+
+// The newest releases at once, and others, which the page unfolds.
+static json tables_of(const ListedItem& item, size_t shown) {
+  static constexpr size_t kAtOnce = 5;
+  json result = json::array();
+  result.push_back(table_of(item, 0, std::min(shown, kAtOnce)));
+  if (shown > kAtOnce) {
+    result.push_back(table_of(item, kAtOnce, shown));
+  }
+  return result;
+}
+
+// What the page says of an item. Of its releases it shows `most`, and the latest.
+static json item_shown(const ListedItem& item, const Period& period, size_t most) {
+  const size_t count = item.releases.size(), shown = std::min(count, most);
+  const auto latest =
+      std::find_if(item.releases.begin(), item.releases.end(),
+                   [&](const ListedRelease& release) { return release.name == item.latest; });
+  json result{{"name", item.name},
+              {"anchor", url_path(valid_utf8(item.name))},
+              {"pointer", url_path(path_of_item(item.name, Layout::kLatest))},
+              {"problem", item.problem},
+              {"latest", item.latest.value_or("")},
+              {"since", item.latest ? utc_time_text(item.since) : ""},
+              {"day", day_of(item.since)},
+              {"minute", minute_of(item.since)},
+              {"count", count_text(count, "release")},
+              {"number", std::to_string(count)},
+              {"size", size_text(item.bytes)},
+              {"tables", tables_of(item, shown)},
+              {"not_shown", count == shown ? "" : count_text(count - shown, "release")}};
+  if (latest != item.releases.end()) {
+    result["latest_archives"] = archives_shown(item, *latest);
+  }
+  result.update(picture_of(item, period));
+  return result;
 }
 
 // How many of the releases of each of so many items the page shows.
@@ -161,70 +227,24 @@ static size_t releases_shown(size_t items) {
   return std::clamp(kTogether / std::max<size_t>(items, 1), kLeast, kMost);
 }
 
-// Turns the releases of an object of index.json into those that the page shows at once, those that
-// it unfolds, and the number of those that it does not show.
-static void arrange_releases(size_t shown, nlohmann::json* item) {
-  static constexpr size_t kAtOnce = 5;
-  nlohmann::json first = nlohmann::json::array(), more = first;
-  nlohmann::json& releases = (*item)["releases"];
-  const size_t count = releases.size();
-  for (size_t i = 0; i < count; ++i) {
-    nlohmann::json& release = releases[i];
-    const bool is_latest = item->contains("latest") && release["name"] == (*item)["latest"];
-    if (i >= shown && !is_latest) {
-      continue;
-    }
-    add_texts("published", &release);
-    for (nlohmann::json& archive : release["archives"]) {
-      archive["size"] = size_text(archive["bytes"]);
-    }
-    release["is_latest"] = is_latest;
-    if (is_latest) {
-      (*item)["latest_release"] = release;
-    }
-    if (i < shown) {
-      (i < kAtOnce ? first : more).push_back(release);
-    }
-  }
-  (*item)["has_more"] = !more.empty();
-  (*item)["count"] = count_text(count, "release");
-  (*item)["number"] = count;
-  (*item)["first"] = first;
-  (*item)["more"] = more;
-  (*item)["more_count"] = count_text(more.size(), "older release");
-  (*item)["not_shown"] = count > shown ? count_text(count - shown, "release") : "";
-  item->erase("releases");
-}
-
 std::string to_page(const Listing& listing) {
-  nlohmann::json page = nlohmann::json::parse(to_json(listing, -1));  // all of it is UTF-8 there
-  const Span span = span_of(listing);
+  const Period period = period_of(listing);
+  std::time_t changed = period.to;
   uint64_t bytes = 0;
-  size_t releases = 0;
-  std::time_t changed = span.to;
-  for (size_t i = 0; i < listing.items.size(); ++i) {
-    const ListedItem& item = listing.items[i];
-    nlohmann::json& shown = page["items"][i];
-    bytes += shown["bytes"].get<uint64_t>();
-    releases += item.releases.size();
+  json items = json::array();
+  for (const ListedItem& item : listing.items) {
     changed = std::max(changed, item.since);
-    add_texts("since", &shown);
-    shown["anchor"] = url_path(shown["name"]);
-    shown["pointed"] = shown.value("day", "") + " " + shown.value("minute", "");
-    arrange_releases(releases_shown(listing.items.size()), &shown);
-    if (!item.releases.empty()) {
-      shown["picture"] = picture_of(item, span);
-    }
+    bytes += item.bytes;
+    items.push_back(item_shown(item, period, releases_shown(listing.items.size())));
   }
-  page["bytes"] = bytes;
-  if (changed != 0) {  // something is there
-    page["changed"] = utc_time_text(changed);
-  }
-  add_texts("changed", &page);
-  page["any"] = !listing.items.empty();
-  page["item_count"] = count_text(listing.items.size(), "item");
-  page["release_count"] = count_text(releases, "release");
-  return fill_template(kPageText, page);
+  return valid_utf8(fill_template(kPageText, {{"counts", counts_text(listing)},
+                                              {"size", size_text(bytes)},
+                                              {"changed", utc_time_text(changed)},
+                                              {"day", changed != 0 ? day_of(changed) : ""},
+                                              {"minute", minute_of(changed)},
+                                              {"nothing", items.empty()},
+                                              {"any", !items.empty()},
+                                              {"items", items}}));
 }
 
 }  // namespace runenv

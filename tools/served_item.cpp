@@ -1,24 +1,22 @@
 #include "tools/served_item.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <string_view>
 #include <tuple>
 #include <utility>
 
-#include "core/retry.h"
 #include "fs/iterator.h"
 #include "process/interruption.h"
 #include "schema/layout.h"
 #include "schema/pointer.h"
-#include "tools/archive.h"
 #include "tools/failure.h"
-#include "tools/signature.h"
 #include "tools/signing.h"
+#include "tools/time_text.h"
 
 namespace runenv {
 
@@ -83,9 +81,6 @@ static FileId id_of(const fs::path_t& path) {
   lstat(path.cstring(), &status);
   return {status.st_dev, status.st_ino, status.st_ctim.tv_sec, status.st_ctim.tv_nsec};
 }
-
-// How many names lead from the tree to where the items are.
-static constexpr size_t kItemDepth = 2;
 
 // The last directory that exists of `path`, names[0] in it, names[1] in that one, and so on.
 static fs::path_t existing_directory(const fs::path_t& path,
@@ -193,31 +188,38 @@ bool is_signed_archive(const fs::path_t& path) {
          find_signature(file.get(), status.st_size, path.cstring()).has_value();
 }
 
-// Signs the archive, or checks that the signature that it came with is one for its place.
-void ServedItem::settle_signature(const std::string& release, const std::string& platform,
-                                  const Making& making, const char* key,
-                                  Replacement* archive) const {
-  const fs::path_t place = archive_path(release, platform);
-  const auto find = [&] {
-    return find_signature(archive->descriptor(), archive->size(), place.cstring());
-  };
-  std::optional<CarriedSignature> carried = find();
-  Purpose purpose{.item = "", .release = release, .platform = platform, .time = "", .bytes = 0};
+// What the archive is for, without the time of signing and the size.
+Purpose ServedItem::purpose(const std::string& release, const std::string& platform) const {
+  static constexpr size_t kItemDepth = 2;  // the names that lead from the tree to the items
+  Purpose result{.item = "", .release = release, .platform = platform, .time = "", .bytes = 0};
   for (size_t i = kItemDepth; i < names.size(); ++i) {
-    purpose.item += (i == kItemDepth ? "" : "/") + names[i];
+    result.item += (i == kItemDepth ? "" : "/") + names[i];
   }
-  if (key != nullptr) {
-    for (; carried; carried = find()) {
-      archive->truncate(carried->signed_bytes);
-    }
-    purpose.time = time_of_signing();
-    purpose.bytes = archive->size();
-    sign_archive(key, purpose, archive);
-    archive->settle();
-    return;
+  return result;
+}
+
+static std::optional<CarriedSignature> signature_of(const Replacement& archive,
+                                                    const fs::path_t& place) {
+  return find_signature(archive.descriptor(), archive.size(), place.cstring());
+}
+
+// Signs the archive anew.
+static void sign(const char* key, Purpose purpose, const fs::path_t& place, Replacement* archive) {
+  while (const auto carried = signature_of(*archive, place)) {
+    archive->truncate(carried->signed_bytes);
   }
+  purpose.time = utc_time_text(std::time(nullptr));
+  purpose.bytes = archive->size();
+  sign_archive(key, purpose, archive);
+  archive->settle();
+}
+
+// Checks that the signature that the archive came with is one for its place.
+static void check_signature(const Making& making, const Purpose& purpose, const fs::path_t& place,
+                            const Replacement& archive) {
+  const std::optional<CarriedSignature> carried = signature_of(archive, place);
   const std::string flaw =
-      flaw_of_signature(archive->descriptor(), archive->size(), place.cstring(), carried);
+      flaw_of_signature(archive.descriptor(), archive.size(), place.cstring(), carried);
   if (!flaw.empty() && (carried || !making.as_is)) {
     throw_failure_of(making.source,
                      flaw + "; sign it anew (--sign)" +
@@ -241,7 +243,11 @@ bool ServedItem::put_archive(const std::string& release, const std::string& plat
   const FileId before = id_of(place);
   Replacement archive(place, existing_directory(tree, way));
   make_archive(making, &archive);
-  settle_signature(release, platform, making, key, &archive);
+  if (key != nullptr) {
+    sign(key, purpose(release, platform), place, &archive);
+  } else {
+    check_signature(making, purpose(release, platform), place, archive);
+  }
   if (path().is_directory()) {
     lock();  // if this has to wait, a signal may end it; below it could not
   }
@@ -257,9 +263,7 @@ bool ServedItem::put_archive(const std::string& release, const std::string& plat
 
 unique_fd ServedItem::lock() const {
   unique_fd descriptor = open_directory(path());
-  // Some network file systems cannot lock a directory. There it works without the lock: two
-  // publishers rarely do this at the same moment.
-  retry([&] { return flock(descriptor.get(), LOCK_EX); });
+  lock_directory(descriptor.get());
   return descriptor;
 }
 

@@ -10,6 +10,7 @@
 #include "core/owner.h"
 #include "fs/path.h"
 #include "tools/archive.h"
+#include "tools/signature.h"
 
 namespace runenv {
 
@@ -44,7 +45,8 @@ class ServedItem {
                    const char* key, bool replace) const;
 
   // Keeps other publishers of the item from moving the pointer, until the descriptor is closed.
-  // Waits for one that does.
+  // Waits for one that does. Without locks, as on some network file systems, it keeps nobody away:
+  // two publishers rarely do this at the same moment.
   unique_fd lock() const;
 
   // Lets the pointer name the release. A reader finds either the old pointer or the new one.
@@ -54,8 +56,7 @@ class ServedItem {
   fs::path_t path() const;
   fs::path_t pointer_path() const;
   fs::path_t release_path(const std::string& release) const;
-  void settle_signature(const std::string& release, const std::string& platform,
-                        const Making& making, const char* key, Replacement* archive) const;
+  Purpose purpose(const std::string& release, const std::string& platform) const;
 
   const fs::path_t tree;
   const std::vector<std::string> names;

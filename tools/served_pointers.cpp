@@ -79,8 +79,8 @@ static std::vector<std::optional<std::string>> fetch_into(const PrivateDirectory
   const std::string wishes = directory.file("wishes");
   write_wishes(directory, wishes, base_url, items);
   try {
-    run_tool({"curl", "-s", "-S", "-f", "-L", "-g", "-K", wishes.c_str(), nullptr}, kNoFile,
-             kNoFile, fs::path_t("curl"), "failed");
+    run_tool({"curl", "-s", "-S", "-f", "-L", "-g", "-K", wishes}, kNoFile, kNoFile,
+             fs::path_t("curl"), "failed");
   } catch (const Error& error) {
     *problem = error.message;  // one transfer that fails does not keep the others from being made
   }

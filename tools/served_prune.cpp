@@ -1,16 +1,15 @@
 #include "tools/served_prune.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 
 #include <cerrno>
 #include <cstdio>
 
-#include "core/retry.h"
 #include "tools/command_line.h"
 #include "tools/failure.h"
 #include "tools/published_name.h"
 #include "tools/remover.h"
+#include "tools/replacement.h"
 #include "tools/tree.h"
 
 namespace runenv {
@@ -36,7 +35,7 @@ static unique_fd lock_item(const ServedTree& tree, const std::string& path) {
   if (directory.get() < 0) {
     throw_errno_of(printable(path));
   }
-  retry([&] { return flock(directory.get(), LOCK_EX); });  // some file systems have no locks
+  lock_directory(directory.get());
   return directory;
 }
 

@@ -6,7 +6,7 @@
 namespace runenv {
 
 struct Pruning {
-  unsigned keep = 0;      // how many releases of each item stay, besides the latest
+  unsigned keep = 0;      // how many of the newest releases of each item stay, besides the latest
   double older_than = 0;  // days since a release was published
   double grace = 1;       // days since the pointer was moved, and since a release was touched
   bool dry_run = false;

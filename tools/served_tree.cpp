@@ -15,10 +15,10 @@
 #include "core/error.h"
 #include "core/failure.h"
 #include "core/retry.h"
-#include "fs/iterator.h"
 #include "schema/layout.h"
 #include "tools/failure.h"
 #include "tools/published_name.h"
+#include "tools/size_text.h"
 #include "tools/tree.h"
 
 namespace runenv {
@@ -28,8 +28,8 @@ static const std::string kItems = std::string(Layout::kTreeRoot) + "/" + Layout:
 namespace {
 
 struct Entry {
-  std::string name, path;
-  struct stat status;
+  std::string name = {}, path = {};
+  struct stat status = {};
 };
 
 // Goes through a tree and writes down what it finds.
@@ -45,7 +45,7 @@ class Walk {
   using Visit = std::function<void(const Entry&)>;
 
   void report(const std::string& path, const std::string& problem, bool hides = false);
-  bool open(const Entry& directory, unique_fd* descriptor);
+  unique_fd open(const Entry& directory);
   std::vector<Entry> entries(const Entry& directory);
   void note_temporary(const Entry& entry);
   void check_mode(const Entry& entry);
@@ -65,26 +65,34 @@ std::string path_of_item(const std::string& item, const std::string& entry) {
   return kItems + "/" + item + (entry.empty() ? "" : "/" + entry);
 }
 
-// What programs have left there, or are at work on, such as ".runenv-publish#abcdef".
-static bool is_temporary(const std::string& name) {
-  return name.starts_with(".runenv-") && name.find('#') != std::string::npos;
+std::string path_of_archive(const ListedItem& item, const ListedRelease& release,
+                            const ListedArchive& archive) {
+  return path_of_item(item.name, release.name + "/" + archive.platform + Layout::kArchiveExtension);
+}
+
+std::string counts_text(const Listing& listing) {
+  size_t releases = 0;
+  for (const ListedItem& item : listing.items) {
+    releases += item.releases.size();
+  }
+  return count_text(listing.items.size(), "item") + ", " + count_text(releases, "release");
 }
 
 void Walk::report(const std::string& path, const std::string& problem, bool hides) {
   listing.findings.push_back({path, problem, hides});
 }
 
-// Returns false if it is gone by now, or cannot be read.
-bool Walk::open(const Entry& directory, unique_fd* descriptor) {
-  *descriptor = tree.open_below(directory.path, O_DIRECTORY);
+// Returns no descriptor if it is gone by now, or cannot be read.
+unique_fd Walk::open(const Entry& directory) {
+  unique_fd descriptor = tree.open_below(directory.path, O_DIRECTORY);
   // The second look finds a directory that may be read but not entered.
-  if (descriptor->get() >= 0 && faccessat(descriptor->get(), ".", X_OK, 0) == 0) {
-    return true;
+  if (descriptor.get() >= 0 && faccessat(descriptor.get(), ".", X_OK, 0) == 0) {
+    return descriptor;
   }
   if (errno != ENOENT) {
     report(directory.path, std::string("cannot be read: ") + std::strerror(errno), true);
   }
-  return false;
+  return unique_fd();
 }
 
 void Walk::note_temporary(const Entry& entry) {
@@ -97,28 +105,25 @@ void Walk::note_temporary(const Entry& entry) {
   }
 }
 
-// What is in the directory, in order of name. What programs are at work on is listed by itself.
+// What is in the directory, in order of name, without temporary files, which are noted.
 std::vector<Entry> Walk::entries(const Entry& directory) {
-  std::vector<Entry> result;
-  unique_fd descriptor;
-  if (!open(directory, &descriptor)) {
-    return result;
+  const unique_fd descriptor = open(directory);
+  if (descriptor.get() < 0) {
+    return {};
   }
+  std::vector<Entry> result;
   const std::string below = directory.path == "." ? "" : directory.path + "/";
-  fs::iterator_t next(descriptor_path(descriptor.get()).c_str(), true);
-  for (; next.has_item(); next.move_next()) {
-    Entry entry{.name = next.get_name(), .path = below + next.get_name(), .status = {}};
-    if (fstatat(descriptor.get(), next.get_name(), &entry.status, AT_SYMLINK_NOFOLLOW) != 0) {
+  for (const std::string& name : names_in(descriptor_path(descriptor.get()))) {
+    Entry entry{.name = name, .path = below + name};
+    if (fstatat(descriptor.get(), name.c_str(), &entry.status, AT_SYMLINK_NOFOLLOW) != 0) {
       continue;  // it is gone by now
     }
-    if (is_temporary(entry.name)) {
+    if (is_temporary_name(entry.name)) {
       note_temporary(entry);
     } else {
       result.push_back(entry);
     }
   }
-  std::sort(result.begin(), result.end(),
-            [](const Entry& a, const Entry& b) { return a.name < b.name; });
   return result;
 }
 
@@ -158,8 +163,8 @@ bool Walk::is_in_order(const Entry& entry, mode_t kind, const char* extension) {
   return false;
 }
 
-// Visits the directories in `parent`, of which there should be one, and none but those `expected`,
-// if that is not empty.
+// Visits the directories in `parent`. Reports it if there is none. If `expected` is not empty,
+// reports all other entries.
 void Walk::each_directory(const Entry& parent, const std::set<std::string>& expected,
                           const Visit& visit) {
   const size_t before = listing.findings.size();
@@ -177,9 +182,9 @@ void Walk::each_directory(const Entry& parent, const std::set<std::string>& expe
   }
 }
 
-// What else lies in the tree's root is none of this system's.
+// Other entries of the tree's root do not belong to this system.
 void Walk::look_at_root() {
-  Entry root{.name = "", .path = ".", .status = {}};
+  Entry root{.path = "."};
   fstat(tree.open_below(root.path, O_DIRECTORY).get(), &root.status);
   check_mode(root);
   for (const Entry& entry : entries(root)) {
@@ -199,8 +204,7 @@ void Walk::look_at_all() {
     each_directory(directory, {Layout::kPlatform, Layout::kSystemTypes}, kind);
   };
   look_at_root();
-  each_directory({.name = "", .path = Layout::kTreeRoot, .status = {}}, {Layout::kEnvironment},
-                 environment);
+  each_directory({.path = Layout::kTreeRoot}, {Layout::kEnvironment}, environment);
 }
 
 void Walk::look_at_item(const Entry& directory) {
@@ -241,7 +245,7 @@ void Walk::look_at_release(const Entry& directory, ListedItem* item) {
     const struct stat& status = entry.status;
     const std::string platform =
         entry.name.substr(0, entry.name.size() - std::strlen(Layout::kArchiveExtension));
-    release.archives.push_back({platform, static_cast<uint64_t>(status.st_size), status.st_mtime});
+    release.archives.push_back({platform, static_cast<uint64_t>(status.st_size)});
     release.bytes += static_cast<uint64_t>(status.st_size);
     release.published = release.archives.size() == 1 ? status.st_mtime
                                                      : std::max(release.published, status.st_mtime);
@@ -253,10 +257,11 @@ void Walk::look_at_release(const Entry& directory, ListedItem* item) {
   }
   std::sort(release.archives.begin(), release.archives.end(),
             [](const auto& a, const auto& b) { return a.platform < b.platform; });
+  item->bytes += release.bytes;
   item->releases.push_back(std::move(release));
 }
 
-// The first line, as the bootstrapper takes it; no more of it than is longer than any name.
+// The first line, as the bootstrapper reads it. What is longer than any name is cut off.
 static std::string first_line(int pointer) {
   char bytes[4096];
   const ssize_t n = retry([&] { return pread(pointer, bytes, sizeof bytes - 1, 0); });
@@ -315,7 +320,7 @@ Listing ServedTree::list() const {
 
 Listing ServedTree::list(const std::string& item) const {
   Listing result;
-  Walk(*this, &result).look_at_item({.name = "", .path = path_of_item(item), .status = {}});
+  Walk(*this, &result).look_at_item({.path = path_of_item(item)});
   return result;
 }
 

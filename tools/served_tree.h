@@ -1,5 +1,5 @@
 // The directory tree that a distribution server serves, as it is on the disk. Anything may be in
-// it: no link is followed, no pipe is opened for waiting, and no name is trusted.
+// it: no link is followed, opening a pipe does not wait, and no name is trusted.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +19,6 @@ inline constexpr char kIndexData[] = "index.json";
 struct ListedArchive {
   std::string platform;
   uint64_t bytes = 0;
-  std::time_t written = 0;
 };
 
 struct ListedRelease {
@@ -36,10 +35,11 @@ struct ListedItem {
   std::string problem;                // of the pointer; empty if it leads to an archive
   std::time_t since = 0;              // when the pointer was written
   std::time_t moved = 0;              // the last change of the file in any way, not before `since`
+  uint64_t bytes = 0;                 // of all releases
   std::vector<ListedRelease> releases;  // the one that was published last comes first
 };
 
-// A file that a program is at work on, or that an interrupted one has left.
+// A file that a program is writing, or that an interrupted program has left.
 struct ListedTemporary {
   std::string path;         // below the tree
   std::time_t touched = 0;  // the last change of the file in any way
@@ -60,12 +60,14 @@ struct Listing {
 
 class ServedTree {
  public:
-  // Throws Error if nothing was ever published there, or if it cannot be read.
+  // Opens the tree at `path`. Throws Error if nothing was ever published there, or if it cannot be
+  // read.
   explicit ServedTree(const char* path);
 
+  // Lists all items.
   Listing list() const;
 
-  // Lists the item of that name alone.
+  // Lists the item of that name only, such as "platform/5", with its temporary files and findings.
   Listing list(const std::string& item) const;
 
   // Opens something in the tree for reading. Returns no descriptor, with errno, if it is not there
@@ -76,7 +78,12 @@ class ServedTree {
   const unique_fd root;
 };
 
-// The path of an item below the tree, and of what is in it.
+// The path below the tree of an item or of an entry of its directory, and of an archive.
 std::string path_of_item(const std::string& item, const std::string& entry = "");
+std::string path_of_archive(const ListedItem& item, const ListedRelease& release,
+                            const ListedArchive& archive);
+
+// Such as "3 items, 6 releases".
+std::string counts_text(const Listing& listing);
 
 }  // namespace runenv

@@ -3,28 +3,14 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <array>
-#include <ctime>
 #include <string>
 
 #include "core/owner.h"
 #include "tools/failure.h"
 #include "tools/run_tool.h"
+#include "tools/tree.h"
 
 namespace runenv {
-
-// Returns a path with which minisign opens a descriptor of this process.
-static std::string path_of(int descriptor) {
-  return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(descriptor);
-}
-
-std::string time_of_signing() {
-  const std::time_t now = std::time(nullptr);
-  std::array<char, sizeof "2026-11-21T09:30:00Z"> text;
-  tm parts;
-  std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", gmtime_r(&now, &parts));
-  return text.data();
-}
 
 // Returns what minisign has written to the memory file.
 static std::string signature_in(int file) {
@@ -45,9 +31,9 @@ void sign_archive(const char* key, const Purpose& purpose, Replacement* archive)
   }
   const std::string comment = to_trusted_comment(purpose);
   // The standard output of minisign is only useful when signing by hand.
-  run_tool({"minisign", "-S", "-H", "-s", key, "-m", path_of(archive->descriptor()).c_str(), "-x",
-            path_of(signature.get()).c_str(), "-t", comment.c_str(), "-c",
-            "signature of a release for runenv-verify", nullptr},
+  run_tool({"minisign", "-S", "-H", "-s", key, "-m", descriptor_path(archive->descriptor()), "-x",
+            descriptor_path(signature.get()), "-t", comment, "-c",
+            "signature of a release for runenv-verify"},
            nullptr, nullptr, fs::path_t(key), "could not sign");
   const std::string text = signature_in(signature.get());
   const std::optional<Signature> parts = split_signature(text);

@@ -11,7 +11,4 @@ namespace runenv {
 // of the key. Throws Error.
 void sign_archive(const char* key, const Purpose& purpose, Replacement* archive);
 
-// Returns the current time in the format of Purpose::time.
-std::string time_of_signing();
-
 }  // namespace runenv

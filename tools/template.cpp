@@ -1,7 +1,6 @@
 #include "tools/template.h"
 
 #include <stdexcept>
-#include <vector>
 
 namespace runenv {
 
@@ -22,12 +21,6 @@ static std::string escaped(std::string_view text) {
   return result;
 }
 
-static bool is_there(const json& value) {
-  return value.is_boolean()  ? value.get<bool>()
-         : value.is_string() ? !value.get_ref<const std::string&>().empty()
-                             : !value.empty();
-}
-
 // Takes what comes before `end` from the text, and drops the end.
 static std::string_view take_until(const std::string& end, std::string_view* text) {
   const size_t at = text->find(end);
@@ -39,63 +32,28 @@ static std::string_view take_until(const std::string& end, std::string_view* tex
   return result;
 }
 
-namespace {
-
-class Filler {
- public:
-  void fill(std::string_view text, const json& values) {
-    around.push_back(&values);
-    for (size_t at; (at = text.find("{{")) != std::string_view::npos;) {
-      page += text.substr(0, at);
-      text.remove_prefix(at + 2);
-      const std::string tag(take_until("}}", &text));
-      const std::string name = tag.substr(tag.find_first_not_of("#^"));
-      const json& value = find(name);
-      if (name == tag) {
-        page += escaped(value.is_string() ? value.get_ref<const std::string&>() : value.dump());
-      } else {
-        section(tag[0] == '#', value, take_until("{{/" + name + "}}", &text));
-      }
-    }
-    page += text;
-    around.pop_back();
-  }
-
-  std::string page;
-
- private:
-  const json& find(const std::string& name) const {
-    static const json kNothing;
-    for (auto values = around.rbegin(); values != around.rend(); ++values) {
-      if ((*values)->is_object() && (*values)->contains(name)) {
-        return (**values)[name];
-      }
-    }
-    return kNothing;
-  }
-
-  void section(bool if_there, const json& value, std::string_view body) {
-    if (is_there(value) != if_there) {
-      return;
-    }
-    if (value.is_array() && if_there) {
-      for (const json& element : value) {
-        fill(body, element);
-      }
-    } else {
-      fill(body, value);
-    }
-  }
-
-  std::vector<const json*> around;
-};
-
-}  // namespace
-
 std::string fill_template(std::string_view text, const json& values) {
-  Filler filler;
-  filler.fill(text, values);
-  return filler.page;
+  std::string page;
+  for (size_t at; (at = text.find("{{")) != std::string_view::npos;) {
+    page += text.substr(0, at);
+    text.remove_prefix(at + 2);
+    const std::string tag(take_until("}}", &text));
+    if (!tag.starts_with('#')) {
+      page += escaped(values.at(tag).get_ref<const std::string&>());
+      continue;
+    }
+    const std::string name = tag.substr(1);
+    const std::string_view section = take_until("{{/" + name + "}}", &text);
+    const json& value = values.at(name);
+    if (value.is_array()) {
+      for (const json& element : value) {
+        page += fill_template(section, element);
+      }
+    } else if (value != "" && value != false) {
+      page += fill_template(section, values);
+    }
+  }
+  return page.append(text);
 }
 
 }  // namespace runenv

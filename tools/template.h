@@ -7,16 +7,14 @@
 
 namespace runenv {
 
-// Returns the text with its tags replaced:
+// Returns the text with its tags replaced by the values, which are those of an object:
 //
-//   {{name}}            the value of that name, a text or a number, with what HTML takes for markup
-//                       escaped
-//   {{#name}} {{/name}}  what is in between, once for each element of an array, or once if the
-//                       value is an object, a text or true. Names are looked up in the element
-//                       first, then around it.
-//   {{^name}} {{/name}}  what is in between, if the value is missing, false or empty
+//   {{name}}             the text of that name, with what HTML takes for markup escaped
+//   {{#name}} {{/name}}  what is in between: for an array, once for each element, with the values
+//                        of that element; for true, or a text that is not empty, once
 //
-// A section has none of the same name in it. Throws std::exception for a tag without its end.
+// A section has none of the same name in it. Throws std::exception for a name without a value and
+// for a tag without its end.
 std::string fill_template(std::string_view text, const nlohmann::json& values);
 
 }  // namespace runenv

@@ -6,10 +6,10 @@
 
 namespace runenv {
 
-// Such as "2026-11-21 09:30", where this machine is.
+// Such as "2026-11-21 09:30", in the time zone of this machine.
 std::string local_time_text(std::time_t time);
 
-// Such as "2026-11-21T09:30:00Z". Beyond the years of four digits, nothing.
+// Such as "2026-11-21T09:30:00Z". Empty for a year of more than four digits.
 std::string utc_time_text(std::time_t time);
 
 }  // namespace runenv

@@ -8,11 +8,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <set>
 #include <utility>
 
 #include "core/owner.h"
+#include "fs/iterator.h"
 #include "fs/path.h"
 
 namespace runenv {
@@ -61,6 +63,15 @@ std::string temporary_directory() {
       .cstring();
 }
 
+std::vector<std::string> names_in(const std::string& directory) {
+  std::vector<std::string> result;
+  for (fs::iterator_t entry(directory.c_str(), true); entry.has_item(); entry.move_next()) {
+    result.emplace_back(entry.get_name());
+  }
+  std::sort(result.begin(), result.end());
+  return result;
+}
+
 bool walk_tree(const std::string& path, const std::function<void(const FTSENT&)>& visit) {
   std::string root = path;
   char* const roots[] = {root.data(), nullptr};
@@ -72,6 +83,12 @@ bool walk_tree(const std::string& path, const std::function<void(const FTSENT&)>
     visit(*entry);
   }
   return errno == 0;
+}
+
+std::optional<std::string> link_target(const FTSENT& entry) {
+  char target[PATH_MAX];
+  const ssize_t size = readlink(entry.fts_accpath, target, sizeof target);
+  return size < 0 ? std::nullopt : std::optional(std::string(target, static_cast<size_t>(size)));
 }
 
 uint64_t size_on_disk(const std::string& path) {

@@ -5,11 +5,10 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string>
-#include <string_view>
 
 #include "fs/iterator.h"
 #include "fs/tree.h"
@@ -18,14 +17,6 @@
 #include "tools/tree.h"
 
 namespace runenv {
-
-// The outer directory, beside the releases. No release has this name, since "#" is not allowed
-// there.
-static constexpr char kStagingName[] = ".runenv-verify#unpacking";
-
-static fs::path_t joined(fs::path_t directory, const char* name) {
-  return directory.join(name);
-}
 
 // Opens the directory for this user only. Creates it if it is missing.
 static unique_fd open_private(const fs::path_t& path) {
@@ -49,8 +40,8 @@ static bool is_at(int directory, const fs::path_t& path) {
 
 Staging::Staging(const fs::path_t& path)
     : target(path),
-      outer(joined(path.dir_name(), kStagingName)),
-      inner(joined(outer, path.base_name().cstring())),
+      outer(path.dir_name().join(kStagingName)),
+      inner(fs::path_t(outer).join(path.base_name().cstring())),
       lock(open_private(outer)) {
   // Some network file systems cannot lock a directory. There, this works without the lock.
   const bool taken = flock(lock.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
@@ -79,15 +70,14 @@ void Staging::remove_content() const {
 }
 
 static void check_link(const FTSENT& entry) {
-  char link[PATH_MAX];
-  const ssize_t size = readlink(entry.fts_accpath, link, sizeof link);
-  if (size < 0) {
+  const std::optional<std::string> target = link_target(entry);
+  if (!target) {
     throw_errno_of(entry.fts_path);
   }
-  const std::string_view text(link, static_cast<size_t>(size));
-  if (!stays_inside(text, entry.fts_level - 1)) {
-    throw_failure_of(printable(entry.fts_path),
-                     "is a link that could lead out of the release, to '" + printable(text) + "'");
+  if (!stays_inside(*target, entry.fts_level - 1)) {
+    throw_failure_of(
+        printable(entry.fts_path),
+        "is a link that could lead out of the release, to '" + printable(*target) + "'");
   }
 }
 

@@ -8,6 +8,9 @@
 
 namespace runenv {
 
+// The name of the outer directory of a Staging. No release has it, since "#" is not allowed there.
+inline constexpr char kStagingName[] = ".runenv-verify#unpacking";
+
 // A new directory for a release. It is made in an outer directory beside the release, which only
 // this user may enter. The destructor removes the outer directory. If the process is killed, the
 // next Staging in the same place removes it. The functions throw Error with the path in front.
