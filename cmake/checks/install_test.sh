@@ -40,6 +40,7 @@ moved/bin/runenv-versions --version | grep -Fw "$version"
 [ -e "source/runenv-$version.tar.gz" ]
 ! grep -E 'scripts/|CONTRIBUTING|cmake ' moved/share/doc/runenv/README.md || exit 1
 sed -n 's|.*](\([A-Za-z][A-Za-z./-]*\)).*|moved/share/doc/runenv/\1|p' moved/share/doc/runenv/README.md | xargs ls
+(cd moved/share/doc/runenv-dev && sed -n 's|.*](\([A-Za-z.][A-Za-z./-]*\)[)#].*|\1|p' ./*.md | xargs ls)
 
 # All headers, and the includes of the examples, compile with the installed headers alone. A C
 # compiler links a C program.
