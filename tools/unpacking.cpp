@@ -23,10 +23,6 @@ namespace runenv {
 // there.
 static constexpr char kStagingName[] = ".runenv-verify#unpacking";
 
-static fs::path_t joined(fs::path_t directory, const char* name) {
-  return directory.join(name);
-}
-
 // Opens the directory for this user only. Creates it if it is missing.
 static unique_fd open_private(const fs::path_t& path) {
   static constexpr mode_t kPrivate = 0700;
@@ -49,8 +45,8 @@ static bool is_at(int directory, const fs::path_t& path) {
 
 Staging::Staging(const fs::path_t& path)
     : target(path),
-      outer(joined(path.dir_name(), kStagingName)),
-      inner(joined(outer, path.base_name().cstring())),
+      outer(path.dir_name().join(kStagingName)),
+      inner(fs::path_t(outer).join(path.base_name().cstring())),
       lock(open_private(outer)) {
   // Some network file systems cannot lock a directory. There, this works without the lock.
   const bool taken = flock(lock.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
