@@ -80,8 +80,8 @@ endif()
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
     "run-time library of runenv, for C++ and C programs
 Strings, buffers, memory pools, paths and files, child processes, streams,
-console output and asynchronous sockets: a static library with its headers,
-for CMake and pkg-config, the guides, and their programs as a project.")
+console output and asynchronous sockets: the library with its headers, for
+CMake and pkg-config, the guides, and their programs as a project.")
 
 if(BUILD_SHARED_LIBS)
   get_target_property(soversion runenv SOVERSION)
