@@ -99,8 +99,7 @@ install(FILES contrib/nginx/runenv-cache.conf DESTINATION ${CMAKE_INSTALL_DOCDIR
 
 # For users of the library: the guides, their programs as a project, and the reference.
 set(guides_dir ${CMAKE_INSTALL_DATADIR}/doc/runenv-dev)
-install(FILES docs/embedding.md docs/sockets.md docs/stability.md DESTINATION ${guides_dir}
-        COMPONENT development)
+install(DIRECTORY ${text}/guides/ DESTINATION ${guides_dir} COMPONENT development)
 install(DIRECTORY examples DESTINATION ${guides_dir} COMPONENT development)
 if(RUNENV_BUILD_REFERENCE)
   install(DIRECTORY ${PROJECT_BINARY_DIR}/reference/html COMPONENT reference

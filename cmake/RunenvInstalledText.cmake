@@ -1,5 +1,5 @@
 # Makes the installed texts in the directory "text": README.md without its parts about the sources,
-# and the manual pages with the version and its date.
+# the manual pages with the version and its date, and the guides of runenv-dev with their links.
 file(STRINGS CHANGELOG.md changes)
 set(date)
 foreach(line ${changes})
@@ -46,3 +46,13 @@ while(begin GREATER -1)
   string(FIND "${content}" "<!-- sources -->" begin)
 endwhile()
 file(WRITE ${text}/README.md "${content}")
+
+# The guides of runenv-dev link to documents of runenv, whose directory is beside theirs.
+foreach(guide embedding sockets stability)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS docs/${guide}.md)
+  file(READ docs/${guide}.md content)
+  string(REPLACE "](../" "](../runenv/" content "${content}")
+  string(REGEX REPLACE "\\]\\((messages|version-info-format)\\.md" "](../runenv/docs/\\1.md" content
+         "${content}")
+  file(WRITE ${text}/guides/${guide}.md "${content}")
+endforeach()

@@ -9,8 +9,6 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each package has its own
 set(CPACK_PACKAGE_VENDOR runenv)
 set(CPACK_PACKAGE_CONTACT "${RUNENV_MAINTAINER}")
 set(CPACK_STRIP_FILES ON)
-set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
-    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_RUNENV_BASE_URL "${RUNENV_BASE_URL}")
 set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/RunenvStagedPackage.cmake")
 
@@ -82,8 +80,8 @@ endif()
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
     "run-time library of runenv, for C++ and C programs
 Strings, buffers, memory pools, paths and files, child processes, streams,
-console output and asynchronous sockets: a static library with its headers,
-for CMake and pkg-config, the guides, and their programs as a project.")
+console output and asynchronous sockets: the library with its headers, for
+CMake and pkg-config, the guides, and their programs as a project.")
 
 if(BUILD_SHARED_LIBS)
   get_target_property(soversion runenv SOVERSION)

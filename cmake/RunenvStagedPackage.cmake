@@ -45,3 +45,6 @@ elseif(CPACK_GENERATOR STREQUAL DEB)
     file(RENAME "${share}/zsh/site-functions" "${share}/zsh/vendor-completions")
   endif()
 endif()
+# All users can read what is packed, whatever the umask and the permissions of the sources are.
+execute_process(COMMAND chmod -R u=rwX,go=rX "${CPACK_TEMPORARY_DIRECTORY}"
+                COMMAND_ERROR_IS_FATAL ANY)

@@ -5,7 +5,8 @@ class Instream;
 
 class Buffer final {
  public:
-  // Makes an empty buffer. An `initial_capacity` of 0 allocates nothing yet.
+  // Makes an empty buffer. An `initial_capacity` of 0 allocates nothing yet. If the allocation of
+  // another one fails, the process ends.
   explicit Buffer(unsigned long long initial_capacity);
 
   // Makes a buffer with the rest of `stream`. If `terminate` is true, one NUL byte follows, which

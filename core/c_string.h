@@ -1,6 +1,6 @@
 // Plain C strings: comparing, copying and ordering.
 //
-// No argument may be null. A failed allocation ends the process (see core/allocation.h).
+// No argument may be null. A failed allocation prints an error and ends the process.
 #pragma once
 
 // Returns true if the two strings have the same bytes.

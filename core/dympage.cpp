@@ -13,10 +13,10 @@ using Allocate = void* (*)(size_t bytes);
 
 static dympage_page_t* make_page(dympage_page_t* previous, unsigned long long payload,
                                  Allocate allocate_page) {
-  // If the sum would overflow, request SIZE_MAX bytes instead, which always fails.
+  // If the sum would overflow, request as much as an object can have, which always fails.
   const bool fits = payload <= PTRDIFF_MAX - sizeof(dympage_page_t);
   auto* page = static_cast<dympage_page_t*>(
-      allocate_page(fits ? sizeof(dympage_page_t) + payload : SIZE_MAX));
+      allocate_page(fits ? sizeof(dympage_page_t) + payload : PTRDIFF_MAX));
   page->previous = previous;
   page->next_free = reinterpret_cast<char*>(page + 1);
   page->free_bytes = payload;

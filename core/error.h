@@ -1,4 +1,5 @@
-// The exception type of the library. Throw it by value and catch it by reference.
+// The exception type of the library. It has no base class, so a handler of std::exception does not
+// catch it. Throw it by value and catch it by reference.
 #pragma once
 
 #include <cstdint>
@@ -11,9 +12,12 @@ class Error {
     Internal = 11,  // a kind tag has an unknown value
   };
 
-  // Copies `text`.
+  // Copies `text`, which must not be null.
   Error(Type error_type, const char* text);
+
+  // Takes the message of `other`.
   Error(Error&& other) noexcept;
+
   Error(const Error&) = delete;
   Error& operator=(const Error&) = delete;
   Error& operator=(Error&&) = delete;

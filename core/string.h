@@ -13,10 +13,12 @@ class String final {
   char* get_unmanaged_string() { return text; }
   const char* get_unmanaged_string() const { return text; }
 
-  // Replaces the content with a copy of `source`, which may be this object's own text.
+  // Replaces the content with a copy of `source`, which must not be null and may be this object's
+  // own text.
   void update_from(const char* source);
 
-  // Stores a copy of `source`. The object must be empty, otherwise its content leaks.
+  // Stores a copy of `source`, which must not be null. The object must be empty, otherwise its
+  // content leaks.
   void copy_from(const char* source);
 
   // Frees the content.

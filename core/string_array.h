@@ -18,8 +18,8 @@ class StringArray final {
   // Returns the number of elements.
   unsigned get_size() const { return count; }
 
-  // Replaces the content with copies of the `n` strings at `source`, which may be this array's own
-  // strings.
+  // Replaces the content with copies of the `n` strings at `source`, none of which may be null.
+  // They may be this array's own strings.
   void update_from(const char* const* source, unsigned n);
 
   // Stores copies in the same way. The array must be empty, otherwise its content leaks.

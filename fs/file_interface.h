@@ -82,9 +82,10 @@ int fs_touch_path(bucket_t* path);
  * destination. Copying a file to itself empties it. */
 int fs_fcopy(bucket_t* destination, bucket_t* source);
 
+typedef struct istream istream;
+
 /* Returns a stream that reads the file, or null on failure. Read it and destroy it with the
  * functions of stream/istream.h. */
-typedef struct istream istream;
 istream* fs_open_read(bucket_t* path) __attribute__((warn_unused_result));
 
 /* An output stream. */

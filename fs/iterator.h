@@ -1,4 +1,8 @@
-// Iterates over the entries of one directory, in the order in which the system returns them.
+// Iterates over the entries of one directory, in the order in which the system returns them:
+//
+//   for (fs::iterator_t entry("directory", false); entry.has_item(); entry.move_next()) {
+//     std::puts(entry.get_name());
+//   }
 #pragma once
 
 #include <memory>

@@ -5,7 +5,8 @@
 //
 // Use a child from one thread at a time. read_all uses a static buffer: only one thread of the
 // process may call it at a time. SIGPIPE is left to the program: writing to a child that no longer
-// reads throws only if the program ignores SIGPIPE.
+// reads throws only if the program ignores SIGPIPE. The program must not ignore SIGCHLD or wait for
+// all its children, because the exit status would be lost.
 #pragma once
 
 #include <cstddef>
@@ -21,10 +22,11 @@ namespace ChildProcess {
 enum redirect_mode_t : uint32_t {
   REDIRECT_INHERIT = 0,  // the parent's descriptor; the parent gets no end of the channel
   REDIRECT_PIPE = 1,     // a new pipe between parent and child
-  REDIRECT_FILE = 2,     // the file `path`, opened separately for parent and child
+  REDIRECT_FILE = 2,     // the file `path`, opened once for reading and once for writing
 };
 
-// How to redirect one standard channel.
+// How to redirect one standard channel. A file must be readable and writable, whichever channel it
+// is for.
 struct redirect_t {
   redirect_mode_t mode;  // what to connect it to
   const char* path;      // for REDIRECT_FILE; created or emptied for standard output and error
@@ -61,9 +63,9 @@ struct result_t {
 };
 
 // Starts the program argv[0], which is searched for in PATH, with the arguments `argv`. A null
-// pointer must end `argv`. The child runs in the directory `cwd` (null: the parent's). With
-// `new_group` it gets its own process group. With `ends_with_parent` the kernel kills the child
-// when the thread that started it ends for any reason.
+// pointer must end `argv` and must not be its first element. The child runs in the directory `cwd`
+// (null: the parent's). With `new_group` it gets its own process group. With `ends_with_parent` the
+// kernel kills the child when the thread that started it ends for any reason.
 //
 // Throws Error with the system's text if the child cannot be created or the program cannot be
 // executed. If the child fails between these steps, for example to enter `cwd`, it prints the
@@ -80,8 +82,9 @@ bool is_alive(process_t* process);
 bool kill(process_t* process);
 bool kill_job(process_t* process);
 
-// Block until the child ends. `wait` returns 0, the exit status, the negated signal number, or -1.
-// Once the child is reaped, further calls return the same result at once.
+// Block until the child ends. If it reads its input to the end, close that first. `wait` returns 0,
+// the exit status, the negated signal number, or -1. Once the child is reaped, further calls return
+// the same result at once.
 result_t wait2(process_t* process);
 int wait(process_t* process);
 
@@ -96,8 +99,8 @@ void write(process_t* process, const char* text);
 int read(process_t* process, channel_t channel, char* buffer, unsigned int len);
 
 // Appends all output of one channel to `target`. Blocks until the channel is at its end and the
-// child has exited. Does not read the other channel meanwhile. Throws Error with the system's text
-// on failure.
+// child has exited. Meanwhile it tries to read all the time, which keeps a processor busy, and does
+// not read the other channel. Throws Error with the system's text on failure.
 void read_all(process_t* process, channel_t channel, Buffer& target);
 
 // Closes the parent's end of a channel.

@@ -7,7 +7,7 @@ namespace runenv {
 ChildProcess::process_t* start_tool(const char* const* argv, ChildProcess::redirect_t in,
                                     ChildProcess::redirect_t out, ChildProcess::redirect_t err,
                                     const char* cwd) {
-  const SignalsHeld held;
+  const SignalsHeld delayed;
   ChildProcess::process_t* const tool =
       ChildProcess::create_child(argv, in, out, err, cwd, false, true);
   interrupted_tool = tool->pid;

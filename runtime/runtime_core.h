@@ -76,7 +76,8 @@ class RuntimeCore {
   // waits up to `milliseconds` in it. Without the socket layer it does not wait.
   void poll(uint32_t milliseconds);
 
-  // Start and stop the socket layer. A second start or stop does nothing.
+  // Start and stop the socket layer. The start makes the process ignore SIGPIPE. A second start or
+  // stop does nothing.
   void startsocket();
   void shutdown();
 

@@ -14,9 +14,9 @@ struct Client : Connection {
   std::function<void(void* context, Connection*)> closed;
 };
 
-// Connects to a numeric IPv4 address and a port. Blocks until the connection is established. On
-// failure prints an error and returns null. A failed connect is printed only if genv_debug_info is
-// true.
+// Connects to a numeric IPv4 address and a port, which is a number or the name of a service. Blocks
+// until the connection is established. On failure prints an error and returns null. A failed
+// connect is printed only if genv_debug_info is true.
 Client* create_client(const char* host, const char* port, void* context,
                       std::function<void(void* context, Connection*)> closed);
 

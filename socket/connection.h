@@ -45,7 +45,8 @@ struct Connection {
   SendQueue send_queue;        // queued output
   bool has_receiver = false;   // if false, received bytes are dropped
   bool marked_closed = false;  // no more output is queued; closed when the queue is empty
-  // Called with the bytes of each read of poll. They are valid during the call.
+  // Called with the bytes of each read of poll. They are valid during the call. A lambda with
+  // captures must not be replaced while it runs, not even by create_encoding.
   std::function<void(char* data, unsigned int length, void* context, Connection*)> receiver;
   std::string name;                // for log lines
   void* context_object = nullptr;  // passed to the callbacks, not owned

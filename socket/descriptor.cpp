@@ -6,6 +6,8 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 
 #include "core/retry.h"
@@ -22,7 +24,16 @@ unique_fd open_socket(int family, int type, int protocol) {
   return fd;
 }
 
+// getaddrinfo takes the low 16 bits of any number as a port.
+static bool is_too_large_port(const char* service) {
+  char* end = nullptr;
+  return service != nullptr && std::strtoul(service, &end, 10) > UINT16_MAX && *end == '\0';
+}
+
 int look_up(const char* node, const char* service, AddressList* list) {
+  if (is_too_large_port(service)) {
+    return EAI_SERVICE;
+  }
   addrinfo hints{};
   hints.ai_flags = AI_NUMERICHOST;
   hints.ai_family = AF_INET;

@@ -29,8 +29,8 @@ inline bool fits_descriptor_set(int fd) {
 // does not fit in an fd_set.
 unique_fd open_socket(int family, int type, int protocol);
 
-// Looks up a numeric IPv4 address (null: loopback) and a port. Returns 0 or an error for
-// gai_strerror.
+// Looks up a numeric IPv4 address (null: loopback) and a port, a number up to 65535 or the name of
+// a service. Returns 0 or an error for gai_strerror.
 int look_up(const char* node, const char* service, AddressList* list);
 
 // Makes the descriptor non-blocking and keeps its other flags.

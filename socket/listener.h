@@ -31,8 +31,9 @@ struct Listener {
   void* context;                         // passed to the factory, not owned
 };
 
-// Creates a TCP listener on a numeric IPv4 address (null: loopback) and a port. `name` is for log
-// lines and may be null. On failure prints an error and returns null.
+// Creates a TCP listener on a numeric IPv4 address (null: loopback) and a port, which is a number
+// (0: any free port) or the name of a service. `name` is for log lines and may be null. On failure
+// prints an error and returns null.
 Listener* create_listener(const char* node, const char* service, const char* name, void* context,
                           std::function<void*(void* context, Connection*)> factory,
                           std::function<void(void* connection_context, Connection*)> closed);

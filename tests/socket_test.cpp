@@ -338,6 +338,8 @@ TEST_F(SocketTest, EveryFailureToCreateIsReported) {
     EXPECT_EQ(create_all("127.0.0.1", "127.0.0.1", "no/s"), 0);
     EXPECT_EQ(create_all("localhost", "::1", over.c_str()), 0);
     EXPECT_FALSE(create_listener("192.0.2.1", "0", "n", this, factory, ended));
+    EXPECT_FALSE(create_listener("127.0.0.1", "65536", "n", this, factory, ended));
+    EXPECT_FALSE(create_client("127.0.0.1", "-1", this, ended));
     for (const char* path : {"s", "dir"}) EXPECT_FALSE(listen_unix(path));
     EXPECT_FALSE(endpoint_sendto(nullptr, over.c_str(), "", 0));
     fault = {};
@@ -357,6 +359,8 @@ i Unable to connect socket to 'no/s': No such file or directory
 - Unix domain socket path is too long (108)!
 -- Unix domain socket path is to long (108)!
 - Socket[0] not open: Cannot assign requested address
+- Error by getaddrinfo: Servname not supported for ai_socktype
+- Unable to get address info: Servname not supported for ai_socktype
 - Unable to listen on 's': Interrupted system call
 - Unable to unlink 'dir': Is a directory
 - Unix domain socket path is to long (108)!

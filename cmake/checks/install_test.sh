@@ -17,10 +17,12 @@ if [ -e "$source/.git" ] && git -C "$source" ls-files >tracked; then
   find runenv -type f -printf '%P\n' | sort | diff present -
 fi
 
-# Runs the commands of docs/building.md there. The build step uses what has already been built.
+# Runs the commands of docs/building.md there, with read-only sources and a umask that hides new files
+# from other users. The build step uses what has already been built.
 sed -n -e 's/ *#.*//' -e 's|^cmake --build|cp "$BUILT"/*.cmake|p' -e '/^cmake -S/p' \
   -e "s/^cmake --install.*/& --config $2/p" -e "s/^cpack.*/& -C $2/p" runenv/docs/building.md >commands
-(cd runenv && DESTDIR="$scratch/root" sh -eux ../commands) >log 2>&1 || { cat log && exit 1; }
+chmod a-w runenv/cmake/*
+(cd runenv && umask 077 && DESTDIR="$scratch/root" sh -eux ../commands) >log 2>&1 || { cat log && exit 1; }
 ! grep 'RUNENV_BASE_URL "https://localhost"' "$BUILT/CPackConfig.cmake" || # the default needs a warning
   grep 'packages are for the distribution server https://localhost' log
 
@@ -38,6 +40,7 @@ moved/bin/runenv-versions --version | grep -Fw "$version"
 [ -e "source/runenv-$version.tar.gz" ]
 ! grep -E 'scripts/|CONTRIBUTING|cmake ' moved/share/doc/runenv/README.md || exit 1
 sed -n 's|.*](\([A-Za-z][A-Za-z./-]*\)).*|moved/share/doc/runenv/\1|p' moved/share/doc/runenv/README.md | xargs ls
+(cd moved/share/doc/runenv-dev && sed -n 's|.*](\([A-Za-z.][A-Za-z./-]*\)[)#].*|\1|p' ./*.md | xargs ls)
 
 # All headers, and the includes of the examples, compile with the installed headers alone. A C
 # compiler links a C program.

@@ -13,11 +13,14 @@ esac
 
 # Reduces each symbol to its qualified name: removes template arguments, parameters and the type.
 # Templates of the standard library and type information of function types are skipped: their
-# arguments, types of this library, make them unique.
+# arguments, types of this library, make them unique. Placement new and delete, which are functions
+# in a build without optimisation, are skipped, too.
 # shellcheck disable=SC2086 # nothing or a word
 nm $table --demangle --defined-only --extern-only "$1" | sed -n 's/^[0-9a-f]\{16\} [A-Za-z] //p' |
-  sed -e '/^typeinfo.* for void (/d' -e ':again' -e 's/<[^<>]*>//g' -e 't again' -e 's/(.*//' -e 's/.* //' | sort -u |
-  grep -vE '^(std|__gnu_cxx)::|^DW\.ref\.' | awk -v listed="$listed" '
+  sed -e '/^typeinfo.* for void (/d' -e '/^operator [a-z]*(.*, void\*)$/d' \
+    -e ':again' -e 's/<[^<>]*>//g' -e 't again' -e 's/^decltype *(.*)&* \(std\|__gnu_cxx\)::/\1::/' \
+    -e 's/^void (\*[^(]*std::/std::/' -e 's/::operator[" ]* [a-z]*/::operator/' -e 's/(.*//' -e 's/.* //' | sort -u |
+  grep -vE '^(std|__gnu_cxx)::|^DW\.ref\.|^__clang_call_terminate$' | awk -v listed="$listed" '
     BEGIN { count = split(listed, name) }
     {
       for (i = 1; i <= count; ++i) {

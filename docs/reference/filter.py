@@ -2,8 +2,9 @@
 """Converts a header's plain comments to Doxygen's: filter.py HEADER
 
 The first comment documents the file, and also its first type if that has no comment. Every other
-comment documents all declarations after it, up to the next blank line or comment. A comment at the
-end of a line documents the declaration on this line. Indented lines of a comment are shown verbatim.
+comment documents all declarations after it, up to the next blank line or comment, but a destructor
+only right after it. A comment at the end of a line documents the declaration on this line. Indented
+lines of a comment are shown verbatim.
 """
 import re
 import sys
@@ -58,6 +59,7 @@ def filtered(path):
     out, is_first, about_file = [], True, None
     comment, depth = None, 0  # the comment that applies; the number of open braces
     comment_depth, is_open = 0, False  # the depth of the comment; whether a declaration continues
+    is_fresh = False  # whether the comment is on the line before
     for kind, content in parts_of(path.read_text()):
         if kind == "comment":
             opening = f"/** @file {'/'.join(path.parts[-2:])}\n" if is_first else "/**"
@@ -66,7 +68,7 @@ def filtered(path):
                 about_file = content
             else:
                 comment, comment_depth = content, depth
-            is_first = False
+            is_first, is_fresh = False, True
             continue
         code, behind = content if kind == "behind" else (content, None)
         word = code.strip()
@@ -75,6 +77,8 @@ def filtered(path):
         if not word and depth <= comment_depth:
             comment = None
         is_code = word and word[0] not in "}#" or word.startswith("#define ")
+        if word.startswith("static_assert") or word[:1] == "~" and not is_fresh:
+            is_code = False
         if behind and is_code:
             code += " " + converted([behind], "/**<").replace("\n", " ")
         elif comment and is_code and not is_open and depth == comment_depth:
@@ -87,6 +91,7 @@ def filtered(path):
             is_open = word[-1] not in ";,{}:"
             depth += word.count("{") - word.count("}")
         out.append(code)
+        is_fresh = False
     return "\n".join(out) + "\n"
 
 

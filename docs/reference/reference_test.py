@@ -87,6 +87,11 @@ try:
         assert width <= WIDTH, f"{page} is {width} wide"
         assert len(browser.value("document.body.innerText")) > 200, f"{page} is empty"
 
+    # A comment documents neither a destructor further below nor what follows a static_assert.
+    for page, text, times in (("classfs_1_1iterator__t", "Starts at the first entry", 2),
+                              ("child__process_8h", "The caller owns it", 1)):
+        assert (PAGES / f"{page}.html").read_text().count(text) == times, page
+
     browser.open("index.html")
     browser.wait_for("!!document.getElementById('MSearchField')")
     browser.value("document.getElementById('MSearchField').focus()")
