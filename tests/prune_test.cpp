@@ -33,16 +33,16 @@ static const Pointer kPointers[] = {
     {"printf r1 >latest", true},    {"echo r1 >latest", true},       {":", false},
     {": >latest", false},           {"printf .. >latest", false},    {"printf /etc >latest", false},
     {"printf r1/x >latest", false}, {"printf none >latest", false},  {"printf . >latest", false},
-    {"printf link >latest", false}, {"ln -s r1/file latest", false},
+    {"printf link >latest", false}, {"ln -s r1/file latest", false}, {"printf file >latest", false},
 };
 // What may lie beside a pointer: how it is made, and whether it is a release.
 static const std::map<std::string, std::pair<const char*, bool>> kEntries = {
     {"r1", {"mkdir -p r1/x; echo 1 >r1/file", true}},
-    {"r2", {"mkdir r2; echo 2 >r2/file; chmod 555 r2", true}},
+    {"r2", {"mkdir r2; echo 2 >r2/file; chmod 555 r2; touch -d @0 r2", true}},
     {"-rf", {"mkdir -p ./-rf/x; ln -s ../../../../../../outside ./-rf/x/y", true}},
     {"a\nb", {"mkdir 'a\nb'", true}},
     {".r", {"mkdir .r; chmod 0 .r", true}},
-    {"link", {"ln -s ../../../../../outside link", false}},
+    {"link", {"ln -s ../../../../outside link", false}},
     {"file", {"echo >file", false}},
     {"nested", {"mkdir nested; : >nested/latest", false}},
     {"o#p", {"mkdir 'o#p'", false}},
@@ -56,7 +56,7 @@ TEST_F(PruneTest, OnlyWhatNoPointerNamesIsRemoved) {
     const bool old = random() % 4 != 0, dry = random() % 4 == 0, unlisted = random() % 2 == 0,
                fresh = random() % 3 == 0;
     const size_t keep = random() % 3;
-    std::vector<std::string> releases;  // the newest last
+    std::vector<std::string> releases, others;  // the newest last
     std::string make =
         "chmod -R u+rwx runenv; rm -rf runenv; mkdir -p " + kHere +
         " runenv/system-types/b/2/r1 runenv/system-types/b/.runenv-prune#removing/x; echo r1 "
@@ -67,7 +67,7 @@ TEST_F(PruneTest, OnlyWhatNoPointerNamesIsRemoved) {
     for (const auto& [name, entry] : kEntries) {
       if (random() % 2 == 0) continue;
       make += std::string(entry.first) + "; ";
-      if (entry.second) releases.push_back(name);
+      (entry.second ? releases : others).push_back(name);
     }
     const bool named = make.find("mkdir -p r1/x") != std::string::npos;
     run(make + pointer.make + (old ? "; touch -hd '8 days ago' latest" : ""));
@@ -84,6 +84,7 @@ TEST_F(PruneTest, OnlyWhatNoPointerNamesIsRemoved) {
       const bool goes = prunes && !dry && i + keep < releases.size();
       EXPECT_EQ(files::exists(kHere + releases[i]), !goes) << context;
     }
+    for (const std::string& name : others) EXPECT_TRUE(files::exists(kHere + name)) << context;
     EXPECT_TRUE(files::exists("runenv/platform/4")) << context;  // there is no pointer
     EXPECT_EQ(files::exists("runenv/system-types/b/2"), dry || !unlisted || fresh) << context;
     EXPECT_EQ(files::exists("runenv/system-types/b/.runenv-prune#removing"), dry) << context;
@@ -98,14 +99,12 @@ TEST_F(PruneTest, TellsWhatItDoesAndWaitsForRuns) {
                     hint = "\nTry 'runenv-prune --help'.", type = "runenv/system-types/";
   run("for v in r1 r2; do mkdir -p " + kHere + "$v; done; printf r2 >" + kHere +
       "latest; touch -d '8 days ago' " + kHere +
-      "latest; mkdir -p runenv/platform/5 .update down;"
+      "latest; mkdir -p runenv/platform/5 .update down/d.tar.gz no;"
       " ln -s 5 runenv/platform/6; ln -s down link; for d in .update down; do touch $d/latest "
       "$d/l.tar.gz $d/mine;"
       " touch -d '8 days ago' $d/*; touch $d/new.tar.gz; done");
   const Row kRows[] = {
       {"", "", "one document is needed" + hint},
-      {"a b", "", "one document is needed" + hint},
-      {"--keep x v", "", "option '--keep' needs a number, not 'x'" + hint},
       {"--keep -1 v", "", "option '--keep' needs a number, not '-1'" + hint},
       {"--older-than 4294967296 v", "",
        "option '--older-than' needs a number, not '4294967296'" + hint},
@@ -118,16 +117,19 @@ TEST_F(PruneTest, TellsWhatItDoesAndWaitsForRuns) {
        leaving + "would remove " + kHere +
            "r1 (N)\nwould remove down/l.tar.gz (N)\nwould remove down/latest (N)\n"
            "would free N\n"},
-      {"versions.bin --older-than 9", leaving + "freed N\n"},
+      {"versions.bin --older-than 9; mkdir no; prune versions.bin --dry-run --keep 1"
+       " --temp-cache no; rmdir no",
+       leaving + "freed N\n" + leaving + "would free N\n"},
       {"versions.bin; ls -A .update",
        leaving + "removing " + kHere +
            "r1 (N)\nremoving .update/l.tar.gz (N)\nremoving .update/latest (N)\n"
            "freed N\nmine\nnew.tar.gz\n"},
       {"versions.bin --temp-cache link; ls -A down",
-       leaving + "leaving link: is not a directory\nfreed N\nl.tar.gz\nlatest\nmine\nnew.tar.gz\n"},
+       leaving + "leaving link: is not a directory\nfreed N\n"
+                 "d.tar.gz\nl.tar.gz\nlatest\nmine\nnew.tar.gz\n"},
       {"versions.bin --older-than 0 --temp-cache down; ls -A down",
        leaving + "removing down/l.tar.gz (N)\nremoving down/latest (N)\n"
-                 "removing down/new.tar.gz (N)\nfreed N\nmine\n"},
+                 "removing down/new.tar.gz (N)\nfreed N\nd.tar.gz\nmine\n"},
   };
   run("runenv-versions compose -o versions.bin 5 a=1; runenv-versions compose -o up 5 ..=../..;"
       " runenv-versions compose -o six 6; rm -r runenv/platform/5/latest");
@@ -135,10 +137,11 @@ TEST_F(PruneTest, TellsWhatItDoesAndWaitsForRuns) {
   // What is mounted in a release stays, even from the same file system.
   const Outcome mounted =
       run("mkdir -p " + kHere + "r1/sub; unshare -rm sh -c 'mount --bind down " + kHere +
-          "r1/sub || exit 77; runenv-prune versions.bin'; status=$?; ls down; rm -r " + kHere +
-          ".runenv-prune#removing; exit $status");
+          "r1/sub || exit 77; runenv-prune versions.bin'; status=$?; echo $status; ls down | tail "
+          "-n 1; rm -r " +
+          kHere + ".runenv-prune#removing; exit $status");
   if (mounted.status != 77) {
-    EXPECT_EQ(mounted.out.substr(mounted.out.rfind("B\n") + 2), "mine\n");
+    EXPECT_EQ(mounted.out.substr(mounted.out.rfind("B\n") + 2), "1\nmine\n");
   }
   // What interrupted programs have left goes; what is at work stays, and is waited for.
   check("mkdir -p " + kHere + "'.runenv-prune#removing/x' " + kHere +
@@ -158,8 +161,10 @@ TEST_F(PruneTest, TellsWhatItDoesAndWaitsForRuns) {
           "removing runenv/platform/.runenv-prune#removing (N)\nfreed N\n5\n6\n");
   check("mkdir " + kHere + "r3; exec 9<>" + kHere +
             "latest; flock 9;"
-            " prune versions.bin >out 9<&- & sleep 0.3; ls " +
-            kHere + "; printf r3 >&9; touch -d '9 days ago' " + kHere +
-            "latest; exec 9<&-; wait; ls " + kHere,
-        "latest\nr2\nr3\nlatest\nr3\n");
+            " prune versions.bin >out 9<&- & sleep 0.3; cd " +
+            kHere +
+            "; ls; exec 8>../new; flock 8; printf r3 >&8; touch -d '9 days ago' ../new; mv "
+            "../new latest; exec 9<&-; sleep 0.3; ls; exec 8<&-; wait; ls",
+        "latest\nr2\nr3\nlatest\nr2\nr3\nlatest\nr3\n");
+  EXPECT_EQ(run("runenv-prune versions.bin >/dev/full").status, 1);
 }
