@@ -80,6 +80,12 @@ struct Model {
 
 static constexpr std::time_t kDay = 86400;
 
+static std::string utc_text(std::time_t time) {
+  char text[sizeof "2026-11-21T09:30:00Z"];
+  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", std::gmtime(&time));
+  return text;
+}
+
 static Model random_model(std::mt19937& random, std::time_t now) {
   Model model;
   for (const char* name :
@@ -137,9 +143,11 @@ TEST_F(ServedTest, RandomTreesAreListedCheckedAndPruned) {
       for (const auto& [release, content] : item.releases) {
         const std::string path = kTop + name + "/" + release;
         files::create_directories(path);
+        size_t i = 0;  // the archive in the middle is the newest
         for (const std::string& platform : content.platforms) {
           put_archive(name + "/" + release, platform);
-          set_time(path + "/" + platform + ".tar.gz", content.time);
+          set_time(path + "/" + platform + ".tar.gz",
+                   content.time - (i++ == content.platforms.size() / 2 ? 0 : kDay));
         }
         set_time(path, content.time);
       }
@@ -155,6 +163,8 @@ TEST_F(ServedTest, RandomTreesAreListedCheckedAndPruned) {
       const json& shown = *listed_item++;
       EXPECT_EQ(shown["name"], name);
       EXPECT_EQ(shown.value("latest", ""), item.leads() ? item.pointer : "") << listed.out;
+      EXPECT_EQ(shown.value("since", ""),
+                item.leads() ? utc_text(item.moves_later ? now + kDay : now - kDay) : "");
       EXPECT_EQ(shown.value("problem", ""), item.problem());
       size_t i = 0;
       for (const std::string& release : item.by_time()) {
@@ -163,11 +173,12 @@ TEST_F(ServedTest, RandomTreesAreListedCheckedAndPruned) {
         EXPECT_EQ(there["name"], release == "\xc3\xa9\xff" ? "\xc3\xa9\xef\xbf\xbd" : release);
         EXPECT_EQ(there["bytes"], platforms.size() * files::file_size("archive"));
         std::set<std::string> found;
-        for (const json& archive : there["archives"]) found.insert(archive["platform"]);
+        for (const json& archive : there["archives"]) {
+          found.insert(archive["platform"]);
+          EXPECT_EQ(archive["bytes"], files::file_size("archive"));
+        }
         EXPECT_EQ(found, platforms);
-        char text[sizeof "2026-11-21T09:30:00Z"];
-        std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", std::gmtime(&time));
-        EXPECT_EQ(there["published"], text);
+        EXPECT_EQ(there["published"], utc_text(time));
       }
       EXPECT_EQ(shown["releases"].size(), i);
     }
@@ -212,9 +223,9 @@ static const Row kFindings[] = {
     {"mkfifo $p/r1/p.tar.gz; mkdir $p/r1/d.tar.gz; echo >$p/r1/README",
      "$p/r1/README: does not belong there\n$p/r1/d.tar.gz: does not belong there\n"
      "$p/r1/p.tar.gz: does not belong there\n"},
-    {"mkdir \"$p/$(printf 'a\\nb\\033')\" \"$p/a b\"; cp $p/r1/x.tar.gz $p/r1/.tar.gz",
+    {"mkdir \"$p/$(printf 'a\\nb\\033')\" \"$p/a#b\"; cp $p/r1/x.tar.gz $p/r1/.tar.gz",
      "$p/a\\x0ab\\x1b: has a name that clients cannot ask for\n"
-     "$p/a b: has a name that clients cannot ask for\n"
+     "$p/a#b: has a name that clients cannot ask for\n"
      "$p/r1/.tar.gz: has a name that clients cannot ask for\n"},
     {"ln -s . $p/loop; ln -s /etc 2/runenv/platform/6; ln -s r1 $p/r3; ln -s x.tar.gz "
      "$p/r1/y.tar.gz",
@@ -229,9 +240,10 @@ static const Row kFindings[] = {
     {"rm $p/r2/*", "$p/r2: has no archive\n$p/latest: names 'r2', which has no archive\n"},
     {"umask 77; echo >$p/r1/.runenv-publish#abcdef; mkdir $p/.runenv-served#removing"},
     {"chmod 700 $p/r1; chmod 640 $p/r2/x.tar.gz; chmod 750 2/runenv tree; chmod 600 $p/latest;"
-     " echo >tree/index.html; chmod 4600 tree/index.html",
+     " touch tree/index.html tree/index.json; chmod 4600 tree/index.*",
      ".: may not be entered by the web server (mode 0750)\n"
      "index.html: may not be read by the web server (mode 4600)\n"
+     "index.json: may not be read by the web server (mode 4600)\n"
      "2/runenv: may not be entered by the web server (mode 0750)\n"
      "$p/r1: may not be entered by the web server (mode 0700)\n"
      "$p/r2/x.tar.gz: may not be read by the web server (mode 0640)\n"
@@ -281,6 +293,12 @@ TEST_F(ServedTest, EveryFindingHasItsLine) {
           .out;
   EXPECT_NE(shown.find("\rreading 1 of 2: 2/r\033[K\r\033[K"), std::string::npos) << shown;
   EXPECT_NE(shown.find("findings: 0"), std::string::npos) << shown;
+  // A release loses its name on the disk before anything in it goes.
+  check(
+      "ASAN_OPTIONS=detect_leaks=0 strace -o /dev/null -e inject=fsync:error=EIO runenv-served tree"
+      " prune --grace 0 --keep 0 >log || { ls tree/" +
+          p + "/.runenv-served#removing; exit 1; }",
+      "x.tar.gz\n", p + ": Input/output error");
 }
 
 TEST_F(ServedTest, TreesThatCannotBeSeenWholeAreNotPrunedOrIndexed) {
@@ -300,32 +318,44 @@ TEST_F(ServedTest, TreesThatCannotBeSeenWholeAreNotPrunedOrIndexed) {
       {"2", "tree list --keep 1", "", "'list' takes no such option" + hint},
       {"2", "tree prune", "",
        "prune needs --keep, the number of releases to keep beside the latest" + hint},
-      {"2", "tree prune --keep -1", "", "option '--keep' needs a number, not '-1'" + hint},
       {"2", "tree prune --keep 1 --grace 1e9", "",
        "option '--grace' needs a number of days, not '1e9'" + hint},
       {"2", "tree prune --keep 1 --older-than 1.2.3", "",
        "option '--older-than' needs a number of days, not '1.2.3'" + hint},
       {"2", "none list", "", "none: No such file or directory"},
+      {"2", "tree list >/dev/full", "", "standard output: No space left on device"},
       {"2", "content list", "", "content/2/runenv: No such file or directory"},
       {"0", "tree prune --keep 0", "freed 0 B\n", ""},
-      {"0", "tree prune --keep 0 --grace 0 --dry-run --older-than 1.5 | sed 's/ (.*//; /free/d'",
-       "would remove 2/runenv/platform/5/r1\n", ""},
+      {"0",
+       "tree prune --keep 0 --grace 0 --dry-run --older-than 1.5 | sed 's/)//; s/ (/\\nwould free "
+       "/'"
+       " | sed '/free 0 B/d' | uniq | sed 's/free .*/free/'",
+       "would remove 2/runenv/platform/5/.runenv-publish#abcdef\n"
+       "would remove 2/runenv/platform/5/r1\nwould free\n",
+       ""},
       {"2", "link list", "", "link/2/runenv: is behind a symbolic link"},
-      {"1", "linked list | tail -n 1", "1 item, 0 releases, 0 B\n",
+      {"1", "linked list | tail -n 2", "platform/5: latest is missing\n1 item, 0 releases, 0 B\n",
        "2/runenv/platform/5/r1: is a symbolic link"},
       {"2", "linked prune --keep 0 --grace 0", "", "2/runenv/platform/5/r1: is a symbolic link"},
       {"2", "linked index", "",
        "2/runenv/platform/5/r1: is a symbolic link\nrunenv-served: the index is left as it is, "
-       "since "
-       "it would not be whole"},
-      {"1", "shut check --quick | sed -n 2p",
-       "2/runenv/platform/5: cannot be read: Permission denied\n", ""},
+       "since it would not be whole"},
+      {"1", "shut check --quick | sed '/by the web/d'",
+       "2/runenv/platform/5: cannot be read: Permission denied\n"
+       "2/runenv/platform/6: cannot be read: Permission denied\n"
+       "2/runenv/platform/5/latest: is missing\n2/runenv/platform/6/latest: is missing\n"
+       "2/runenv/platform/7/latest: cannot be read: Permission denied\n"
+       "3 items, 1 release; findings: 8\n",
+       ""},
       {"2", "shut prune --keep 0 --grace 0", "",
        "2/runenv/platform/5: cannot be read: Permission denied"},
   };
-  run("mkdir -p link/other shut/2/runenv/platform/5 linked/2/runenv/platform/5; ln -s other link/2;"
-      " ln -s ../../../../../tree/" +
-      p + "r1 linked/2/runenv/platform/5; chmod 0 shut/2/runenv/*/5");
+  run("mkdir -p link/other linked/2/runenv/platform/5; ln -s other link/2; ln -s "
+      "../../../../../tree/" +
+      p + "r1 linked/2/runenv/platform/5; touch " + p +
+      ".runenv-publish#abcdef; d=shut/2/runenv/platform;"
+      " mkdir -p $d/7/r; mkdir -m 0 $d/5; mkdir -m 444 $d/6; echo junk >$d/7/r/x.tar.gz; umask "
+      "777; touch $d/7/latest");
   for (const auto& [status, words, out, error] : kRows) {
     const Outcome outcome =
         run(ordinary + "bash -o pipefail -c \"$as runenv-served " + words + "\"");
@@ -334,8 +364,15 @@ TEST_F(ServedTest, TreesThatCannotBeSeenWholeAreNotPrunedOrIndexed) {
     EXPECT_EQ(outcome.err, error == "" ? "" : teller + error + "\n") << words;
   }
   run("chmod -R u+rwx shut");
-  EXPECT_EQ(names_in(p), (std::set<std::string>{"latest", "r1", "r2", "r3"}));
-  // A part of a day is enough; an interrupted run's rest goes; publishers are waited for.
+  EXPECT_EQ(names_in(p),
+            (std::set<std::string>{".runenv-publish#abcdef", "latest", "r1", "r2", "r3"}));
+  // A part of a day is enough. What was changed within it stays, and all if that is the pointer.
+  check("cp -a tree other; sleep 2; cd " + p +
+            "; chmod g+w r1 r2/x.tar.gz; cd $OLDPWD; chmod g+w other" + p.substr(4) +
+            "latest; for t in tree other; do runenv-served $t prune --grace 0.00002"
+            " --keep 0; done | grep '5/r\\|5: '",
+        "leaving 2/runenv/platform/5: latest was moved within the grace period\n");
+  // An interrupted run's rest goes; publishers are waited for.
   check("touch " + p + ".runenv-publish#abcdef " + kTop +
             "platform/.runenv-publish#abcdef; mkdir -p " + p +
             ".runenv-served#removing/x; sleep 1; exec 9<" + p +
@@ -389,10 +426,13 @@ TEST_F(ServedTest, KilledAtAnyMomentItLeavesARightTree) {
 
 TEST_F(ServedTest, TheIndexIsTheSameForTheSameTreeAndLeadsToWhatIsThere) {
   const std::string name = "platform/<script>&'\"+\xc3\xa9\xff;";
+  write_file("archive", std::string(1000, 'x'));
   for (int release = 1; release <= 120; ++release) {
     put_archive(name + "/r" + std::to_string(release), "<b>");
     set_time(kTop + name + "/r" + std::to_string(release) + "/<b>.tar.gz", release * kDay);
   }
+  put_archive(name + "/r3", "x");
+  set_time(kTop + name + "/r3/x.tar.gz", 3 * kDay);
   point(name, "r3");  // which is not among the newest
   // Of two that run at once, the second waits. A page that was closed by hand is opened.
   check(
@@ -414,6 +454,18 @@ TEST_F(ServedTest, TheIndexIsTheSameForTheSameTreeAndLeadsToWhatIsThere) {
     EXPECT_TRUE(files::is_regular_file("tree/" + path)) << path;
     found.insert(path);
   }
-  EXPECT_EQ(found.size(), 52);  // the pointer, where it leads, and the 50 newest
-  EXPECT_NE(page.find("70 releases before these"), std::string::npos);
+  EXPECT_EQ(found.size(), 53);  // the pointer, where it leads, and the 50 newest
+  for (const char* part :
+       {"<p>1 item, 120 releases, 121 kB. Last change <time datetime=\"20",
+        "id=\"platform/&lt;script&gt;&amp;&#39;&quot;+", "<strong><bdi>r3</bdi></strong> since",
+        "<desc>From 1970-01-02 to 1970-05-01, up to 2.0 kB large.</desc>",
+        "d=\"M6 46v-21M14 46v-21M23 46v-38M31 46v-21", "d=\"M23 46V8\"",
+        "<bdi>r120</bdi></th><td><time datetime=\"1970-05-01T00:00:00Z\">1970-05-01 "
+        "<span class=\"quiet\">00:00</span></time></td><td class=\"number\">1.0 kB</td>",
+        "45 older releases", "70 releases before these"}) {
+    EXPECT_NE(page.find(part), std::string::npos) << part;
+  }
+  check("TZ=AAA-1 runenv-served tree list | sed -n '1p; / r3 /p; $p'",
+        "ITEM                      RELEASE  POINTER  PUBLISHED         SIZE    PLATFORMS\n" + name +
+            "  r3       latest   1970-01-04 01:00  2.0 kB  <b> x\n1 item, 120 releases, 121 kB\n");
 }

@@ -38,7 +38,7 @@ TEST_F(StatusTest, TellsEveryState) {
        "latest is not a file\nother release: " + item + "/r1 (N)"},
       {"mv " + item + " x; ln -s ../../x " + item, 2, "broken",
        item + ": is behind a symbolic link"},
-      {"mkdir -p " + item + "/{r0,q,.runenv-verify#unpacking}; touch " + item + "/q/latest", 0,
+      {"mkdir -p " + item + "/{r0,q,o#p,.runenv-verify#unpacking}; touch " + item + "/q/latest", 0,
        "installed",
        "r1 WHEN N\nother release: " + item + "/r0 (N)\nleftover: " + item +
            "/.runenv-verify#unpacking (N)"},
@@ -83,9 +83,6 @@ TEST_F(StatusTest, VerifiesFiles) {
            (detail == "" ? "" : " (" + detail + ")") + "\n";
   };
   const auto list = [&](const std::string& what) { return of("changed", ".runenv-files", what); };
-  const auto line = [&](const std::string& number) {
-    return list(".runenv-files: line " + number + " is no entry");
-  };
   const auto edit = [](const std::string& script) {
     return "sed -i '" + script + "' .runenv-files";
   };
@@ -127,16 +124,7 @@ TEST_F(StatusTest, VerifiesFiles) {
       {"truncate -s 2G .runenv-files", 2, list("is too large")},
       {edit("99q"), 2, list(".runenv-files: is cut off")},
       {edit("1s/1/2/"), 2, list(".runenv-files: is no list of version 1")},
-      {edit("2p"), 2, line("3")},
-      {edit("$p"), 2, line("130")},
-      {edit("3s/ [.]$/ ../"), 2, line("3")},
-      {edit("3s| [.]$| /etc|"), 2, line("3")},
-      {edit("3s| [.]$| a//b|"), 2, line("3")},
-      {edit("3s/ [.]$/ a\\x00/"), 2, line("3")},    // the byte
-      {edit("3s/ [.]$/ a\\\\x00/"), 2, line("3")},  // its escape
-      {edit("3s/ [.]$/ a\\\\n/"), 2, line("3")},
-      {edit("3s/d [0-7]*/d 10000/"), 2, line("3")},
-      {edit("5s/[0-9a-f] bin/ bin/"), 2, line("5")},
+      {edit("2p"), 2, list(".runenv-files: line 3 is no entry")},
   };
   const std::string as = getuid() == 0 ? "setpriv --reuid 65534 --clear-groups " : "";
   run("mkdir -p source/bin source/many/z; cd source; echo 1 | tee bin/x >many/z/y; chmod 555 bin/x;"
@@ -176,6 +164,8 @@ TEST_F(StatusTest, WhatCannotBeLookedAtIsUnknown) {
       {"chmod 0 " + item + "/latest", 3, "platform/5 unknown " + item + "/latest" + denied},
       {"chmod 0 runenv/platform", 3, "platform/5 unknown " + item + denied},
       {"mkdir -m 0 runenv/platform/6", 0, "runenv-status: runenv/platform/6" + denied},
+      {": >" + item + "/latest; rm -r runenv/system-types/a*", 2,
+       "platform/5 broken latest is empty"},
       {"mkdir -m 0 x; set -- --directory x", 3, "runenv-status: x" + denied},
   };
   for (const auto& [deny, status, told] : kRows) {
@@ -197,10 +187,12 @@ TEST_F(StatusTest, AsksTheServerForAllAtOnce) {
             "system-types/beta/0.9 unknown b1 WHEN N\n"
             "3 items, 1 installed, 1 behind, 1 unknown\n");
   EXPECT_NE(outcome.err.find("404"), std::string::npos);
-  run("rm -r runenv/system-types/alpha");
-  check("runenv-status --check --json versions.bin 2>&- | jq -c '.items | map([.state, .served])'",
-        R"([["installed","r1"],["not installed","a2"],["unknown",null]])"
-        "\n");
+  run("rm -r runenv/platform");
+  check(
+      "runenv-status --check --verify --json versions.bin 2>&- | jq -c"
+      " '.items | map([.state, .served])'",
+      R"([["not installed","r1"],["behind","a2"],["unknown",null]])"
+      "\n");
   // One connection, whatever curl's own file says besides.
   run("for i in $(seq 50); do cp -r " + item("system-types/alpha") + " " + item("system-types/t") +
       "$i; done; runenv-versions compose -o many 5 $(seq -f t%g=1.4 50);"
@@ -246,9 +238,9 @@ TEST_F(StatusTest, PrintsForTerminalsAndPrograms) {
         R"(["name","state","release","since","bytes"]])"
         "\n");
   check(
-      "TZ=EST5 runenv-status --json versions.bin | jq -r '.items[0].since';"
-      " date -u -r runenv/platform/5/latest +%FT%TZ | sed 's/^/-/'",
-      run("date -u -r runenv/platform/5/latest '+%FT%TZ%n-%FT%TZ'").out);
+      "touch -d @0 runenv/platform/5/latest; TZ=EST5 runenv-status --json versions.bin |"
+      " jq -r '.items[0].since'",
+      "1970-01-01T00:00:00Z\n");
   check(
       "mkdir -p down/f; cd bin; runenv-status --json --directory .. --temp-cache down "
       "../versions.bin"
@@ -269,9 +261,10 @@ TEST_F(StatusTest, PrintsForTerminalsAndPrograms) {
   const auto on_terminal = [&](const std::string& setting) {
     return run("script -qec \"" + setting + "; runenv-status versions.bin\" /dev/null").out;
   };
-  EXPECT_NE(on_terminal("stty cols 200").find("\x1b[32minstalled\x1b[0m"), std::string::npos);
+  EXPECT_NE(on_terminal("stty cols 60; export NO_COLOR=").find("1.4  \x1b[32minstalled\x1b[0m  a1"),
+            std::string::npos);
   EXPECT_EQ(on_terminal("stty cols 200; export NO_COLOR=1").find('\x1b'), std::string::npos);
-  EXPECT_NE(on_terminal("stty cols 200").find("SIZE\r\n"), std::string::npos);
+  EXPECT_NE(on_terminal("stty cols 60").find("SINCE\r\n"), std::string::npos);
   EXPECT_NE(on_terminal("stty cols 40").find("RELEASE\r\n"), std::string::npos);
   const std::string hint = "\nTry 'runenv-status --help'.";
   const Row kRows[] = {
