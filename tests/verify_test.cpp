@@ -237,6 +237,7 @@ TEST_F(VerifyTest, SignedItemsStaySigned) {
       {"r3 --from content --keep-latest", ""},
       {"r3 --latest-only", "release 'r3' is not signed for platform"},
       {"r3 --sign our.key --platform arm", "release 'r3' has no archive for platform 'arm'"},
+      {"r3 --from content --sign our.key --platform arm", "give --unsigned\n"},
       {"r3 --sign our.key", ""},
       {"r3 --latest-only", ""},
       {"r4 --from r2", "r4/linux-x64.tar.gz: would carry a signature for something else; --sign"},
@@ -248,7 +249,7 @@ TEST_F(VerifyTest, SignedItemsStaySigned) {
       {"r7 --from content", ""},
       {"r8 --from odd --keep-latest",
        "odd: has a signature that is damaged or not at the end; sign"},
-      {"r8 --from twice --keep-latest",
+      {"r8 --from twice --keep-latest --as-is",
        "twice: has more than one signature; sign it anew (--sign)"},
       {"r8 --from r2 --as-is --sign our.key --platform l; ln -s /etc content/l; " + program +
            "r9 --from content --as-is --sign our.key",
