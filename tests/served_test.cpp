@@ -37,9 +37,12 @@ class ServedTest : public ProgramTest {
     }
     return result;
   }
-  static void put_archive(const std::string& release, const std::string& platform) {
+  static void put_archive(const std::string& release, const std::string& platform,
+                          std::time_t time = std::time(nullptr)) {
+    const std::string path = kTop + release + "/" + platform + ".tar.gz";
     files::create_directories(kTop + release);
-    files::copy_file("archive", kTop + release + "/" + platform + ".tar.gz");
+    files::copy_file("archive", path);
+    set_time(path, time);
   }
   static void point(const std::string& item, const std::string& line) {
     write_file(kTop + item + "/latest", line);
@@ -47,36 +50,33 @@ class ServedTest : public ProgramTest {
 };
 
 // What a tree is to hold: for each item its releases, with their time and platforms, and a pointer.
-struct Model {
-  struct Release {
-    std::time_t time;
-    std::set<std::string> platforms;
-  };
-  struct Item {
-    std::map<std::string, Release> releases;
-    std::string pointer;
-    bool has_pointer, moves_later;
-
-    bool leads() const { return has_pointer && releases.contains(pointer); }
-    std::vector<std::string> by_time() const {  // the newest first
-      std::vector<std::string> result;
-      for (const auto& [name, release] : releases) result.push_back(name);
-      std::sort(result.begin(), result.end(), [&](const auto& a, const auto& b) {
-        return std::pair(releases.at(a).time, a) > std::pair(releases.at(b).time, b);
-      });
-      return result;
-    }
-    std::string problem() const {
-      if (!has_pointer) return "is missing";
-      if (pointer.empty()) return "is empty";
-      if (!leads()) return "names '" + pointer + "', which is not there";
-      return releases.at(pointer).platforms.empty()
-                 ? "names '" + pointer + "', which has no archive"
-                 : "";
-    }
-  };
-  std::map<std::string, Item> items;
+struct Release {
+  std::time_t time;
+  std::set<std::string> platforms;
 };
+struct Item {
+  std::map<std::string, Release> releases;
+  std::string pointer;
+  bool has_pointer, moves_later;
+
+  bool leads() const { return has_pointer && releases.contains(pointer); }
+  std::vector<std::string> by_time() const {  // the newest first
+    std::vector<std::string> result;
+    for (const auto& [name, release] : releases) result.push_back(name);
+    std::sort(result.begin(), result.end(), [&](const auto& a, const auto& b) {
+      return std::pair(releases.at(a).time, a) > std::pair(releases.at(b).time, b);
+    });
+    return result;
+  }
+  std::string problem() const {
+    if (!has_pointer) return "is missing";
+    if (pointer.empty()) return "is empty";
+    if (!leads()) return "names '" + pointer + "', which is not there";
+    return releases.at(pointer).platforms.empty() ? "names '" + pointer + "', which has no archive"
+                                                  : "";
+  }
+};
+using Model = std::map<std::string, Item>;
 
 static constexpr std::time_t kDay = 86400;
 
@@ -91,7 +91,7 @@ static Model random_model(std::mt19937& random, std::time_t now) {
   for (const char* name :
        {"platform/5", "platform/6", "system-types/a/1", "system-types/<&>/'\"+"}) {
     if (random() % 3 == 0) continue;
-    Model::Item& item = model.items[name];
+    Item& item = model[name];
     for (const char* release : {"r1", "r2", "r3", "r-4", "\xc3\xa9\xff", ".5"}) {
       if (random() % 3 == 0) continue;
       auto& [time, platforms] = item.releases[release];
@@ -110,11 +110,7 @@ static Model random_model(std::mt19937& random, std::time_t now) {
 
 static std::string expected_findings(const Model& model) {
   std::string releases, pointers;
-  const auto is_empty = [&](const std::string& start) {
-    return std::none_of(model.items.begin(), model.items.end(),
-                        [&](const auto& item) { return item.first.starts_with(start); });
-  };
-  for (const auto& [name, item] : model.items) {
+  for (const auto& [name, item] : model) {
     for (const auto& [release, content] : item.releases) {
       if (content.platforms.empty()) {
         releases += "2/runenv/" + name + "/" + release + ": has no archive\n";
@@ -127,7 +123,8 @@ static std::string expected_findings(const Model& model) {
       pointers += "2/runenv/" + name + "/latest: " + item.problem() + "\n";
     }
   }
-  if (is_empty("platform")) releases = "2/runenv/platform: is empty\n" + releases;
+  if (!model.begin()->first.starts_with("platform"))
+    releases = "2/runenv/platform: is empty\n" + releases;
   return releases + pointers;
 }
 
@@ -138,16 +135,15 @@ TEST_F(ServedTest, RandomTreesAreListedCheckedAndPruned) {
     files::remove_all("tree");
     files::create_directories(kTop + "platform");
     const Model model = random_model(random, now);
-    for (const auto& [name, item] : model.items) {
+    for (const auto& [name, item] : model) {
       files::create_directories(kTop + name);
       for (const auto& [release, content] : item.releases) {
         const std::string path = kTop + name + "/" + release;
         files::create_directories(path);
         size_t i = 0;  // the archive in the middle is the newest
         for (const std::string& platform : content.platforms) {
-          put_archive(name + "/" + release, platform);
-          set_time(path + "/" + platform + ".tar.gz",
-                   content.time - (i++ == content.platforms.size() / 2 ? 0 : kDay));
+          put_archive(name + "/" + release, platform,
+                      content.time - (i++ == content.platforms.size() / 2 ? 0 : kDay));
         }
         set_time(path, content.time);
       }
@@ -157,9 +153,9 @@ TEST_F(ServedTest, RandomTreesAreListedCheckedAndPruned) {
     }
     const Outcome listed = run("runenv-served tree list --json");
     const json items = json::parse(listed.out)["items"];
-    ASSERT_EQ(items.size(), model.items.size()) << listed.out;
+    ASSERT_EQ(items.size(), model.size()) << listed.out;
     auto listed_item = items.begin();
-    for (const auto& [name, item] : model.items) {
+    for (const auto& [name, item] : model) {
       const json& shown = *listed_item++;
       EXPECT_EQ(shown["name"], name);
       EXPECT_EQ(shown.value("latest", ""), item.leads() ? item.pointer : "") << listed.out;
@@ -191,7 +187,7 @@ TEST_F(ServedTest, RandomTreesAreListedCheckedAndPruned) {
                                 (days != 0 ? " --older-than=" + std::to_string(days) : "");
     const Outcome pruned = run(command);
     EXPECT_EQ(pruned.status, 0) << command << pruned.err;
-    for (const auto& [name, item] : model.items) {
+    for (const auto& [name, item] : model) {
       std::set<std::string> stay, old;
       size_t others = 0;
       for (const std::string& release : item.by_time()) {
@@ -303,15 +299,19 @@ TEST_F(ServedTest, EveryFindingHasItsLine) {
 
 TEST_F(ServedTest, TreesThatCannotBeSeenWholeAreNotPrunedOrIndexed) {
   const std::string p = kTop + "platform/5/", hint = "\nTry 'runenv-served --help'.";
+  setenv("p", "2/runenv/platform/5", 1);
   for (const char* release : {"r1", "r2", "r3"}) put_archive("platform/5/"s + release, "x");
   point("platform/5", "r3");
-  run("chmod -R a+rX .; touch -d '2 days ago' " + p + "r1/* " + p + "latest");
+  run("mkdir -p link/other linked/$p shut/2/runenv/platform/7/r; ln -s other link/2;"
+      " ln -s ../../../../../tree/$p/r1 linked/$p; cd tree/$p; touch .runenv-publish#abcdef;"
+      " chmod -R a+rX ../../../..; touch -d '2 days ago' r1/* latest; cd "
+      "$OLDPWD/shut/2/runenv/platform;"
+      " mkdir -m 0 5; mkdir -m 444 6; echo junk >7/r/x.tar.gz; umask 777; touch 7/latest");
   // The words, what is printed, and the error, with which the status is the number in front.
   const struct {
     const char *status, *words, *out;
     std::string error;
   } kRows[] = {
-      {"2", "", "", "a tree and a command are needed: list, check, prune or index" + hint},
       {"2", "tree", "", "a tree and a command are needed: list, check, prune or index" + hint},
       {"2", "tree look", "", "unknown command 'look'" + hint},
       {"2", "tree index --json", "", "'index' takes no such option" + hint},
@@ -350,12 +350,6 @@ TEST_F(ServedTest, TreesThatCannotBeSeenWholeAreNotPrunedOrIndexed) {
       {"2", "shut prune --keep 0 --grace 0", "",
        "2/runenv/platform/5: cannot be read: Permission denied"},
   };
-  run("mkdir -p link/other linked/2/runenv/platform/5; ln -s other link/2; ln -s "
-      "../../../../../tree/" +
-      p + "r1 linked/2/runenv/platform/5; touch " + p +
-      ".runenv-publish#abcdef; d=shut/2/runenv/platform;"
-      " mkdir -p $d/7/r; mkdir -m 0 $d/5; mkdir -m 444 $d/6; echo junk >$d/7/r/x.tar.gz; umask "
-      "777; touch $d/7/latest");
   for (const auto& [status, words, out, error] : kRows) {
     const Outcome outcome =
         run(ordinary + "bash -o pipefail -c \"$as runenv-served " + words + "\"");
@@ -367,23 +361,23 @@ TEST_F(ServedTest, TreesThatCannotBeSeenWholeAreNotPrunedOrIndexed) {
   EXPECT_EQ(names_in(p),
             (std::set<std::string>{".runenv-publish#abcdef", "latest", "r1", "r2", "r3"}));
   // A part of a day is enough. What was changed within it stays, and all if that is the pointer.
-  check("cp -a tree other; sleep 2; cd " + p +
-            "; chmod g+w r1 r2/x.tar.gz; cd $OLDPWD; chmod g+w other" + p.substr(4) +
-            "latest; for t in tree other; do runenv-served $t prune --grace 0.00002"
-            " --keep 0; done | grep '5/r\\|5: '",
-        "leaving 2/runenv/platform/5: latest was moved within the grace period\n");
+  check(
+      "cp -a tree other; sleep 2; chmod g+w tree/$p/r1 tree/$p/r2/x.tar.gz other/$p/latest; for t "
+      "in"
+      " tree other; do runenv-served $t prune --grace 0.00002 --keep 0; done | grep '5/r\\|5: '",
+      "leaving 2/runenv/platform/5: latest was moved within the grace period\n");
   // An interrupted run's rest goes; publishers are waited for.
-  check("touch " + p + ".runenv-publish#abcdef " + kTop +
-            "platform/.runenv-publish#abcdef; mkdir -p " + p +
-            ".runenv-served#removing/x; sleep 1; exec 9<" + p +
-            "; flock 9; runenv-served tree prune --grace 0.00001 --keep 1 >out 9<&- & sleep 0.3; "
-            "ls " +
-            p + "; exec 9<&-; wait; ls -A " + p + "; sed 's/ (.*//; s/d .*/d/' out; found tree",
-        "latest\nr1\nr2\nr3\nlatest\nr2\nr3\n"
-        "removing 2/runenv/platform/.runenv-publish#abcdef\n"
-        "removing 2/runenv/platform/5/.runenv-publish#abcdef\n"
-        "removing 2/runenv/platform/5/.runenv-served#removing\n"
-        "removing 2/runenv/platform/5/r1\nfreed\n");
+  check(
+      "cd tree/$p; touch .runenv-publish#abcdef ../.runenv-publish#abcdef; mkdir -p"
+      " .runenv-served#removing/x; sleep 1; exec 9<.; flock 9; runenv-served ../../../.. prune "
+      "--grace"
+      " 0.00001 --keep 1 >$OLDPWD/out 9<&- & sleep 0.3; ls; exec 9<&-; wait; ls -A;"
+      " cd $OLDPWD; sed 's/ (.*//; s/d .*/d/' out; found tree",
+      "latest\nr1\nr2\nr3\nlatest\nr2\nr3\n"
+      "removing 2/runenv/platform/.runenv-publish#abcdef\n"
+      "removing 2/runenv/platform/5/.runenv-publish#abcdef\n"
+      "removing 2/runenv/platform/5/.runenv-served#removing\n"
+      "removing 2/runenv/platform/5/r1\nfreed\n");
 }
 
 TEST_F(ServedTest, KilledAtAnyMomentItLeavesARightTree) {
@@ -428,11 +422,9 @@ TEST_F(ServedTest, TheIndexIsTheSameForTheSameTreeAndLeadsToWhatIsThere) {
   const std::string name = "platform/<script>&'\"+\xc3\xa9\xff;";
   write_file("archive", std::string(1000, 'x'));
   for (int release = 1; release <= 120; ++release) {
-    put_archive(name + "/r" + std::to_string(release), "<b>");
-    set_time(kTop + name + "/r" + std::to_string(release) + "/<b>.tar.gz", release * kDay);
+    put_archive(name + "/r" + std::to_string(release), "<b>", release * kDay);
   }
-  put_archive(name + "/r3", "x");
-  set_time(kTop + name + "/r3/x.tar.gz", 3 * kDay);
+  put_archive(name + "/r3", "x", 3 * kDay);
   point(name, "r3");  // which is not among the newest
   // Of two that run at once, the second waits. A page that was closed by hand is opened.
   check(
