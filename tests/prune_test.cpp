@@ -64,9 +64,8 @@ TEST_F(PruneTest, OnlyWhatNoPointerNamesIsRemoved) {
     std::vector<std::string> releases, others;  // the newest last
     std::string make =
         "chmod -R u+rwx runenv; rm -rf runenv; mkdir -p " + kHere +
-        " runenv/system-types/b/2/r1 runenv/system-types/b/.runenv-prune#removing/x; echo r1 "
-        ">runenv/system-types/b/2/latest;"
-        " mkdir -p runenv/platform/4; touch -d '" +
+        " runenv/system-types/b/2/r1 runenv/system-types/b/.runenv-prune#removing/x; echo r1"
+        " >runenv/system-types/b/2/latest; mkdir -p runenv/platform/4; touch -d '" +
         std::string(fresh ? "6" : "8") + " days ago' runenv/system-types/b/2/latest; cd " + kHere +
         "; ";
     for (const auto& [name, entry] : kEntries) {
@@ -101,12 +100,11 @@ TEST_F(PruneTest, OnlyWhatNoPointerNamesIsRemoved) {
 
 TEST_F(PruneTest, TellsWhatItDoesAndWaitsForRuns) {
   const std::string hint = "\nTry 'runenv-prune --help'.";
-  run("mkdir -p $h/r1 $h/r2 runenv/platform .update down/d.tar.gz no; printf r2 >$h/latest;"
-      " touch -d '8 days ago' $h/latest; ln -s ../system-types/a runenv/platform/6; ln -s down "
-      "link;"
-      " for d in .update down; do touch $d/latest $d/l.tar.gz $d/mine; touch -d '8 days ago' $d/*;"
-      " touch $d/new.tar.gz; done; runenv-versions compose -o versions.bin 5 a=1;"
-      " runenv-versions compose -o up 5 ..=../..; runenv-versions compose -o six 6");
+  run("mkdir -p $h/r1 $h/r2 runenv/platform .update down/d.tar.gz no; printf r2 >$h/latest; touch"
+      " -d '8 days ago' $h/latest; ln -s ../system-types/a runenv/platform/6; ln -s down link; for"
+      " d in .update down; do touch $d/latest $d/l.tar.gz $d/mine; touch -d '8 days ago' $d/*;"
+      " touch $d/new.tar.gz; done; runenv-versions compose -o versions.bin 5 a=1; runenv-versions"
+      " compose -o up 5 ..=../..; runenv-versions compose -o six 6");
   const Row kRows[] = {
       {"", "", "one document is needed" + hint},
       {"--keep -1 v", "", "option '--keep' needs a number, not '-1'" + hint},

@@ -83,18 +83,15 @@ TEST_F(PublishTest, TheBootstrapperInstallsWhatIsPublished) {
 TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
   files::create_symlink("loop", kItem + "loop");
   write_file(kItem + "e\x1b/a\x1b.tar.gz", "");
-  const std::string from = " --from source", put = "$p r --from ", name(256, 'n'),
-                    program = "runenv-publish --quiet server/www ",
-                    nowhere =
-                        "p=$(command -v runenv-publish); PATH=/nowhere; \"$p\" server/www"
-                        " platform 5 ",
-                    otherwise = "in it, which readers would not take as it is",
-                    no_archive =
-                        "is not a .tar.gz archive with files that tar can read "
-                        "(tar: exit status 2)",
-                    item = kItem.substr(0, kItem.size() - 1), latest_file = kItem + "latest",
-                    uuid = "/proc/sys/kernel/random/uuid",
-                    alone = "--latest-only goes with --drop-platforms and --unsigned alone";
+  const std::string
+      from = " --from source",
+      put = "$p r --from ", name(256, 'n'), program = "runenv-publish --quiet server/www ",
+      nowhere = "p=$(command -v runenv-publish); PATH=/nowhere; \"$p\" server/www platform 5 ",
+      otherwise = "in it, which readers would not take as it is",
+      no_archive = "is not a .tar.gz archive with files that tar can read (tar: exit status 2)",
+      item = kItem.substr(0, kItem.size() - 1), latest_file = kItem + "latest",
+      uuid = "/proc/sys/kernel/random/uuid",
+      alone = "--latest-only goes with --drop-platforms and --unsigned alone";
   // As an ordinary user who may not list the directory.
   const auto unlisted = [&](const std::string& path) {
     return ordinary + "trap 'chmod 755 " + path + "' EXIT; chmod 300 " + path + "; $as ";
@@ -234,16 +231,14 @@ TEST_F(PublishTest, WhatIsHardlyMeantIsRefusedInDirectoriesAndArchives) {
     check("$p r2 --replace --as-is --from archive", "",
           "archive: '" + name + "' is a place outside the release");
     run("tar -czPf archive --transform='flags=h;s,.*," + name +
-        ",' kept archive; ln -f kept k;"
-        "tar -czPf archive --transform='flags=h;s,.*," +
-        name + ",' kept k");
+        ",' kept archive; ln -f kept k; tar -czPf archive --transform='flags=h;s,.*," + name +
+        ",' kept k");
     check("$p r2 --replace --as-is --from archive", "",
           "archive: 'k' is a place outside the release");
   }
   check(
-      "cd source; ln d/h k; tar -cf ../a ./d/h k; tar --delete -f ../a ./d/h; cd ..; gzip -f <a "
-      ">archive;"
-      "$p r2 --replace --as-is --from archive",
+      "cd source; ln d/h k; tar -cf ../a ./d/h k; tar --delete -f ../a ./d/h; cd ..; gzip -f <a"
+      " >archive; $p r2 --replace --as-is --from archive",
       "",
       "archive: 'k' is a hard link to 'd/h', which is not in the archive before it: no client "
       "could unpack it");
@@ -376,10 +371,9 @@ TEST_F(PublishTest, ThePointerMovesWhenAllPlatformsAreThere) {
   check("exec 7<" + kItem + "latest; $p r1 --latest-only; cat - " + kItem + "latest <&7",
         "r2\nr1\n");
   check(
-      "echo r >open; chmod 666 open; cd server/www/2; mkdir -m 750 runenv/platform/6;"
-      " ln -s $OLDPWD/open runenv/platform/6/latest; ln -s .. tree; umask 777;"
-      " runenv-publish --quiet tree platform 6 r --from $OLDPWD/source &&"
-      " find runenv/platform/6 -printf '%m %P\n' | sort",
+      "echo r >open; chmod 666 open; cd server/www/2; mkdir -m 750 runenv/platform/6; ln -s"
+      " $OLDPWD/open runenv/platform/6/latest; ln -s .. tree; umask 777; runenv-publish --quiet"
+      " tree platform 6 r --from $OLDPWD/source && find runenv/platform/6 -printf '%m %P\n' | sort",
       "644 latest\n644 r/linux-x64.tar.gz\n750 \n755 r\n");
 }
 
