@@ -198,13 +198,11 @@ TEST_F(ServedTest, RandomTreesAreListedCheckedAndPruned) {
 
 // What lies in the tree beside platform/5 with its latest r2 and with r1, and what a check finds.
 static const Row kFindings[] = {
-    {":"},
-    {"echo >tree/robots.txt; mkdir tree/.well-known"},
     {"echo >2/f; echo >2/runenv/f; mkdir 2/runenv/d",
      "2/f: does not belong there\n"
      "2/runenv/d: does not belong there\n2/runenv/f: does not belong there\n"},
-    {"mkdir -p 2/runenv/system-types/a; echo >2/runenv/platform/f; mkfifo $p/p",
-     "$p/p: does not belong there\n2/runenv/platform/f: does not belong there\n"
+    {"mkdir -p 2/runenv/system-types/a; echo >2/runenv/platform/.runenv-f; mkfifo $p/p",
+     "2/runenv/platform/.runenv-f: does not belong there\n$p/p: does not belong there\n"
      "2/runenv/system-types/a: is empty\n"},
     {"mkfifo $p/r1/p.tar.gz; mkdir $p/r1/d.tar.gz; echo >$p/r1/README",
      "$p/r1/README: does not belong there\n$p/r1/d.tar.gz: does not belong there\n"
@@ -224,7 +222,8 @@ static const Row kFindings[] = {
     {": >$p/latest; truncate -s 1T $p/latest", "$p/latest: is empty\n"},
     {"printf 'r\\033' >$p/latest", "$p/latest: names 'r\\x1b', which is not there\n"},
     {"rm $p/r2/*", "$p/r2: has no archive\n$p/latest: names 'r2', which has no archive\n"},
-    {"umask 77; echo >$p/r1/.runenv-publish#abcdef; mkdir $p/.runenv-served#removing"},
+    {"echo >tree/robots.txt; mkdir tree/.well-known; umask 77; echo >$p/r1/.runenv-publish#abcdef;"
+     " mkdir $p/.runenv-served#removing; tar -czf $p/r1/x.tar.gz -C content --mode=4600 file"},
     {"chmod 700 $p/r1; chmod 640 $p/r2/x.tar.gz; chmod 750 2/runenv tree; chmod 600 $p/latest;"
      " touch tree/index.html tree/index.json; chmod 4600 tree/index.*",
      ".: may not be entered by the web server (mode 0750)\n"
@@ -309,15 +308,13 @@ TEST_F(ServedTest, TreesThatCannotBeSeenWholeAreNotPrunedOrIndexed) {
        "prune needs --keep, the number of releases to keep beside the latest" + hint},
       {"2", "tree prune --keep 1 --grace 1e9", "",
        "option '--grace' needs a number of days, not '1e9'" + hint},
-      {"2", "tree prune --keep 1 --older-than 1.2.3", "",
-       "option '--older-than' needs a number of days, not '1.2.3'" + hint},
       {"2", "none list", "", "none: No such file or directory"},
       {"2", "tree list >/dev/full", "", "standard output: No space left on device"},
       {"2", "content list", "", "content/2/runenv: No such file or directory"},
       {"0", "tree prune --keep 0", "freed 0 B\n", ""},
       {"0",
        "tree prune --keep 0 --grace 0 --dry-run --older-than 1.5 | sed 's/)//; s/ (/\\nwould free"
-       " /' | sed '/free 0 B/d' | uniq | sed 's/free .*/free/'",
+       " /' | sed 2d | uniq | sed 's/free .*/free/'",
        "would remove 2/runenv/platform/5/.runenv-publish#abcdef\n"
        "would remove 2/runenv/platform/5/r1\nwould free\n",
        ""},

@@ -99,7 +99,6 @@ TEST_F(StatusTest, VerifiesFiles) {
        of("changed", "link", "target '../../../..'") + of("extra", "f", "") +
            of("extra", "new\\x1b", "")},
       {"rm -f bin/x; mkfifo bin/x", 2, of("changed", "bin/x", "type")},
-      {"rm -f bin/x; ln -s ../many/1 bin/x", 2, of("changed", "bin/x", "type")},
       {"mv bin ../../../bin; ln -s ../../../bin bin", 2,
        of("changed", "bin", "type") + of("missing", "bin/x", "")},
       {"chmod 0 many/z", 2,
@@ -149,7 +148,8 @@ TEST_F(StatusTest, VerifiesFiles) {
   }
   run("rm -r runenv; cp -a 022/runenv .; cd " + place + "; rm many/1; touch $(printf '\\377')");
   check(
-      "runenv-status --verify --json versions.bin | jq -c '.items[0] | .state, .problem, "
+      "cd bin; runenv-status --verify --json --directory .. ../versions.bin | jq -c '.items[0] | "
+      ".state, .problem, "
       ".differences' ",
       R"("broken"
 "its files are not as they were published"
@@ -206,6 +206,7 @@ TEST_F(StatusTest, DoesNotTakeAPartForAPointer) {
   const std::string kRows[] = {
       "(ulimit -f 0; " + ask + ") | grep -q 'wishes: File too large' && exit 3",
       ask,
+      "runenv-status --check --json versions.bin 2>&- | grep -c '\"served\": \"a1\"' && exit 3",
       "truncate -s 2M " + item("platform/5") + "/latest; " + ask,
       "printf '#!/bin/sh\nexec sleep 60' >bin/curl; chmod +x bin/curl; for s in INT TERM HUP; do "
       "TMPDIR=$PWD/t timeout --foreground -s $s 0.3 runenv-status --check versions.bin; done; exit "
@@ -220,9 +221,6 @@ TEST_F(StatusTest, DoesNotTakeAPartForAPointer) {
     EXPECT_EQ(run(row).status, 3) << row;
     EXPECT_TRUE(files::is_empty("t")) << row;
   }
-  run("rm bin/curl");
-  check("runenv-status --check --json versions.bin 2>&- | jq -c '.items | map(.served)'",
-        "[null,\"a1\",null]\n");
 }
 
 TEST_F(StatusTest, PrintsForTerminalsAndPrograms) {
@@ -243,8 +241,8 @@ TEST_F(StatusTest, PrintsForTerminalsAndPrograms) {
       "mkdir -p down/f; cd bin; runenv-status --json --directory .. --temp-cache down"
       " ../versions.bin | jq -r '.items[0].bytes, .leftovers[].path'",
       run("du -sB1 runenv/platform/5/r1 | cut -f 1").out + "../down/f\n");
-  run("cp -r " + item("system-types/alpha") + " '" + item("system-types/q\"\\b") +
-      "'; runenv-versions compose -o quoted 5 'q\"\\b=1.4'");
+  run("cp -r " + item("system-types/alpha") + " '" + item("system-types/q\"\\b[1-2]") +
+      "'; runenv-versions compose -o quoted 5 'q\"\\b[1-2]=1.4'");
   check("TMPDIR= runenv-status --check --json quoted | jq -c '.items[1].served'", "\"a1\"\n");
   run("runenv-versions compose -o lines 5 \"$(printf 'a\\noutput = stolen\\n#\\r=1')\" alpha=1.4");
   check("runenv-status --check --json lines 2>&- | jq -c '.items | map(.served)'; [ ! -e stolen ]",

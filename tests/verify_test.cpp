@@ -67,7 +67,6 @@ TEST_F(VerifyTest, OnlyWhatWasSignedForThePlaceIsUnpacked) {
       {"rm keys/our.pub", "keys: contains no key (*.pub), so nothing can be verified"},
       {"rm -r keys", "keys: No such file or directory"},
       {"echo >keys/b.pub", "keys/b.pub: is not a public key of minisign"},
-      {"cp our.key keys/b.pub", "keys/b.pub: is not a public key of minisign"},
       {"{ printf 'untrusted comment: %4020s\\n' x; sed -n 2p keys/our.pub | tr -d '\\n'; echo junk;"
        " } >keys/b.pub",
        "keys/b.pub: is not a public key of minisign"},
@@ -275,9 +274,7 @@ TEST_F(VerifyTest, CommandLine) {
       {"", "", "an archive is needed" + hint},
       {"r2 --tar -x -f r2 -C r", "", "--tar cannot be combined with archives" + hint},
       {"--tar -x -f r2 -C", "", words + hint},
-      {"--tar -x -z -f r2 -C r", "", words + hint},
       {"--tar -x -C r -f r2", "", words + hint},
-      {"--keys", "", "option '--keys' needs a directory" + hint},
       {"--keys keys -- --tar", "", "--tar: No such file or directory"},
       {"--keys keys no", "", "no: No such file or directory"},
       {"--keys keys content", "", "content: is not a regular file"},
