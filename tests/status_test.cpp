@@ -122,7 +122,7 @@ TEST_F(StatusTest, VerifiesFiles) {
       {"truncate -s 2G .runenv-files", 2, list("is too large")},
       {edit("99q"), 2, list(".runenv-files: is cut off")},
       {edit("1s/1/2/"), 2, list(".runenv-files: is no list of version 1")},
-      {edit("2p"), 2, list(".runenv-files: line 3 is no entry")},
+      {edit("3s/ [.]$/ a\\\\n/"), 2, list(".runenv-files: line 3 is no entry")},
   };
   const std::string as = getuid() == 0 ? "setpriv --reuid 65534 --clear-groups " : "";
   run("mkdir -p source/bin source/many/z; cd source; echo 1 | tee bin/x >many/z/y; chmod 555 bin/x;"
