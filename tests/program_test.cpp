@@ -59,8 +59,6 @@ TEST_F(ProgramTest, DocumentToolWritesAndPrints) {
       {"$v compose 1 -o d/v/w", "", "d/v/w: Not a directory"},
       {"$v compose 1 -o no/v", "", "no/v: No such file or directory"},
       {"$v compose 1 >/dev/full", "", "standard output: " + full},
-      {"$v compose $(head -c 9999 /dev/zero | tr '\\0' 1) >/dev/full", "",
-       "standard output: " + full},
       {"$v compose 1 a=$(head -c 999 /dev/zero | tr '\\0' 1) -o long;"
        " (ulimit -f 1; $v show long >cut)",
        "", "standard output: File too large"},
@@ -73,12 +71,10 @@ TEST_F(ProgramTest, DocumentToolWritesAndPrints) {
       {"$v", "", "a command is needed, compose or show" + hint},
       {"$v print", "", "unknown command 'print'" + hint},
       {"$v show", "", "show needs one file" + hint},
-      {"$v show d/v d/v", "", "show needs one file" + hint},
       {"$v compose", "", "compose needs a platform version" + hint},
       {"$v compose 1 a", "", "system type 'a' is not of the form NAME=VERSION" + hint},
       {"$v compose 1 =1", "", "system type '=1' has no name" + hint},
       {"$v compose -x", "", "unknown option '-x'" + hint},
-      {"$v compose 1 -o", "", "option '-o' needs a file" + hint},
       {"$v compose 1 --output=", "", "option '--output' needs a file" + hint},
       {"$v compose 1 -o a --output b", "", "option '--output' is given twice" + hint},
       // The failures above changed nothing.

@@ -64,14 +64,11 @@ TEST_F(VerifyTest, OnlyWhatWasSignedForThePlaceIsUnpacked) {
       {"ln -s nowhere keys/policy", "keys/policy: cannot be read"},
       {"gzip -dc r2 | gzip >" + kArchive, "is not signed"},
       {"sign r2 their", ", which is not trusted here"},
-      {"rm keys/our.pub && cp their.pub keys", ", which is not trusted here"},
       {"rm keys/our.pub", "keys: contains no key (*.pub), so nothing can be verified"},
       {"rm -r keys", "keys: No such file or directory"},
       {"echo >keys/b.pub", "keys/b.pub: is not a public key of minisign"},
-      {"cp our.key keys/b.pub", "keys/b.pub: is not a public key of minisign"},
-      {"{ printf 'untrusted comment: %4020s\\n' x; sed -n 2p keys/our.pub | tr -d '\\n'; echo "
-       "junk; }"
-       " >keys/b.pub",
+      {"{ printf 'untrusted comment: %4020s\\n' x; sed -n 2p keys/our.pub | tr -d '\\n'; echo junk;"
+       " } >keys/b.pub",
        "keys/b.pub: is not a public key of minisign"},
       {"ln -s /proc/self/mem keys/b.pub", "keys/b.pub: Input/output error"},
       {"mkdir keys/b.pub", "keys/b.pub: is not a regular file"},
@@ -81,8 +78,8 @@ TEST_F(VerifyTest, OnlyWhatWasSignedForThePlaceIsUnpacked) {
        "for 'runenv/platform/5/r1', not as 'linux-x64.tar.gz' for 'runenv/platform/5/r2'"},
       {"sign r2 our 6 && cp server/www/2/runenv/platform/6/r2/* " + kArchive,
        "for 'runenv/platform/6/r2', not as 'linux-x64.tar.gz' for 'runenv/platform/5/r2'"},
-      {"runenv-publish server/www platform 5 r2 --sign our.key --platform arm --from content &&"
-       " cp " +
+      {"runenv-publish server/www platform 5 r2 --sign our.key --platform arm --from content && "
+       "cp " +
            kItem + "r2/arm.tar.gz " + kArchive,
        "is signed as 'arm.tar.gz' for"},
       {"head -c -1 r2 >" + kArchive, "has a signature that is damaged or not at the end"},
@@ -122,10 +119,8 @@ TEST_F(VerifyTest, SignedReleasesReplaceTheirPlaceInOneStep) {
        "ls r2/on/in/in", "in\n"},
       {"chmod 4755 content/file; chmod 555 content; tar -C content -czf a .; from=a sign r2",
        "stat -c %a r2 r2/file", "555\n755\n"},
-      {"chmod 555 content; tar -C content -czf a .; from=a sign r2; mkdir -p "
-       "runenv/platform/5/r2/d; chmod 555 "
-       "runenv/platform/5/r2;"
-       " echo no-rollback >keys/policy",
+      {"chmod 555 content; tar -C content -czf a .; from=a sign r2; mkdir -p"
+       " runenv/platform/5/r2/d; chmod 555 runenv/platform/5/r2; echo no-rollback >keys/policy",
        "stat -c %a r2; ls -A r2", "555\n.runenv-signature\nfile\n"},
       {"runenv-publish server/www platform 5 r2 --sign our.key", "cat r2/file", "r2\n"},
   };
@@ -190,19 +185,17 @@ TEST_F(VerifyTest, SignsAndVerifiesLikeMinisign) {
     undo();
   }
   const Outcome split =
-      run("bytes=$(tail -c 999 r2 | sed -n 's/^trusted comment: .* bytes=//p'); head -c $bytes r2 "
-          ">content.gz;"
-          " tail -c +$((bytes + 17)) r2 | head -c -12 >content.gz.minisig;"
-          " minisign -Q -V -p keys/our.pub -m content.gz");
+      run("bytes=$(tail -c 999 r2 | sed -n 's/^trusted comment: .* bytes=//p'); head -c $bytes r2"
+          " >content.gz; tail -c +$((bytes + 17)) r2 | head -c -12 >content.gz.minisig; minisign -Q"
+          " -V -p keys/our.pub -m content.gz");
   EXPECT_TRUE(
       split.out.starts_with("runenv archive: item=platform/5 release=r2 platform=linux-x64"))
       << split.err;
 }
 
 TEST_F(VerifyTest, PolicyForbidsRollback) {
-  run("echo '# as the guide says' >keys/policy; echo no-rollback >>keys/policy; sleep 1;"
-      " sign r2; update;"
-      " runenv-publish server/www platform 5 r1 --latest-only");
+  run("echo '# as the guide says' >keys/policy; echo no-rollback >>keys/policy; sleep 1; sign r2;"
+      " update; runenv-publish server/www platform 5 r1 --latest-only");
   EXPECT_TRUE(local("platform/5/r2/.runenv-signature").starts_with("untrusted comment: "));
   files::remove_all("runenv/platform/5/r1");
   Outcome outcome = update_after(":");
@@ -237,6 +230,7 @@ TEST_F(VerifyTest, SignedItemsStaySigned) {
       {"r3 --from content --keep-latest", ""},
       {"r3 --latest-only", "release 'r3' is not signed for platform"},
       {"r3 --sign our.key --platform arm", "release 'r3' has no archive for platform 'arm'"},
+      {"r3 --from content --sign our.key --platform arm", "give --unsigned\n"},
       {"r3 --sign our.key", ""},
       {"r3 --latest-only", ""},
       {"r4 --from r2", "r4/linux-x64.tar.gz: would carry a signature for something else; --sign"},
@@ -248,7 +242,7 @@ TEST_F(VerifyTest, SignedItemsStaySigned) {
       {"r7 --from content", ""},
       {"r8 --from odd --keep-latest",
        "odd: has a signature that is damaged or not at the end; sign"},
-      {"r8 --from twice --keep-latest",
+      {"r8 --from twice --keep-latest --as-is",
        "twice: has more than one signature; sign it anew (--sign)"},
       {"r8 --from r2 --as-is --sign our.key --platform l; ln -s /etc content/l; " + program +
            "r9 --from content --as-is --sign our.key",
@@ -280,9 +274,7 @@ TEST_F(VerifyTest, CommandLine) {
       {"", "", "an archive is needed" + hint},
       {"r2 --tar -x -f r2 -C r", "", "--tar cannot be combined with archives" + hint},
       {"--tar -x -f r2 -C", "", words + hint},
-      {"--tar -x -z -f r2 -C r", "", words + hint},
       {"--tar -x -C r -f r2", "", words + hint},
-      {"--keys", "", "option '--keys' needs a directory" + hint},
       {"--keys keys -- --tar", "", "--tar: No such file or directory"},
       {"--keys keys no", "", "no: No such file or directory"},
       {"--keys keys content", "", "content: is not a regular file"},
