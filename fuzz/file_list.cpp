@@ -13,9 +13,7 @@ static void check_text(const std::string& text) {
     REQUIRE(to_text(list) == text);
     for (const auto& [path, file] : list) {
       REQUIRE(!path.empty() && path[0] != '/' && path.find('\0') == path.npos);
-      for (const char* part : {"/../", "//"}) {
-        REQUIRE(("/" + path + "/").find(part) == path.npos);
-      }
+      for (const char* part : {"/../", "//"}) REQUIRE(("/" + path + "/").find(part) == path.npos);
       REQUIRE(file.type != 'f' || file.content.size() == 64);
     }
   } catch (const Error&) {
@@ -25,9 +23,8 @@ static void check_text(const std::string& text) {
 // A name without "/", which may be any other bytes.
 static std::string name_of(Input* input) {
   std::string name = "n" + input->text(input->byte() % 16);
-  for (char& c : name) {
+  for (char& c : name)
     if (c == '/' || c == '\0') c = '\\';
-  }
   return name;
 }
 

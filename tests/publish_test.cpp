@@ -86,7 +86,8 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
       otherwise = "in it, which readers would not take as it is",
       no_archive = "is not a .tar.gz archive with files that tar can read (tar: exit status 2)",
       item = kItem.substr(0, kItem.size() - 1), latest_file = kItem + "latest",
-      uuid = "/proc/sys/kernel/random/uuid";
+      uuid = "/proc/sys/kernel/random/uuid",
+      alone = "--latest-only goes with --drop-platforms and --unsigned alone";
   // As an ordinary user who may not list the directory.
   const auto unlisted = [&](const std::string& path) {
     return ordinary + "trap 'chmod 755 " + path + "' EXIT; chmod 300 " + path + "; $as ";
@@ -158,8 +159,8 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
       {"$p r", "--from is needed, or --latest-only"},
       {"$p r --replace=x", "unknown option '--replace=x'"},
       {"$p r --latest-only --list", "--list needs --from"},
-      {"$p r --latest-only --from a",
-       "--latest-only goes with --drop-platforms and --unsigned alone"},
+      {"$p r --latest-only --from a", alone},
+      {"$p r --latest-only --keep-latest", alone},
       {"$p r --latest-only --as-is", "--as-is and --compress say nothing without --from"},
       {put + "archive --compress cat",
        "--compress goes with a directory, and 'archive' is an archive"},
@@ -367,10 +368,8 @@ TEST_F(PublishTest, ThePointerMovesWhenAllPlatformsAreThere) {
       {"r2", "--from archive --platform .b --replace", "r2\n", 0},
   };
   // Only archives make a platform.
-  run("mkdir source/.d; for f in c b a; do touch source/.d/$f; done; chown 1:1 source/.d/b; rm "
-      "-r " +
-      kItem + "; mkdir -p " + kItem + "r1/dir.tar.gz; cd " + kItem +
-      "r1; touch stray c.tar.gz.part");
+  run("rm -r " + kItem + "; mkdir -p source/.d " + kItem + "r1/dir.tar.gz; touch " + kItem +
+      "r1/stray; cd source/.d; for f in c b a; do touch $f; done; chown 1:1 b");
   for (const auto& [release, options, latest_release, status] : kSteps) {
     EXPECT_EQ(publish(release, options).status, status);
     EXPECT_EQ(latest(), latest_release);

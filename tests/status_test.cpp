@@ -18,24 +18,22 @@ class StatusTest : public ServerTest {
 
 // Each row: what is done to the machine, the status, the item's state, and what is printed of it.
 TEST_F(StatusTest, TellsEveryState) {
-  const std::string item = "runenv/platform/5", latest = item + "/latest";
+  const std::string item = "runenv/platform/5", latest = item + "/latest",
+                    other = "\nother release: " + item + "/r1 (N)";
   const std::tuple<std::string, int, std::string, std::string> kRows[] = {
       {":", 0, "installed", "r1 WHEN N"},
       {"rm -r " + item, 1, "not installed", ""},
-      {"rm " + latest, 1, "not installed", "\nother release: " + item + "/r1 (N)"},
-      {": >" + latest, 2, "broken", "latest is empty\nother release: " + item + "/r1 (N)"},
+      {"rm " + latest, 1, "not installed", other},
+      {": >" + latest, 2, "broken", "latest is empty" + other},
       {"rm -r " + item + "/r1", 2, "broken", "latest names 'r1', which is not there"},
       {"printf '../5' >" + latest, 2, "broken",
-       "latest names '../5', which is not a release\nother release: " + item + "/r1 (N)"},
-      {"truncate -s 2M " + latest, 2, "broken",
-       "latest is too large\nother release: " + item + "/r1 (N)"},
+       "latest names '../5', which is not a release" + other},
+      {"truncate -s 2M " + latest, 2, "broken", "latest is too large" + other},
       {"rm -r " + item + "; touch " + item, 2, "broken", item + ": is not a directory"},
       {"printf '\\033\\302\\233' >" + latest, 2, "broken",
-       "latest names '\\x1b\\xc2\\x9b', which is not there\nother release: " + item + "/r1 (N)"},
-      {"ln -sf r1/file " + latest, 2, "broken",
-       "latest is not a file\nother release: " + item + "/r1 (N)"},
-      {"rm " + latest + "; mkfifo " + latest, 2, "broken",
-       "latest is not a file\nother release: " + item + "/r1 (N)"},
+       "latest names '\\x1b\\xc2\\x9b', which is not there" + other},
+      {"ln -sf r1/file " + latest, 2, "broken", "latest is not a file" + other},
+      {"rm " + latest + "; mkfifo " + latest, 2, "broken", "latest is not a file" + other},
       {"mv " + item + " x; ln -s ../../x " + item, 2, "broken",
        item + ": is behind a symbolic link"},
       {"mkdir -p " + item + "/{r0,q,o#p,.runenv-verify#unpacking}; touch " + item + "/q/latest", 0,
