@@ -28,14 +28,18 @@ include(RunenvInstalledText)
 
 # The programs, their manual pages and completions.
 install(TARGETS ${programs} COMPONENT runtime)
+set(elsewhere PATTERN "runenv-verify*" EXCLUDE)
+if(NOT TARGET runenv-status)
+  list(APPEND elsewhere REGEX "runenv-(status|served|update)" EXCLUDE)
+endif()
 install(DIRECTORY ${text}/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime
-        FILES_MATCHING PATTERN "*.1" PATTERN "runenv-verify*" EXCLUDE)
+        FILES_MATCHING PATTERN "*.1" ${elsewhere})
 set(bash_dir ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 set(fish_dir ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 install(DIRECTORY scripts/completions/bash/ DESTINATION ${bash_dir} COMPONENT runtime
-        PATTERN "runenv-verify*" EXCLUDE)
+        ${elsewhere})
 install(DIRECTORY scripts/completions/fish/ DESTINATION ${fish_dir} COMPONENT runtime
-        PATTERN "runenv-verify*" EXCLUDE)
+        ${elsewhere})
 install(DIRECTORY scripts/completions/zsh/
         DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT runtime)
 

@@ -48,11 +48,13 @@ version and a set of system types, compares each with what a distribution
 server offers, and downloads and unpacks what has changed.
 .
 runenv-versions writes and prints such documents, runenv-publish puts
-releases into the tree that a distribution server serves, runenv-status
-tells what is installed and whether it is whole, runenv-prune removes
-releases that are not needed any more. runenv-served does the same for the
-tree of a distribution server, and writes an index of it.")
+releases into the tree that a distribution server serves, and runenv-prune
+removes releases that are not needed any more.")
 if(TARGET runenv-status) # the user, the directory and the settings of runenv-update
+  string(APPEND CPACK_DEBIAN_RUNTIME_DESCRIPTION " runenv-status reports
+what is installed and whether it is intact. runenv-served lists, checks and
+prunes the tree of a distribution server, and writes an index of it. A timer
+updates the machine every hour.")
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_STRICT_PERMISSION ON)
   file(GLOB CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/contrib/debian/*)
 endif()
