@@ -280,6 +280,10 @@ TEST_F(PublishTest, ItTellsWhatIsWhereAndHowFarItIs) {
   check("cat " + kItem + "latest", "r1\n");
   check("runenv-publish server/www platform 5 r3 --compress 'gzip -1' --from source | wc -l",
         "1\n");
+  // Threads make no difference.
+  check(
+      "command -v pigz >out || exit 0; mkdir d; seq 99999 >d/f; for n in 1 7; do $p p$n --compress"
+      " \"pigz -n -p $n\" --from d; done; cmp server/www/2/runenv/platform/5/p[17]/*");
   check("$p r4 --compress nowhere --from source", "",
         "source: could not be packed (tar: exit status 2)", true);
   check("$p r4 --compress cat --from source", "",
