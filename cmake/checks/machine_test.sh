@@ -58,7 +58,7 @@ for words in '' '.' 'a b' 'keys' '../main' 'x/y'; do
   update $words | grep '^runenv-update: '
 done
 echo 'VERIFY=maybe' >/etc/runenv/main/settings
-update main | grep "VERIFY is yes or no, not 'maybe'"
+update main | grep "VERIFY must be yes or no, not 'maybe'"
 ln -sf nowhere /etc/runenv/main/settings
 update main | grep 'cannot open /etc/runenv/main/settings'
 rm /etc/runenv/main/settings
