@@ -83,11 +83,11 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
       from = " --from source",
       put = "$p r --from ", name(256, 'n'), program = "runenv-publish --quiet server/www ",
       nowhere = "p=$(command -v runenv-publish); PATH=/nowhere; \"$p\" server/www platform 5 ",
-      otherwise = "in it, which readers would not take as it is",
+      special = ", which is a special character for clients or servers",
       no_archive = "is not a .tar.gz archive with files that tar can read (tar: exit status 2)",
       item = kItem.substr(0, kItem.size() - 1), latest_file = kItem + "latest",
       uuid = "/proc/sys/kernel/random/uuid",
-      alone = "--latest-only goes with --drop-platforms and --unsigned alone";
+      alone = "--latest-only allows only --drop-platforms, --unsigned and --quiet";
   // As an ordinary user who may not list the directory.
   const auto unlisted = [&](const std::string& path) {
     return ordinary + "trap 'chmod 755 " + path + "' EXIT; chmod 300 " + path + "; $as ";
@@ -106,9 +106,9 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
       {"$p ''" + from, "release is empty"},
       {"$p ." + from, "release '.' names another directory"},
       {program + "platform .. r" + from, "version '..' names another directory"},
-      {program + "system-type /a 1 r" + from, "system type '/a' has '/' " + otherwise},
-      {"$p 'a\nb'" + from, "release 'a\\x0ab' has '\\x0a' " + otherwise},
-      {"$p latest" + from, "release 'latest' would stand where the pointer does"},
+      {program + "system-type /a 1 r" + from, "system type '/a' contains '/'" + special},
+      {"$p 'a\nb'" + from, "release 'a\\x0ab' contains '\\x0a'" + special},
+      {"$p latest" + from, "a release cannot be called latest: the pointer has this name"},
       {"$p " + name + " --latest-only", "release '" + name + "' is longer than 255 bytes"},
       {put + "source --platform " + name, "platform '" + name + "' is longer than 248 bytes"},
       {put + "short", "short: " + no_archive},
@@ -116,8 +116,8 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
       {"(false | gzip) >empty; " + put + "empty", "empty: " + no_archive},
       {"head -c 9999 /dev/urandom >data; tar -czf big data; ulimit -f 8; " + put + "big",
        "big: could not be copied: File too large"},
-      {put + uuid, uuid + ": reads differently from its copy"},
-      {put + "server", "server: holds the tree itself, which would be published in it"},
+      {put + uuid, uuid + ": differs from its copy"},
+      {put + "server", "server: contains the tree, which would become part of the release"},
       {put + "none", "none: No such file or directory"},
       {put + "/dev/null", "/dev/null: is neither a directory nor a regular file"},
       {"runenv-publish none platform 5 r" + from, "none: No such file or directory"},
@@ -130,8 +130,7 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
       {pointing("ln -s /proc/self/mem"),
        "Unable to open '" + latest_file + "' for reading: Input/output error"},
       {pointing("mkfifo"), latest_file + ": is not a regular file"},
-      {put + "archive --list",
-       "archive: is an archive, which is copied as it is: --list takes a directory"},
+      {put + "archive --list", "archive: is an archive, but --list needs a directory"},
       {"mkfifo source/f; trap 'rm source/f' EXIT; " + put + "source --list",
        "source: 'f' is neither a file nor a directory nor a link"},
       {"touch source/.runenv-files; trap 'rm source/.*-files' EXIT; " + put + "source --list",
@@ -161,11 +160,10 @@ TEST_F(PublishTest, WhatCannotBePublishedChangesNothing) {
       {"$p r --latest-only --list", "--list needs --from"},
       {"$p r --latest-only --from a", alone},
       {"$p r --latest-only --keep-latest", alone},
-      {"$p r --latest-only --as-is", "--as-is and --compress say nothing without --from"},
-      {put + "archive --compress cat",
-       "--compress goes with a directory, and 'archive' is an archive"},
+      {"$p r --latest-only --as-is", "--as-is and --compress have no effect without --from"},
+      {put + "archive --compress cat", "--compress needs a directory, but 'archive' is an archive"},
       {put + "a --keep-latest --drop-platforms",
-       "--drop-platforms says nothing with --keep-latest"},
+       "--drop-platforms has no effect with --keep-latest"},
   };
   const auto before = tree();
   std::string hint;
@@ -183,7 +181,7 @@ TEST_F(PublishTest, WhatIsHardlyMeantIsRefusedInDirectoriesAndArchives) {
           "it; permit it (chmod a+rX)",
       kSetId =
           "is a set-user-ID or set-group-ID file: everybody on a client that root "
-          "updates could run it as root; take that away (chmod ug-s)",
+          "updates could run it as root; clear these bits (chmod ug-s)",
       kLocked =
           "cannot be written by its owner: a client of an ordinary user could not unpack the "
           "release again, as after a rollback; permit it (chmod u+w)",
@@ -191,7 +189,7 @@ TEST_F(PublishTest, WhatIsHardlyMeantIsRefusedInDirectoriesAndArchives) {
           "is a directory around everything: a client would find the files in it, "
           "one level down; publish what is in it",
       kKind = "is neither a file nor a directory nor a link",
-      kMade = "is a file that runenv-verify makes on a machine: remove it";
+      kMade = "is a file that only runenv-verify may create: remove it";
   const auto leads_to = [](const std::string& target) {
     return "is a link that could lead out of the release, to '" + target +
            "': a client would find its own file there, or none; link to something in the release";
@@ -225,12 +223,10 @@ TEST_F(PublishTest, WhatIsHardlyMeantIsRefusedInDirectoriesAndArchives) {
       run("tar -C source -czf archive .");
     }
   }
-  const std::string outside = "' is a place outside the release",
+  const std::string outside = "' has a name or target outside the release",
                     unknown = "', which is not in the archive before it: no client could unpack it",
-                    both = "' is both a directory and something else in it: leave one of them out",
-                    unmade =
-                        "' has a name, or leads to one, that no system takes: no client "
-                        "could unpack it",
+                    both = "' is both a directory and something else: remove one of the entries",
+                    unmade = "' has a name or target that is not valid: no client could unpack it",
                     name(256, 'n'), path = "d" + std::string(5000, '/') + "d";
   const auto as = [](const std::string& renamed, const std::string& flags = "rh") {
     return "ln keep k; ln -s keep l; tar -czP --transform='flags=" + flags + ";s,^keep," + renamed +
@@ -325,7 +321,7 @@ TEST_F(PublishTest, ASystemCallThatFailsIsToldAndUndone) {
       {"linkat:error=EIO:when=1", kArchive + failed},
       {"fsync:error=EIO:when=4", kArchive + in_place},
       {"write:error=EIO:when=2", pointer + failed + later},
-      {"write:retval=1:when=2", pointer + ": reads differently from what was written" + later},
+      {"write:retval=1:when=2", pointer + ": differs from what was written" + later},
       {"fsync:error=EIO:when=5", pointer + failed + later},
       {"fsync:error=EIO:when=6", pointer + failed + later},
       {"linkat:error=EIO:when=3", pointer + failed + later},

@@ -298,8 +298,8 @@ TEST_F(ServedTest, TreesThatCannotBeSeenWholeAreNotPrunedOrIndexed) {
   } kRows[] = {
       {"2", "tree", "", "a tree and a command are needed: list, check, prune or index" + hint},
       {"2", "tree look", "", "unknown command 'look'" + hint},
-      {"2", "tree index --json", "", "'index' takes no such option" + hint},
-      {"2", "tree list --keep 1", "", "'list' takes no such option" + hint},
+      {"2", "tree index --json", "", "'index' does not accept this option" + hint},
+      {"2", "tree list --keep 1", "", "'list' does not accept this option" + hint},
       {"2", "tree prune", "",
        "prune needs --keep, the number of releases to keep beside the latest" + hint},
       {"2", "tree prune --keep 1 --grace 1e9", "",
@@ -319,8 +319,8 @@ TEST_F(ServedTest, TreesThatCannotBeSeenWholeAreNotPrunedOrIndexed) {
        "2/runenv/platform/5/r1: is a symbolic link"},
       {"2", "linked prune --keep 0 --grace 0", "", "2/runenv/platform/5/r1: is a symbolic link"},
       {"2", "linked index", "",
-       "2/runenv/platform/5/r1: is a symbolic link\nrunenv-served: the index is left as it is, "
-       "since it would not be whole"},
+       "2/runenv/platform/5/r1: is a symbolic link\nrunenv-served: the index was not written, "
+       "because it would be incomplete"},
       {"1", "shut check --quick | sed '/by the web/d'",
        "2/runenv/platform/5: cannot be read: Permission denied\n"
        "2/runenv/platform/6: cannot be read: Permission denied\n"

@@ -119,8 +119,8 @@ TEST_F(StatusTest, VerifiesFiles) {
       {"ln -sf bin/x .runenv-files", 2, list("is not a file")},
       {"truncate -s 2G .runenv-files", 2, list("is too large")},
       {edit("99q"), 2, list(".runenv-files: is cut off")},
-      {edit("1s/1/2/"), 2, list(".runenv-files: is no list of version 1")},
-      {edit("3s/ [.]$/ a\\\\n/"), 2, list(".runenv-files: line 3 is no entry")},
+      {edit("1s/1/2/"), 2, list(".runenv-files: is not a list of version 1")},
+      {edit("3s/ [.]$/ a\\\\n/"), 2, list(".runenv-files: line 3 is not an entry")},
   };
   const std::string as = getuid() == 0 ? "setpriv --reuid 65534 --clear-groups " : "";
   run("mkdir -p source/bin source/many/z; cd source; echo 1 | tee bin/x >many/z/y; chmod 555 bin/x;"
@@ -150,7 +150,7 @@ TEST_F(StatusTest, VerifiesFiles) {
       ".state, .problem, "
       ".differences' ",
       R"("broken"
-"its files are not as they were published"
+"its files differ from the published ones"
 [{"kind":"missing","path":"runenv/platform/5/r2/many/1","detail":""},)"
       "{\"kind\":\"extra\",\"path\":\"runenv/platform/5/r2/\xef\xbf\xbd\",\"detail\":\"\"}]\n");
 }

@@ -249,8 +249,8 @@ TEST_F(VerifyTest, SignedItemsStaySigned) {
        "to '/etc': machines that verify signatures refuse it"},
       {"r7 --sign our.key --unsigned", "--sign and --unsigned exclude each other"},
       {"r7 --sign our.key --latest-only",
-       "--latest-only goes with --drop-platforms and --unsigned"},
-      {"r7 --sign our.key --replace", "--sign without --from goes with --platform alone"},
+       "--latest-only allows only --drop-platforms, --unsigned and --quiet"},
+      {"r7 --sign our.key --replace", "--sign without --from allows only --platform and --quiet"},
   };
   run("cp r2 odd; : | gzip >>odd; cp r2 twice; " + member + " >>twice");
   run(member + " >>" + kArchive);  // signed twice: the next signing repairs that

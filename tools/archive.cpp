@@ -45,14 +45,14 @@ static bool same_content(const fs::path_t& source, const Replacement& archive) {
   }
 }
 
-// At the end of the archive gzip compares its checksum too. The pattern "*" has tar fail where
-// nothing matches it: to tar, an empty file is an archive.
+// gzip checks the checksum at the end of the archive. The pattern "*" makes tar fail if the archive
+// has no entries: otherwise tar would accept an empty file.
 void read_archive(const std::string& file, const fs::path_t& subject, ContentCheck* content,
                   const std::function<void(pid_t)>& tick) {
   const auto take = [&](std::string_view line) {
     const std::optional<ContentEntry> entry = read_listing(line);
     if (!entry) {
-      throw_failure_of(subject.cstring(), "tar lists it in an unknown way");
+      throw_failure_of(subject.cstring(), "tar's listing has an unknown format");
     }
     content->take(*entry);
   };
@@ -61,7 +61,7 @@ void read_archive(const std::string& file, const fs::path_t& subject, ContentChe
       "-f",  "-",  "--wildcards", "*"};
   run_tool(tar, file.c_str(), nullptr, subject,
            "is not a .tar.gz archive with files that tar can read", {.line = take, .tick = tick});
-  // gzip reads other formats too, such as zip. The client's tar takes them for none.
+  // gzip also reads other formats, such as zip. The client's tar does not recognise them.
   const owner<FILE, std::fclose> start(fs::path_t(file).open_read());
   if (std::getc(start.get()) != 0x1f || std::getc(start.get()) != 0x8b) {
     throw_failure_of(subject.cstring(), "is not in gzip's format, which clients expect");
@@ -91,7 +91,7 @@ void make_archive(const Making& making, Replacement* archive) {
   }
   archive->settle();
   if (!is_packed && !same_content(source, *archive)) {
-    throw_failure_of(source.cstring(), "reads differently from its copy");
+    throw_failure_of(source.cstring(), "differs from its copy");
   }
   check_archive(source, judge, *archive);
 }

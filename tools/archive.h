@@ -1,4 +1,4 @@
-// The archive of a release: packed or copied, and checked before anybody gets it.
+// Makes the archive of a release by packing or copying, and checks it.
 #pragma once
 
 #include <functional>
@@ -22,15 +22,15 @@ struct Making {
 inline constexpr mode_t kReleaseMode = 0755;
 
 // Fills the new file `archive` and stores it on the disk. The same files, packed by the same
-// programs, always make the same archive. Shows how far it is if standard error is a terminal.
-// Throws Error if any of that fails, if a copy reads differently, if tar cannot read the archive or
-// finds no file in it, or if the content is refused (see ContentCheck).
+// programs, always make the same archive. Shows the progress if standard error is a terminal.
+// Throws Error if any of that fails, if a copy differs from its source, if tar cannot read the
+// archive or finds nothing in it, or if ContentCheck refuses the content.
 void make_archive(const Making& making, Replacement* archive);
 
-// Has tar list the archive that can be opened at the path `file`, to its end, and `content` take
-// each entry. `subject` stands for the archive in messages. Calls `tick`, if there is one, as
-// run_tool does. Throws Error as ContentCheck, or if tar cannot read all of the archive or finds
-// nothing in it, or if a client's tar would not take it for gzip's format.
+// Runs tar to list the whole archive at the path `file`, and passes each entry to `content`.
+// Messages name the archive `subject`. run_tool calls `tick` if it is not empty. Throws Error if
+// `content` does, if tar cannot read the whole archive or finds nothing in it, or if the archive is
+// not in gzip's format, which a client's tar expects.
 void read_archive(const std::string& file, const fs::path_t& subject, ContentCheck* content,
                   const std::function<void(pid_t)>& tick = {});
 

@@ -41,13 +41,13 @@ struct Option {
   const char* needs = "";  // the kind of value, for the message that it is missing
 };
 
-// Returns the words from argv[first] on that are neither options nor their values. After "--",
-// these are all words. Sets the options. Ends the program on --help and --version. Throws Error for
+// Returns the words from argv[first] on that are neither options nor their values. After "--", no
+// word is an option. Sets the options. Ends the program on --help and --version. Throws Error for
 // an unknown option, a missing value, and a second value.
 std::vector<const char*> parse_words(int argc, char** argv, int first,
                                      const std::vector<Option>& options);
 
-// Parses the value of the option, a whole number from 0 on. Throws Error for anything else.
+// Parses the value of the option: a whole number, 0 or more. Throws Error for anything else.
 unsigned parse_number(const char* text, const char* option);
 
 // Runs the step and returns whether it succeeded. Prints the message of an Error on standard error,

@@ -28,7 +28,7 @@ static std::vector<std::string_view> components(std::string_view path) {
   return result;
 }
 
-// As people write it: without "./" in front and "/" behind.
+// Returns the name for a message: printable, without "./" in front and "/" at the end.
 static std::string plain(std::string_view name) {
   name.remove_prefix(name.starts_with("./") && name.size() > 2 ? 2 : 0);
   name.remove_suffix(name.ends_with('/') && name.size() > 1 ? 1 : 0);
@@ -50,7 +50,7 @@ static bool leaves_the_release(const std::string& name) {
   return name.starts_with('/') || std::find(parts.begin(), parts.end(), "..") != parts.end();
 }
 
-// The same for each spelling of a path.
+// Returns the same key for all spellings of a path.
 static std::string key_of(const std::string& name) {
   std::string result;
   for (const std::string_view part : components(name)) {
@@ -59,7 +59,7 @@ static std::string key_of(const std::string& name) {
   return result;
 }
 
-// Whether the system takes the name and the target.
+// Returns whether the kernel accepts the name and the target.
 static bool can_be_made(const ContentEntry& entry) {
   const std::vector<std::string_view> parts = components(entry.name);
   return entry.name.size() < PATH_MAX && entry.target.size() < PATH_MAX &&
@@ -69,25 +69,24 @@ static bool can_be_made(const ContentEntry& entry) {
                      [](std::string_view part) { return part.size() <= NAME_MAX; });
 }
 
-// What tar could not unpack, or not in the release's directory; and what only runenv-verify may put
-// there.
+// Refuses what tar could not unpack or would unpack outside the release, and the file that only
+// runenv-verify may create.
 void ContentCheck::check_place(const ContentEntry& entry) const {
   if (std::strchr("-dlh", entry.type) == nullptr) {
     refuse(entry.name, "is neither a file nor a directory nor a link");
   }
   if (!can_be_made(entry)) {
-    refuse(entry.name,
-           "has a name, or leads to one, that no system takes: no client could unpack it");
+    refuse(entry.name, "has a name or target that is not valid: no client could unpack it");
   }
   if (leaves_the_release(entry.name) || (entry.type == 'h' && leaves_the_release(entry.target))) {
-    refuse(entry.name, "is a place outside the release");
+    refuse(entry.name, "has a name or target outside the release");
   }
   if (components(entry.name) == std::vector<std::string_view>{kRememberedSignature}) {
-    refuse(entry.name, "is a file that runenv-verify makes on a machine: remove it");
+    refuse(entry.name, "is a file that only runenv-verify may create: remove it");
   }
 }
 
-// tar makes a hard link to a file that it has unpacked before.
+// tar can make a hard link only to a file that it has already unpacked.
 void ContentCheck::check_hard_link(const ContentEntry& entry) const {
   if (entry.type != 'h') {
     return;
@@ -99,17 +98,17 @@ void ContentCheck::check_hard_link(const ContentEntry& entry) const {
   }
 }
 
-// What an entry lies in has to be a directory, and stays one. tar fails where a file or a link with
-// ".." is in the way, and where a directory with something in it is to become something else.
+// A path is either always a directory or never: the parents of an entry are directories. tar could
+// fail if one path occurs as both.
 void ContentCheck::check_kind(const ContentEntry& entry) {
   bool as_directory = entry.type == 'd';
   for (std::string key = key_of(entry.name);; key.resize(key.rfind('/')), as_directory = true) {
     const auto [known, is_new] = seen.emplace(key, as_directory);
     if (known->second != as_directory) {
-      refuse("." + key, "is both a directory and something else in it: leave one of them out");
+      refuse("." + key, "is both a directory and something else: remove one of the entries");
     }
     if (!is_new) {
-      return;  // and so is what lies around it
+      return;  // its parents are known, too
     }
   }
 }
@@ -129,7 +128,7 @@ void ContentCheck::check_link(const ContentEntry& entry) const {
                                      "something in the release");
 }
 
-// What a client could unpack, but what looks like a mistake.
+// Refuses, as a producer, what a client could unpack but what looks like a mistake.
 void ContentCheck::check_use(const ContentEntry& entry) const {
   if (entry.type == 'l') {
     return;
@@ -138,7 +137,7 @@ void ContentCheck::check_use(const ContentEntry& entry) const {
   if (!is_directory && (entry.mode & (S_ISUID | S_ISGID)) != 0) {
     refuse_as_producer(entry.name,
                        "is a set-user-ID or set-group-ID file: everybody on a client that root "
-                       "updates could run it as root; take that away (chmod ug-s)");
+                       "updates could run it as root; clear these bits (chmod ug-s)");
   }
   if (is_directory && (entry.mode & S_IWUSR) == 0) {
     refuse_as_producer(entry.name,
@@ -212,7 +211,7 @@ uint64_t ContentCheck::take_directory(const fs::path_t& directory) {
   return bytes;
 }
 
-// The nine letters behind the type, such as "rwsr-xr-x".
+// Returns the mode bits for nine letters such as "rwsr-xr-x".
 static mode_t read_mode(std::string_view letters) {
   mode_t mode = 0;
   for (size_t i = 0; i < letters.size(); ++i) {
@@ -225,7 +224,8 @@ static mode_t read_mode(std::string_view letters) {
   return mode | special(2, S_ISUID) | special(5, S_ISGID) | special(8, S_ISVTX);
 }
 
-// Takes a text in double quotes, with C's escapes, from the front. None if there is none.
+// Removes a text in double quotes from the front of the line and returns it with C's escapes
+// resolved. Returns nothing if the line does not begin with one.
 static std::optional<std::string> take_quoted(std::string_view* line) {
   static constexpr char kEscapes[] = "a\ab\bf\fn\nr\rt\tv\v";
   if (!line->starts_with('"')) {
@@ -266,7 +266,7 @@ std::optional<ContentEntry> read_listing(std::string_view line) {
     return std::nullopt;
   }
   entry.name = *name;
-  line.remove_prefix(std::min(line.find('"'), line.size()));  // " -> ", or words of the locale
+  line.remove_prefix(std::min(line.find('"'), line.size()));  // " -> " or a translated text
   entry.target = take_quoted(&line).value_or("");
   return entry;
 }

@@ -1,5 +1,5 @@
-// What is in a release. What machines could not install, and what looks like a mistake of its
-// producer, is refused before any machine gets it.
+// Checks the content of a release. Refuses content that machines could not install, and content
+// that looks like a mistake of the producer.
 #pragma once
 
 #include <sys/types.h>
@@ -15,13 +15,13 @@ namespace runenv {
 
 // A file, directory or link of a release.
 struct ContentEntry {
-  char type;  // as `tar -tv` and `ls -l` show it: "-" a file, "d", "l", "h" a hard link, "p", ...
+  char type;  // the letter of `tar -tv`: "-" a file, "d", "l" a symbolic link, "h" a hard link, ...
   mode_t mode;
-  std::string name;    // as an archive has it, such as "./bin/run"
-  std::string target;  // of a link
+  std::string name;    // as in the archive, such as "./bin/run"
+  std::string target;  // of a link; otherwise empty
 };
 
-// For whom a release is checked. Each refuses what those before it refuse, and more.
+// How strict a check is. Each judge also refuses everything that the judges before it refuse.
 enum class Judge {
   kTar,       // refuses what tar could not unpack
   kVerifier,  // refuses what runenv-verify would not install
@@ -31,17 +31,18 @@ enum class Judge {
 // Checks the entries of one release, in the order of the archive.
 class ContentCheck {
  public:
-  // `source` stands in messages.
+  // Messages name the release `source`.
   ContentCheck(const fs::path_t& source, Judge who) : shown(source.cstring()), judge(who) {}
 
   // Throws Error if the judge refuses the entry.
   void take(const ContentEntry& entry);
 
-  // Takes the entries of a directory that is about to be packed, all but the directory itself.
-  // Returns how many bytes its files have. Throws Error.
+  // Takes all entries below a directory that is about to be packed, but not the directory itself.
+  // Returns the size of its files in bytes. Throws Error.
   uint64_t take_directory(const fs::path_t& directory);
 
-  // After the last entry. Throws Error if a single directory is around everything.
+  // Call this after the last entry. As kProducer, throws Error if a single directory at the top
+  // contains everything else.
   void finish() const;
 
  private:
@@ -57,11 +58,11 @@ class ContentCheck {
   const std::string shown;
   const Judge judge;
   std::map<std::string, bool> seen{{"", true}};  // each path so far: whether it is a directory
-  std::optional<std::string> only_top;           // what all entries so far are or lie in
-  bool has_more = false;  // than one entry at the top, or one that is no directory
+  std::optional<std::string> only_top;           // the last top-level name so far
+  bool has_more = false;  // whether the top has several names, or a file or link
 };
 
-// Reads a line of `tar -tv --numeric-owner --quoting-style=c`. None if it is no such line.
+// Parses a line of `tar -tv --numeric-owner --quoting-style=c`. Returns nothing for any other line.
 std::optional<ContentEntry> read_listing(std::string_view line);
 
 }  // namespace runenv

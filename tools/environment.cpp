@@ -69,7 +69,7 @@ bool LocalItem::lock() {
     if (pointer.get() < 0 || retry([&] { return flock(pointer.get(), LOCK_EX); }) != 0) {
       throw_errno_of(shown + "/" + Layout::kLatest);
     }
-    // While waiting, somebody may have put another file in its place.
+    // Another process may have replaced the file while this one waited for the lock.
     struct stat locked, named;
     if (fstat(pointer.get(), &locked) == 0 &&
         fstatat(directory.get(), Layout::kLatest, &named, AT_SYMLINK_NOFOLLOW) == 0 &&

@@ -1,5 +1,5 @@
-// The run-time environment of a machine, as it lies on the disk: a directory "runenv" with a
-// directory for each item. That has the local pointer "latest" and a directory for each release.
+// The run-time environment on the disk of a machine. The directory "runenv" has a directory for
+// each item, which has the local pointer "latest" and a directory for each release.
 #pragma once
 
 #include <sys/types.h>
@@ -15,73 +15,75 @@
 
 namespace runenv {
 
-inline constexpr off_t kPointerLimit = 1 << 20;  // bytes; a larger file is no pointer
+inline constexpr off_t kPointerLimit = 1 << 20;  // bytes; a larger file is not a pointer
 
-// Thrown for an item that leads out of the environment, or is no directory.
+// Thrown if the path of an item leads out of the environment or is not a directory.
 struct OddItem : Error {
   using Error::Error;
 };
 
-// What an item's directory holds besides its pointer.
+// The directory of a release in an item's directory.
 struct Release {
   std::string name;
   timespec changed;  // when the directory was made or moved to its place
 };
 
-// One item's directory. It is reached without following a link below "runenv", and stays the same
-// directory whatever happens to its path. The functions throw Error with the path in front.
+// The directory of an item. It is opened once, without following a link below "runenv", so it
+// stays the same even if its path is replaced. The functions throw Error with the path in front.
 class LocalItem {
  public:
-  // `root` is a descriptor of the directory "runenv", `item` a path below it, such as "platform/5".
-  // Throws OddItem if the path leads anywhere else, through ".." or a link, or to a file.
+  // `root` is a file descriptor of the directory "runenv". `item` is a path below it, such as
+  // "platform/5". Throws OddItem if ".." or a link is in the path, or if it leads to a file.
   LocalItem(int root, const std::string& item);
 
-  // Whether there is such a directory. The functions below need it.
+  // Returns whether the directory exists. The functions below require this.
   bool exists() const { return directory.get() >= 0; }
   int descriptor() const { return directory.get(); }
 
-  // Takes the lock that a run of the bootstrapper takes with --lock-latest, and waits for it. It
-  // lasts as long as this object. Returns false if there is no pointer to lock.
+  // Waits for the lock on the pointer, which the bootstrapper takes with --lock-latest, and keeps
+  // it as long as this object exists. Returns false if there is no pointer.
   bool lock();
 
-  // The release that the pointer names. None if there is no pointer, or if it is not a file or is
-  // empty or names anything but a directory beside it; then `problem` says what is wrong.
+  // Returns the release that the pointer names. Returns nothing if there is no pointer. Also
+  // returns nothing, and sets `problem`, unless the pointer is a file that names a directory beside
+  // it.
   std::optional<std::string> current(std::string* problem) const;
 
-  // When the pointer was written.
+  // Returns the time when the pointer was written, or 0 if there is none.
   std::time_t switched() const;
 
-  // The directories beside the pointer that are releases, in order of name: not links, not items
-  // themselves, and nothing with a "#" in its name, which is what programs leave.
+  // Returns the releases beside the pointer in order of name: all directories, except those with a
+  // pointer of their own, which are items, and those with a "#" in the name, which are temporary.
   std::vector<Release> releases() const;
 
-  // What programs have left there, or are at work on.
+  // Returns the names of temporary entries: leftovers, and those of programs that still run.
   std::vector<std::string> leftovers() const;
 
-  // The path of an entry, for the functions of the C library.
+  // Returns a path that opens the entry `name` of this directory.
   std::string path_of(const std::string& name) const;
 
  private:
   std::string shown;  // in messages
   unique_fd directory;
-  unique_fd pointer;  // when it is locked
+  unique_fd pointer;  // open while it is locked
 };
 
-// Opens the directory "runenv" in `directory`; empty is the working directory. Throws Error.
+// Opens the directory "runenv" in `directory`; "" is the working directory. Throws Error.
 unique_fd open_environment(const std::string& directory);
 
-// Whether there is something called "runenv" in `directory`. Throws Error if nobody can tell, as
-// where `directory` itself is missing.
+// Returns whether `directory` has an entry "runenv". Throws Error if this cannot be found out, for
+// example because `directory` does not exist.
 bool has_environment(const std::string& directory);
 
-// The items `listed` and all directories above them, by the names that items_present gives them.
+// Returns the paths of the items `listed` and of all directories above them, in the form in which
+// items_present returns paths.
 std::set<std::string> wanted_directories(const std::vector<std::string>& listed);
 
-// The items that are there, whether anybody wants them or not, in order of name.
+// Returns the paths of all items in the environment, such as "platform/5", in order of name.
 std::vector<std::string> items_present(int root);
 
-// The directories that items lie in, "platform" and such as "system-types/linker", in order of
-// name.
+// Returns the directories that contain items, "platform" and those such as "system-types/linker",
+// in order of name.
 std::vector<std::string> parents_of_items(int root);
 
 }  // namespace runenv

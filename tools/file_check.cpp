@@ -23,7 +23,8 @@ static Difference wrong_list(const std::string& what) {
   return {kChanged, kFileList, what};
 }
 
-// The text of the list. None if there is no list; `wrong` if it cannot be one.
+// Returns the text of the list, or nothing if there is no list. Sets `wrong` if it is not a file or
+// too large.
 static std::optional<std::string> read_list(int release, std::optional<Difference>* wrong) {
   const unique_fd file(open_below(release, kFileList, O_RDONLY | O_NONBLOCK | O_NOCTTY));
   struct stat status;
@@ -50,7 +51,8 @@ static std::optional<std::string> read_list(int release, std::optional<Differenc
   return text;
 }
 
-// The permissions that the list has somewhere and no entry in the release: the umask's.
+// Returns the mode bits that occur in the list but in no entry of the release. The umask has
+// cleared them.
 static mode_t masked_permissions(const FileList& list, const FileList& found) {
   mode_t listed = 0, left = 0;
   for (const auto& [path, file] : list) {
@@ -69,7 +71,7 @@ static std::string change(const ListedFile& listed, const ListedFile& found, mod
   }
   mode_t mode = listed.mode & ~masked;
   if (listed.type == 'd') {
-    mode |= found.mode & S_ISGID;  // which new directories take from the one that they are made in
+    mode |= found.mode & S_ISGID;  // a new directory may inherit this bit from its parent
   }
   std::string result;
   const auto add = [&](const std::string& what) { result += (result.empty() ? "" : ", ") + what; };
@@ -84,7 +86,7 @@ static std::string change(const ListedFile& listed, const ListedFile& found, mod
   return result;
 }
 
-// Whether it lies in a directory that could not be read.
+// Returns whether the path is in a directory that could not be read.
 static bool is_hidden(const std::string& path, const Scan& scan) {
   for (size_t slash = path.find('/'); slash != std::string::npos;
        slash = path.find('/', slash + 1)) {
@@ -111,7 +113,7 @@ static std::vector<Difference> compare(const FileList& list, const Scan& scan) {
     }
     ListedFile seen = found->second;
     if (scan.unread.contains(path)) {
-      seen.content = listed.content;  // of that nothing is known
+      seen.content = listed.content;  // the content is unknown, so only the rest is compared
     }
     const std::string what = change(listed, seen, masked);
     if (!what.empty()) {

@@ -1,4 +1,4 @@
-// Holding the files of an installed release against the list that came with it.
+// Compares the files of an installed release with the list that was published with it.
 #pragma once
 
 #include <optional>
@@ -7,18 +7,18 @@
 
 namespace runenv {
 
-// One entry that is not as it was published, or of which that could not be found out.
+// An entry that differs from the published one, or that could not be compared.
 struct Difference {
   const char* kind;    // "missing", "changed", "extra" or "unread"
-  std::string path;    // in the release; of the list itself, if that is wrong
-  std::string detail;  // what is changed, or why it could not be read
+  std::string path;    // relative to the release; the list's own path if the list is damaged
+  std::string detail;  // what has changed, or why the entry could not be read
 
   bool is_known() const { return kind[0] != 'u'; }
 };
 
-// How the release behind the descriptor differs from its list; none if it has no list. What one
-// umask takes from the permissions of all entries is no difference. Throws Error if it cannot be
-// found out.
+// Returns the differences between the release in the directory `release`, a file descriptor, and
+// its list. Returns nothing if it has no list. Mode bits that a umask has cleared in all entries
+// are not differences. Throws Error if the list cannot be read or the files cannot be compared.
 std::optional<std::vector<Difference>> check_files(int release);
 
 }  // namespace runenv

@@ -33,7 +33,7 @@ static std::string escaped(const std::string& text) {
   return result;
 }
 
-// Undoes `escaped`, and takes any other text for something.
+// Reverses `escaped`. For any other text, returns some string.
 static std::string unescaped(std::string_view field) {
   static constexpr size_t kCode = sizeof "\\xNN" - 1;
   std::string result;
@@ -66,7 +66,7 @@ std::string to_text(const FileList& list) {
   return result + kLastLine + "\n";
 }
 
-// Whether every component of the path names something below the release.
+// Returns whether the path is "." or has only components that lead further down.
 static bool is_below(const std::string& path) {
   const std::string framed = "/" + path + "/";
   const auto has = [&](const char* part) { return framed.find(part) != std::string::npos; };
@@ -79,8 +79,8 @@ static bool is_possible(const ListedFile& file) {
   return file.type == 'f' ? is_digest : file.type == 'l' ? !file.content.empty() : file.type == 'd';
 }
 
-// Adds the entry of the line, which must come after all others. Returns whether it is one: exactly
-// what is written for some file, and nothing with a NUL in it.
+// Adds the entry of the line to the list. Returns false unless the line is exactly what to_text
+// writes for some file, has no NUL in its fields, and its path comes after all others.
 static bool add_entry(std::string_view line, FileList* list) {
   std::array<std::string_view, 4> fields;
   std::string_view rest = line;
@@ -115,8 +115,9 @@ FileList parse_file_list(std::string_view text) {
       return result;
     }
     if (number == 1 ? line != kFirstLine : !add_entry(line, &result)) {
-      throw_failure_of(kFileList, number == 1 ? "is no list of version 1"
-                                              : "line " + std::to_string(number) + " is no entry");
+      throw_failure_of(kFileList, number == 1
+                                      ? "is not a list of version 1"
+                                      : "line " + std::to_string(number) + " is not an entry");
     }
   }
 }

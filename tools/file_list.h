@@ -1,15 +1,14 @@
-// The list of a release's files, which lies in the release as ".runenv-files". It tells what was
-// published.
+// The list of the published files of a release. It is the file ".runenv-files" in the release.
 //
-// It is a text. The first line is "runenv-files 1", the last one "end". Between them each entry has
-// a line, in the order of the bytes of the paths:
+// The list is a text. The first line is "runenv-files 1", the last one is "end". Each line between
+// them is an entry. The entries are sorted by the bytes of their paths:
 //
 //   d MODE - PATH         a directory; the release itself has the path "."
 //   f MODE SHA-256 PATH   a file, with the digest of its content in hexadecimal
 //   l - TARGET PATH       a symbolic link
 //
-// MODE is octal. A control character, a blank or a backslash in TARGET and PATH is "\xNN". The list
-// itself is not in it.
+// MODE is octal. In TARGET and PATH, control characters, blanks and backslashes are written as
+// "\xNN". The list has no entry for itself.
 #pragma once
 
 #include <sys/types.h>
@@ -24,16 +23,16 @@ inline constexpr char kFileList[] = ".runenv-files";
 inline constexpr off_t kFileListLimit = 64 << 20;  // bytes
 
 struct ListedFile {
-  char type = 'f';      // or 'd' or 'l'; '?' for what cannot be in a list
-  mode_t mode = 0;      // the permissions, of a file or a directory
-  std::string content;  // the digest of a file, the target of a link
+  char type = 'f';      // 'f', 'd' or 'l'; '?' for a type that a list cannot contain
+  mode_t mode = 0;      // the mode bits of a file or a directory, 07777 at most
+  std::string content;  // the digest of a file, the target of a link, or empty
 };
 
 using FileList = std::map<std::string, ListedFile>;  // by path
 
 std::string to_text(const FileList& list);
 
-// Throws Error if the text is not such a list.
+// Throws Error if the text is not a list in exactly this format.
 FileList parse_file_list(std::string_view text);
 
 }  // namespace runenv

@@ -63,7 +63,7 @@ Scan scan_files(int directory) {
   return scan;
 }
 
-// Whether nobody has changed the file between the two, neither itself nor what it holds.
+// Returns whether both describe the same file with no change to it or its content in between.
 static bool is_same(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
          a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
@@ -78,7 +78,7 @@ bool is_unchanged(const Scan& before, const Scan& after) {
 
 namespace {
 
-// A file that is read as long as it stays what was seen before.
+// An open file, and its status in the scan.
 struct OpenFile {
   const std::string& path;
   const struct stat& seen;
@@ -94,12 +94,12 @@ struct OpenFile {
 
 static constexpr char kChanged[] = "changed while it was read";
 
-// Those of the files that can be read.
+// Opens the files. Leaves out those that cannot be read and records them in scan->unread.
 static std::vector<OpenFile> open_files(int directory, std::span<const std::string> paths,
                                         Scan* scan) {
   std::vector<OpenFile> result;
   for (const std::string& path : paths) {
-    // Should something else have come in its place, this neither waits for it nor reads it.
+    // If the file was replaced by a pipe, for example, opening it does not block.
     OpenFile file{path, scan->status.at(path),
                   unique_fd(open_below(directory, path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY))};
     if (file.descriptor.get() < 0) {
@@ -113,7 +113,7 @@ static std::vector<OpenFile> open_files(int directory, std::span<const std::stri
   return result;
 }
 
-// What sha256sum prints of open files: a line for each that it can read.
+// Returns the output of sha256sum for open files: a line for each file that it can read.
 static std::string digests_of(const std::vector<OpenFile>& files, int output) {
   std::vector<std::string> words{"sha256sum"};
   for (const OpenFile& file : files) {
@@ -138,7 +138,7 @@ static std::string digests_of(const std::vector<OpenFile>& files, int output) {
 }
 
 void hash_files(int directory, const std::vector<std::string>& paths, Scan* scan) {
-  static constexpr size_t kAtOnce = 100;  // as many descriptors are open
+  static constexpr size_t kAtOnce = 100;  // the number of files that are open at once
   static constexpr size_t kDigestLength = 64;
   const unique_fd output(memfd_create("digests", MFD_CLOEXEC));
   if (output.get() < 0) {

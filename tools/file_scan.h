@@ -1,5 +1,5 @@
-// What is in a release's directory, to compare it with a list or to write one. Follows no link, and
-// opens nothing but regular files.
+// Scans the directory of a release, to compare it with a list or to write one. Follows no symbolic
+// link and reads only regular files.
 #pragma once
 
 #include <sys/stat.h>
@@ -13,19 +13,21 @@
 namespace runenv {
 
 struct Scan {
-  FileList files;                             // all but the list itself; without digests
-  std::map<std::string, struct stat> status;  // of each of these
-  std::map<std::string, std::string> unread;  // what could not be looked at or read, and why
+  FileList files;                             // all entries except the list itself
+  std::map<std::string, struct stat> status;  // of each entry in `files`, by path
+  std::map<std::string, std::string> unread;  // why an entry could not be examined or read, by path
 };
 
-// Looks at all that is in the directory behind the descriptor, and at itself.
+// Scans the directory behind the file descriptor, including the directory itself. Does not compute
+// digests. Throws Error if the walk fails.
 Scan scan_files(int directory);
 
-// Whether two looks have seen the same files, and no change of any between them.
+// Returns whether both scans found the same files and no file has changed between them.
 bool is_unchanged(const Scan& before, const Scan& after);
 
-// Has sha256sum read the regular files at these paths, and enters the digests of their contents.
-// Throws Error if it cannot be run or reads none of them.
+// Runs sha256sum on the regular files at `paths` and stores the digests in `scan`. Records each
+// file that cannot be read in scan->unread. Throws Error if sha256sum cannot be run or prints no
+// digest.
 void hash_files(int directory, const std::vector<std::string>& paths, Scan* scan);
 
 }  // namespace runenv

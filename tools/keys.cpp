@@ -43,7 +43,7 @@ static const unsigned char* raw(const std::string& bytes) {
   return reinterpret_cast<const unsigned char*>(bytes.data());
 }
 
-// minisign prints the id as a number. The files have its lowest byte first.
+// Returns the id as minisign prints it: as a number, of which the files have the lowest byte first.
 static std::string printed_id(std::string_view decoded) {
   std::string result;
   for (size_t i = kHeadSize; i-- > kAlgorithmSize;) {

@@ -1,4 +1,4 @@
-// The public keys of producers, and checking signatures with them.
+// Loads the public keys of producers and checks signatures with them.
 #pragma once
 
 #include <sodium.h>
@@ -13,7 +13,7 @@
 
 namespace runenv {
 
-// The BLAKE2b hash of a content. minisign signs this hash.
+// Computes the BLAKE2b hash of some bytes. minisign signs this hash.
 class Digest {
  public:
   Digest();

@@ -72,7 +72,7 @@ void ListedSource::scan_source() {
   check_listable(source, scan);
 }
 
-// The file gets the directory's time, so that the same directory makes the same archive.
+// The file gets the mtime of the directory, so that the same directory makes the same archive.
 void ListedSource::write_list() const {
   static constexpr mode_t kMode = 0644;
   FileList list = scan.files;

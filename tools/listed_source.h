@@ -1,4 +1,4 @@
-// A directory that is packed together with a list of its files.
+// Lists the files of a directory, so that the list can be packed with it.
 #pragma once
 
 #include <string>
@@ -10,8 +10,8 @@
 
 namespace runenv {
 
-// A new file in the directory for temporary ones. The destructor removes it, and so does a signal
-// that ends the program. Only one may exist at a time.
+// A new file in the temporary directory. The destructor removes it, and so does a signal that ends
+// the program. Only one TemporaryFile may exist at a time.
 class TemporaryFile {
  public:
   TemporaryFile();
@@ -19,18 +19,19 @@ class TemporaryFile {
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-  std::string directory;  // without links
+  std::string directory;  // the temporary directory, without symbolic links
   std::string path;
   unique_fd descriptor;
 };
 
-// A directory and, in a temporary file, the list of its files as they are at the construction.
+// A directory, and a temporary file with the list of its files. The constructor writes the list.
 class ListedSource {
  public:
-  // Throws Error if the directory cannot be read, or has something in it that cannot be listed.
+  // Throws Error if the directory cannot be read, has a list already, or contains anything but
+  // files, directories and symbolic links.
   explicit ListedSource(const fs::path_t& source);
 
-  // The words that make tar pack the list too, if they follow those for the directory.
+  // Returns the arguments of tar that pack the list. They follow the arguments for the directory.
   const std::vector<std::string>& words() const { return tar_words; }
 
   // Throws Error if the directory has changed since the construction.

@@ -20,8 +20,8 @@
 
 namespace runenv {
 
-// An empty directory that has no name any more, and stands in for the source in the archive: with
-// the permissions that a release should have, and the source's time.
+// Returns an empty directory that tar packs as the release's own directory instead of the source.
+// It has the mode of a release and the source's mtime. It is already removed, so it has no name.
 static unique_fd make_root(const struct stat& source) {
   const SignalsHeld held;
   const std::string shown = temporary_directory() + "/runenv-publish.XXXXXX";
@@ -50,7 +50,7 @@ static struct stat status_of(int directory, const fs::path_t& source) {
   return status;
 }
 
-// What lies in the directory, sorted, each name with a null behind it, in a file without a name.
+// Returns a file in memory with the sorted names in the directory, each followed by a NUL.
 static unique_fd list_names(const fs::path_t& source) {
   std::string list;
   for (const std::string& name : names_in(source.cstring())) {
@@ -63,8 +63,8 @@ static unique_fd list_names(const fs::path_t& source) {
   return file;
 }
 
-// The words that have tar pack `root` as the release's directory, and what its standard input names
-// in `directory`.
+// Returns the command line of tar. It packs `root` as the release's directory, and the entries of
+// `directory` that its standard input names.
 static std::vector<std::string> tar_words(const Making& making, int root, int directory) {
   return {"tar",
           "-c",
@@ -105,7 +105,7 @@ void pack(const Making& making, uint64_t bytes, const Replacement& archive) {
   const ToolWatch watch{.tick = progress.ticks()};
   run_tool(words, descriptor_path(names.get()).c_str(), archive.descriptor_path().c_str(), source,
            "could not be packed", watch);
-  // tar finds changes below the directory, but not what was added to the directory itself.
+  // tar detects changes below the directory, but not new entries of the directory itself.
   const timespec was = before.st_ctim, is = status_of(directory.get(), source).st_ctim;
   if (was.tv_sec != is.tv_sec || was.tv_nsec != is.tv_nsec) {
     throw_failure_of(source.cstring(), "changed while it was packed");

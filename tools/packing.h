@@ -1,4 +1,4 @@
-// Packing a directory into the archive of a release.
+// Packs a directory into the archive of a release.
 #pragma once
 
 #include <cstdint>
@@ -8,9 +8,9 @@
 
 namespace runenv {
 
-// Has tar fill the new file `archive` with the directory making.source, of which `bytes` says how
-// much its files hold. The files are sorted and without the names of users; the release's own
-// directory has mode 0755. Throws Error.
+// Runs tar to pack the directory making.source into the new file `archive`. `bytes` is the size of
+// the directory's files, for the progress. In the archive, the entries are sorted and belong to the
+// user and group 0, and the release's own directory has mode 0755. Throws Error.
 void pack(const Making& making, uint64_t bytes, const Replacement& archive);
 
 }  // namespace runenv

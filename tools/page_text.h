@@ -1,4 +1,4 @@
-// The page of tools/page, with its style in it, as the build puts it into the program.
+// The template of the page from tools/page, including its style. The build generates it.
 #pragma once
 
 namespace runenv {

@@ -25,7 +25,7 @@ void StatusLine::show(std::string text) {
   }
   size_t end = std::min(text.size(), columns() - 1);  // a longer line would scroll
   while (end < text.size() && end > 0 && (text[end] & 0xc0) == 0x80) {
-    --end;  // not within a character
+    --end;  // do not cut a UTF-8 character in two
   }
   text.resize(end);
   std::fprintf(stderr, "\r%s\033[K", text.c_str());
@@ -69,7 +69,7 @@ void Progress::show(uint64_t done) {
   line.show(text);
 }
 
-// The number behind `field` in a file of /proc, 0 if it may not be read.
+// Returns the number after `field` in a file of /proc, or 0 if the file cannot be read.
 static uint64_t number_in(const std::string& file, std::string_view field) {
   const owner<FILE, std::fclose> lines(std::fopen(file.c_str(), "re"));
   char line[128];

@@ -1,4 +1,4 @@
-// The progress of a long job, for a person who waits for it.
+// Shows the progress of a long job on a terminal.
 #pragma once
 
 #include <sys/types.h>
@@ -11,7 +11,7 @@
 
 namespace runenv {
 
-// A line on standard error that is replaced again and again. Nothing appears unless that is a
+// A line on standard error that is updated in place. Nothing appears unless standard error is a
 // terminal. The destructor clears the line.
 class StatusLine {
  public:
@@ -21,7 +21,7 @@ class StatusLine {
   StatusLine& operator=(const StatusLine&) = delete;
 
   bool is_visible() const { return visible; }
-  void show(std::string text);  // cut to the width of the terminal; printable
+  void show(std::string text);  // has to be printable; is cut to the width of the terminal
   void clear();
 
  private:
@@ -32,10 +32,11 @@ class StatusLine {
 // A status line such as "packing: 120 MB of 1.1 GB, 45 MB/s, 21 s left".
 class Progress {
  public:
-  // `done` returns how many of the `total_bytes` the tool with this process id has taken.
+  // `done` returns how many of the `total_bytes` the tool with the given process id has processed.
   Progress(const char* job_name, uint64_t total_bytes, std::function<uint64_t(pid_t)> done);
 
-  // Shows how far the tool is now, five times in a second at most. Empty if nobody would see it.
+  // Returns a function for ToolWatch::tick, which updates the line at most five times a second.
+  // Returns an empty function if standard error is not a terminal.
   std::function<void(pid_t)> ticks();
 
  private:
@@ -49,10 +50,10 @@ class Progress {
   StatusLine line;
 };
 
-// How many bytes the process has read so far.
+// Returns how many bytes the process has read so far, or 0 if that is unknown.
 uint64_t bytes_read_by(pid_t process);
 
-// How far the process has come in the file that is its standard input.
+// Returns the process's offset in its standard input in bytes, or 0 if that is unknown.
 uint64_t place_in_input_of(pid_t process);
 
 }  // namespace runenv

@@ -12,8 +12,8 @@ static bool is_control(char c) {
   return static_cast<unsigned char>(c) < ' ' || c == '\x7f';
 }
 
-// Whether a character from U+0080 to U+009F begins there, such as U+009B: to many terminals that is
-// the escape character and "[".
+// Returns whether the text begins with a character from U+0080 to U+009F. Many terminals obey
+// these: U+009B, for example, means the same as the escape character and "[".
 static bool is_control_of_two_bytes(std::string_view text) {
   return text.size() >= 2 && text[0] == '\xc2' && (text[1] & 0xe0) == 0x80;
 }
@@ -43,7 +43,7 @@ bool is_temporary_name(std::string_view name) {
 }
 
 // curl rejects control characters and blanks, and expands "[]{}". A URL's path ends at "?" and "#".
-// Servers decode "%". tar takes a backslash in the name of its directory for an escape. A pointer
+// Servers decode "%". tar treats a backslash in the name of its directory as an escape. A pointer
 // ends at a line end.
 static bool is_reserved(char c) {
   return is_control(c) || std::strchr("/ #%?[]{}\\", c) != nullptr;
@@ -59,8 +59,8 @@ void check_name(const char* what, const std::string& name, const char* appended)
   }
   for (const char& c : name) {
     if (is_reserved(c)) {
-      throw_failure(subject + "has '" + printable({&c, 1}) +
-                    "' in it, which readers would not take as it is");
+      throw_failure(subject + "contains '" + printable({&c, 1}) +
+                    "', which is a special character for clients or servers");
     }
   }
   const size_t longest = NAME_MAX - std::strlen(appended);

@@ -13,13 +13,13 @@ std::string printable(std::string_view text);
 // Returns the part of the path after the last "/".
 std::string_view last_component(std::string_view path);
 
-// Returns whether it is the name of something that a program of this system is writing or removing,
-// such as ".runenv-publish#abcdef".
+// Returns whether `name` is a temporary name, such as ".runenv-publish#abcdef". The programs use
+// such names while they write or remove something.
 bool is_temporary_name(std::string_view name);
 
-// Throws Error unless `name` is one path component without characters that are special to curl,
-// tar, servers or pointers. `what` is its kind, for the message. Its file is called `name` followed
-// by `appended`, which must not be too long.
+// Throws Error unless `name` is a single path component without characters that are special to
+// curl, tar, servers or pointers. `name` and `appended` together must fit into a file name. `what`
+// is the kind of name, for the message.
 void check_name(const char* what, const std::string& name, const char* appended = "");
 
 }  // namespace runenv

@@ -14,7 +14,7 @@
 
 namespace runenv {
 
-// What is being removed has this name, which no release can have.
+// Returns the name of an entry while it is being removed. No release can have this name.
 static std::string removing_name() {
   return std::string(".") + program_name() + "#removing";
 }
@@ -27,7 +27,7 @@ void Remover::remove_from(const std::string& directory, const std::string& name,
     return;
   }
   if (path != removing) {
-    remove_whole_tree(removing);  // what an interrupted run has left would be in the way
+    remove_whole_tree(removing);  // a leftover of an interrupted run would block the new name
     if (rename(path.c_str(), removing.c_str()) != 0) {
       throw_errno_of(printable(shown + "/" + name));
     }

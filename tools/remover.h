@@ -1,4 +1,4 @@
-// Removing directories so that nobody ever finds a part of one.
+// Removes directories so that no other program ever finds a part of one in its place.
 #pragma once
 
 #include <cstdint>
@@ -6,23 +6,23 @@
 
 namespace runenv {
 
-// Removes what it is told to, unless it is a dry run; says so on standard output, and counts.
-// The functions throw Error.
+// Removes entries, prints each one on standard output, and adds up their sizes. In dry-run mode it
+// removes nothing. The functions throw Error.
 class Remover {
  public:
   explicit Remover(bool dry) : is_dry(dry) {}
 
-  // Removes the entry `name` of the directory, which goes by `shown` in messages. The entry gets
-  // a name such as ".runenv-prune#removing" first: whoever looks meanwhile, or after an
-  // interruption, never takes a part for a whole.
+  // Removes the entry `name` of the directory. Messages name the directory `shown`. First renames
+  // the entry to a name such as ".runenv-prune#removing". So nobody finds a part of it under its
+  // own name, neither during the removal nor after an interruption.
   void remove_from(const std::string& directory, const std::string& name, const std::string& shown);
 
-  // Removes what an interrupted run of this program has left in the directory.
+  // Removes the leftover of an interrupted run of this program from the directory.
   void remove_leftover_from(const std::string& directory, const std::string& shown);
 
   void remove_file(const std::string& path, const std::string& shown);
 
-  // Says how much all of it takes, or took, on the disk.
+  // Prints the total size on disk of the removed entries.
   void sum_up() const;
 
  private:

@@ -36,14 +36,14 @@ static mode_t mode_of_new_files() {
   return 0666 & ~mask;
 }
 
-// The permissions for the file that is to be at `path`. A link there has none to hand on.
+// Returns the mode for a new file at `path`: that of the regular file there, or the default mode.
 static mode_t mode_for(const fs::path_t& path) {
   struct stat old;
   return lstat(path.cstring(), &old) == 0 && S_ISREG(old.st_mode) ? old.st_mode & 0777
                                                                   : mode_of_new_files();
 }
 
-// A file system that cannot do it says EINVAL. It has nothing to wait for.
+// Returns true for EINVAL, too: this file system does not support fsync.
 static bool sync(int descriptor) {
   return fsync(descriptor) == 0 || errno == EINVAL;
 }
@@ -59,19 +59,18 @@ Replacement::Replacement(const fs::path_t& path, const fs::path_t& made_in) : ta
   if (file.get() < 0) {
     take_temporary_name(made_in);
   }
-  // The umask may have taken the permission to open the file by descriptor_path.
+  // The umask may have cleared mode bits that opening descriptor_path needs.
   fchmod(file.get(), kPrivate);
 }
 
 Replacement::~Replacement() {
   if (!temporary.empty()) {
-    unlink(temporary.c_str());  // finds nothing if the file was moved to its place
+    unlink(temporary.c_str());  // fails if the file was moved to its place
     interrupted_file = nullptr;
   }
 }
 
-// Makes the file under a temporary name in the directory, or gives the name to the file that is
-// there already.
+// Gives the file a temporary name in the directory. Creates the file if it is not open yet.
 void Replacement::take_temporary_name(const fs::path_t& directory) {
   const SignalsHeld held;
   std::string name;
@@ -133,13 +132,13 @@ void Replacement::settle() {
   posix_fadvise(file.get(), 0, 0, POSIX_FADV_DONTNEED);
 }
 
-// Gives the file one more name. Fails with errno EEXIST if there is a file of that name.
+// Gives the file another name. Returns false with errno EEXIST if there is a file of that name.
 bool Replacement::link_to(const fs::path_t& name) const {
   return linkat(AT_FDCWD, descriptor_path().c_str(), AT_FDCWD, name.cstring(), AT_SYMLINK_FOLLOW) ==
          0;
 }
 
-// Takes the place of the file that is there. It needs a name of its own for that.
+// Replaces the existing file by renaming, for which the new file needs a name.
 void Replacement::replace() {
   if (temporary.empty()) {
     take_temporary_name(target.dir_name());
@@ -149,7 +148,7 @@ void Replacement::replace() {
   }
 }
 
-// Takes the place if there is no file. Returns false if there is one.
+// Puts the file in its place if no file exists there. Returns false if one exists.
 bool Replacement::take_free_place() {
   if (link_to(target)) {
     return true;
@@ -160,7 +159,8 @@ bool Replacement::take_free_place() {
   if (temporary.empty()) {
     throw_errno_of(target.cstring());
   }
-  // A file system that has no files without a name may have no links either: a look has to do.
+  // A file system without nameless files may have no hard links either. There, check for a file and
+  // rename.
   if (target.exists(true)) {
     return false;
   }
@@ -170,7 +170,7 @@ bool Replacement::take_free_place() {
 
 bool Replacement::commit(bool over_existing, mode_t at_least) {
   const SignalsHeld held;
-  // Opened while nothing has changed yet: a directory that may not be read is found out here.
+  // Open the directory first, so that nothing has changed yet if it cannot be read.
   const unique_fd directory = open_directory(target.dir_name());
   if (fchmod(file.get(), mode_for(target) | at_least) != 0 || !sync(file.get())) {
     throw_errno_of(target.cstring());

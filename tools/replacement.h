@@ -11,20 +11,20 @@
 
 namespace runenv {
 
-inline constexpr mode_t kServedMode = 0644;  // what a web server needs of a file, for `commit`
+inline constexpr mode_t kServedMode = 0644;  // mode bits that a web server needs, for `commit`
 
-// A new file that takes its place when it is complete. Until then it has no name: no other user can
-// reach it, and nothing of it is left if it never takes its place.
+// A new file that takes its place when it is complete. Until then it has no name, so other users
+// cannot open it, and it leaves nothing behind if it is abandoned.
 //
-// Some file systems, such as NFS, have no files without a name. There it has a temporary one, such
-// as ".runenv-publish#abcdef". The destructor removes that, and so does a signal that ends the
-// program. Only one Replacement may exist at a time.
+// Some file systems, such as NFS, have no files without a name. There, the file has a temporary
+// name such as ".runenv-publish#abcdef". The destructor removes it, and so does a signal that ends
+// the program. Only one Replacement may exist at a time.
 //
 // The functions throw Error with the path in front.
 class Replacement {
  public:
-  // The file is to take the place at `path`. It is made in the same directory, or in `made_in`, a
-  // directory of the same file system.
+  // The file will be put at `path`. It is created in the same directory, or in `made_in`, which
+  // must be a directory of the same file system.
   explicit Replacement(const fs::path_t& path);
   Replacement(const fs::path_t& path, const fs::path_t& made_in);
   ~Replacement();
@@ -34,27 +34,26 @@ class Replacement {
   // Appends the bytes.
   void write(const char* bytes, size_t count);
 
-  // Drops what is behind the first `size` bytes.
+  // Cuts the file off after the first `size` bytes.
   void truncate(off_t size);
 
   off_t size() const;
 
-  // Returns `count` bytes of the content from `offset` on, fewer only at its end.
+  // Returns `count` bytes of the content at `offset`, or fewer at its end.
   std::string read(off_t offset, size_t count) const;
 
-  // Open for reading and appending, as long as this object lives.
+  // Returns the file descriptor, open for reading and appending. This object owns it.
   int descriptor() const { return file.get(); }
 
-  // A path that opens this file, whatever its name is. It is for this process only, which may
-  // redirect a child there.
+  // Returns a path that opens this file in this process. A child can be redirected to it.
   std::string descriptor_path() const;
 
-  // Stores the content on the disk. What is read after this comes from there.
+  // Stores the content on the disk and drops it from the cache, so that later reads use the disk.
   void settle();
 
-  // Puts the file in its place and stores its name on the disk too. The file gets the permissions
-  // of the file that it replaces, or those of any new file, and those in `at_least`. Returns false
-  // if there is a file by now and `over_existing` is false. After an Error it is not in place,
+  // Stores the file on the disk and puts it in its place. Its mode is that of the file it replaces,
+  // or else that of any new file; the bits `at_least` are added. Returns false and changes nothing
+  // if a file exists there and `over_existing` is false. After an Error the file is not in place,
   // unless the message says so.
   bool commit(bool over_existing, mode_t at_least = 0);
 
@@ -72,8 +71,8 @@ class Replacement {
 // Opens the directory for reading. Throws Error with the path in front.
 unique_fd open_directory(const fs::path_t& path);
 
-// Waits for the lock on the directory, which lasts as long as the descriptor is open. Returns
-// without a lock where there is none, as on some network file systems.
+// Waits for the lock on the directory. The lock lasts until the file descriptor is closed. Returns
+// without a lock if the file system has none, like some network file systems.
 void lock_directory(int descriptor);
 
 // Stores the names in the directory on the disk. Throws Error with the path in front.

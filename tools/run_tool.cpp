@@ -21,8 +21,8 @@ static ChildProcess::redirect_t redirect(const char* file) {
   if (file == nullptr) {
     return {ChildProcess::REDIRECT_INHERIT, nullptr};
   }
-  // /dev or /proc may be missing. A redirection that fails would look like a failure of the
-  // program.
+  // /dev or /proc may be missing. Report this here, because a failed redirection would look like a
+  // failure of the program.
   if (access(file, F_OK) != 0) {
     throw_errno_of(file);
   }
@@ -37,7 +37,7 @@ static void take_lines(std::string* text, const std::function<void(std::string_v
   text->erase(0, begin);
 }
 
-// Waits until the descriptor is ready. Returns false if that cannot be waited for.
+// Waits until the descriptor is ready, and calls watch.tick meanwhile. Returns false if poll fails.
 static bool wait_until_ready(int descriptor, pid_t tool, const ToolWatch& watch) {
   static constexpr int kTick = 200;  // in milliseconds
   pollfd ready{.fd = descriptor, .events = POLLIN, .revents = 0};
@@ -52,7 +52,7 @@ static bool wait_until_ready(int descriptor, pid_t tool, const ToolWatch& watch)
   }
 }
 
-// Passes on what the tool says, to its end.
+// Passes each line of the tool's output to watch.line, until the output ends.
 static void follow_lines(const ChildProcess::process_t& tool, const ToolWatch& watch) {
   static constexpr size_t kBlockSize = 65536;
   std::string text;
@@ -68,13 +68,13 @@ static void follow_lines(const ChildProcess::process_t& tool, const ToolWatch& w
   }
 }
 
-// Looks after the tool while it runs, as far as anybody watches it.
+// Calls the functions of `watch` while the tool runs.
 static void follow(const ChildProcess::process_t& tool, const ToolWatch& watch) {
   if (watch.line) {
     follow_lines(tool, watch);
   } else if (watch.tick) {
     const unique_fd end(static_cast<int>(syscall(SYS_pidfd_open, tool.pid, 0)));
-    if (end.get() >= 0) {  // an old kernel has none: then nobody watches
+    if (end.get() >= 0) {  // old kernels lack pidfd_open: then there are no ticks
       wait_until_ready(end.get(), tool.pid, watch);
     }
   }
@@ -85,7 +85,7 @@ void run_tool(const std::vector<std::string>& words, const char* in, const char*
   using namespace ChildProcess;
   const redirect_t input = redirect(in);
   const redirect_t output = watch.line ? redirect_t{REDIRECT_PIPE, nullptr} : redirect(out);
-  unsetenv("TAR_OPTIONS");  // an archive is what its files make it, and so is a release
+  unsetenv("TAR_OPTIONS");  // it could change what is packed or unpacked
   std::vector<const char*> argv;
   argv.reserve(words.size() + 1);
   for (const std::string& word : words) {

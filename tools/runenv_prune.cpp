@@ -1,4 +1,4 @@
-// runenv-prune: removes releases that no pointer names, and what interrupted runs have left.
+// runenv-prune: removes releases that no pointer names, and leftovers of interrupted runs.
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -31,20 +31,26 @@ namespace runenv {
 static constexpr char kUsage[] =
     "usage: runenv-prune [OPTION ...] DOCUMENT\n"
     "\n"
-    "Removes the releases that no pointer names, of the items that the document names, and what\n"
-    "interrupted runs have left. Takes the lock of each item meanwhile, as runenv-bootstrap does\n"
-    "with --lock-latest.\n"
+    "Removes old releases of the items that DOCUMENT names, and leftovers of\n"
+    "interrupted runs. The release that an item's pointer names is kept. While it\n"
+    "works on an item, the program holds the lock that runenv-bootstrap takes with\n"
+    "--lock-latest.\n"
     "\n"
-    "  --keep N           keep the N newest of the other releases of each item, 0 unless given\n"
-    "  --older-than DAYS  leave an item alone if its pointer has moved in the last DAYS, since\n"
-    "                     programs may still run from the release before; 7 unless given\n"
-    "  --unlisted         remove the items that the document does not name, with all releases\n"
-    "  --dry-run          say what would be removed, and remove nothing\n"
-    "  --directory DIR    where \"runenv\" is, the working directory unless given\n"
-    "  --temp-cache DIR   the bootstrapper's directory for downloads, .update unless given\n"
+    "  --keep N           also keep the N newest of the other releases of each item;\n"
+    "                     default 0\n"
+    "  --older-than DAYS  skip items whose pointer has moved in the last DAYS,\n"
+    "                     because programs of the previous release may still be\n"
+    "                     running; keep downloads of that time, too; default 7\n"
+    "  --unlisted         also remove the items that DOCUMENT does not name, with\n"
+    "                     all releases\n"
+    "  --dry-run          print what would be removed, but remove nothing\n"
+    "  --directory DIR    the directory that contains \"runenv\"; default: working\n"
+    "                     directory\n"
+    "  --temp-cache DIR   the bootstrapper's directory for downloads; default\n"
+    "                     .update\n"
     "  --help             print this text\n"
     "  --version          print the version of this program\n"
-    "  --                 take every word that follows as it is, even if it begins with \"-\"\n";
+    "  --                 end of options: words that follow may begin with \"-\"\n";
 
 namespace {
 
@@ -60,7 +66,7 @@ struct Arguments {
 
 }  // namespace
 
-// A time may lie in the future, where a clock was wrong.
+// Returns false for a time in the future, which a wrong clock may have set, unless `days` is 0.
 static bool is_older(std::time_t time, unsigned days) {
   static constexpr std::time_t kDay = 86400;
   return days == 0 || std::time(nullptr) - time >= kDay * days;
@@ -70,7 +76,8 @@ static std::string shown(const std::string& item) {
   return std::string(Layout::kEnvironment) + "/" + item;
 }
 
-// What earlier runs have left in the item's directory. Whoever unpacks there holds another lock.
+// Removes the leftovers of earlier runs from the item's directory. runenv-verify locks the
+// directory in which it unpacks, so that one is removed only if it is not locked.
 static void remove_leftovers(const LocalItem& item, const std::string& name, Remover* remover) {
   remover->remove_leftover_from(item.path_of("."), shown(name));
   const unique_fd unpacking(
@@ -80,7 +87,7 @@ static void remove_leftovers(const LocalItem& item, const std::string& name, Rem
   }
 }
 
-// Locks the item. Returns whether its pointer has stood for long enough.
+// Locks the item. Returns whether its pointer is old enough to prune the item.
 static bool take(LocalItem* item, const std::string& name, const Arguments& arguments) {
   if (!item->exists()) {
     return false;
@@ -92,7 +99,8 @@ static bool take(LocalItem* item, const std::string& name, const Arguments& argu
   return is_older(item->switched(), arguments.days);
 }
 
-// `wanted` has the directories that lead to items: none of them is a release of this one.
+// `wanted` has the items of the document and the directories above them. These are not releases of
+// this item, even if they are in its directory.
 static void prune_item(int root, const std::string& name, const std::set<std::string>& wanted,
                        const Arguments& arguments, Remover* remover) {
   LocalItem item(root, name);
@@ -101,7 +109,7 @@ static void prune_item(int root, const std::string& name, const std::set<std::st
   }
   std::string problem;
   const std::optional<std::string> current = item.current(&problem);
-  if (!current || current->find('#') == std::string::npos) {  // else it may name one of them
+  if (!current || current->find('#') == std::string::npos) {  // otherwise it may name a leftover
     remove_leftovers(item, name, remover);
   }
   if (!current) {
@@ -128,12 +136,12 @@ static void remove_item(int root, const std::string& name, const Arguments& argu
   const size_t slash = name.rfind('/');
   const LocalItem parent(root, name.substr(0, slash));
   if (take(&item, name, arguments)) {
-    flock(parent.descriptor(), LOCK_EX);  // what is being removed has the same name there
+    flock(parent.descriptor(), LOCK_EX);  // all removals use the same temporary name there
     remover->remove_from(parent.path_of("."), name.substr(slash + 1), shown(name.substr(0, slash)));
   }
 }
 
-// What an interrupted removal of an item has left, unless another program is at it.
+// Removes the leftover of an interrupted removal of an item, unless another program holds the lock.
 static void clear_parent(int root, const std::string& name, Remover* remover) {
   const LocalItem parent(root, name);
   if (flock(parent.descriptor(), LOCK_EX | LOCK_NB) == 0) {
@@ -141,7 +149,7 @@ static void clear_parent(int root, const std::string& name, Remover* remover) {
   }
 }
 
-// The downloads in the temp cache that nobody has written to for long enough, in order of name.
+// Returns the downloads in the temp cache that have not been written to for `days`, sorted.
 static std::vector<std::string> old_downloads(int cache, unsigned days) {
   std::vector<std::string> result = names_in(descriptor_path(cache));
   std::erase_if(result, [&](const std::string& name) {
@@ -160,7 +168,7 @@ static void clean_temp_cache(const Arguments& arguments, Remover* remover) {
   if (directory.get() < 0 && errno == ENOENT) {
     return;
   }
-  if (directory.get() < 0 && errno == ENOTDIR) {  // perhaps a link to somewhere else
+  if (directory.get() < 0 && errno == ENOTDIR) {  // a file or a symbolic link
     std::printf("leaving %s: is not a directory\n", printable(cache.cstring()).c_str());
     return;
   }
@@ -173,7 +181,7 @@ static void clean_temp_cache(const Arguments& arguments, Remover* remover) {
                          fs::path_t(cache).join(name.c_str()).cstring());
   }
   if (!arguments.dry_run) {
-    rmdir(cache.cstring());  // as the bootstrapper does: only if it is empty
+    rmdir(cache.cstring());  // fails if it is not empty; the bootstrapper does the same
   }
 }
 

@@ -23,37 +23,39 @@ namespace runenv {
 
 static constexpr char kUsage[] =
     "usage: runenv-publish TREE platform VERSION RELEASE --from SOURCE [OPTION ...]\n"
-    "       runenv-publish TREE system-type NAME VERSION RELEASE --from SOURCE [OPTION ...]\n"
+    "       runenv-publish TREE system-type NAME VERSION RELEASE --from SOURCE\n"
+    "                      [OPTION ...]\n"
     "       runenv-publish TREE platform VERSION RELEASE --latest-only\n"
     "       runenv-publish TREE system-type NAME VERSION RELEASE --latest-only\n"
     "       runenv-publish TREE ITEM ... RELEASE --sign KEY [--platform NAME]\n"
     "\n"
-    "Puts a release of one item into TREE, the directory that the distribution server serves.\n"
-    "First it puts the archive there, then it moves the pointer \"latest\" to the release. Each\n"
-    "appears whole or not at all.\n"
+    "Puts a release of one item into TREE, the directory that the distribution\n"
+    "server serves. First it stores the archive, then it moves the pointer \"latest\"\n"
+    "to the release. Readers never find an incomplete archive or pointer.\n"
     "\n"
     "  --from SOURCE     a directory to pack, or a .tar.gz archive to check and copy\n"
-    "  --list            pack a list of the files too, for runenv-status --verify\n"
-    "  --platform NAME   the platform that the archive is for, linux-x64 unless given\n"
-    "  --keep-latest     put the archive only and leave the pointer as it is\n"
-    "  --latest-only     move the pointer only, to a release that is there\n"
-    "  --replace         replace the archive if the release has one for the platform already\n"
-    "  --sign KEY        have minisign sign the archive with this secret key, for runenv-verify;\n"
-    "                    without --from, sign the archive that is published\n"
-    "  --unsigned        move the pointer even if an archive of the release is not signed and the\n"
-    "                    release named now is\n"
-    "  --as-is           publish content that looks like a mistake: files that others cannot "
-    "read,\n"
-    "                    directories that their owner cannot write, links that lead out of the\n"
-    "                    release, set-user-ID files, a single directory around everything\n"
-    "  --compress WORDS  compress with this program and its options instead of gzip, such as\n"
-    "                    \"pigz -n\"; it has to write gzip's format\n"
-    "  --drop-platforms  move the pointer even if the release has no archive for a platform for\n"
-    "                    which the release named now has one\n"
-    "  --quiet           say nothing on success\n"
+    "  --list            also pack a list of the files, for runenv-status --verify\n"
+    "  --platform NAME   the platform of the archive; default linux-x64\n"
+    "  --keep-latest     publish the archive, but do not move the pointer\n"
+    "  --latest-only     only move the pointer, to a release that is already\n"
+    "                    published\n"
+    "  --replace         replace an existing archive of the release for the platform\n"
+    "  --sign KEY        run minisign to sign the archive with this secret key, for\n"
+    "                    runenv-verify; without --from, sign the published archive\n"
+    "  --unsigned        move the pointer even if the new release has an unsigned\n"
+    "                    archive while the current release is signed\n"
+    "  --as-is           publish content that looks like a mistake: files that\n"
+    "                    others cannot read, directories that their owner cannot\n"
+    "                    write, links that lead out of the release, set-user-ID\n"
+    "                    files, a single directory around everything\n"
+    "  --compress WORDS  compress with this program and its options instead of gzip,\n"
+    "                    such as \"pigz -n\"; its output must be in gzip's format\n"
+    "  --drop-platforms  move the pointer even if the new release has no archive for\n"
+    "                    a platform for which the current release has one\n"
+    "  --quiet           print nothing on success\n"
     "  --help            print this text\n"
     "  --version         print the version of this program\n"
-    "  --                take every word that follows as it is, even if it begins with \"-\"\n";
+    "  --                end of options: words that follow may begin with \"-\"\n";
 
 namespace {
 
@@ -77,7 +79,7 @@ struct Arguments {
 
 }  // namespace
 
-// TREE, the kind of item, its names, RELEASE.
+// Stores the words TREE, the kind of item, its names, and RELEASE.
 static void take_operands(const std::vector<const char*>& words, Arguments* arguments) {
   if (words.empty()) {
     throw_usage("a tree is needed, the directory that the server serves");
@@ -105,7 +107,7 @@ static void take_operands(const std::vector<const char*>& words, Arguments* argu
   check_name("version", arguments->item.back());
   check_name("release", arguments->release);
   if (arguments->release == Layout::kLatest) {
-    throw_failure("release 'latest' would stand where the pointer does");
+    throw_failure("a release cannot be called latest: the pointer has this name");
   }
 }
 
@@ -117,23 +119,23 @@ static void check_options(const Arguments& arguments) {
   }
   if (arguments.latest_only && (has_source || signs || arguments.platform != nullptr ||
                                 arguments.keep_latest || arguments.replace)) {
-    throw_usage("--latest-only goes with --drop-platforms and --unsigned alone");
+    throw_usage("--latest-only allows only --drop-platforms, --unsigned and --quiet");
   }
   if (arguments.making.list && !has_source) {
     throw_usage("--list needs --from");
   }
   if (arguments.keep_latest && arguments.drop_platforms) {
-    throw_usage("--drop-platforms says nothing with --keep-latest");
+    throw_usage("--drop-platforms has no effect with --keep-latest");
   }
   if (signs && arguments.is_unsigned) {
     throw_usage("--sign and --unsigned exclude each other");
   }
   if (arguments.signs_published() &&
       (arguments.keep_latest || arguments.replace || arguments.drop_platforms)) {
-    throw_usage("--sign without --from goes with --platform alone");
+    throw_usage("--sign without --from allows only --platform and --quiet");
   }
   if (!has_source && (arguments.making.as_is || arguments.making.compress != nullptr)) {
-    throw_usage("--as-is and --compress say nothing without --from");
+    throw_usage("--as-is and --compress have no effect without --from");
   }
 }
 
@@ -161,7 +163,7 @@ static Arguments parse_arguments(int argc, char** argv) {
   return arguments;
 }
 
-// Whether the directory at `path` is the other one, or lies in it.
+// Returns whether the directory at `path` is the directory `other` or is inside it.
 static bool is_within(const char* path, const char* other) {
   const std::string inner = std::string(fs::path_t(path).real_path().cstring()) + "/";
   return inner.starts_with(std::string(fs::path_t(other).real_path().cstring()) + "/");
@@ -177,13 +179,13 @@ static void check_source(const Making& making, const char* tree) {
     throw_failure_of(path, "is neither a directory nor a regular file");
   }
   if (S_ISDIR(status.st_mode) && is_within(tree, path)) {
-    throw_failure_of(path, "holds the tree itself, which would be published in it");
+    throw_failure_of(path, "contains the tree, which would become part of the release");
   }
   if (making.compress != nullptr && !S_ISDIR(status.st_mode)) {
-    throw_usage("--compress goes with a directory, and '" + std::string(path) + "' is an archive");
+    throw_usage("--compress needs a directory, but '" + std::string(path) + "' is an archive");
   }
   if (making.list && !S_ISDIR(status.st_mode)) {
-    throw_failure_of(path, "is an archive, which is copied as it is: --list takes a directory");
+    throw_failure_of(path, "is an archive, but --list needs a directory");
   }
 }
 
@@ -217,7 +219,7 @@ static void check_platforms(const ServedItem& item, const std::string& release,
   }
 }
 
-// Whether the release that is to be named has a signed archive for the platform, or will have one.
+// Returns whether the release's archive for the platform will be signed when the pointer moves.
 static bool will_be_signed(const ServedItem& item, const Arguments& arguments,
                            const std::string& platform) {
   if (arguments.making.source != nullptr && platform == arguments.platform) {
@@ -233,8 +235,8 @@ static bool has_signed_archive(const ServedItem& item, const std::string& releas
   });
 }
 
-// Whether machines may verify the item today. If the current release is gone, all other releases
-// are looked at.
+// Returns whether the item is published with signatures, so that machines may verify them. Checks
+// the current release, or all releases if that one has no archives.
 static bool uses_signatures(const ServedItem& item, const std::string& current) {
   if (!item.platforms(current).empty()) {
     return has_signed_archive(item, current);
@@ -244,7 +246,8 @@ static bool uses_signatures(const ServedItem& item, const std::string& current) 
                      [&](const std::string& release) { return has_signed_archive(item, release); });
 }
 
-// Machines that verify signatures could not install a release without them.
+// Throws Error if the item uses signatures and an archive for a platform in `available` is not
+// signed: machines that verify signatures could not install it.
 static void check_signatures(const ServedItem& item, const Arguments& arguments,
                              const std::set<std::string>& available) {
   const std::optional<std::string> current = item.latest();
@@ -272,7 +275,7 @@ static void check_pointer(const ServedItem& item, const Arguments& arguments,
   }
 }
 
-// Refuses at once what cannot be published.
+// Throws Error if the request cannot be carried out, before any work is done.
 static void check_request(const ServedItem& item, const Arguments& arguments) {
   std::set<std::string> available = item.platforms(arguments.release);
   if (arguments.signs_published()) {
@@ -310,7 +313,7 @@ static void move_pointer(const ServedItem& item, const Arguments& arguments,
     throw_failure("the pointer was moved to '" + printable(*now) + "' meanwhile");
   }
   Arguments published = arguments;
-  published.making.source = nullptr;  // what counts now is what is there
+  published.making.source = nullptr;  // check the archives that are in place now
   check_pointer(item, published, item.platforms(release));
   item.point_at(release);
 }

@@ -25,28 +25,32 @@ namespace runenv {
 static constexpr char kUsage[] =
     "usage: runenv-served TREE list [--json]\n"
     "       runenv-served TREE check [--quick]\n"
-    "       runenv-served TREE prune --keep N [--older-than DAYS] [--grace DAYS] [--dry-run]\n"
+    "       runenv-served TREE prune --keep N [--older-than DAYS] [--grace DAYS]\n"
+    "                     [--dry-run]\n"
     "       runenv-served TREE index\n"
     "\n"
-    "Looks after TREE, the directory that the distribution server serves. list prints the\n"
-    "releases and which of them is the latest. check prints a line for each thing that is wrong.\n"
-    "prune removes old releases, never the latest. index writes index.html and index.json into\n"
-    "TREE.\n"
+    "Manages TREE, the directory that the distribution server serves. list prints\n"
+    "the releases and which of them is the latest. check prints a line for each\n"
+    "fault that it finds. prune removes old releases, but never the latest. index\n"
+    "writes index.html and index.json into TREE.\n"
     "\n"
     "  --json             print one JSON object\n"
-    "  --quick            do not read the archives to their end\n"
-    "  --keep N           keep the N newest releases of each item, and the latest\n"
-    "  --older-than DAYS  keep releases that were published within the last DAYS, 0 unless given\n"
-    "  --grace DAYS       keep all releases of an item whose pointer was moved within the last\n"
-    "                     DAYS, and releases that were changed within that time, since clients\n"
-    "                     may be about to download them; 1 unless given; fractions are allowed\n"
-    "  --dry-run          say what would be removed, and remove nothing\n"
+    "  --quick            do not read the whole archives\n"
+    "  --keep N           keep the latest release of each item and the N newest\n"
+    "                     others\n"
+    "  --older-than DAYS  keep releases that were published in the last DAYS;\n"
+    "                     default 0\n"
+    "  --grace DAYS       keep releases that were changed in the last DAYS, and all\n"
+    "                     releases of an item whose pointer was moved in that time,\n"
+    "                     because clients may be about to download them; default 1;\n"
+    "                     fractions are allowed\n"
+    "  --dry-run          print what would be removed, but remove nothing\n"
     "  --help             print this text\n"
     "  --version          print the version of this program\n"
-    "  --                 take every word that follows as it is, even if it begins with \"-\"\n"
+    "  --                 end of options: words that follow may begin with \"-\"\n"
     "\n"
-    "The status is 0 if all is well, 1 if check finds something or if something could not be\n"
-    "seen or removed, and 2 if the command could not be carried out.\n";
+    "The exit status is 0 on success, 1 if check finds a fault or if something could\n"
+    "not be read or removed, and 2 if the command could not be carried out.\n";
 
 namespace {
 
@@ -90,7 +94,7 @@ static void print_text(const Listing& listing) {
   std::printf("%s, %s\n", counts_text(listing).c_str(), size_text(bytes).c_str());
 }
 
-// Tells what could not be seen, and returns whether that is nothing.
+// Prints the findings that may hide releases. Returns whether there are none.
 static bool is_whole(const Listing& listing) {
   bool whole = true;
   for (const Finding& finding : listing.findings) {
@@ -137,12 +141,12 @@ static void write_file(const fs::path_t& path, const std::string& content) {
 }
 
 static bool index(const Arguments& arguments) {
-  // Of two that run at once, the one that has seen more has to write last.
+  // The lock covers listing and writing, so that an older listing never replaces a newer index.
   const unique_fd root = open_directory(arguments.tree);
   lock_directory(root.get());
   const Listing listing = ServedTree(arguments.tree).list();
   if (!is_whole(listing)) {
-    throw_failure("the index is left as it is, since it would not be whole");
+    throw_failure("the index was not written, because it would be incomplete");
   }
   const std::string data = to_json(listing, -1), page = to_page(listing);
   write_file(fs::path_t(arguments.tree).join(kIndexData), data);
@@ -167,7 +171,7 @@ static void check_options(const Arguments& arguments, bool prunes) {
   }
   if ((arguments.json && command != "list") || (arguments.quick && command != "check") ||
       (prunes && command != "prune")) {
-    throw_usage("'" + command + "' takes no such option");
+    throw_usage("'" + command + "' does not accept this option");
   }
 }
 

@@ -1,4 +1,4 @@
-// runenv-status: says what a machine has, what is wrong with it, and whether the server is ahead.
+// runenv-status: reports which releases are installed, which are broken, and which are out of date.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -35,21 +35,26 @@ namespace runenv {
 static constexpr char kUsage[] =
     "usage: runenv-status [OPTION ...] DOCUMENT\n"
     "\n"
-    "Says which releases of the items that the document names are installed, what is broken, and\n"
-    "what lies about besides.\n"
+    "Reports which releases of the items in DOCUMENT are installed, and which are\n"
+    "broken. Also lists other releases, items that DOCUMENT does not name, and\n"
+    "leftovers of interrupted runs.\n"
     "\n"
-    "  --check           ask the distribution server too which releases it names\n"
-    "  --verify          hold the files against the list that their release was published with\n"
+    "  --check           compare with the releases that the distribution server\n"
+    "                    names\n"
+    "  --verify          compare the installed files with the list published with\n"
+    "                    the release\n"
     "  --json            print one JSON object\n"
-    "  --quiet           print nothing; the status tells\n"
-    "  --directory DIR   where \"runenv\" is, the working directory unless given\n"
-    "  --temp-cache DIR  the bootstrapper's directory for downloads, .update unless given\n"
+    "  --quiet           print nothing, only set the exit status\n"
+    "  --directory DIR   the directory that contains \"runenv\"; default: working\n"
+    "                    directory\n"
+    "  --temp-cache DIR  the bootstrapper's directory for downloads; default .update\n"
     "  --help            print this text\n"
-    "  --version         print the version of this program and the server that it asks\n"
-    "  --                take every word that follows as it is, even if it begins with \"-\"\n"
+    "  --version         print the version of this program and the address of the\n"
+    "                    server\n"
+    "  --                end of options: words that follow may begin with \"-\"\n"
     "\n"
-    "The status is 0 if all is up to date, 1 if something is not installed or behind, 2 if\n"
-    "something is broken, 3 if it could not be found out.\n";
+    "The exit status is 0 if everything is up to date, 1 if an item is not installed\n"
+    "or behind, 2 if an item is broken, and 3 if the state could not be determined.\n";
 
 static constexpr char kAboutVersion[] = "server: " RUNENV_BASE_URL "\n";
 
@@ -70,22 +75,22 @@ enum class State { kInstalled, kBehind, kMissing, kBroken, kUnknown };
 struct Item {
   std::string name;  // such as "platform/5"
   State state = State::kMissing;
-  std::string problem;                // what is broken or could not be found out
-  std::string release;                // that the local pointer names, if all is well
-  std::optional<std::string> served;  // that the server names, if it was asked
+  std::string problem;                // why the item is broken or its state is unknown
+  std::string release;                // the release that the local pointer names; empty: none
+  std::optional<std::string> served;  // the release that the server names, if it was fetched
   std::time_t since = 0;              // when the local pointer was written
-  uint64_t bytes = 0;                 // of the release
-  std::optional<std::vector<Difference>> differences;  // to its list, if it was compared with one
+  uint64_t bytes = 0;                 // the release's size on disk
+  std::optional<std::vector<Difference>> differences;  // with --verify, if the release has a list
 };
 
-// Something that no pointer leads to.
+// A release that no pointer names, an item that the document does not name, or a leftover.
 struct Other {
   std::string path;
   uint64_t bytes = 0;
 };
 
 struct Report {
-  bool measures = true;  // the sizes; nobody reads them with --quiet
+  bool measures = true;  // whether to measure sizes; --quiet does not need them
   std::vector<Item> items;
   std::vector<Other> releases;
   std::vector<Other> unlisted;
@@ -104,7 +109,7 @@ static const char* name_of(State state) {
   return kStateNames[static_cast<size_t>(state)];
 }
 
-// The path of an item, or of an entry of its directory.
+// Returns the path of an item, or of an entry of its directory.
 static std::string below_environment(const std::string& item, const std::string& entry = "") {
   return fs::path_t(Layout::kEnvironment).join(item.c_str()).join(entry.c_str()).cstring();
 }
@@ -116,7 +121,7 @@ static void add_leftovers(const LocalItem& local, const std::string& name, Repor
   }
 }
 
-// The item's state on the disk. The report gets what lies in its directory besides.
+// Returns the item's state on the disk. Adds its other releases and leftovers to the report.
 static Item look_at(int root, const std::string& name, Report* report) {
   Item item;
   try {
@@ -157,7 +162,7 @@ static void look_at_temp_cache(const fs::path_t& cache, Report* report) {
   }
 }
 
-// What lies beside the items that the document names.
+// Adds the items that the document does not name, and leftovers beside items, to the report.
 static void look_besides(int root, const std::vector<std::string>& listed, Report* report) {
   const std::set<std::string> wanted = wanted_directories(listed);
   for (const std::string& name : items_present(root)) {
@@ -226,7 +231,7 @@ static void verify(int root, Item* item) {
     if (std::any_of(item->differences->begin(), item->differences->end(),
                     [](const Difference& difference) { return difference.is_known(); })) {
       item->state = State::kBroken;
-      item->problem = "its files are not as they were published";
+      item->problem = "its files differ from the published ones";
       return;
     }
     item->problem = "files could not be read";
@@ -309,8 +314,8 @@ static void print_json(const Arguments& arguments, const Report& report) {
   result["other_releases"] = to_json(report.releases);
   result["unlisted_items"] = to_json(report.unlisted);
   result["leftovers"] = to_json(report.leftovers);
-  // Names are bytes; what is no UTF-8 in them is replaced. All else but ASCII is written as \uXXXX,
-  // since terminals obey some of it.
+  // Names can be any bytes. Those that are not UTF-8 are replaced. Other characters than ASCII are
+  // written as \uXXXX, because terminals obey some of them.
   const std::string text =
       result.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace);
   std::printf("%s\n", text.c_str());

@@ -37,19 +37,20 @@ static constexpr char kUsage[] =
     "       runenv-verify [--keys DIRECTORY] --tar -x -f ARCHIVE -C RELEASE\n"
     "       tar -x -f ARCHIVE -C RELEASE\n"
     "\n"
-    "Checks that archives are signed by a trusted key, and prints which key that is and what the\n"
-    "archive is for.\n"
+    "Checks that archives are signed by a trusted key. Prints the key and the\n"
+    "purpose of each archive.\n"
     "\n"
-    "With --tar, or under the name tar, it runs instead of the tar that runenv-bootstrap starts:\n"
-    "it unpacks the archive only if that is signed for exactly this release and target.\n"
+    "With --tar, or under the name tar, it takes the place of the tar that\n"
+    "runenv-bootstrap runs: it unpacks the archive only if it is signed for exactly\n"
+    "this release and target.\n"
     "\n"
-    "  --keys DIRECTORY  the directory of the trusted keys, files *.pub made by minisign; the\n"
-    "                    default is " RUNENV_KEYS
+    "  --keys DIRECTORY  the directory of the trusted keys, files *.pub made by\n"
+    "                    minisign; default " RUNENV_KEYS
     "\n"
     "  --tar             run instead of tar; the options end here\n"
     "  --help            print this text\n"
     "  --version         print the version of this program\n"
-    "  --                take every word that follows as it is, even if it begins with \"-\"\n";
+    "  --                end of options: words that follow may begin with \"-\"\n";
 
 namespace {
 
@@ -58,7 +59,7 @@ struct Trust {
   bool no_rollback = false;
 };
 
-// What an archive claims to be, signed by a trusted key. Its content is not verified yet.
+// The purpose of an archive, signed by a trusted key. The content is not verified yet.
 struct Claim {
   Purpose purpose;
   PublicKey key;
@@ -68,8 +69,8 @@ struct Claim {
 
 }  // namespace
 
-// Reads the file "policy" beside the keys, which may be missing. Each line is a policy or a
-// comment.
+// Returns whether the file "policy" beside the keys demands "no-rollback". The file may be missing.
+// Each line is a policy, a comment or empty.
 static bool demands_no_rollback(const std::string& directory) {
   const fs::path_t path = fs::path_t(directory.c_str()).join("policy");
   if (!path.exists(true)) {

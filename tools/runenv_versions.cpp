@@ -25,16 +25,16 @@ static constexpr char kUsage[] =
     "usage: runenv-versions compose [-o FILE] PLATFORM_VERSION [NAME=VERSION ...]\n"
     "       runenv-versions show FILE\n"
     "\n"
-    "compose  write a version info document that names the platform version and a version for\n"
-    "         each system type\n"
-    "show     print the platform version of a document, then one NAME=VERSION line for each\n"
-    "         system type in order of name\n"
+    "compose  write a version info document that names the platform version and a\n"
+    "         version for each system type\n"
+    "show     print the platform version of a document, then one NAME=VERSION line\n"
+    "         for each system type in order of name\n"
     "\n"
-    "  -o, --output FILE  write the document to FILE instead of standard output; an existing FILE\n"
-    "                     is replaced when the document is complete\n"
+    "  -o, --output FILE  write the document to FILE instead of standard output; an\n"
+    "                     existing FILE is replaced when the document is complete\n"
     "  --help             print this text\n"
     "  --version          print the version of this program\n"
-    "  --                 take every word that follows as it is, even if it begins with \"-\"\n";
+    "  --                 end of options: words that follow may begin with \"-\"\n";
 
 // Adds the system type in the word NAME=VERSION. The version may contain "=".
 static void add_system_type(const Document& document, const char* word) {
@@ -71,9 +71,9 @@ static fs::path_t behind_links(const char* path) {
   return result;
 }
 
-// Returns whether to open `path` and write to it instead of replacing it with a new file: for a
-// device, a pipe, and an open file without a name, which /dev/stdout may be. Also if stat fails, so
-// that opening reports the error. `target` is `path` with its links followed.
+// Returns whether to write to `path` directly instead of replacing it. This is so for a device, a
+// pipe, and an open file without a name, which /dev/stdout may be. Also returns true if stat fails,
+// so that opening the file reports the error. `target` is `path` with its links followed.
 static bool is_written_in_place(const char* path, const fs::path_t& target) {
   struct stat status, named;
   if (stat(path, &status) != 0) {

@@ -31,7 +31,7 @@ struct Archive {
 
 }  // namespace
 
-// Takes the step and returns what is wrong with what lies at the path; empty if nothing is.
+// Runs the step. Returns the reason of an Error "PATH: REASON", or "" if the step succeeds.
 static std::string problem_with(const std::string& path, const std::function<void()>& step) {
   try {
     step();
@@ -57,7 +57,7 @@ static unique_fd open_archive(const ServedTree& tree, const std::string& path,
   return file;
 }
 
-// Finds its signature, and what is wrong with that. Does not read the archive to its end.
+// Finds the signature of the archive and a flaw of it. Does not read the whole archive.
 static void look_at(const ServedTree& tree, Archive* archive) {
   const std::string& path = archive->path;
   archive->problem = problem_with(path, [&] {
@@ -72,7 +72,8 @@ static void look_at(const ServedTree& tree, Archive* archive) {
   });
 }
 
-// Returns what is wrong with an archive whose item has signatures or not; empty if nothing is.
+// Returns what is wrong with the archive, or "". `uses_signatures` says whether any archive of the
+// item is signed.
 static std::string problem_of(const Archive& archive, bool uses_signatures) {
   if (!archive.problem.empty() || !uses_signatures) {
     return archive.problem;
@@ -83,7 +84,7 @@ static std::string problem_of(const Archive& archive, bool uses_signatures) {
   return is_signed_for(archive.purpose, *archive.signature) ? "" : "is signed for something else";
 }
 
-// Reads the archive to its end. Throws Error if a machine could not install it.
+// Reads the whole archive. Throws Error if a machine could not install it.
 static void read_whole(const ServedTree& tree, const Archive& archive) {
   struct stat status;
   const unique_fd file = open_archive(tree, archive.path, &status);

@@ -1,4 +1,4 @@
-// Checking a tree that a distribution server serves.
+// Checks a tree that a distribution server serves.
 #pragma once
 
 #include <functional>
@@ -7,10 +7,10 @@
 
 namespace runenv {
 
-// Calls `tell` with each thing that is wrong in the tree: the findings of its listing, pointers
-// that lead to no archive, signatures that no machine would accept, in items with signed archives
-// those that are not signed, and, unless it is to be quick, archives that tar cannot read to their
-// end or that a machine could not install. Throws Error if tar cannot be run.
+// Calls `tell` for each fault in the tree: the findings of the listing, pointers that do not lead
+// to an archive, signatures that no machine would accept, unsigned archives of items that also have
+// signed ones, and, unless `quick` is set, archives that tar cannot read to the end or that a
+// machine could not install. Throws Error if tar cannot be run.
 void check_tree(const ServedTree& tree, const Listing& listing, bool quick,
                 const std::function<void(const Finding&)>& tell);
 

@@ -19,7 +19,7 @@ namespace runenv {
 using nlohmann::json;
 using nlohmann::ordered_json;
 
-// The path for a URL that is relative to the tree.
+// Returns the path encoded for a URL.
 static std::string url_path(const std::string& path) {
   static constexpr char kPlain[] =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/";
@@ -71,7 +71,7 @@ static std::string dump(const ordered_json& value, int indent) {
   return value.dump(indent, ' ', false, ordered_json::error_handler_t::replace);
 }
 
-// The text, of which bytes that are no UTF-8 are replaced.
+// Returns the text with all bytes replaced that are not UTF-8.
 static std::string valid_utf8(const std::string& text) {
   return json::parse(dump(text, -1));
 }
@@ -86,7 +86,7 @@ std::string to_json(const Listing& listing, int indent) {
 
 namespace {
 
-// The times of the oldest and of the newest release, which all pictures reach over.
+// The times of the oldest and of the newest release. They are the ends of each picture's time axis.
 struct Period {
   std::time_t from = 0, to = 0;
 };
@@ -119,8 +119,8 @@ static std::string minute_of(std::time_t time) {
   return text.empty() ? "" : text.substr(text.find('T') + 1, sizeof "00:00" - 1);
 }
 
-// A line for each release, from left to right by time, as high as the release is large. Lines that
-// would cover each other are one.
+// Returns the picture of an item. Each release is a vertical line: its position is the time, its
+// height the size of the archives. Of lines at the same position only the highest is drawn.
 static json picture_of(const ListedItem& item, const Period& period) {
   static constexpr double kWidth = 988, kHeight = 34;
   static constexpr long kLeft = 6, kBottom = 46, kLeast = 4;
@@ -167,7 +167,7 @@ static json archives_shown(const ListedItem& item, const ListedRelease& release)
   return result;
 }
 
-// A table of so many releases, from this one on.
+// Returns the table of the releases from index `begin` up to, but not including, `end`.
 static json table_of(const ListedItem& item, size_t begin, size_t end) {
   json releases = json::array();
   for (size_t i = begin; i < end; ++i) {
@@ -184,7 +184,7 @@ static json table_of(const ListedItem& item, size_t begin, size_t end) {
           {"releases", releases}};
 }
 
-// The newest releases at once, and others, which the page unfolds.
+// Returns a table of the newest releases and, if there are more, a folded one of the others.
 static json tables_of(const ListedItem& item, size_t shown) {
   static constexpr size_t kAtOnce = 5;
   json result = json::array();
@@ -195,7 +195,7 @@ static json tables_of(const ListedItem& item, size_t shown) {
   return result;
 }
 
-// What the page says of an item. Of its releases it shows `most`, and the latest.
+// Returns the values for one item: its `most` newest releases, and the archives of the latest one.
 static json item_shown(const ListedItem& item, const Period& period, size_t most) {
   const size_t count = item.releases.size(), shown = std::min(count, most);
   const auto latest =
@@ -221,7 +221,7 @@ static json item_shown(const ListedItem& item, const Period& period, size_t most
   return result;
 }
 
-// How many of the releases of each of so many items the page shows.
+// Returns how many releases of each item the page shows, given the number of items.
 static size_t releases_shown(size_t items) {
   static constexpr size_t kTogether = 1000, kLeast = 3, kMost = 50;
   return std::clamp(kTogether / std::max<size_t>(items, 1), kLeast, kMost);

@@ -1,5 +1,5 @@
-// What a tree that a distribution server serves holds, for programs and as a page for people. The
-// same tree always makes the same bytes.
+// Describes the content of a served tree as JSON for programs and as a page for people. The same
+// tree always makes the same bytes.
 #pragma once
 
 #include <string>
@@ -8,11 +8,12 @@
 
 namespace runenv {
 
-// One JSON object, as runenv-served(1) describes it, indented by so many blanks, on one line if
-// negative. Bytes that are no UTF-8 are replaced.
+// Returns one JSON object in the format that runenv-served(1) describes. `indent` is the number of
+// blanks for each level; if it is negative, the object is one line. Bytes that are not UTF-8 are
+// replaced.
 std::string to_json(const Listing& listing, int indent);
 
-// The page. Of items with many releases it shows the newest only.
+// Returns the HTML page. If an item has many releases, the page shows only the newest ones.
 std::string to_page(const Listing& listing);
 
 }  // namespace runenv

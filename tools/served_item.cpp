@@ -30,12 +30,12 @@ class NewDirectories {
   NewDirectories& operator=(const NewDirectories&) = delete;
   ~NewDirectories() {
     for (; !made.empty(); made.pop_back()) {
-      rmdir(made.back().cstring());  // fails where there is something in it
+      rmdir(made.back().cstring());  // fails if the directory is not empty
     }
   }
 
-  // Makes the directory names[0] in `path`, names[1] in that one, and so on, where they are
-  // missing. Throws Error.
+  // Creates the missing directories of the path with the components `names` below `path`. Throws
+  // Error.
   void make(fs::path_t path, const std::vector<std::string>& names) {
     for (const std::string& name : names) {
       const fs::path_t parent = path;
@@ -58,7 +58,7 @@ class NewDirectories {
     }
   }
 
-  // The web server has to get in, whatever the umask says.
+  // The web server must be able to enter the directory, whatever the umask is.
   static void make_readable(const fs::path_t& path) {
     static constexpr mode_t kReadable = 0755;
     struct stat status;
@@ -74,7 +74,7 @@ class NewDirectories {
 
 }  // namespace
 
-// Tells one file from those that take its place; zeros if there is none.
+// Distinguishes a file from one that replaces it. All zeros if there is no file.
 using FileId = std::tuple<dev_t, ino_t, time_t, long>;
 static FileId id_of(const fs::path_t& path) {
   struct stat status {};
@@ -82,7 +82,7 @@ static FileId id_of(const fs::path_t& path) {
   return {status.st_dev, status.st_ino, status.st_ctim.tv_sec, status.st_ctim.tv_nsec};
 }
 
-// The last directory that exists of `path`, names[0] in it, names[1] in that one, and so on.
+// Returns the deepest existing directory of the path with the components `names` below `path`.
 static fs::path_t existing_directory(const fs::path_t& path,
                                      const std::vector<std::string>& names) {
   fs::path_t result = path;
@@ -127,10 +127,10 @@ fs::path_t ServedItem::archive_path(const std::string& release, const std::strin
   return release_path(release).join_ext(platform.c_str(), Layout::kArchiveExtension);
 }
 
-// What is in the directory. None if there is no such directory.
+// Returns the entries of the directory, or none if it does not exist.
 static std::vector<fs::path_t> entries_of(const fs::path_t& directory) {
-  // To the iterator, a directory that may not be read is empty, and so is one that may not be
-  // entered. Opening its "." finds both.
+  // The iterator treats a directory that may not be read or entered as empty. Opening its "." fails
+  // in both cases.
   const unique_fd descriptor(
       open(fs::path_t(directory).join(".").cstring(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (descriptor.get() < 0 && errno != ENOENT) {
@@ -170,7 +170,7 @@ std::optional<std::string> ServedItem::latest() const {
   if (!pointer.exists()) {
     return std::nullopt;
   }
-  // A pipe would keep the reader waiting, and a device may have no end.
+  // Reading a pipe could block, and a device may have no end.
   if (!pointer.is_regular_file()) {
     throw_failure_of(pointer.cstring(), "is not a regular file");
   }
@@ -188,7 +188,7 @@ bool is_signed_archive(const fs::path_t& path) {
          find_signature(file.get(), status.st_size, path.cstring()).has_value();
 }
 
-// What the archive is for, without the time of signing and the size.
+// Returns the purpose of the archive, without the time of signing and the size.
 Purpose ServedItem::purpose(const std::string& release, const std::string& platform) const {
   static constexpr size_t kItemDepth = 2;  // the names that lead from the tree to the items
   Purpose result{.item = "", .release = release, .platform = platform, .time = "", .bytes = 0};
@@ -203,7 +203,7 @@ static std::optional<CarriedSignature> signature_of(const Replacement& archive,
   return find_signature(archive.descriptor(), archive.size(), place.cstring());
 }
 
-// Signs the archive anew.
+// Removes all signatures from the archive and signs it.
 static void sign(const char* key, Purpose purpose, const fs::path_t& place, Replacement* archive) {
   while (const auto carried = signature_of(*archive, place)) {
     archive->truncate(carried->signed_bytes);
@@ -214,7 +214,8 @@ static void sign(const char* key, Purpose purpose, const fs::path_t& place, Repl
   archive->settle();
 }
 
-// Checks that the signature that the archive came with is one for its place.
+// Throws Error if the archive came with a signature for another place, or with a damaged one that
+// making.as_is does not allow.
 static void check_signature(const Making& making, const Purpose& purpose, const fs::path_t& place,
                             const Replacement& archive) {
   const std::optional<CarriedSignature> carried = signature_of(archive, place);
@@ -249,9 +250,9 @@ bool ServedItem::put_archive(const std::string& release, const std::string& plat
     check_signature(making, purpose(release, platform), place, archive);
   }
   if (path().is_directory()) {
-    lock();  // if this has to wait, a signal may end it; below it could not
+    lock();  // wait here, where a signal can still end the program; below, signals are held
   }
-  const SignalsHeld held;  // until the directories hold the archive, or are gone again
+  const SignalsHeld held;  // until the archive is in place or the new directories are removed
   NewDirectories directories;
   directories.make(tree, way);
   const unique_fd locked = lock();
@@ -274,7 +275,7 @@ void ServedItem::point_at(const std::string& release) const {
   pointer.write(line.data(), line.size());
   pointer.settle();
   if (pointer.read(0, line.size() + 1) != line) {
-    throw_failure_of(place.cstring(), "reads differently from what was written");
+    throw_failure_of(place.cstring(), "differs from what was written");
   }
   pointer.commit(true, kServedMode);
 }

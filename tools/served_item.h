@@ -1,5 +1,5 @@
-// One item in the directory tree that a distribution server serves: its releases, each with an
-// archive for every platform, and the "latest" pointer, which names the release to install.
+// An item in the directory tree that a distribution server serves. It has releases, each with an
+// archive for every platform, and the pointer "latest", which names the release to install.
 #pragma once
 
 #include <optional>
@@ -14,42 +14,43 @@
 
 namespace runenv {
 
-// Whether the path is an archive with a signature. Does not check who signed it, or for what.
-// Throws Error if it cannot be read.
+// Returns whether the file is an archive with a signature. Does not check the signature. Throws
+// Error if the file cannot be read.
 bool is_signed_archive(const fs::path_t& path);
 
 // The functions throw Error.
 class ServedItem {
  public:
-  // The item's directory is names[0] in the directory `tree`, names[1] in that one, and so on. The
-  // tree must exist, the item need not.
+  // `names` are the components of the item's path below the directory `tree`. The tree must exist;
+  // the item may be missing.
   ServedItem(const char* tree, std::vector<std::string> names);
 
   fs::path_t archive_path(const std::string& release, const std::string& platform) const;
 
-  // The platforms that the release has an archive for.
+  // Returns the platforms for which the release has an archive.
   std::set<std::string> platforms(const std::string& release) const;
 
-  // The release that the pointer names, as the bootstrapper reads it. None if there is no pointer.
+  // Returns the release that the pointer names, as the bootstrapper would read it. Returns nothing
+  // if there is no pointer.
   std::optional<std::string> latest() const;
 
-  // The releases that there are, whether they have archives or not.
+  // Returns all releases, with or without archives.
   std::set<std::string> releases() const;
 
-  // Makes an archive of the release, and puts it into its place once it is stored and checked. It
-  // is signed with the secret key in the file `key`, unless that is null; an archive that is signed
-  // already must be signed for this. Returns false if there is an archive by now and `replace` is
-  // false. After that, or after an Error, the tree is as it was, unless the message says that the
-  // archive is in place.
+  // Makes an archive of the release, checks it, stores it on the disk and puts it in its place.
+  // Signs it with the secret key in the file `key`. If `key` is null, the archive may be signed
+  // already, but then it must be signed for this item, release and platform. Returns false if an
+  // archive exists and `replace` is false. After that, or after an Error, the tree is unchanged,
+  // unless the message says that the archive is in place.
   bool put_archive(const std::string& release, const std::string& platform, const Making& making,
                    const char* key, bool replace) const;
 
-  // Keeps other publishers of the item from moving the pointer, until the descriptor is closed.
-  // Waits for one that does. Without locks, as on some network file systems, it keeps nobody away:
-  // two publishers rarely do this at the same moment.
+  // Waits for the item's lock, which prevents other publishers from moving the pointer. The lock
+  // lasts until the descriptor is closed. File systems without locks, such as some network file
+  // systems, give no such protection. This is accepted, since such a collision is rare.
   unique_fd lock() const;
 
-  // Lets the pointer name the release. A reader finds either the old pointer or the new one.
+  // Moves the pointer to the release. A reader finds either the old pointer or the new one.
   void point_at(const std::string& release) const;
 
  private:

@@ -21,7 +21,7 @@ namespace runenv {
 
 namespace {
 
-// A directory that only this user may enter, removed with its scope.
+// A temporary directory that only this user may enter. The destructor removes it.
 class PrivateDirectory {
  public:
   PrivateDirectory() : path(temporary_directory() + "/runenv-status-XXXXXX") {
@@ -41,7 +41,7 @@ class PrivateDirectory {
 
 }  // namespace
 
-// As curl's configuration file has it.
+// Returns the text in quotes for curl's configuration file.
 static std::string quoted(const std::string& text) {
   std::string result = "\"";
   for (const char c : text) {
@@ -53,8 +53,8 @@ static std::string quoted(const std::string& text) {
   return result + '"';
 }
 
-// Writes curl's configuration file. What comes only in part is no pointer; curl before 7.83 does
-// not know that setting, and passes over it.
+// Writes curl's configuration file. With "remove-on-error", an incomplete file is not taken for a
+// pointer; curl before 7.83 ignores this setting.
 static void write_wishes(const PrivateDirectory& directory, const std::string& path,
                          const std::string& base_url, const std::vector<std::string>& items) {
   std::ofstream list(path);
@@ -71,7 +71,7 @@ static void write_wishes(const PrivateDirectory& directory, const std::string& p
   }
 }
 
-// What has come into the directory; `problem` says what went wrong, if anything did.
+// Fetches the pointers into the directory and returns them. Sets `problem` if curl fails.
 static std::vector<std::optional<std::string>> fetch_into(const PrivateDirectory& directory,
                                                           const std::string& base_url,
                                                           const std::vector<std::string>& items,
@@ -82,7 +82,7 @@ static std::vector<std::optional<std::string>> fetch_into(const PrivateDirectory
     run_tool({"curl", "-s", "-S", "-f", "-L", "-g", "-K", wishes}, kNoFile, kNoFile,
              fs::path_t("curl"), "failed");
   } catch (const Error& error) {
-    *problem = error.message;  // one transfer that fails does not keep the others from being made
+    *problem = error.message;  // other transfers may have succeeded, so go on
   }
   std::vector<std::optional<std::string>> result(items.size());
   for (size_t i = 0; i < items.size(); ++i) {
@@ -98,10 +98,10 @@ static std::vector<std::optional<std::string>> fetch_into(const PrivateDirectory
 std::vector<std::optional<std::string>> fetch_pointers(const std::string& base_url,
                                                        const std::vector<std::string>& items) {
   undo_on_signals();
-  const SignalsHeld held;  // until the directory is gone again
+  const SignalsHeld held;  // until the directory is removed
   std::string problem;
   auto result = fetch_into(PrivateDirectory(), base_url, items, &problem);
-  if (!problem.empty()) {  // whoever should read this may be gone as well
+  if (!problem.empty()) {
     std::fprintf(stderr, "%s: %s\n", program_name(), problem.c_str());
   }
   return result;

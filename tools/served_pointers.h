@@ -1,4 +1,4 @@
-// Asking the distribution server for many pointers at once.
+// Fetches many pointers from the distribution server at once.
 #pragma once
 
 #include <optional>
@@ -7,10 +7,10 @@
 
 namespace runenv {
 
-// The releases that the server names for the items, in their order; none where it could not be
-// asked or has no pointer. One curl fetches all of them over one connection, and says on standard
-// error what goes wrong, also if it cannot be run. Its own configuration file applies. Throws Error
-// if there is no place for what it fetches.
+// Returns, in the order of the items, the releases that the server's pointers name, or nothing for
+// an item whose pointer could not be fetched. Runs curl once for all items, with the user's own
+// configuration file. Prints failures on standard error, also if curl cannot be run. Throws Error
+// if the temporary directory cannot be used.
 std::vector<std::optional<std::string>> fetch_pointers(const std::string& base_url,
                                                        const std::vector<std::string>& items);
 

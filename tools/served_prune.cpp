@@ -14,13 +14,13 @@
 
 namespace runenv {
 
-// A time in the future is not past: what has one stays.
+// Returns false for a time in the future, so an entry with a wrong clock's time is kept.
 static bool is_past(std::time_t time, double days) {
   static constexpr double kDay = 86400;
   return std::difftime(std::time(nullptr), time) >= days * kDay;
 }
 
-// What is not seen could be removed, or counted wrongly.
+// Pruning needs the complete listing: a release that is missing from it would not be counted.
 static void throw_if_hidden(const Listing& listing) {
   for (const Finding& finding : listing.findings) {
     if (finding.hides) {
@@ -39,7 +39,7 @@ static unique_fd lock_item(const ServedTree& tree, const std::string& path) {
   return directory;
 }
 
-// What interrupted runs have left.
+// Removes the temporary files that have not changed for `days`. Returns whether all went well.
 static bool remove_temporaries(const ServedTree& tree, const Listing& listing, double days,
                                Remover* remover) {
   bool well = true;
@@ -61,7 +61,7 @@ static bool may_go(const ListedRelease& release, const Pruning& pruning) {
   return is_past(release.published, pruning.older_than) && is_past(release.touched, pruning.grace);
 }
 
-// The releases that are old enough to go, if the pointer lets them.
+// Returns the releases that may be removed if the pointer has settled.
 static std::vector<std::string> old_releases(const ListedItem& item, const Pruning& pruning) {
   std::vector<std::string> result;
   unsigned kept = 0;
@@ -76,13 +76,13 @@ static std::vector<std::string> old_releases(const ListedItem& item, const Pruni
 static void prune_item(const ServedTree& tree, const std::string& name, const Pruning& pruning,
                        Remover* remover) {
   const std::string path = path_of_item(name);
-  const unique_fd locked = lock_item(tree, path);  // nobody publishes or prunes it meanwhile
+  const unique_fd locked = lock_item(tree, path);  // against publishers and other prunes
   remover->remove_leftover_from(descriptor_path(locked.get()), path);
   const Listing listing = tree.list(name);
   throw_if_hidden(listing);
   const ListedItem& item = listing.items.front();
   const std::vector<std::string> old = old_releases(item, pruning);
-  // Any other release may have been the latest until the pointer moved.
+  // Any other release may have been the latest one before the pointer was moved.
   const bool has_settled = is_past(item.moved, pruning.grace);
   if (!old.empty() && (!item.latest || !has_settled)) {
     std::printf(

@@ -1,4 +1,4 @@
-// Removing old releases from a tree that a distribution server serves.
+// Removes old releases from a tree that a distribution server serves.
 #pragma once
 
 #include "tools/served_tree.h"
@@ -6,15 +6,15 @@
 namespace runenv {
 
 struct Pruning {
-  unsigned keep = 0;      // how many of the newest releases of each item stay, besides the latest
-  double older_than = 0;  // days since a release was published
-  double grace = 1;       // days since the pointer was moved, and since a release was touched
+  unsigned keep = 0;      // the number of newest releases to keep of each item, besides the latest
+  double older_than = 0;  // minimum days since a release was published
+  double grace = 1;       // minimum days since the pointer was moved and the release was changed
   bool dry_run = false;
 };
 
-// Removes old releases of each item, and what interrupted runs have left. Prints each on standard
-// output. Returns false if something could not be removed; standard error tells what. Throws Error
-// and removes nothing if there may be releases that the listing does not have.
+// Removes old releases of each item and leftovers of interrupted runs. Prints each on standard
+// output. If something cannot be removed, prints the error on standard error, goes on, and returns
+// false at the end. Throws Error and removes nothing if a finding may hide releases.
 bool prune_tree(const ServedTree& tree, const Pruning& pruning);
 
 }  // namespace runenv

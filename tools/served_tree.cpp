@@ -32,7 +32,7 @@ struct Entry {
   struct stat status = {};
 };
 
-// Goes through a tree and writes down what it finds.
+// Walks a tree and records its content in a listing.
 class Walk {
  public:
   Walk(const ServedTree& served, Listing* result) : tree(served), listing(*result) {}
@@ -82,10 +82,11 @@ void Walk::report(const std::string& path, const std::string& problem, bool hide
   listing.findings.push_back({path, problem, hides});
 }
 
-// Returns no descriptor if it is gone by now, or cannot be read.
+// Opens the directory. Returns an empty unique_fd if it no longer exists or cannot be read; the
+// latter is reported.
 unique_fd Walk::open(const Entry& directory) {
   unique_fd descriptor = tree.open_below(directory.path, O_DIRECTORY);
-  // The second look finds a directory that may be read but not entered.
+  // A directory may be readable but not searchable. faccessat detects this.
   if (descriptor.get() >= 0 && faccessat(descriptor.get(), ".", X_OK, 0) == 0) {
     return descriptor;
   }
@@ -105,7 +106,7 @@ void Walk::note_temporary(const Entry& entry) {
   }
 }
 
-// What is in the directory, in order of name, without temporary files, which are noted.
+// Returns the entries of the directory in order of name, except temporary ones, which are noted.
 std::vector<Entry> Walk::entries(const Entry& directory) {
   const unique_fd descriptor = open(directory);
   if (descriptor.get() < 0) {
@@ -136,7 +137,7 @@ static bool is_good_name(const std::string& name, const char* appended) {
   }
 }
 
-// The web server is some other user.
+// Reports an entry that the web server, which is another user, cannot read or enter.
 void Walk::check_mode(const Entry& entry) {
   const bool is_directory = S_ISDIR(entry.status.st_mode);
   if ((entry.status.st_mode & (is_directory ? S_IXOTH : S_IROTH)) == 0) {
@@ -147,7 +148,8 @@ void Walk::check_mode(const Entry& entry) {
   }
 }
 
-// Whether it is of the kind that belongs there, S_IFDIR or S_IFREG, and clients can ask for it.
+// Returns whether the entry has the type `kind`, S_IFDIR or S_IFREG, and a name with the extension
+// that clients can request. Reports it otherwise.
 bool Walk::is_in_order(const Entry& entry, mode_t kind, const char* extension) {
   if (S_ISLNK(entry.status.st_mode)) {
     report(entry.path, "is a symbolic link", true);
@@ -163,8 +165,8 @@ bool Walk::is_in_order(const Entry& entry, mode_t kind, const char* extension) {
   return false;
 }
 
-// Visits the directories in `parent`. Reports it if there is none. If `expected` is not empty,
-// reports all other entries.
+// Visits the directories in `parent`. Reports `parent` if it has none. If `expected` is not empty,
+// reports all entries with other names.
 void Walk::each_directory(const Entry& parent, const std::set<std::string>& expected,
                           const Visit& visit) {
   const size_t before = listing.findings.size();
@@ -182,7 +184,7 @@ void Walk::each_directory(const Entry& parent, const std::set<std::string>& expe
   }
 }
 
-// Other entries of the tree's root do not belong to this system.
+// Ignores other entries of the tree's root: they do not belong to this system.
 void Walk::look_at_root() {
   Entry root{.path = "."};
   fstat(tree.open_below(root.path, O_DIRECTORY).get(), &root.status);
@@ -261,7 +263,7 @@ void Walk::look_at_release(const Entry& directory, ListedItem* item) {
   item->releases.push_back(std::move(release));
 }
 
-// The first line, as the bootstrapper reads it. What is longer than any name is cut off.
+// Returns the first line, as the bootstrapper reads it, cut off after 4095 bytes.
 static std::string first_line(int pointer) {
   char bytes[4096];
   const ssize_t n = retry([&] { return pread(pointer, bytes, sizeof bytes - 1, 0); });

@@ -111,7 +111,7 @@ std::string signature_member(const std::string& text) {
          little_endian(text.size() + kLengthSize) + text + little_endian(size) + kMemberEnd;
 }
 
-// Returns `count` bytes of the file from `offset` on, fewer only at its end.
+// Returns `count` bytes of the file at `offset`, or fewer at its end.
 static std::string read_bytes(int file, off_t offset, size_t count, const char* path) {
   std::string result(count, '\0');
   const ssize_t n = retry([&] { return pread(file, result.data(), count, offset); });
@@ -151,7 +151,7 @@ bool is_signed_for(const Purpose& purpose, const CarriedSignature& carried) {
          actual->platform == purpose.platform && actual->bytes == carried.signed_bytes;
 }
 
-// Whether there is something like a signature near the end, at its end or not.
+// Returns whether the start of a signature's member occurs near the end of the file.
 static bool has_traces(int file, off_t size, const char* path) {
   static constexpr size_t kNear = 2 * kLongestField;
   const std::string bytes = read_end(file, size, kNear, path);

@@ -1,12 +1,12 @@
 // The signature of an archive: its content and its format in the archive.
 //
-// The signature is the text that minisign writes, four lines. Its trusted comment is signed, too,
-// and says what the archive is for. An archive consists of gzip members. The last member carries
-// the signature and has an empty content, so that programs that unpack the archive ignore it. The
-// signature covers all bytes before this member, which consists of:
+// The signature is the text of four lines that minisign writes. Its trusted comment, which is also
+// signed, says what the archive is for. An archive consists of gzip members. The last member
+// carries the signature and has an empty content, so that programs that unpack the archive ignore
+// it. The signature covers all bytes before this member, which consists of:
 //
 //   12 bytes  header of a gzip member that has an extra field, and the length of that field
-//    4 bytes  "RS" and the length of what follows in the field
+//    4 bytes  "RS" and the length of the rest of the field
 //    N bytes  the signature
 //    2 bytes  the length of the whole member, to find its start from the end of the file
 //   10 bytes  the empty content, its checksum and its length
@@ -53,7 +53,7 @@ std::string signature_member(const std::string& text);
 
 struct CarriedSignature {
   std::string text;
-  off_t signed_bytes = 0;  // the member of the signature follows them, up to the end
+  off_t signed_bytes = 0;  // the number of bytes before the member that carries the signature
 };
 
 // Reads the signature at the end of the first `size` bytes of a file. Returns nothing if there is
@@ -65,9 +65,9 @@ std::optional<CarriedSignature> find_signature(int file, off_t size, const char*
 // all bytes before it. Does not check the claim, which needs the key.
 bool is_signed_for(const Purpose& purpose, const CarriedSignature& carried);
 
-// Returns why no machine would accept a signature of the file, of which find_signature has returned
-// `found`: it is damaged, not at the end, or one of several. Empty if it is none of these, or if
-// there is no signature at all. Throws Error "PATH: REASON" if the file cannot be read.
+// Returns why no machine would accept the signature of the file: it is damaged, not at the end, or
+// one of several. Returns "" if there is no such flaw or no signature at all. `found` is the result
+// of find_signature for this file. Throws Error "PATH: REASON" if the file cannot be read.
 std::string flaw_of_signature(int file, off_t size, const char* path,
                               const std::optional<CarriedSignature>& found);
 

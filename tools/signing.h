@@ -1,4 +1,4 @@
-// Signing an archive with minisign.
+// Signs an archive with minisign.
 #pragma once
 
 #include "tools/replacement.h"

@@ -1,4 +1,4 @@
-// Sizes and counts for people.
+// Sizes and counts as text for people.
 #pragma once
 
 #include <cstdint>
@@ -6,10 +6,10 @@
 
 namespace runenv {
 
-// Such as "512 B", "1.5 kB" or "23 MB": two digits or more, in steps of a thousand.
+// Returns a text such as "512 B", "1.5 kB" or "23 MB". The units are powers of 1000.
 std::string size_text(uint64_t bytes);
 
-// Such as "1 release" or "2 releases".
+// Returns a text such as "1 release" or "2 releases".
 std::string count_text(size_t count, const std::string& noun);
 
 }  // namespace runenv

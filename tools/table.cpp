@@ -9,7 +9,7 @@
 
 namespace runenv {
 
-static constexpr size_t kGap = 2;  // columns of the terminal between two of the table
+static constexpr size_t kGap = 2;  // blanks between two columns
 
 bool has_colours() {
   const char* const no_colour = std::getenv("NO_COLOR");
@@ -17,7 +17,7 @@ bool has_colours() {
 }
 
 static size_t width_of(const std::string& text) {
-  // Each character is taken to be one column wide.
+  // Assumes that each character is one column wide.
   return static_cast<size_t>(
       std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xc0) != 0x80; }));
 }

@@ -21,7 +21,7 @@ static std::string escaped(std::string_view text) {
   return result;
 }
 
-// Takes what comes before `end` from the text, and drops the end.
+// Removes the text up to and including `end`. Returns the part before `end`.
 static std::string_view take_until(const std::string& end, std::string_view* text) {
   const size_t at = text->find(end);
   if (at == std::string_view::npos) {

@@ -1,4 +1,4 @@
-// Pages made of a text and values.
+// Fills a template with values.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -7,14 +7,14 @@
 
 namespace runenv {
 
-// Returns the text with its tags replaced by the values, which are those of an object:
+// Returns `text` with its tags replaced by the members of the JSON object `values`:
 //
-//   {{name}}             the text of that name, with what HTML takes for markup escaped
-//   {{#name}} {{/name}}  what is in between: for an array, once for each element, with the values
-//                        of that element; for true, or a text that is not empty, once
+//   {{name}}             the string `name`, escaped for HTML
+//   {{#name}} {{/name}}  a section: repeated for each element of an array, with the members of that
+//                        element; left out for false or ""; otherwise used once
 //
-// A section has none of the same name in it. Throws std::exception for a name without a value and
-// for a tag without its end.
+// A section cannot contain a section of the same name. Throws std::exception for a name without a
+// value and for a tag without its end.
 std::string fill_template(std::string_view text, const nlohmann::json& values);
 
 }  // namespace runenv

@@ -19,7 +19,7 @@
 
 namespace runenv {
 
-// As open_below, one component after another.
+// Does the same as open_below, but opens one component after another.
 static int open_step_by_step(int root, std::string_view path, int flags) {
   unique_fd directory;
   for (int at = root;; at = directory.get()) {
@@ -46,7 +46,8 @@ int open_below(int root, const char* path, int flags) {
   how.flags = static_cast<uint64_t>(flags | O_CLOEXEC);
   how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
   const auto descriptor = static_cast<int>(syscall(SYS_openat2, root, path, &how, sizeof how));
-  // systemd's RestrictSUIDSGID= takes the call away; filters that do not know it may forbid it.
+  // systemd's RestrictSUIDSGID= blocks this call, and so may system call filters that do not know
+  // it.
   return descriptor < 0 && (errno == ENOSYS || errno == EPERM)
              ? open_step_by_step(root, path, flags)
              : descriptor;
@@ -108,14 +109,15 @@ uint64_t size_on_disk(const std::string& path) {
   return bytes;
 }
 
-// Whether something is mounted there, perhaps from the same file system.
+// Returns whether it is a mount point, even of a bind mount from the same file system.
 static bool is_mount_point(int descriptor) {
   struct statx status;
   return statx(descriptor, "", AT_EMPTY_PATH, 0, &status) == 0 &&
          (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
 }
 
-// Has the directory let its owner remove what is in it. Returns whether it may be entered.
+// Makes the directory writable for its owner. Returns false if it cannot be opened or is a mount
+// point.
 static bool open_for_removal(const FTSENT& entry) {
   const unique_fd directory(open(entry.fts_accpath, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (directory.get() < 0 || is_mount_point(directory.get())) {
@@ -132,7 +134,7 @@ static int remove_entry(FTS* tree, FTSENT* entry) {
   switch (entry->fts_info) {
     case FTS_D:
       if (!open_for_removal(*entry)) {
-        fts_set(tree, entry, FTS_SKIP);  // it comes as FTS_DP next
+        fts_set(tree, entry, FTS_SKIP);  // skips only its content: FTS_DP comes next
       }
       return 0;
     case FTS_ERR:
@@ -149,7 +151,7 @@ static int remove_entry(FTS* tree, FTSENT* entry) {
 int remove_whole_tree(const std::string& path) {
   std::string root = path;
   char* const roots[] = {root.data(), nullptr};
-  // It goes from directory to directory, and notices when one is not the one that it has seen.
+  // fts changes the working directory and detects if a directory was replaced meanwhile.
   const owner<FTS, fts_close> tree(fts_open(roots, FTS_PHYSICAL | FTS_XDEV, nullptr));
   if (tree == nullptr) {
     return -1;

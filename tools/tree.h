@@ -1,4 +1,4 @@
-// Directories and whole trees of them. Nothing below the given path is reached by a link.
+// Reads and removes directories and directory trees. The walks follow no symbolic link.
 #pragma once
 
 #include <fts.h>
@@ -12,39 +12,41 @@
 
 namespace runenv {
 
-// Opens what is at `path` in or below the directory `root`, with O_CLOEXEC besides the `flags`.
-// Returns a descriptor, or -1 with errno: EXDEV if the path leads out of it, ELOOP if over a link.
+// Opens `path` below the directory `root` with the `flags` and O_CLOEXEC. Returns a file
+// descriptor, or -1 with errno: EXDEV if the path leads out of `root`, ELOOP if a symbolic link is
+// in the path.
 int open_below(int root, const char* path, int flags);
 
-// A path that opens the descriptor, in this process and its children.
+// Returns a path that opens the descriptor's file, in this process and its children.
 std::string descriptor_path(int descriptor);
 
-// Where temporary files go, TMPDIR or /tmp, without links.
+// Returns the temporary directory, TMPDIR or /tmp, without symbolic links in its path.
 std::string temporary_directory();
 
-// The names in the directory, sorted. None if it cannot be read.
+// Returns the sorted names in the directory, or no names if it cannot be read.
 std::vector<std::string> names_in(const std::string& directory);
 
-// Calls `visit` with each entry of the tree at `path`, which begins with it; directories come
-// before what is in them, and after it. Returns false, with errno, if the tree could not be gone
-// through. An entry that could not be looked at says so itself.
+// Calls `visit` for each entry of the tree, from `path` itself on. A directory is visited twice:
+// before its content and after it. If an entry cannot be examined, its fts_info says so and the
+// walk goes on. Returns false, with errno, if the walk fails.
 bool walk_tree(const std::string& path, const std::function<void(const FTSENT&)>& visit);
 
-// The target of a symbolic link that walk_tree visits. None, with errno, if it cannot be read.
+// Returns the target of a symbolic link that walk_tree visits. Returns nothing, with errno, if the
+// link cannot be read.
 std::optional<std::string> link_target(const FTSENT& entry);
 
-// How many bytes of the disk the tree takes. What has several names in it counts once. What cannot
-// be looked at counts nothing.
+// Returns the size on disk of the tree, in bytes. A file with several names counts once. An entry
+// that cannot be examined counts as 0.
 uint64_t size_on_disk(const std::string& path);
 
-// Removes the tree, also directories that forbid their owner to change them. What is mounted in it
-// stays, with the directories around it. Changes the working directory meanwhile. Returns 0, or -1
-// with the errno of the first entry that stays.
+// Removes the tree, including directories that their owner cannot write. Leaves mount points and
+// the directories that contain them. Changes the working directory during the walk. Returns 0, or
+// -1 with the errno of the first entry that could not be removed.
 int remove_whole_tree(const std::string& path);
 
-// Whether a link in a directory `depth` levels below the release's leads to somewhere in the
-// release. That is so if it goes up at its start alone, and not beyond the release: going down, it
-// meets directories and other links that stay.
+// Returns whether a symbolic link stays inside the release. `link` is its target, `depth` the depth
+// of its directory below the release's directory. The target must be relative, have ".." only at
+// its start, and at most `depth` times. The rest only passes directories and other links that stay.
 bool stays_inside(std::string_view link, int depth);
 
 }  // namespace runenv

@@ -43,12 +43,12 @@ Staging::Staging(const fs::path_t& path)
       outer(path.dir_name().join(kStagingName)),
       inner(fs::path_t(outer).join(path.base_name().cstring())),
       lock(open_private(outer)) {
-  // Some network file systems cannot lock a directory. There, this works without the lock.
+  // Some network file systems cannot lock a directory. There, go on without the lock.
   const bool taken = flock(lock.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
   if (taken || !is_at(lock.get(), outer)) {
     throw_failure_of(target.cstring(), "another process is unpacking there");
   }
-  remove_content();  // from a run that was killed
+  remove_content();  // the leftovers of a run that was killed
   if (mkdir(inner.cstring(), kDirectoryMode) != 0) {
     const int error = errno;
     rmdir(outer.cstring());
@@ -62,7 +62,7 @@ Staging::~Staging() {
   rmdir(outer.cstring());
 }
 
-// Ignores failures. A caller that needs the place of what remains reports them.
+// Ignores failures. If something remains, the next step that needs its place fails and reports it.
 void Staging::remove_content() const {
   for (fs::iterator_t entry(outer, true); entry.has_item(); entry.move_next()) {
     remove_whole_tree(entry.get_path().cstring());
@@ -81,7 +81,8 @@ static void check_link(const FTSENT& entry) {
   }
 }
 
-// Makes the directory writable for its owner: otherwise it takes no file and cannot be moved.
+// Makes the directory writable for its owner. Otherwise no file can be created in it and it cannot
+// be renamed.
 static void make_writable(const fs::path_t& directory) {
   struct stat status;
   if (stat(directory.cstring(), &status) != 0 ||

@@ -1,4 +1,4 @@
-// The directory of a release, which is filled elsewhere and moved to its place when it is complete.
+// Fills the directory of a release elsewhere and moves it to its place when it is complete.
 #pragma once
 
 #include <sys/types.h>
@@ -8,12 +8,12 @@
 
 namespace runenv {
 
-// The name of the outer directory of a Staging. No release has it, since "#" is not allowed there.
+// The name of the outer directory of a Staging. No release can have it, because it contains "#".
 inline constexpr char kStagingName[] = ".runenv-verify#unpacking";
 
-// A new directory for a release. It is made in an outer directory beside the release, which only
-// this user may enter. The destructor removes the outer directory. If the process is killed, the
-// next Staging in the same place removes it. The functions throw Error with the path in front.
+// A new directory for a release. It is created in an outer directory beside the release. Only this
+// user may enter the outer directory. The destructor removes it. If the process is killed, the next
+// Staging in the same place removes it. The functions throw Error with the path in front.
 class Staging {
  public:
   // `path` is the place of the release. Throws Error if another process is unpacking there.
@@ -29,8 +29,8 @@ class Staging {
   // Makes the directory writable for its owner.
   void check();
 
-  // Moves the directory to its place in one step, with the mode that it had at the check. A
-  // directory that was there is removed.
+  // Moves the directory to its place in one step and restores the mode that it had at the check. A
+  // directory that was there before is removed.
   void commit();
 
  private:

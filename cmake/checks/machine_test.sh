@@ -58,11 +58,11 @@ for words in '' '.' 'a b' 'keys' '../main' 'x/y'; do
   update $words | grep '^runenv-update: '
 done
 echo 'VERIFY=maybe' >/etc/runenv/main/settings
-update main | grep "VERIFY is yes or no, not 'maybe'"
+update main | grep "VERIFY must be yes or no, not 'maybe'"
 ln -sf nowhere /etc/runenv/main/settings
 update main | grep 'cannot open /etc/runenv/main/settings'
 rm /etc/runenv/main/settings
-flock /var/lib/runenv/main/.lock runuser -u runenv -- /usr/libexec/runenv-update main | grep 'another run is at work'
+flock /var/lib/runenv/main/.lock runuser -u runenv -- /usr/libexec/runenv-update main | grep 'another run is active'
 chmod 600 /etc/runenv/.curlrc
 update main | grep '/etc/runenv/.curlrc cannot be read'
 chmod 644 /etc/runenv/.curlrc

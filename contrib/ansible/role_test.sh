@@ -1,7 +1,8 @@
 #!/bin/sh
-# The role and the table, on several environments of one machine: role_test.sh CURL-LINES PACKAGE...
-# CURL-LINES has lines for curl's settings, by which it finds a server that has platform 5 and linker
-# 0.9, signed by the one key of the machine. Changes that: package_test.sh has it run in a copy of a machine.
+# usage: role_test.sh CURL-LINES PACKAGE...
+# Tests the role and the table on several environments of one machine. The file CURL-LINES has curl's
+# settings for a server with platform 5 and linker 0.9, signed by the only key of the machine. The
+# test changes the machine: package_test.sh runs it in a copy of one.
 set -eux
 curl_lines=$1
 shift
@@ -23,7 +24,7 @@ broken ansible_python_interpreter=/no/python
 END
 play() { ansible-playbook -i hosts -e @all.json "$@" | tee played; }
 
-# A trial changes nothing. Then everything is set up, and a second time nothing changes.
+# --check changes nothing. The first run sets everything up, and the second one changes nothing.
 play site.yml --check --limit first,second
 grep -c 'failed=0' played | grep -x 2
 [ ! -e /etc/runenv/first ]
@@ -46,9 +47,9 @@ for instance in first second; do
   runuser -u runenv -- /usr/libexec/runenv-update $instance
 done
 
-# The table tells how they are.
+# The table has the state of each machine.
 cd /var/lib/runenv
-[ ! -e second/runenv/platform ] # by its settings
+[ ! -e second/runenv/platform ] # its settings have --skip-platform
 mkdir -p first/runenv/platform/5/release-0 second/runenv/platform/5
 echo release-0 | tee first/runenv/platform/5/latest >second/runenv/platform/5/latest
 cd "$scratch/ansible"

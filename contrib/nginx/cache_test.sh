@@ -1,6 +1,7 @@
 #!/bin/sh
-# The caching proxy in front of the server that the guide configures, both real nginxes on unix
-# sockets. A pointer lives for two seconds here instead of ten. The programs are found on PATH.
+# Tests the caching proxy in front of the server that the guide configures. Both are real nginx
+# servers on unix sockets. Pointers are cached for two seconds instead of ten. The programs must be
+# on PATH.
 set -eu
 source=$(realpath "$(dirname "$0")/../..")
 scratch=$(mktemp -d)
@@ -31,14 +32,14 @@ expect() {
 asked() {
   grep -c "$1" origin/access.log || true
 }
-publish() { # as if all of it happened within one second
+publish() { # gives the pointer always the same mtime
   echo "$1" >content/file
   runenv-publish --quiet tree platform 5 "$1" --from content
   touch -d @1 tree/2/runenv/platform/5/latest
 }
 
 mkdir -m 755 tree content origin proxy
-# shellcheck disable=SC2016 # marks of a block, no command
+# shellcheck disable=SC2016 # the backquotes belong to Markdown
 sed -n '/^```nginx/,/^```/{/^```/!p}' "$source/docs/distribution-server.md" | localised origin >origin/site.conf
 localised proxy <"$source/contrib/nginx/runenv-cache.conf" >proxy/site.conf
 publish r1
@@ -54,18 +55,18 @@ expect latest "200 EXPIRED r2"
 expect r2/linux-x64.tar.gz "200 MISS " quiet
 cmp got tree/2/runenv/platform/5/r2/linux-x64.tar.gz
 expect r2/linux-x64.tar.gz?again "200 HIT " quiet
-expect 'x%20HTTP/1.1%0d%0aX:%20y.tar.gz?a' "404 MISS " quiet # no line end becomes one at the origin
+expect 'x%20HTTP/1.1%0d%0aX:%20y.tar.gz?a' "404 MISS " quiet # an encoded line end stays encoded at the origin
 [ "$(asked '/x%20HTTP/1.1%0D%0AX:%20y.tar.gz HTTP')" -eq 1 ]
-# A cache that asks whether the pointer has changed since that second is given the pointer.
+# The origin ignores If-Modified-Since: a pointer may change twice in a second.
 curl -s --unix-socket origin.sock --cacert origin/ca.pem https://localhost/2/runenv/platform/5/latest \
   -H 'If-Modified-Since: Thu, 01 Jan 1970 00:00:01 GMT' -o got
 [ "$(cat got)" = r2 ]
 expect r9/linux-x64.tar.gz "404 MISS " quiet
-expect r9/linux-x64.tar.gz "404 MISS " quiet # a release that comes later is found at once
+expect r9/linux-x64.tar.gz "404 MISS " quiet # not cached, so a later release is found at once
 [ "$(asked r2/linux)" -eq 1 ]
 expect .. "404  " quiet
 
-# With the origin down, machines are brought up to date from the cache.
+# While the origin is down, machines are updated from the cache.
 local_server stop origin
 sleep 3.1
 expect latest "200 STALE r2"

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Uploads with the real rsync and rclone, to directories. Wherever an upload is interrupted, each
-# pointer that has arrived leads to a whole archive. The programs are found on PATH.
+# Uploads to directories with the real rsync and rclone. Wherever an upload is interrupted, each
+# uploaded pointer leads to a complete archive. The programs must be on PATH.
 set -eu
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
@@ -16,7 +16,7 @@ publish() {
   runenv-publish --quiet tree "$@" --from content
 }
 
-# Every pointer of the copy leads to the archive that the tree has.
+# Checks that every uploaded pointer leads to the same archive as in the tree.
 check_pointers() {
   find "$1" -name latest | while read -r pointer; do
     archive=${pointer%latest}$(cat "$pointer")/linux-x64.tar.gz
@@ -33,14 +33,14 @@ for program in rsync rclone; do
     publish system-type linker "$round" "$program-$round"
     publish platform 5 "$program-$round"
     setsid "$upload" tree "$program" "$far" >torn.log 2>&1 &
-    [ "$program" = rsync ] && delay=0.0$((round % 10)) || delay=0.$((round % 10)) # which starts slowly
+    [ "$program" = rsync ] && delay=0.0$((round % 10)) || delay=0.$((round % 10)) # rclone starts later
     sleep "$delay"
     kill -KILL -$! 2>/dev/null || true
     wait $! || true
     check_pointers "$far"
   done
   echo page >tree/index.html
-  # Others' files stay here, and so does what an interrupted prune has left.
+  # Files of other programs and leftovers of an interrupted prune are not uploaded.
   mkdir -p tree/other "tree/2/.runenv-served#removing"
   touch tree/other/latest tree/other.tar.gz "tree/2/.runenv-served#removing/x.tar.gz"
   rm -r "tree/2/runenv/platform/5/$program-3"
@@ -50,11 +50,12 @@ for program in rsync rclone; do
   rm -r tree/other* "tree/2/.runenv-served#removing"
   rm "$far/elsewhere/kept"
   rmdir "$far/elsewhere"
-  # What rsync leaves when it is killed, and the directories that no object store has.
+  # Remove rsync's temporary files and empty directories, which object stores do not have.
   find "$far" -name '.*' -delete -o -type d -empty -delete
   diff -r tree "$far"
 
-  # A pointer that moves meanwhile stays as it was, and so does what it may lead to.
+  # If a pointer moves during the upload, the uploaded pointer stays unchanged and nothing is
+  # deleted.
   mkdir -p bin
   cat >"bin/$program" <<END
 #!/bin/sh
@@ -65,7 +66,7 @@ END
   chmod +x "bin/$program"
   rm -r "tree/2/runenv/platform/5/$program-5"
   if PATH=$PWD/bin:$PATH "$upload" --delete tree "$program" "$far" 2>error; then exit 1; fi
-  grep -q 'pointers were moved meanwhile' error
+  grep -q 'pointers were moved during the upload' error
   check_pointers "$far"
   grep -q "$program-9" "$far/2/runenv/platform/5/latest"
   [ -e "$far/2/runenv/platform/5/$program-5" ]
@@ -74,7 +75,7 @@ END
 done
 
 for words in "" "tree rsync" "tree ftp far" "content rsync far" "none rsync far"; do
-  # shellcheck disable=SC2086 # several words
+  # shellcheck disable=SC2086 # a list of words
   if "$upload" $words >/dev/null 2>&1; then exit 1; fi
 done
 "$upload" --help | grep -q '^usage: runenv-upload '

@@ -14,7 +14,7 @@ PROGRAMS, SCRIPTS = (Path(word).resolve() for word in sys.argv[1:])
 SCRATCH_OWNER = tempfile.TemporaryDirectory()
 SCRATCH = Path(SCRATCH_OWNER.name)
 os.environ.update(HOME=str(SCRATCH), CURL_HOME=f"{SCRATCH}/curl", PATH=f"{PROGRAMS}:{os.environ['PATH']}")
-ODD = "a<b>&'\"+\u00e9;"  # a name with all that HTML and URLs take for something else
+ODD = "a<b>&'\"+\u00e9;"  # a name with characters that are special in HTML and URLs
 INDEX_LOCATIONS = """
 location = / { try_files /index.html =404; default_type "text/html; charset=utf-8"; }
 location = /index.json { default_type application/json; }
@@ -84,7 +84,7 @@ try:
             archives += got.startswith(b"\x1f\x8b")
     assert archives == 2 * (1 + 3), links.found
 
-    # Light and dark, and as wide as a phone, where nothing sticks out.
+    # In light and dark mode, and at the width of a phone, nothing overflows.
     for words, ground in ((["--window-size=1280,900"], "ffffff"),
                           (["--window-size=1280,900", "--blink-settings=preferredColorScheme=0"], "14171a"),
                           (["--window-size=390,900"], "ffffff")):
@@ -98,7 +98,7 @@ try:
     page, _ = browse(f"file://{SCRATCH}/outer.html", "--dump-dom", "--virtual-time-budget=2000")
     assert "<title>390</title>" in page, page
 
-    # The policy holds: a script is refused, and the console tells.
+    # The policy works: a script is refused, and the console reports it.
     (SCRATCH / "script.html").write_text(html + "<script>document.title = 1</script>")
     page, console = browse(f"file://{SCRATCH}/script.html", "--dump-dom")
     assert "<title>Releases</title>" in page and console, page

@@ -1,7 +1,7 @@
 # Completion for runenv-prune.
 
-complete -c runenv-prune -l keep -x -d 'Keep this number of other releases'
-complete -c runenv-prune -l older-than -x -d 'Keep what has changed within this number of days'
+complete -c runenv-prune -l keep -x -d 'Keep this number of other releases of each item'
+complete -c runenv-prune -l older-than -x -d 'Skip items whose pointer moved within this number of days'
 complete -c runenv-prune -l unlisted -d 'Remove items that the document does not name'
 complete -c runenv-prune -l dry-run -d 'Remove nothing'
 complete -c runenv-prune -l directory -xa '(__fish_complete_directories)' -d 'Directory that contains runenv'
