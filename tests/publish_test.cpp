@@ -249,7 +249,7 @@ TEST_F(PublishTest, WhatIsHardlyMeantIsRefusedInDirectoriesAndArchives) {
       {as("", "s"), "'l" + unmade},
       {"tar -cf a d; gzip -nc a >z; printf 'PK\\3\\4\\24\\0\\0\\0\\10\\0\\0\\0\\0\\0';"
        " tail -c 8 z | head -c 4; printf '\\0\\0\\0\\0'; tail -c 4 z; printf '\\0\\0\\0\\0';"
-       " tail -c +11 z | head -c -8",  // a zip
+       " tail -c +11 z",  // a zip
        "is not in gzip's format, which clients expect"},
   };
   for (const auto& [made, why] : kArchives) {
